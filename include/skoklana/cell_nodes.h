@@ -1,0 +1,101 @@
+/* Where the nodes of each cell kind stand in the cell's own parametric coordinates.
+ *
+ * Parameters run over [-1, 1] on lines, quadrilaterals, hexahedra, pyramids and along w of prisms; over
+ * [0, 1], summing to at most 1, on triangles, tetrahedra and in u, v of prisms. Numbering is particular:
+ * hexahedra start at a top corner and step around with u negative, simplices end at the parametric origin,
+ * pyramids start at the apex. Second-order cells number their corners first, as the first order does.
+ *
+ * Rows are u, v, w; what a kind does not use is 0. Constant data, safe to read from any thread. */
+#ifndef SKOKLANA_CELL_NODES_H
+#define SKOKLANA_CELL_NODES_H
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+enum {
+    CELL_LINE = 0,
+    CELL_TRI = 1,
+    CELL_QUAD = 2,
+    CELL_TET = 3,
+    CELL_PYR = 4,
+    CELL_PRISM = 5,
+    CELL_HEX = 6,
+    CELL_KINDS = 7
+};
+
+typedef struct cell_kind_nodes {
+    int ndim;              /* dimension of the cell */
+    int ncorners;          /* nodes in first order */
+    int nnodes_2;          /* nodes in second order */
+    float position[20][3]; /* corners first, then the further nodes of the second order */
+} cell_kind_nodes;
+
+/* By kind. */
+static const cell_kind_nodes cell_kinds[CELL_KINDS] = {
+    /* line */
+    {1, 2, 3, {{-1, 0, 0}, {1, 0, 0}, {0, 0, 0}}},
+    /* tri */
+    {2, 3, 6, {{1, 0, 0}, {0, 1, 0}, {0, 0, 0}, {0.5f, 0.5f, 0}, {0, 0.5f, 0}, {0.5f, 0, 0}}},
+    /* quad */
+    {2, 4, 8, {{-1, -1, 0}, {1, -1, 0}, {1, 1, 0}, {-1, 1, 0}, {0, -1, 0}, {1, 0, 0}, {0, 1, 0}, {-1, 0, 0}}},
+    /* tet */
+    {3,
+     4,
+     10,
+     {{1, 0, 0},
+      {0, 1, 0},
+      {0, 0, 1},
+      {0, 0, 0},
+      {0.5f, 0.5f, 0},
+      {0.5f, 0, 0.5f},
+      {0.5f, 0, 0},
+      {0, 0.5f, 0.5f},
+      {0, 0, 0.5f},
+      {0, 0.5f, 0}}},
+    /* pyr */
+    {3,
+     5,
+     13,
+     {{0, 0, 1},
+      {1, 1, -1},
+      {-1, 1, -1},
+      {-1, -1, -1},
+      {1, -1, -1},
+      {0.5f, 0.5f, 0},
+      {-0.5f, 0.5f, 0},
+      {-0.5f, -0.5f, 0},
+      {0.5f, -0.5f, 0},
+      {0, 1, -1},
+      {-1, 0, -1},
+      {0, -1, -1},
+      {1, 0, -1}}},
+    /* prism; nodes 12, 13, 14 stand on the edges of corners 1, 0, 2 */
+    {3,
+     6,
+     15,
+     {{1, 0, 1},
+      {0, 1, 1},
+      {0, 0, 1},
+      {1, 0, -1},
+      {0, 1, -1},
+      {0, 0, -1},
+      {0.5f, 0.5f, 1},
+      {0, 0.5f, 1},
+      {0.5f, 0, 1},
+      {0.5f, 0.5f, -1},
+      {0, 0.5f, -1},
+      {0.5f, 0, -1},
+      {0, 1, 0},
+      {1, 0, 0},
+      {0, 0, 0}}},
+    /* hex */
+    {3, 8, 20, {{-1, 1, 1}, {-1, -1, 1}, {1, -1, 1}, {1, 1, 1},   {-1, 1, -1}, {-1, -1, -1}, {1, -1, -1},
+                {1, 1, -1}, {-1, 0, 1},  {0, -1, 1}, {1, 0, 1},   {0, 1, 1},   {-1, 0, -1},  {0, -1, -1},
+                {1, 0, -1}, {0, 1, -1},  {-1, 1, 0}, {-1, -1, 0}, {1, -1, 0},  {1, 1, 0}}},
+};
+
+#ifdef __cplusplus
+}
+#endif
+#endif

@@ -1,0 +1,287 @@
+/* The mesh record, its table of operations, and the coordinates, data and extents read through it.
+ *
+ * A host describes a mesh in a mesh_info and hands that to every operation. Meshes are of four kinds:
+ *
+ *   cell sets   unstructured: explicit coordinates and a connect list a set
+ *   _struct     curvilinear: explicit coordinates, nodes in a lattice of dims
+ *   _rect       rectilinear: one list of coordinates an axis
+ *   _unif       uniform: two corners
+ *
+ * Compact coordinates, the points of a mesh:
+ *
+ *   _unif   two rows of nspace floats, the first and the last corner. Axis d below ndim runs from
+ *           points[d] to points[nspace + d] in dims[d] even steps; axes from ndim to nspace are
+ *           constant at points[d].
+ *   _rect   a row of nspace floats for each position of each axis, the axes one after another, so
+ *           dims[0] + dims[1] + dims[2] rows. Position i on axis d is points[(off[d] + i) * nspace + d],
+ *           off[d] the sum of the earlier dims; axes from ndim to nspace take points[d].
+ *
+ * Structured nodes are numbered with axis 0 fastest. A structured mesh carries cell set 0, which
+ * describes its cell: cell_nnodes[0] is 2, 4 or 8 and row 0 of cell_funcs holds the cell's functions.
+ */
+#ifndef SKOKLANA_MESH_H
+#define SKOKLANA_MESH_H
+
+#include <skoklana/types.h>
+
+SKOKLANA_BEGIN
+
+typedef struct mesh_info mesh_info;
+typedef struct mesh_methods mesh_methods;
+typedef struct blk_tbl blk_tbl;
+typedef struct blk_tbl_unif blk_tbl_unif;
+
+/* Any function of a cell_methods row; cast it to the type of its slot before a call. */
+typedef void (*cell_func)(void);
+
+/* Slots of a cell_methods row. A set's row has CELL_METHOD_SLOTS entries, the rest of them NULL. */
+enum {
+    SLOT_SHAPE_FUNC = 0,
+    SLOT_SHAPE_DERIV = 1,
+    SLOT_REV_PAR = 2,
+    SLOT_SLICE = 3,
+    SLOT_CUT = 4,
+    SLOT_ISOLINE = 5,
+    SLOT_VOL_INTEGR = 6,
+    SLOT_CONTOUR = 7,
+    SLOT_TESSELATE = 8,
+    SLOT_SUB_SLICE = 9, /* 9 to 12: the same operations for the cells of a tesselation */
+    SLOT_SUB_CUT = 10,
+    SLOT_SUB_ISOLINE = 11,
+    SLOT_SUB_CONTOUR = 12,
+    CELL_METHOD_SLOTS = 256
+};
+
+/* One mesh. The host creates the record, owns it and every array in it, and outlives all use of it.
+ * Operations write two things only: the lazy fields points, coords and cell_connect, once each, with
+ * what the host's fetch functions deliver; and, within a call, cell sets that they put back. */
+struct mesh_info {
+    OMobj_id *field_id;    /* the host field that this record describes */
+    int ndim;              /* computational axes of a structured mesh, 1 to 3; 0 for cell sets */
+    qx_long *dims;         /* nodes along each computational axis, dims[0] the fastest */
+    int nspace;            /* coordinates a node, 1 to 3 */
+    qx_long nnodes;        /* nodes of the mesh */
+    float *points;         /* compact coordinates of _unif and _rect meshes; NULL until fetched */
+    float *coords;         /* nnodes rows of nspace floats; NULL until fetched */
+    float min_ext[3];      /* lower corner of the bounding box, nspace entries in use */
+    float max_ext[3];      /* upper corner */
+    mesh_methods *methods; /* the operations bound for the mesh's kind */
+
+    /* Fetch functions; a result below 1 is failure. */
+    int (*get_coords)(mesh_info *mesh, float **coords);
+    /* lo and hi: index triples, both ends included; coords: rows of nspace floats, axis 0 fastest */
+    int (*get_coords_range)(mesh_info *mesh, const qx_long *lo, const qx_long *hi, float *coords);
+    int (*get_points)(mesh_info *mesh, float **points);
+
+    int ncell_sets;         /* cell sets; the arrays below have an entry for each */
+    qx_long ncells;         /* cells of all sets */
+    qx_long *cell_first;    /* number of the set's first cell within the mesh */
+    qx_long *cell_count;    /* cells in the set */
+    int *cell_nnodes;       /* nodes a cell, and the row length of the connect list */
+    int *cell_ndim;         /* dimension of the set's cells, 1 to 3 */
+    int *cell_order;        /* 1: linear cells; 2 and more: second-order cells */
+    qx_long **cell_connect; /* cell_count rows of cell_nnodes node numbers; NULL until fetched */
+    float **cell_aux;       /* parametric positions of the cell's nodes, cell_nnodes rows of 3 floats */
+    cell_func *cell_funcs;  /* row s: CELL_METHOD_SLOTS functions from cell_funcs[s * CELL_METHOD_SLOTS] */
+    int (*get_connect)(mesh_info *mesh, int set, qx_long **connect);
+};
+
+/* The operations of a mesh. A NULL member: the mesh kind has no such operation. Each has the signature
+ * of the functions that the host binds to it by name. */
+struct mesh_methods {
+    int (*interp_init_func)(mesh_info *mesh, blk_tbl **out);
+    int (*find_cell_func)(mesh_info *mesh, const blk_tbl *tbl, const float *point, qx_long *cell, float *uvw);
+    int (*interp_cell_func)(mesh_info *mesh, qx_long cell, const float *point, int check_box, double tol,
+                            float *uvw);
+    int (*interp_data_func)(mesh_info *mesh, qx_long cell, int veclen, const void *data, int data_type,
+                            int null_flag, const void *null_value, int npts, const float *uvw, float *out);
+    int (*cell_extent_func)(mesh_info *mesh, qx_long cell, float *min, float *max);
+    int (*coord_list_func)(mesh_info *mesh, qx_long count, const qx_long *list, float *out);
+    qx_long (*data_list_func)(mesh_info *mesh, int data_type, int veclen, const void *data, qx_long count,
+                              const qx_long *list, void *out);
+    int (*isosurf_func)(mesh_info *mesh, const void *data, int data_type, int null_flag,
+                        const void *null_value, double level, qx_long *nnodes_out, qx_long **min_node,
+                        qx_long **max_node, qx_long *nline, qx_long **line_conn, qx_long *nline_conn,
+                        qx_long *ntri, qx_long **tri_conn, qx_long *ntri_conn, qx_long *cell_map_count,
+                        qx_long **cell_map);
+    int (*isoline_func)(mesh_info *mesh, const void *data, int data_type, int null_flag,
+                        const void *null_value, double level, qx_long *nnodes_out, qx_long **min_node,
+                        qx_long **max_node, qx_long *nline, qx_long **line_conn, qx_long *nline_conn,
+                        qx_long *cell_map_count, qx_long **cell_map);
+    int (*cut_func)(mesh_info *mesh, const void *data, int data_type, int null_flag, const void *null_value,
+                    double level, int side, qx_long *nold, qx_long **node_map, qx_long *nnodes_out,
+                    qx_long **min_node, qx_long **max_node, qx_long *cut_ncells, qx_long **cut_conn,
+                    qx_long *cut_nconn, qx_long *cell_map_count, qx_long **cell_map);
+    int (*eval_coord_func)(mesh_info *mesh, qx_long count, const qx_long *list_a, const qx_long *list_b,
+                           const float *t, float *out);
+    int (*glyph_func)(mesh_info *mesh, int data_type, int veclen, const void *data, int null_flag,
+                      const void *null_value, int scale_veclen, int map_veclen, const void *scale_data,
+                      const void *map_data, int orient_flag, int component_flag, int normalize_flag,
+                      double scale, const int *scale_axes, const float *node_xform, qx_long glyph_nnodes,
+                      int glyph_nspace, const float *glyph_coords, const float *glyph_xform, int out_nspace,
+                      float *out_coords, void *out_data);
+    int (*thresh_null_func)(mesh_info *mesh, const void *data, int data_type, const void *null_value,
+                            qx_long *nkept, qx_long **map, void *out0, void *out1, void *out2, void *out3,
+                            int zero);
+    qx_long (*rslice_func)(const qx_long *dims, const float *points, const float *normal, double distance,
+                           qx_long *out_dims, float *out_points, int out_nspace, float *xform,
+                           qx_long **lo_node, qx_long **hi_node, float **weight, unsigned char **valid);
+    int (*grad_func)(mesh_info *mesh, const void *data, int veclen, int data_type, int null_flag,
+                     const void *null_value, float *out);
+    int (*curl_func)(mesh_info *mesh, const void *data, int veclen, int data_type, int null_flag,
+                     const void *null_value, float *out);
+    int (*div_func)(mesh_info *mesh, const void *data, int veclen, int data_type, int null_flag,
+                    const void *null_value, float *out);
+    int (*deriv3d_func)(mesh_info *mesh, qx_long cell, int veclen, const void *data, int data_type,
+                        int null_flag, const void *null_value, const float *uvw, float *out);
+    int (*deriv2d_func)(mesh_info *mesh, qx_long cell, int veclen, const void *data, int data_type,
+                        int null_flag, const void *null_value, const float *uvw, float *out, float *frame,
+                        float *local_xyz);
+    int (*contour_func)(mesh_info *mesh, const void *data, int data_type, int null_flag,
+                        const void *null_value, double low_level, double high_level, qx_long *nold,
+                        qx_long **node_map, qx_long *nnodes_out, qx_long **min_node, qx_long **max_node,
+                        unsigned char **level_list, qx_long *cont_ncells, qx_long **cont_conn,
+                        qx_long *cont_nconn, int nspace, float **coords, qx_long *nlow_lines,
+                        qx_long **low_lines, qx_long *nhigh_lines, qx_long **high_lines);
+    int (*cell_to_node_func)(mesh_info *mesh, int set, int data_type, const void *cell_data, int veclen,
+                             int null_flag, const void *null_value, int weight_power, void *out,
+                             float **weights_slot, unsigned char **marks_slot);
+};
+
+/* ---- registration -------------------------------------------------------------------------------- */
+
+/* Hands the library's table of named functions to the host by OMadd_named_funcs; the host binds
+ * mesh_methods and cell_methods rows by these names. The table and its texts live for ever; each call
+ * hands over the same one. Returns 1. Any arguments given are ignored. */
+int FLD_METHinit(void);
+
+/* ---- the record ---------------------------------------------------------------------------------- */
+
+/* Makes a shallow copy of a mesh record.
+ *
+ * src   borrowed
+ * out   the copy; release it with plain free of the record alone
+ *
+ * The copy shares all per-set arrays with its source, so what is written through one is seen through
+ * the other. Its points and coords are NULL: it fetches anew. Its min_ext, max_ext and cell_order hold
+ * nothing, nor do the per-set pointers where ncell_sets is 0. Returns 1. */
+int UTILcopy_mesh_info(mesh_info *src, mesh_info **out);
+
+/* Puts another cell list in place of set: writes its cell_count, cell_connect and cell_nnodes.
+ *
+ * count     cells
+ * connect   borrowed, count rows of nnodes node numbers
+ *
+ * Whoever replaces a set saves the three values before and puts them back by the same call. Returns 1. */
+int UTILreplace_cell_set(mesh_info *mesh, int set, qx_long count, qx_long *connect, int nnodes);
+
+/* ---- coordinates and data of listed nodes -------------------------------------------------------- *
+ *
+ * The list of nodes means two things. Cell sets take a *node map*: nnodes entries, the new place of each
+ * node, or a negative number to drop it; count is ignored. Structured meshes take a *gather list*: count
+ * entries, the node to read for each output row.
+ *
+ * Coordinates are fetched when first needed; a failure reports "unable to get field coordinates" or
+ * "unable to get field points" under "fld_info", and the result is 0. */
+
+/* Coordinates by the form bound to the mesh. With none bound: a line on standard error, 0. */
+int UTILget_coord_list(mesh_info *mesh, qx_long count, const qx_long *list, float *out);
+/* Cell sets: row map[i] of out is the position of node i, for each node with map[i] >= 0. */
+int UTILcoord_list(mesh_info *mesh, qx_long count, const qx_long *map, float *out);
+/* Structured meshes: row i of out is the position of node list[i]; count rows of nspace floats. */
+int UTILcoord_list_struct(mesh_info *mesh, qx_long count, const qx_long *list, float *out);
+int UTILcoord_list_unif(mesh_info *mesh, qx_long count, const qx_long *list, float *out);
+int UTILcoord_list_rect(mesh_info *mesh, qx_long count, const qx_long *list, float *out);
+
+/* Data rows by the form bound to the mesh: veclen elements a row, copied as they stand. With none
+ * bound: a line on standard error, 0. */
+qx_long UTILget_data_list(mesh_info *mesh, int data_type, int veclen, const void *data, qx_long count,
+                          const qx_long *list, void *out);
+/* Cell sets, by node map. Returns veclen times the rows copied; 0 for an unknown type, unreported. */
+qx_long UTILdata_list(mesh_info *mesh, int data_type, int veclen, const void *data, qx_long count,
+                      const qx_long *map, void *out);
+/* Structured meshes, by gather list. Returns veclen times count; 0 for an unknown type, unreported. */
+qx_long UTILdata_list_struct(mesh_info *mesh, int data_type, int veclen, const void *data, qx_long count,
+                             const qx_long *list, void *out);
+
+/* ---- points and data between two nodes ----------------------------------------------------------- *
+ *
+ * An extraction tells its new nodes as pairs of mesh nodes. UTILget_param gives the place of the level
+ * between the two, UTILeval_coord the position there, UTILeval_param the data there. */
+
+/* Positions between nodes by the form bound to the mesh. With none bound: a line on standard error, 0. */
+int UTILeval_coord(mesh_info *mesh, qx_long count, const qx_long *list_a, const qx_long *list_b,
+                   const float *t, float *out);
+/* Row i of out is the point at t[i] between nodes list_a[i] (t 0) and list_b[i] (t 1), in float:
+ * (b - a) * t + a for each of nspace coordinates. Explicit coordinates. */
+int UTILeval_param_coord(mesh_info *mesh, qx_long count, const qx_long *list_a, const qx_long *list_b,
+                         const float *t, float *out);
+/* The same from compact coordinates. */
+int UTILeval_param_coord_unif(mesh_info *mesh, qx_long count, const qx_long *list_a, const qx_long *list_b,
+                              const float *t, float *out);
+int UTILeval_param_coord_rect(mesh_info *mesh, qx_long count, const qx_long *list_a, const qx_long *list_b,
+                              const float *t, float *out);
+
+/* Data between nodes, count rows of veclen elements of data_type.
+ *
+ * data         rows of veclen elements, by node
+ * null_value   one element of data_type; a component that is null at either end comes out null
+ * out          as data; rows with a negative node number keep what they held
+ *
+ * (b - a) * t + a, in float for types up to DTYPE_FLOAT and in double for the others, truncated towards
+ * zero for the integer types. An unknown type reports "unknown data type" and gives 0. */
+int UTILeval_param(qx_long count, int veclen, int data_type, const void *data, int null_flag,
+                   const void *null_value, const qx_long *list_a, const qx_long *list_b, const float *t,
+                   void *out);
+
+/* The parameters at which a scalar reaches value between two nodes.
+ *
+ * data   one element a node
+ * out    count floats: (value - a) / (b - a) in double, stored as float; 0 where a equals b; entries
+ *        with a negative node number keep what they held
+ *
+ * An unknown type reports "unknown data type" and gives 0. */
+int UTILget_param(qx_long count, int data_type, const void *data, double value, const qx_long *list_a,
+                  const qx_long *list_b, float *out);
+
+/* ---- structured lattices made explicit ------------------------------------------------------------ */
+
+/* The connect list of structured cells start to end - 1, cells numbered with axis 0 fastest.
+ *
+ * dims   nodes an axis, ndim entries
+ * out    end - start rows of 2, 4 or 8 node numbers: around the lower face, then around the upper one
+ *
+ * Returns 1; for an ndim other than 1, 2 and 3 a line on standard error, 0. Not the corner order that
+ * point location uses. */
+int UTILget_connect_struct(int ndim, const qx_long *dims, qx_long start, qx_long end, qx_long *out);
+/* Coordinates of structured nodes start to end - 1 from compact points.
+ *
+ * out   end - start rows of comp_hi - comp_lo floats: components comp_lo to comp_hi - 1, those from
+ *       ndim on copied from the first row of points
+ *
+ * Returns 1, also where there is nothing to write. */
+int UTILget_coords_unif(int ndim, const qx_long *dims, int nspace, const float *points, qx_long start,
+                        qx_long end, int comp_lo, int comp_hi, float *out);
+int UTILget_coords_rect(int ndim, const qx_long *dims, int nspace, const float *points, qx_long start,
+                        qx_long end, int comp_lo, int comp_hi, float *out);
+
+/* ---- extents --------------------------------------------------------------------------------------- */
+
+/* The box of one cell, nspace entries each in min and max.
+ *
+ * cell   cell sets: the number within the mesh; structured: the number of the cell's lowest node
+ *
+ * Returns 0 for a cell that is not there, unreported, with min and max as they were; 0 also where
+ * coordinates or a connect list cannot be had, which is reported under "fld_info". */
+int UTILcell_extent(mesh_info *mesh, qx_long cell, float *min, float *max);
+int UTILcell_extent_struct(mesh_info *mesh, qx_long cell, float *min, float *max);
+int UTILcell_extent_unif(mesh_info *mesh, qx_long cell, float *min, float *max);
+int UTILcell_extent_rect(mesh_info *mesh, qx_long cell, float *min, float *max);
+
+/* The box of all nodes that cells use: unused nodes do not count, so it may be smaller than the mesh's
+ * own. Returns 1, with min and max as they were if there is no cell; 0 where coordinates or a connect
+ * list cannot be had, which is reported under "fld_info". */
+int UTILfield_extent(mesh_info *mesh, float *min, float *max);
+
+SKOKLANA_END
+#endif

@@ -1,0 +1,34 @@
+// Growing lists. A list is tested once a cell, with a margin that holds whatever a single cell can add, so
+// that appends inside the cell need no test. It grows by a step; most steps then rise by half, truncated,
+// others stay.
+//
+// Capacities are visible to callers where a record or an argument exposes them: the growth points here are
+// part of those contracts.
+#pragma once
+
+#include <skoklana/host/tool.h>
+
+inline qx_long raised_step(qx_long step)
+{
+    return step + step / 2;
+}
+
+struct list_growth {
+    qx_long *capacity; // entries
+    qx_long *step;     // entries that the next growth adds
+    bool raise;        // whether a growth raises the step by half
+};
+
+// Room in a host array of qx_long for margin entries behind the used ones, by at most one growth. On
+// failure the list is as it was, still the caller's to release, though capacity and step have moved on.
+inline bool make_room(qx_long **list, qx_long used, qx_long margin, const list_growth &growth,
+                      const char *file, int line)
+{
+    if (used <= *growth.capacity - margin) return true;
+    *growth.capacity += *growth.step;
+    if (growth.raise) *growth.step = raised_step(*growth.step);
+    void *grown = ARRrealloc_f(*list, DTYPE_QX_LONG, *growth.capacity, 0, file, line);
+    if (grown == nullptr) return false;
+    *list = static_cast<qx_long *>(grown);
+    return true;
+}

@@ -1,0 +1,272 @@
+#include "support/host_calls.hpp"
+
+#include <climits>
+#include <cstdlib>
+#include <mutex>
+#include <unordered_set>
+
+namespace {
+
+struct allocator_state {
+    bool watching = false;
+    int asked = 0;
+    int refuse_from = INT_MAX, refuse_to = INT_MAX; // of the counter asked
+    bool refused = false;
+    std::unordered_set<void *> *live = nullptr;
+};
+
+thread_local allocator_state allocator;
+thread_local int inside = 0; // in a wrapped host call: what it allocates is the host's own
+
+struct guard {
+    guard() { ++inside; }
+    ~guard() { --inside; }
+};
+
+std::recursive_mutex lock;
+host_calls::record seen_calls;
+int stop_at = INT_MAX;
+const OM_named_func *table = nullptr;
+int table_count = 0;
+
+bool counted()
+{
+    return allocator.watching && inside == 0;
+}
+
+// Counts one request; true: to be refused.
+bool refuse()
+{
+    const int number = allocator.asked++;
+    const bool no = number >= allocator.refuse_from && number <= allocator.refuse_to;
+    allocator.refused = allocator.refused || no;
+    return no;
+}
+
+void track(void *block)
+{
+    guard g;
+    if (block != nullptr) allocator.live->insert(block);
+}
+
+void untrack(void *block)
+{
+    guard g;
+    if (block != nullptr && allocator.live != nullptr) allocator.live->erase(block);
+}
+
+} // namespace
+
+namespace host_calls {
+
+record &seen()
+{
+    return seen_calls;
+}
+
+void reset()
+{
+    const std::lock_guard<std::recursive_mutex> hold(lock);
+    seen_calls = record();
+    stop_at = INT_MAX;
+    allocator.refuse_from = allocator.refuse_to = INT_MAX;
+    allocator.refused = false;
+}
+
+std::vector<std::string> report_texts()
+{
+    std::vector<std::string> texts;
+    for (const report &r : seen_calls.reports)
+        texts.push_back(r.module + ": " + r.message);
+    return texts;
+}
+
+void interrupt_at(int k)
+{
+    stop_at = static_cast<int>(seen_calls.statuses.size()) + k;
+}
+
+watch::watch()
+{
+    allocator.live = new std::unordered_set<void *>;
+    allocator.asked = 0;
+    allocator.watching = true;
+}
+
+watch::~watch()
+{
+    allocator.watching = false;
+    delete allocator.live;
+    allocator.live = nullptr;
+    allocator.refuse_from = allocator.refuse_to = INT_MAX;
+}
+
+int watch::allocations() const
+{
+    return allocator.asked;
+}
+long watch::live_blocks() const
+{
+    return static_cast<long>(allocator.live->size());
+}
+
+void fail_allocation(int k)
+{
+    allocator.refuse_from = allocator.refuse_to = allocator.asked + k;
+    allocator.refused = false;
+}
+
+void fail_allocations_from(int k)
+{
+    allocator.refuse_from = allocator.asked + k;
+    allocator.refuse_to = INT_MAX;
+    allocator.refused = false;
+}
+
+bool allocation_was_refused()
+{
+    return allocator.refused;
+}
+
+const OM_named_func *named_funcs()
+{
+    return table;
+}
+int named_func_count()
+{
+    return table_count;
+}
+
+} // namespace host_calls
+
+extern "C" {
+
+void *__real_malloc(size_t size);
+void *__real_calloc(size_t count, size_t size);
+void *__real_realloc(void *block, size_t size);
+void __real_free(void *block);
+void *__real_ARRalloc_f(void *zero, int type, qx_long count, int zero2, const char *file, int line);
+void *__real_ARRrealloc_f(void *array, int type, qx_long count, int zero2, const char *file, int line);
+void __real_ARRfree_f(void *array, const char *file, int line);
+void __real_ERRerror(const char *module, int zero, int severity, const char *message);
+void __real_OMpush_status_range(int low, int high);
+void __real_OMpop_status_range(void);
+int __real_OMstatus_check(int percent, const char *message, int *stop);
+int __real_OMadd_named_funcs(const OM_named_func *rows, int count);
+
+void *__wrap_malloc(size_t size)
+{
+    if (!counted()) return __real_malloc(size);
+    if (refuse()) return nullptr;
+    void *block = __real_malloc(size);
+    track(block);
+    return block;
+}
+
+void *__wrap_calloc(size_t count, size_t size)
+{
+    if (!counted()) return __real_calloc(count, size);
+    if (refuse()) return nullptr;
+    void *block = __real_calloc(count, size);
+    track(block);
+    return block;
+}
+
+void *__wrap_realloc(void *old, size_t size)
+{
+    if (!counted()) return __real_realloc(old, size);
+    if (refuse()) return nullptr;
+    untrack(old);
+    void *block = __real_realloc(old, size);
+    track(block);
+    return block;
+}
+
+void __wrap_free(void *block)
+{
+    if (inside == 0) untrack(block);
+    __real_free(block);
+}
+
+void *__wrap_ARRalloc_f(void *zero, int type, qx_long count, int zero2, const char *file, int line)
+{
+    const bool count_it = counted();
+    if (count_it && refuse()) return nullptr;
+    guard g;
+    void *block = __real_ARRalloc_f(zero, type, count, zero2, file, line);
+    if (count_it) track(block);
+    return block;
+}
+
+void *__wrap_ARRrealloc_f(void *array, int type, qx_long count, int zero2, const char *file, int line)
+{
+    const bool count_it = counted();
+    if (count_it && refuse()) return nullptr;
+    guard g;
+    if (count_it) untrack(array);
+    void *block = __real_ARRrealloc_f(array, type, count, zero2, file, line);
+    if (count_it) track(block);
+    return block;
+}
+
+void __wrap_ARRfree_f(void *array, const char *file, int line)
+{
+    untrack(array);
+    guard g;
+    __real_ARRfree_f(array, file, line);
+}
+
+// Reports are recorded and go no further.
+void __wrap_ERRerror(const char *module, int zero, int severity, const char *message)
+{
+    guard g;
+    const std::lock_guard<std::recursive_mutex> hold(lock);
+    seen_calls.reports.push_back({module, zero, severity, message});
+}
+
+// The operation asks again; what was refused once is there the next time.
+void __wrap_ERRout_of_memory(const char *message)
+{
+    guard g;
+    const std::lock_guard<std::recursive_mutex> hold(lock);
+    seen_calls.out_of_memory.push_back(message);
+}
+
+void __wrap_OMpush_status_range(int low, int high)
+{
+    guard g;
+    const std::lock_guard<std::recursive_mutex> hold(lock);
+    seen_calls.pushes.push_back({low, high});
+    ++seen_calls.depth;
+    __real_OMpush_status_range(low, high);
+}
+
+void __wrap_OMpop_status_range(void)
+{
+    guard g;
+    const std::lock_guard<std::recursive_mutex> hold(lock);
+    --seen_calls.depth;
+    if (seen_calls.depth < seen_calls.lowest_depth) seen_calls.lowest_depth = seen_calls.depth;
+    __real_OMpop_status_range();
+}
+
+int __wrap_OMstatus_check(int percent, const char *message, int *stop)
+{
+    guard g;
+    const std::lock_guard<std::recursive_mutex> hold(lock);
+    const int number = static_cast<int>(seen_calls.statuses.size());
+    seen_calls.statuses.push_back({percent, message != nullptr ? message : "", seen_calls.depth});
+    const int result = __real_OMstatus_check(percent, message, stop);
+    if (stop != nullptr && number >= stop_at) *stop = 1;
+    return result;
+}
+
+int __wrap_OMadd_named_funcs(const OM_named_func *rows, int count)
+{
+    guard g;
+    table = rows;
+    table_count = count;
+    return __real_OMadd_named_funcs(rows, count);
+}
+
+} // extern "C"
