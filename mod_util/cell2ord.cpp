@@ -75,7 +75,8 @@ static bool fits_in_memory(qx_long ncells, int entries_per_cell)
 
 template <int Pieces, int Corners>
 static int tesselate_cells(const unsigned char (&pieces)[Pieces][Corners], int kind, qx_long ncells,
-                     const qx_long *connect, qx_long *new_ncells, qx_long **new_connect, int *new_nnodes)
+                           const qx_long *connect, qx_long *new_ncells, qx_long **new_connect,
+                           int *new_nnodes)
 {
     constexpr int entries_per_cell = Pieces * Corners;
     const bool fits = fits_in_memory(ncells, entries_per_cell);
@@ -97,7 +98,7 @@ static int tesselate_cells(const unsigned char (&pieces)[Pieces][Corners], int k
     int UTILtesselate_##suffix##_2(qx_long ncells, const qx_long *connect, qx_long *new_ncells,              \
                                    qx_long **new_connect, int *new_nnodes)                                   \
     {                                                                                                        \
-        return tesselate_cells(suffix##_pieces, kind, ncells, connect, new_ncells, new_connect, new_nnodes);       \
+        return tesselate_cells(suffix##_pieces, kind, ncells, connect, new_ncells, new_connect, new_nnodes); \
     }
 EXPORT_TESSELATE(line, CELL_LINE)
 EXPORT_TESSELATE(tri, CELL_TRI)

@@ -1,98 +1,149 @@
-// Coordinates of listed nodes on uniform and rectilinear meshes, a million at a time.
+// Coordinates of listed nodes on uniform and rectilinear meshes, a block of nodes at a time.
 //
-// Each node number is split into axis positions, which costs two divisions by the same two numbers all
-// along the list. They are done as multiplications by a reciprocal, exact for every node number, so that
-// positions are those of the plain division. The numbers of axes and coordinates are template arguments:
-// a row then has no inner loop left.
+// A node number is split into axis positions by two divisions. Here they are done in double, on loops over a
+// block that the compiler turns into vector instructions: for n below 2^51 the product n * (1 / d), rounded
+// to a whole number, is the quotient or one more, and a negative remainder tells which. Every number involved
+// is whole and below 2^53, so positions are exact, and their coordinates those of lattice.hpp bit for bit.
+// A block that holds another number, and what is left over at the end of a list, goes node by node.
 #pragma once
 
 #include "lattice.hpp"
 #include "simd.hpp"
 
-#include <type_traits>
+#include <cstring>
 
-// Division of numbers from 0 to 2^63 - 1 by one divisor d, in 1 to 2^63 - 1. With 2^(s - 1) < d <= 2^s and
-// r = 2^(63 + s) / d, rounded up, the error of n * r / 2^(63 + s) is below n / 2^63 / d, less than the 1 / d
-// that would carry the quotient over to the next whole number.
-//
-// Granlund and Montgomery. Division by invariant integers using multiplication. 1994
-struct exact_divisor {
-    __extension__ typedef unsigned __int128 wide;
+constexpr int block_nodes = 32;
 
-    uint64_t reciprocal;
-    int shift = 0;
+struct block_column {
+    float at[block_nodes];
+};
 
-    explicit exact_divisor(qx_long divisor)
+// From 2^52 to 2^53 doubles are the whole numbers: added to a smaller number this rounds it to a whole one.
+constexpr double whole_bias = 4503599627370496.0;
+
+FORCE_INLINE double whole_to_double(qx_long number)
+{
+    double biased;
+    const uint64_t bits = static_cast<uint64_t>(number) | 0x4330000000000000u; // 2^52 + number
+    memcpy(&biased, &bits, sizeof biased);
+    return biased - whole_bias;
+}
+
+// Division by one number, for many.
+struct block_divisor {
+    double divisor, inverse;
+
+    explicit block_divisor(qx_long d) : divisor(static_cast<double>(d)), inverse(1 / divisor) {}
+
+    FORCE_INLINE void divide(double number, double *quotient, double *remainder) const
     {
-        const uint64_t d = divisor > 0 ? static_cast<uint64_t>(divisor) : 1;
-        while ((uint64_t{1} << shift) < d)
-            ++shift;
-        reciprocal = static_cast<uint64_t>(((wide{1} << (63 + shift)) + d - 1) / d);
-    }
-
-    // 2n makes up for the bit by which the reciprocal falls short of 64.
-    qx_long quotient(qx_long n) const
-    {
-        return static_cast<qx_long>((static_cast<wide>(2 * static_cast<uint64_t>(n)) * reciprocal >> 64) >>
-                                    shift);
+        const double near = (number * inverse + whole_bias) - whole_bias;
+        const double rest = number - near * divisor;
+        *quotient = near - (rest < 0 ? 1.0 : 0.0);
+        *remainder = rest + (rest < 0 ? divisor : 0.0);
     }
 };
 
-// split_node for many nodes of one lattice.
-template <int ndim> struct node_splitter {
-    qx_long rows, planes; // nodes a row, rows a plane
-    exact_divisor by_row, by_plane;
+// Coordinates from positions on one axis, a block of them.
+FORCE_INLINE void block_coordinates(const uniform_axes &axes, int d, const double *position,
+                                    block_column *out)
+{
+    const float step = axes.step[d], first = axes.points[d];
+    for (int i = 0; i < block_nodes; ++i)
+        out->at[i] = static_cast<float>(position[i]) * step + first;
+}
 
-    explicit node_splitter(const qx_long *dims)
-        : rows(ndim > 1 ? dims[0] : 1), planes(ndim > 2 ? dims[1] : 1), by_row(rows), by_plane(planes)
-    {
-    }
+FORCE_INLINE void block_coordinates(const rectilinear_axes &axes, int d, const double *position,
+                                    block_column *out)
+{
+    const float *list = axes.points + axes.offset[d] * axes.nspace + d;
+    for (int i = 0; i < block_nodes; ++i)
+        out->at[i] = list[static_cast<int>(position[i]) * axes.nspace];
+}
 
-    lattice_position split(qx_long node) const
-    {
-        lattice_position position = {{node, 0, 0}};
-        if (ndim < 2) return position;
-        const qx_long row = by_row.quotient(node);
-        position.at[0] = node - row * rows;
-        position.at[1] = row;
-        if (ndim < 3) return position;
-        position.at[2] = by_plane.quotient(row);
-        position.at[1] = row - position.at[2] * planes;
-        return position;
-    }
-};
+// Whether the places of an axis list can be counted in int.
+inline bool has_short_lists(const uniform_axes &)
+{
+    return true;
+}
+
+inline bool has_short_lists(const rectilinear_axes &axes)
+{
+    bool all_short = true;
+    for (int d = 0; d < axes.ndim; ++d)
+        all_short = all_short && axes.dims[d] < (1 << 29);
+    return all_short;
+}
 
 // The coordinates of any node; Axes is uniform_axes or rectilinear_axes.
-template <typename Axes, int ndim_, int nspace_> struct compact_rows {
-    static constexpr int nspace = nspace_;
-
+template <typename Axes> struct compact_rows {
     Axes axes;
-    node_splitter<ndim_> splitter;
+    block_divisor row, plane;
+    bool short_lists;
 
-    explicit compact_rows(const Axes &axes_) : axes(axes_), splitter(axes_.dims) {}
-
-    FORCE_INLINE void read(qx_long node, float *row) const
+    explicit compact_rows(const Axes &axes_)
+        : axes(axes_), row(axes.ndim > 1 ? axes.dims[0] : 1), plane(axes.ndim > 2 ? axes.dims[1] : 1),
+          short_lists(has_short_lists(axes))
     {
-        const lattice_position position = splitter.split(node);
-        for (int d = 0; d < nspace; ++d)
-            row[d] = d < ndim_ ? axes.coordinate(d, position.at[d]) : axes.points[d];
+    }
+
+    // One node.
+    void read(qx_long node, float *coords) const
+    {
+        const lattice_position position = split_node(node, axes.ndim, axes.dims);
+        for (int d = 0; d < axes.nspace; ++d)
+            coords[d] = d < axes.ndim ? axes.coordinate(d, position.at[d]) : axes.points[d];
+    }
+
+    // Whether read_block takes these nodes.
+    FORCE_INLINE bool is_block(const qx_long *nodes) const
+    {
+        if (!short_lists) return false;
+        qx_long all = 0;
+        for (int i = 0; i < block_nodes; ++i)
+            all |= nodes[i];
+        return all >= 0 && all < qx_long{1} << 51;
+    }
+
+    // block_nodes nodes, a column for each coordinate.
+    FORCE_INLINE void read_block(const qx_long *nodes, block_column *columns) const
+    {
+        double position[3][block_nodes];
+        if (axes.ndim == 1) {
+            for (int i = 0; i < block_nodes; ++i)
+                position[0][i] = whole_to_double(nodes[i]);
+        } else if (axes.ndim == 2) {
+            for (int i = 0; i < block_nodes; ++i)
+                row.divide(whole_to_double(nodes[i]), &position[1][i], &position[0][i]);
+        } else {
+            for (int i = 0; i < block_nodes; ++i) {
+                double rows;
+                row.divide(whole_to_double(nodes[i]), &rows, &position[0][i]);
+                plane.divide(rows, &position[2][i], &position[1][i]);
+            }
+        }
+        for (int d = 0; d < axes.nspace; ++d) {
+            if (d < axes.ndim)
+                block_coordinates(axes, d, position[d], &columns[d]);
+            else
+                for (int i = 0; i < block_nodes; ++i)
+                    columns[d].at[i] = axes.points[d];
+        }
     }
 };
 
-// Calls body with the compact_rows of the axes' shape; a lattice has at most as many axes as space, which
-// has at most 3. Does nothing for other shapes: they are no meshes. Tells whether body ran.
-template <typename Axes, typename Body> bool with_compact_rows(const Axes &axes, Body body)
+// Columns to rows of nspace floats.
+FORCE_INLINE void store_block(const block_column *columns, int nspace, float *out)
 {
-    switch (axes.nspace >= axes.ndim ? 10 * axes.nspace + axes.ndim : 0) {
-#define ONE_SHAPE(nspace, ndim) \
-    case 10 * (nspace) + (ndim): body(compact_rows<Axes, ndim, nspace>(axes)); return true;
-        ONE_SHAPE(1, 1)
-        ONE_SHAPE(2, 1)
-        ONE_SHAPE(2, 2)
-        ONE_SHAPE(3, 1)
-        ONE_SHAPE(3, 2)
-        ONE_SHAPE(3, 3)
-#undef ONE_SHAPE
-    default: return false;
+    if (nspace == 3) {
+        for (int i = 0; i < block_nodes; ++i) {
+            out[3 * i] = columns[0].at[i];
+            out[3 * i + 1] = columns[1].at[i];
+            out[3 * i + 2] = columns[2].at[i];
+        }
+        return;
     }
+    for (int i = 0; i < block_nodes; ++i)
+        for (int d = 0; d < nspace; ++d)
+            out[nspace * i + d] = columns[d].at[i];
 }

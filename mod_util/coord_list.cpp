@@ -56,18 +56,52 @@ static qx_long scatter(qx_long nnodes, const qx_long *map, size_t row_bytes, con
 static void gather(qx_long count, const qx_long *list, size_t row_bytes, const void *from, void *to)
 {
     with_row_bytes(row_bytes, [&](auto constant) {
-        gather_rows<constant()>(count, list, row_bytes, static_cast<const char *>(from), static_cast<char *>(to));
+        gather_rows<constant()>(count, list, row_bytes, static_cast<const char *>(from),
+                                static_cast<char *>(to));
     });
 }
 
 // Row i of out is the position of node list[i].
 template <typename Axes>
-static int gather_compact(const Axes &axes, qx_long count, const qx_long *list, float *out)
+FORCE_INLINE void gather_compact(const compact_rows<Axes> &rows, qx_long count, const qx_long *list,
+                                 float *out)
 {
-    return with_compact_rows(axes, [=](const auto &rows) {
-        for (qx_long i = 0; i < count; ++i)
-            rows.read(list[i], out + i * rows.nspace);
-    });
+    const int nspace = rows.axes.nspace;
+    for (qx_long i = 0; i < count;) {
+        const qx_long *nodes = list + i;
+        float *target = out + i * nspace;
+        if (count - i >= block_nodes && rows.is_block(nodes)) {
+            block_column columns[3];
+            rows.read_block(nodes, columns);
+            store_block(columns, nspace, target);
+            i += block_nodes;
+        } else {
+            rows.read(*nodes, target);
+            ++i;
+        }
+    }
+}
+
+template <typename Axes>
+static void gather_compact_plain(const compact_rows<Axes> &rows, qx_long count, const qx_long *list,
+                                 float *out)
+{
+    gather_compact(rows, count, list, out);
+}
+
+template <typename Axes>
+TARGET_AVX2 static void gather_compact_avx2(const compact_rows<Axes> &rows, qx_long count,
+                                            const qx_long *list, float *out)
+{
+    gather_compact(rows, count, list, out);
+}
+
+template <typename Axes>
+static int list_compact(const Axes &axes, qx_long count, const qx_long *list, float *out)
+{
+    const compact_rows<Axes> rows(axes);
+    (have_avx2() ? gather_compact_avx2<Axes> : gather_compact_plain<Axes>)(rows, count, list, out);
+    return 1;
 }
 
 static size_t coord_bytes(const mesh_info *mesh)
@@ -92,14 +126,14 @@ int UTILcoord_list_struct(mesh_info *mesh, qx_long count, const qx_long *list, f
 int UTILcoord_list_unif(mesh_info *mesh, qx_long count, const qx_long *list, float *out)
 {
     if (!fetch_points(mesh)) return 0;
-    return gather_compact(uniform_axes(mesh->ndim, mesh->dims, mesh->nspace, mesh->points), count, list, out);
+    return list_compact(uniform_axes(mesh->ndim, mesh->dims, mesh->nspace, mesh->points), count, list, out);
 }
 
 int UTILcoord_list_rect(mesh_info *mesh, qx_long count, const qx_long *list, float *out)
 {
     if (!fetch_points(mesh)) return 0;
-    return gather_compact(rectilinear_axes(mesh->ndim, mesh->dims, mesh->nspace, mesh->points), count, list,
-                          out);
+    return list_compact(rectilinear_axes(mesh->ndim, mesh->dims, mesh->nspace, mesh->points), count, list,
+                        out);
 }
 
 qx_long UTILdata_list(mesh_info *mesh, int data_type, int veclen, const void *data, qx_long,

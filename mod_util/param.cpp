@@ -50,7 +50,7 @@ using mixing = std::conditional_t<std::is_same_v<T, double> || std::is_same_v<T,
 
 } // namespace
 
-template <typename T> static T between(T a, T b, float t)
+template <typename T> FORCE_INLINE T between(T a, T b, float t)
 {
     using real = mixing<T>;
     const real from = static_cast<real>(a);
@@ -60,39 +60,80 @@ template <typename T> static T between(T a, T b, float t)
 // Rows of veclen elements between rows of data; a component that is null at either end comes out null. A
 // constant of 0 stands for any veclen.
 template <typename T, bool nulls, int constant>
-static void eval_rows(const node_pairs pairs, int veclen_, const T *data, T null_value, const float *t, T *out)
+static void eval_rows(const node_pairs pairs, int veclen_, const T *data, T null_value, const float *t,
+                      T *out)
 {
     const int veclen = constant != 0 ? constant : veclen_;
     pairs.each_row(data, sizeof(T) * static_cast<size_t>(veclen), [=](qx_long i, qx_long a, qx_long b) {
         const T *from = data + a * veclen, *to = data + b * veclen;
         T *row = out + i * veclen;
+        const float at = t[i]; // read once: a store of bytes may be to anything
         for (int k = 0; k < veclen; ++k)
             row[k] = nulls && (from[k] == null_value || to[k] == null_value) ? null_value
-                                                                             : between(from[k], to[k], t[i]);
+                                                                             : between(from[k], to[k], at);
     });
 }
 
 template <typename T, bool nulls>
-static void eval(const node_pairs &pairs, int veclen, const void *data, T null_value, const float *t, void *out)
+static void eval(const node_pairs &pairs, int veclen, const void *data, T null_value, const float *t,
+                 void *out)
 {
     with_constant<int, 1, 2, 3>(veclen, [&](auto constant) {
-        eval_rows<T, nulls, constant()>(pairs, veclen, static_cast<const T *>(data), null_value, t, static_cast<T *>(out));
+        eval_rows<T, nulls, constant()>(pairs, veclen, static_cast<const T *>(data), null_value, t,
+                                        static_cast<T *>(out));
     });
 }
 
 template <typename Axes>
-static int eval_compact(const Axes &axes, const node_pairs &pairs, const float *t, float *out)
+FORCE_INLINE void eval_compact(const compact_rows<Axes> &rows, const node_pairs &pairs, const float *t,
+                               float *out)
 {
-    return with_compact_rows(axes, [=](const auto &rows) {
-        constexpr int nspace = std::decay_t<decltype(rows)>::nspace;
-        pairs.each(0, pairs.count, [&](qx_long i, qx_long a, qx_long b) {
-            float from[nspace], to[nspace];
-            rows.read(a, from);
-            rows.read(b, to);
+    const int nspace = rows.axes.nspace;
+    for (qx_long i = 0; i < pairs.count;) {
+        const qx_long *a = pairs.first + i, *b = pairs.second + i;
+        float *target = out + i * nspace;
+        if (pairs.count - i >= block_nodes && rows.is_block(a) && rows.is_block(b)) {
+            block_column from[3], to[3];
+            rows.read_block(a, from);
+            rows.read_block(b, to);
             for (int d = 0; d < nspace; ++d)
-                out[i * nspace + d] = between(from[d], to[d], t[i]);
-        });
-    });
+                for (int k = 0; k < block_nodes; ++k)
+                    from[d].at[k] = between(from[d].at[k], to[d].at[k], t[i + k]);
+            store_block(from, nspace, target);
+            i += block_nodes;
+        } else {
+            if ((*a | *b) >= 0) {
+                float from[3], to[3];
+                rows.read(*a, from);
+                rows.read(*b, to);
+                for (int d = 0; d < nspace; ++d)
+                    target[d] = between(from[d], to[d], t[i]);
+            }
+            ++i;
+        }
+    }
+}
+
+template <typename Axes>
+static void eval_compact_plain(const compact_rows<Axes> &rows, const node_pairs &pairs, const float *t,
+                               float *out)
+{
+    eval_compact(rows, pairs, t, out);
+}
+
+template <typename Axes>
+TARGET_AVX2 static void eval_compact_avx2(const compact_rows<Axes> &rows, const node_pairs &pairs,
+                                          const float *t, float *out)
+{
+    eval_compact(rows, pairs, t, out);
+}
+
+template <typename Axes>
+static int eval_on_axes(const Axes &axes, const node_pairs &pairs, const float *t, float *out)
+{
+    const compact_rows<Axes> rows(axes);
+    (have_avx2() ? eval_compact_avx2<Axes> : eval_compact_plain<Axes>)(rows, pairs, t, out);
+    return 1;
 }
 
 int UTILeval_param_coord(mesh_info *mesh, qx_long count, const qx_long *list_a, const qx_long *list_b,
@@ -107,7 +148,7 @@ int UTILeval_param_coord_unif(mesh_info *mesh, qx_long count, const qx_long *lis
                               const float *t, float *out)
 {
     if (!fetch_points(mesh)) return 0;
-    return eval_compact(uniform_axes(mesh->ndim, mesh->dims, mesh->nspace, mesh->points),
+    return eval_on_axes(uniform_axes(mesh->ndim, mesh->dims, mesh->nspace, mesh->points),
                         {count, list_a, list_b}, t, out);
 }
 
@@ -115,7 +156,7 @@ int UTILeval_param_coord_rect(mesh_info *mesh, qx_long count, const qx_long *lis
                               const float *t, float *out)
 {
     if (!fetch_points(mesh)) return 0;
-    return eval_compact(rectilinear_axes(mesh->ndim, mesh->dims, mesh->nspace, mesh->points),
+    return eval_on_axes(rectilinear_axes(mesh->ndim, mesh->dims, mesh->nspace, mesh->points),
                         {count, list_a, list_b}, t, out);
 }
 
