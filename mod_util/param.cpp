@@ -12,7 +12,6 @@
 #include "compact.hpp"
 #include "dtype.hpp"
 #include "fetch.hpp"
-#include "narrow.hpp"
 #include "rows.hpp"
 
 #include <algorithm>
@@ -55,7 +54,7 @@ template <typename T> FORCE_INLINE T between(T a, T b, float t)
 {
     using real = mixing<T>;
     const real from = static_cast<real>(a);
-    return narrow<T>((static_cast<real>(b) - from) * static_cast<real>(t) + from);
+    return truncate_to<T>((static_cast<real>(b) - from) * static_cast<real>(t) + from);
 }
 
 // Rows of veclen elements between rows of data; a component that is null at either end comes out null. A
