@@ -22,9 +22,7 @@
 #include <skoklana/cell_nodes.h>
 #include <skoklana/mesh.h>
 
-#ifdef __cplusplus
-extern "C" {
-#endif
+SKOKLANA_BEGIN
 
 typedef struct host_field host_field;
 
@@ -98,7 +96,5 @@ void host_clear_interrupt(void);
 /* The integer stored at a path such as "Templates.CONFIG.num_threads". 0: no such setting, or never set. */
 int host_get_setting(const char *path, int *value);
 
-#ifdef __cplusplus
-}
-#endif
+SKOKLANA_END
 #endif

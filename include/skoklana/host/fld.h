@@ -6,9 +6,7 @@
 
 #include <skoklana/types.h>
 
-#ifdef __cplusplus
-extern "C" {
-#endif
+SKOKLANA_BEGIN
 
 /* The nodes along each computational axis of a structured field, ndim entries. */
 int FLDget_dims(OMobj_id field, qx_long **dims, int *ndim);
@@ -21,7 +19,5 @@ int FLDget_cell_type(OMobj_id field, int set, int *type);
  * one; rows of 2, 4 or 8. Returns 1, or 0 for an ndim other than 1, 2 and 3. */
 int get_connect_struct(int ndim, const qx_long *dims, qx_long start, qx_long end, qx_long *connect);
 
-#ifdef __cplusplus
-}
-#endif
+SKOKLANA_END
 #endif

@@ -4,9 +4,7 @@
 
 #include <skoklana/types.h>
 
-#ifdef __cplusplus
-extern "C" {
-#endif
+SKOKLANA_BEGIN
 
 /* A function and the name by which a host binds it. */
 typedef struct OM_named_func {
@@ -37,7 +35,5 @@ int OMset_int_val(OMobj_id object, int value);
 extern const OMobj_id OMroot_obj; /* all settings hang below it */
 extern const OMobj_id OMnull_obj; /* no object */
 
-#ifdef __cplusplus
-}
-#endif
+SKOKLANA_END
 #endif

@@ -5,9 +5,7 @@
 
 #include <skoklana/types.h>
 
-#ifdef __cplusplus
-extern "C" {
-#endif
+SKOKLANA_BEGIN
 
 /* ---- reports --------------------------------------------------------------------------------------- */
 
@@ -62,7 +60,5 @@ typedef struct CPUprocessor_info {
 /* Non-zero on success. */
 int CPUget_processor_info(CPUprocessor_info *info);
 
-#ifdef __cplusplus
-}
-#endif
+SKOKLANA_END
 #endif

@@ -1,0 +1,34 @@
+// The plain edge table's inner step, in line for the kernels that register millions of edges.
+#pragma once
+
+#include <skoklana/iso.h>
+
+#include <algorithm>
+#include <cassert>
+
+// Room for one more edge: the next one is number table->nedges. False: the arrays could not grow and the
+// table is as it was.
+bool grow_edge_table(edge_table *table);
+
+// A bucket's chain holds all edges that the bucket's rule puts there, newest first.
+inline int append_edge(edge_table *table, int *head, qx_long lo, qx_long hi)
+{
+    const int edge = table->nedges;
+    if (edge + 1 >= table->max_edges - 1 && !grow_edge_table(table)) return -1;
+    table->nedges = edge + 1;
+    table->max_list[edge] = hi;
+    table->min_list[edge] = lo;
+    table->next[edge + 1] = *head;
+    *head = edge + 1;
+    return edge;
+}
+
+// The number of the edge between two nodes, which is made on first sight; -1: the table could not grow.
+inline int find_or_add_edge(edge_table *table, qx_long a, qx_long b)
+{
+    const qx_long lo = std::min(a, b), hi = std::max(a, b);
+    assert(lo >= 0 && lo < table->size);
+    for (int link = table->head[lo]; link != 0; link = table->next[link])
+        if (table->max_list[link - 1] == hi) return link - 1;
+    return append_edge(table, &table->head[lo], lo, hi);
+}
