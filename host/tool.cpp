@@ -78,17 +78,29 @@ size_t block_bytes(int type, qx_long count)
 
 // ---- matrices ------------------------------------------------------------------------------------------------
 
-// The widest a that a product can take the place of.
+// The longest row of a factor whose place its product can take.
 constexpr int most_inner = 64;
 
-// One row of a product, each element summed in the order of inner.
+// Width neighbouring elements of a product's row, each summed in the order of inner. Sums stay in registers.
+template <int Width> inline void sum_columns(const float *a, const float *m, float *out, int inner, int cols)
+{
+    float sum[Width] = {};
+    for (int k = 0; k < inner; ++k)
+        for (int c = 0; c < Width; ++c)
+            sum[c] += a[k] * m[k * cols + c];
+    for (int c = 0; c < Width; ++c)
+        out[c] = sum[c];
+}
+
 inline void row_by_mat(const float *a, const float *m, float *out, int inner, int cols)
 {
-    for (int c = 0; c < cols; ++c)
-        out[c] = 0;
-    for (int k = 0; k < inner; ++k)
-        for (int c = 0; c < cols; ++c)
-            out[c] += a[k] * m[k * cols + c];
+    int c = 0;
+    for (; c + 8 <= cols; c += 8)
+        sum_columns<8>(a, m + c, out + c, inner, cols);
+    for (; c + 3 <= cols; c += 3)
+        sum_columns<3>(a, m + c, out + c, inner, cols);
+    for (; c < cols; ++c)
+        sum_columns<1>(a, m + c, out + c, inner, cols);
 }
 
 } // namespace

@@ -8,6 +8,8 @@
 #include "report.hpp"
 
 #include <cstring>
+#include <limits>
+#include <type_traits>
 
 #define FOR_EACH_DTYPE(X)              \
     X(DTYPE_CHAR, signed char, char)   \
@@ -61,4 +63,20 @@ template <typename T> T null_value_of(int null_flag, const void *null_value)
     T value = 0;
     if (null_flag != 0) memcpy(&value, null_value, sizeof value);
     return value;
+}
+
+// A computed value as an element: kept as it is for the real types, truncated towards zero for the integer
+// ones. Beyond 32 bits, or 64 for qx_long, it stops at the end of that range, NaN at the lower end; the
+// narrow types take the low bits of the 32.
+template <typename T, typename Real> T truncate_to(Real value)
+{
+    if constexpr (std::is_integral_v<T>) {
+        using whole = std::conditional_t<sizeof(T) == 8, qx_long, int>;
+        constexpr Real beyond = -static_cast<Real>(std::numeric_limits<whole>::min());
+        if (value > -beyond && value < beyond) return static_cast<T>(static_cast<whole>(value));
+        return static_cast<T>(value >= beyond ? std::numeric_limits<whole>::max()
+                                              : std::numeric_limits<whole>::min());
+    } else {
+        return static_cast<T>(value);
+    }
 }

@@ -35,11 +35,23 @@ inline lattice_position split_node(qx_long node, int ndim, const qx_long *dims)
 // The steps to the next node along each axis; axes from ndim on have step 0 and are never taken.
 struct lattice_steps {
     qx_long row, plane;
+    qx_long column = 1;
 };
 
 inline lattice_steps steps_of(int ndim, const qx_long *dims)
 {
     return {ndim > 1 ? dims[0] : 0, ndim > 2 ? dims[0] * dims[1] : 0};
+}
+
+// The same with step 0 along axes of one node: the corners on both sides of such an axis are one node, and a
+// cell of a mesh that is flat there has no corner outside it.
+inline lattice_steps flat_steps_of(int ndim, const qx_long *dims)
+{
+    lattice_steps step = steps_of(ndim, dims);
+    if (dims[0] == 1) step.column = 0;
+    if (ndim > 1 && dims[1] == 1) step.row = 0;
+    if (ndim > 2 && dims[2] == 1) step.plane = 0;
+    return step;
 }
 
 inline void connect_order_nodes(qx_long lowest, const lattice_steps &step, int ncorners, qx_long *nodes)
@@ -51,7 +63,7 @@ inline void connect_order_nodes(qx_long lowest, const lattice_steps &step, int n
 
 inline void location_order_nodes(qx_long lowest, const lattice_steps &step, int ncorners, qx_long *nodes)
 {
-    const qx_long offsets[4] = {1, 0, step.row, step.row + 1};
+    const qx_long offsets[4] = {step.column, 0, step.row, step.row + step.column};
     for (int corner = 0; corner < ncorners; ++corner)
         nodes[corner] = lowest + offsets[corner & 3] + (corner > 3 ? step.plane : 0);
 }

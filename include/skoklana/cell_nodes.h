@@ -5,7 +5,9 @@
  * hexahedra start at a top corner and step around with u negative, simplices end at the parametric origin,
  * pyramids start at the apex. Second-order cells number their corners first, as the first order does.
  *
- * Rows are u, v, w; what a kind does not use is 0. Constant data, safe to read from any thread. */
+ * Rows are u, v, w; what a kind does not use is 0. Constant data, safe to read from any thread, and in C++
+ * part of constant expressions. Shape functions exist for both orders of all kinds but the pyramid, whose
+ * second order is known to the tesselation alone. */
 #ifndef SKOKLANA_CELL_NODES_H
 #define SKOKLANA_CELL_NODES_H
 
@@ -31,8 +33,14 @@ typedef struct cell_kind_nodes {
     float position[20][3]; /* corners first, then the further nodes of the second order */
 } cell_kind_nodes;
 
+#ifdef __cplusplus
+#define SKOKLANA_CONSTANT constexpr
+#else
+#define SKOKLANA_CONSTANT const
+#endif
+
 /* By kind. */
-static const cell_kind_nodes cell_kinds[CELL_KINDS] = {
+static SKOKLANA_CONSTANT cell_kind_nodes cell_kinds[CELL_KINDS] = {
     /* line */
     {1, 2, 3, {{-1, 0, 0}, {1, 0, 0}, {0, 0, 0}}},
     /* tri */
@@ -94,6 +102,8 @@ static const cell_kind_nodes cell_kinds[CELL_KINDS] = {
                 {1, 1, -1}, {-1, 0, 1},  {0, -1, 1}, {1, 0, 1},   {0, 1, 1},   {-1, 0, -1},  {0, -1, -1},
                 {1, 0, -1}, {0, 1, -1},  {-1, 1, 0}, {-1, -1, 0}, {1, -1, 0},  {1, 1, 0}}},
 };
+
+#undef SKOKLANA_CONSTANT
 
 #ifdef __cplusplus
 }

@@ -1,0 +1,94 @@
+// Isosurfaces over cell sets.
+//
+// Volume cells give triangles by the isosurface cases, through one kernel for all four kinds. Surface cells
+// in the same mesh give lines, by the isoline kernels, over the same new nodes.
+#include "cases.hpp"
+#include "cell_set.hpp"
+#include "extract.hpp"
+
+struct surface_rules {
+    static constexpr qx_long first_capacity = 1024;
+    // A hex case makes at most 5 triangles, 15 entries; the rest is headroom so that a test a cell suffices.
+    static constexpr qx_long margin = 25;
+    static constexpr bool raises_step = true;
+    static constexpr bool checks_status = true;
+    static constexpr const char *connect_module = "UTILslice";
+    static constexpr const char *map_module = "UTILslice";
+    static constexpr int nodes_each = 3;
+
+    static int count(const iso_case &row) { return row.ntriangles; }
+
+    // Cells number their corners the other way round than the case tables see them, so every triangle is
+    // turned.
+    static void append(const iso_case &row, const int *number, qx_long *connect)
+    {
+        for (int i = 0; i < 3 * row.ntriangles; i += 3) {
+            connect[i] = number[row.points[i]];
+            connect[i + 1] = number[row.points[i + 2]];
+            connect[i + 2] = number[row.points[i + 1]];
+        }
+    }
+};
+
+walk_end walk_hex(set_walk &walk)
+{
+    return walk_set<hex_cases, surface_rules>(walk);
+}
+
+walk_end walk_prism(set_walk &walk)
+{
+    return walk_set<prism_cases, surface_rules>(walk);
+}
+
+walk_end walk_pyr(set_walk &walk)
+{
+    return walk_set<pyr_cases, surface_rules>(walk);
+}
+
+walk_end walk_tet(set_walk &walk)
+{
+    return walk_set<tet_cases, surface_rules>(walk);
+}
+
+static set_kernel slice_kernel(const mesh_info *mesh, int set)
+{
+    switch (mesh->cell_ndim[set]) {
+    case 3: return {set_function<slice_cell_func>(mesh, set, SLOT_SLICE, SLOT_SUB_SLICE), true};
+    case 2: return {set_function<slice_cell_func>(mesh, set, SLOT_ISOLINE, SLOT_SUB_ISOLINE), false};
+    default: return {nullptr, false};
+    }
+}
+
+int UTILslice_cells(mesh_info *mesh, const void *data, int data_type, int null_flag, const void *null_value,
+                    double level, qx_long *nnodes_out, qx_long **min_node, qx_long **max_node, qx_long *nline,
+                    qx_long **line_conn, qx_long *nline_conn, qx_long *ntri, qx_long **tri_conn,
+                    qx_long *ntri_conn, qx_long *cell_map_count, qx_long **cell_map)
+{
+    const extract_rules rules = {"UTILslice", 1024, true, slice_kernel};
+    level_result result;
+    const int status = extract_level(
+        {mesh, data, data_type, null_flag, null_value, level, cell_map_count, cell_map}, rules, &result);
+    *nnodes_out = result.nnodes;
+    *min_node = result.min_node;
+    *max_node = result.max_node;
+    *nline = result.lines.count;
+    *line_conn = result.lines.connect;
+    *nline_conn = result.lines.used;
+    *ntri = result.triangles.count;
+    *tri_conn = result.triangles.connect;
+    *ntri_conn = result.triangles.used;
+    return status;
+}
+
+#define EXPORT_KERNEL(kind)                                                                          \
+    qx_long UTILslice_##kind(mesh_info *mesh, int set, int null_flag, unsigned char *flags,          \
+                             edge_table *table, qx_long **connect, qx_long *used, qx_long *capacity, \
+                             qx_long **cell_map)                                                     \
+    {                                                                                                \
+        return run_kernel(walk_##kind, mesh, set, null_flag, flags, table, connect, used, capacity,  \
+                          cell_map);                                                                 \
+    }
+EXPORT_KERNEL(hex)
+EXPORT_KERNEL(prism)
+EXPORT_KERNEL(pyr)
+EXPORT_KERNEL(tet)
