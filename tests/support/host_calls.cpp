@@ -140,6 +140,9 @@ int named_func_count()
 } // namespace host_calls
 
 extern "C" {
+// Visible, since sanitized libraries name the allocator without a version, and the linker takes that for a
+// reference to the wrapped name too.
+#pragma GCC visibility push(default)
 
 void *__real_malloc(size_t size);
 void *__real_calloc(size_t count, size_t size);
@@ -269,4 +272,5 @@ int __wrap_OMadd_named_funcs(const OM_named_func *rows, int count)
     return __real_OMadd_named_funcs(rows, count);
 }
 
+#pragma GCC visibility pop
 } // extern "C"
