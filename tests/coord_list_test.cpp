@@ -208,6 +208,26 @@ TEST(CoordList, PositionsAreExactOnVastLattices)
     EXPECT_TRUE(below && above) << "not all sizes of node numbers were reached";
 }
 
+// An axis list too long to be counted in int, of which only the start is there.
+TEST(CoordList, LongAxisListsAreRead)
+{
+    qx_long dims[3] = {4, 3, qx_long{1} << 33};
+    std::vector<float> points = meshes::random_values<float>(1, 3 * (4 + 3 + 50), -1, 1);
+    mesh_info mesh = {};
+    mesh.ndim = mesh.nspace = 3;
+    mesh.dims = dims;
+    mesh.points = points.data();
+    const std::vector<qx_long> list = random_nodes(1, 200, 4 * 3 * 50);
+    std::vector<float> out(3 * list.size());
+    ASSERT_EQ(UTILcoord_list_rect(&mesh, 200, list.data(), out.data()), 1);
+    for (size_t i = 0; i < list.size(); ++i) {
+        const size_t node = static_cast<size_t>(list[i]);
+        EXPECT_EQ(out[3 * i], points[3 * (node % 4)]);
+        EXPECT_EQ(out[3 * i + 1], points[3 * (4 + node / 4 % 3) + 1]);
+        EXPECT_EQ(out[3 * i + 2], points[3 * (7 + node / 12) + 2]);
+    }
+}
+
 TEST(CoordList, FailedFetchGivesNothingAndTheNextCallSucceeds)
 {
     const lattices::shape shape = {{4, 3}, 2};
