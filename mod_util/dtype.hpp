@@ -8,6 +8,7 @@
 #include "report.hpp"
 
 #include <cstring>
+#include <limits>
 
 #define FOR_EACH_DTYPE(X)              \
     X(DTYPE_CHAR, signed char, char)   \
