@@ -9,6 +9,7 @@
 
 #include <cstring>
 #include <limits>
+#include <type_traits>
 
 #define FOR_EACH_DTYPE(X)              \
     X(DTYPE_CHAR, signed char, char)   \
