@@ -37,7 +37,7 @@ float UTILjacobian_1d_inv(int n, const float *deriv, const float *coords, float 
     MATvec_by_mat(deriv, coords, tangent, 1, n, 3);
     const float len = length(vec3_at(tangent));
     if (len == 0) return 0;
-    curve_frame(vec3_at(tangent) / len, frame);
+    curve_axes(vec3_at(tangent) / len).store(frame);
     MATvec_by_mat(coords, frame, local, n, 3, 3);
     *inv = static_cast<float>(1.0 / len);
     return len;
@@ -48,7 +48,7 @@ float UTILjacobian_2d_inv(int n, const float *deriv, const float *coords, float 
 {
     float tangents[6];
     MATvec_by_mat(deriv, coords, tangents, 2, n, 3);
-    surface_frame(vec3_at(tangents), vec3_at(tangents + 3), frame);
+    surface_axes(vec3_at(tangents), vec3_at(tangents + 3)).store(frame);
     MATvec_by_mat(coords, frame, local, n, 3, 3);
     MATvec_by_mat(deriv, local, tangents, 2, n, 3);
     for (int row = 0; row < 2; ++row)

@@ -1,48 +1,46 @@
-// Vectors of three floats and the local frames of curves and surfaces. All in float, each operation rounded,
-// so that the exported Jacobians and the reverse mapping agree bit for bit.
+// Vectors of three floats and the local frames of curves and surfaces. All in float, each operation rounded and
+// sums from left to right, so that the exported Jacobians and the reverse mapping agree bit for bit.
+//
+// A vector fills three lanes of a register of four. The fourth is arbitrary and never looked at.
 #pragma once
 
 #include "simd.hpp"
 
 #include <cmath>
 
-struct vec3 {
-    float x, y, z;
-};
+typedef float vec3 __attribute__((vector_size(16)));
 
 FORCE_INLINE vec3 vec3_at(const float *p)
 {
-    return {p[0], p[1], p[2]};
-}
-
-FORCE_INLINE vec3 operator-(const vec3 &a, const vec3 &b)
-{
-    return {a.x - b.x, a.y - b.y, a.z - b.z};
-}
-
-FORCE_INLINE vec3 operator*(const vec3 &a, float s)
-{
-    return {a.x * s, a.y * s, a.z * s};
-}
-
-FORCE_INLINE vec3 operator/(const vec3 &a, float s)
-{
-    return {a.x / s, a.y / s, a.z / s};
+    return vec3{p[0], p[1], p[2], 0};
 }
 
 FORCE_INLINE float dot(const vec3 &a, const vec3 &b)
 {
-    return a.x * b.x + a.y * b.y + a.z * b.z;
+    const vec3 p = a * b;
+    return p[0] + p[1] + p[2];
 }
 
 FORCE_INLINE vec3 cross(const vec3 &a, const vec3 &b)
 {
-    return {a.y * b.z - a.z * b.y, a.z * b.x - a.x * b.z, a.x * b.y - a.y * b.x};
+    return __builtin_shufflevector(a, a, 1, 2, 0, 3) * __builtin_shufflevector(b, b, 2, 0, 1, 3) -
+           __builtin_shufflevector(a, a, 2, 0, 1, 3) * __builtin_shufflevector(b, b, 1, 2, 0, 3);
 }
 
+// The dot products of a with b, c and d.
+FORCE_INLINE vec3 dots(const vec3 &a, const vec3 &b, const vec3 &c, const vec3 &d)
+{
+    const vec3 pb = a * b, pc = a * c, pd = a * d;
+    const vec3 xy = __builtin_shufflevector(pb, pc, 0, 4, 1, 5),
+               zz = __builtin_shufflevector(pb, pc, 2, 6, 3, 7);
+    return __builtin_shufflevector(xy, pd, 0, 1, 4, 5) + __builtin_shufflevector(xy, pd, 2, 3, 5, 5) +
+           __builtin_shufflevector(zz, pd, 0, 1, 6, 6);
+}
+
+// The root of a float is the same taken in float or in double and rounded: double has more than twice the digits.
 FORCE_INLINE float length(const vec3 &a)
 {
-    return static_cast<float>(std::sqrt(static_cast<double>(dot(a, a))));
+    return std::sqrt(dot(a, a));
 }
 
 // The determinant of the matrix with rows a, b, c.
@@ -62,27 +60,36 @@ FORCE_INLINE vec3 normalised(const vec3 &a)
     return len > shortest_direction ? a / len : a;
 }
 
-// frame: 3 x 3, the local axes as columns; a row vector times frame is in local axes.
-FORCE_INLINE void set_columns(const vec3 &a, const vec3 &b, const vec3 &c, float *frame)
-{
-    const float rows[9] = {a.x, b.x, c.x, a.y, b.y, c.y, a.z, b.z, c.z};
-    for (int i = 0; i < 9; ++i)
-        frame[i] = rows[i];
-}
+// The local axes in space. As a 3 x 3 matrix they are its columns, so that a row vector times the matrix is
+// the vector in local axes.
+struct local_axes {
+    vec3 a, b, c;
 
-// Local axes of a curve: its unit tangent, the normal m, the side vector s.
-FORCE_INLINE void curve_frame(const vec3 &unit, float *frame)
+    FORCE_INLINE vec3 operator()(const vec3 &v) const { return dots(v, a, b, c); }
+
+    FORCE_INLINE void store(float *frame) const
+    {
+        for (int row = 0; row < 3; ++row) {
+            frame[3 * row] = a[row];
+            frame[3 * row + 1] = b[row];
+            frame[3 * row + 2] = c[row];
+        }
+    }
+};
+
+// Of a curve: its unit tangent, the normal m, the side vector s.
+FORCE_INLINE local_axes curve_axes(const vec3 &unit)
 {
-    const vec3 side = std::fabs(unit.y) > along_y ? vec3{0, -unit.z, unit.y} : vec3{-unit.z, 0, unit.x};
+    const vec3 side =
+        std::fabs(unit[1]) > along_y ? vec3{0, -unit[2], unit[1], 0} : vec3{-unit[2], 0, unit[0], 0};
     const vec3 s = normalised(side);
-    set_columns(unit, cross(s, unit), s, frame);
+    return {unit, cross(s, unit), s};
 }
 
-// Local axes of a surface with two tangents: the first one's direction, the in-plane normal to it, and the
-// normal of the surface.
-FORCE_INLINE void surface_frame(const vec3 &tangent_u, const vec3 &tangent_v, float *frame)
+// Of a surface with two tangents: the first one's direction, the in-plane normal to it, the surface's normal.
+FORCE_INLINE local_axes surface_axes(const vec3 &tangent_u, const vec3 &tangent_v)
 {
     const vec3 e1 = normalised(tangent_u);
     const vec3 normal = normalised(cross(e1, tangent_v));
-    set_columns(e1, cross(normal, e1), normal, frame);
+    return {e1, cross(normal, e1), normal};
 }
