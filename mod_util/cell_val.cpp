@@ -33,7 +33,8 @@ struct cell_field {
 // Only the first component tells whether a row is null.
 template <typename T> static bool touches_null(const cell_field &field)
 {
-    const T *data = static_cast<const T *>(field.data), null = null_value_of<T>(field.null_flag, field.null_value);
+    const T *data = static_cast<const T *>(field.data),
+            null = null_value_of<T>(field.null_flag, field.null_value);
     for (int k = 0; k < field.nnodes; ++k)
         if (data[field.nodes[k] * field.veclen] == null) return true;
     return false;
@@ -63,7 +64,8 @@ static int interpolate_in_cell(const cell_field &field, int npts, const float *u
     if (field.nnodes < 1 || field.nnodes > most_nodes) return 0;
     float values[gather_room], n[most_nodes];
     const int block = std::min(field.veclen, gather_room / field.nnodes);
-    for (int first = 0, count = block; count > 0; first += count, count = std::min(block, field.veclen - first)) {
+    for (int first = 0, count = block; count > 0;
+         first += count, count = std::min(block, field.veclen - first)) {
         const int gathered = with_dtype(field.data_type, "UTILinterp", [&](auto tag) {
             using T = typename decltype(tag)::type;
             if (field.null_flag != 0 && first == 0 && touches_null<T>(field)) {
@@ -108,14 +110,9 @@ int UTILinterp_cell_val_struct(mesh_info *mesh, qx_long cell, int veclen, const 
     location_order_nodes(cell, flat_steps_of(mesh->ndim, mesh->dims), ncorners, nodes);
     // The last position of an axis starts no cell.
     if (*std::max_element(nodes, nodes + ncorners) >= mesh->nnodes) return 0;
-    const cell_field field = {nodes,
-                              ncorners,
-                              set_function<shape_func>(mesh, 0, SLOT_SHAPE_FUNC),
-                              veclen,
-                              data,
-                              data_type,
-                              null_flag,
-                              null_value};
+    const cell_field field = {nodes,     ncorners,  set_function<shape_func>(mesh, 0, SLOT_SHAPE_FUNC),
+                              veclen,    data,      data_type,
+                              null_flag, null_value};
     return interpolate_in_cell(field, npts, uvw, out);
 }
 
@@ -123,5 +120,6 @@ int UTILtesselate_cell_val(const qx_long *nodes, int nnodes, shape_func shape, i
                            int data_type, int null_flag, const void *null_value, int npts, const float *uvw,
                            float *out)
 {
-    return interpolate_in_cell({nodes, nnodes, shape, veclen, data, data_type, null_flag, null_value}, npts, uvw, out);
+    return interpolate_in_cell({nodes, nnodes, shape, veclen, data, data_type, null_flag, null_value}, npts,
+                               uvw, out);
 }

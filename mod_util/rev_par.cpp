@@ -70,7 +70,10 @@ template <int N> struct solid_chart {
     vec3 point;
     vec3 inverse[3]; // columns of the inverse Jacobian
 
-    FORCE_INLINE solid_chart(const float *coords, const float *at) : point(vec3_at(at)) { nodes.load(coords); }
+    FORCE_INLINE solid_chart(const float *coords, const float *at) : point(vec3_at(at))
+    {
+        nodes.load(coords);
+    }
 
     FORCE_INLINE float lay(const float *d)
     {
@@ -344,10 +347,10 @@ int UTILrev_par_tet_1(const float *coords, const float *point, float *uvw)
     return locate_in_tetrahedron(coords, point, uvw);
 }
 
-#define EXPORT_REV_PAR(suffix, kind, order)                                        \
-    int UTILrev_par_##suffix(const float *coords, const float *point, float *uvw)  \
-    {                                                                              \
-        return locate_in_cell<kind, order>(coords, point, uvw);                            \
+#define EXPORT_REV_PAR(suffix, kind, order)                                       \
+    int UTILrev_par_##suffix(const float *coords, const float *point, float *uvw) \
+    {                                                                             \
+        return locate_in_cell<kind, order>(coords, point, uvw);                   \
     }
 EXPORT_REV_PAR(line_2, CELL_LINE, 2)
 EXPORT_REV_PAR(tri_2, CELL_TRI, 2)

@@ -21,19 +21,19 @@
 #include <utility>
 
 // Kinds and orders that have shape functions, as X(suffix of the exported names, kind, order).
-#define FOR_EACH_SHAPE(X)     \
-    X(line_1, CELL_LINE, 1)   \
-    X(line_2, CELL_LINE, 2)   \
-    X(tri_1, CELL_TRI, 1)     \
-    X(tri_2, CELL_TRI, 2)     \
-    X(quad_1, CELL_QUAD, 1)   \
-    X(quad_2, CELL_QUAD, 2)   \
-    X(hex_1, CELL_HEX, 1)     \
-    X(hex_2, CELL_HEX, 2)     \
-    X(tet_1, CELL_TET, 1)     \
-    X(tet_2, CELL_TET, 2)     \
-    X(pent_1, CELL_PRISM, 1)  \
-    X(pent_2, CELL_PRISM, 2)  \
+#define FOR_EACH_SHAPE(X)    \
+    X(line_1, CELL_LINE, 1)  \
+    X(line_2, CELL_LINE, 2)  \
+    X(tri_1, CELL_TRI, 1)    \
+    X(tri_2, CELL_TRI, 2)    \
+    X(quad_1, CELL_QUAD, 1)  \
+    X(quad_2, CELL_QUAD, 2)  \
+    X(hex_1, CELL_HEX, 1)    \
+    X(hex_2, CELL_HEX, 2)    \
+    X(tet_1, CELL_TET, 1)    \
+    X(tet_2, CELL_TET, 2)    \
+    X(pent_1, CELL_PRISM, 1) \
+    X(pent_2, CELL_PRISM, 2) \
     X(pyr_1, CELL_PYR, 1)
 
 // ---- where a node stands ------------------------------------------------------------------------------------
@@ -72,14 +72,18 @@ constexpr int barycentric_slope(int corner, int axes, int axis)
 
 template <int Place> FORCE_INLINE double axis_factor(double u)
 {
-    if constexpr (Place == 0) return 1 - u * u;
-    else return 1 + Place * u;
+    if constexpr (Place == 0)
+        return 1 - u * u;
+    else
+        return 1 + Place * u;
 }
 
 template <int Place> FORCE_INLINE double axis_slope(double u)
 {
-    if constexpr (Place == 0) return -2 * u;
-    else return Place;
+    if constexpr (Place == 0)
+        return -2 * u;
+    else
+        return Place;
 }
 
 // ---- lines, quadrilaterals, hexahedra ------------------------------------------------------------------------
@@ -113,12 +117,14 @@ template <int Kind, int Order> struct tensor_shape {
         return 1.0 / (1 << halvings);
     }
 
-    template <int Node, std::size_t... D> static FORCE_INLINE double value(const at &p, std::index_sequence<D...>)
+    template <int Node, std::size_t... D>
+    static FORCE_INLINE double value(const at &p, std::index_sequence<D...>)
     {
         const double product = (axis_factor<place_on_axis(Kind, Node, D)>(p.u[D]) * ... * scale<Node>());
         if constexpr (is_serendipity_corner<Node>())
             return product * (((place_on_axis(Kind, Node, D) * p.u[D]) + ...) - (axes - 1));
-        else return product;
+        else
+            return product;
     }
 
     template <int Node, int Axis, std::size_t... D>
@@ -131,7 +137,8 @@ template <int Kind, int Order> struct tensor_shape {
         if constexpr (is_serendipity_corner<Node>())
             return product * (((place_on_axis(Kind, Node, D) * p.u[D]) + ...) - (axes - 1) +
                               axis_factor<place_on_axis(Kind, Node, Axis)>(p.u[Axis]));
-        else return product;
+        else
+            return product;
     }
 
     template <int Node> static FORCE_INLINE double value(const at &p)
@@ -178,17 +185,23 @@ template <int Kind, int Order> struct simplex_shape {
     template <int Node> static FORCE_INLINE double value(const at &p)
     {
         constexpr simplex_ends e = ends_in_simplex(Kind, axes, Node);
-        if constexpr (Order == 1) return p.L[e.a];
-        else if constexpr (e.a == e.b) return p.L[e.a] * (2 * p.L[e.a] - 1);
-        else return 4 * p.template pair<e.a, e.b>();
+        if constexpr (Order == 1)
+            return p.L[e.a];
+        else if constexpr (e.a == e.b)
+            return p.L[e.a] * (2 * p.L[e.a] - 1);
+        else
+            return 4 * p.template pair<e.a, e.b>();
     }
 
     template <int Node, int Axis> static FORCE_INLINE double slope(const at &p)
     {
         constexpr simplex_ends e = ends_in_simplex(Kind, axes, Node);
-        if constexpr (Order == 1) return barycentric_slope(e.a, axes, Axis);
-        else if constexpr (e.a == e.b) return barycentric_slope(e.a, axes, Axis) * (4 * p.L[e.a] - 1);
-        else return 4 * p.template pair_slope<e.a, e.b, Axis>();
+        if constexpr (Order == 1)
+            return barycentric_slope(e.a, axes, Axis);
+        else if constexpr (e.a == e.b)
+            return barycentric_slope(e.a, axes, Axis) * (4 * p.L[e.a] - 1);
+        else
+            return 4 * p.template pair_slope<e.a, e.b, Axis>();
     }
 };
 
@@ -215,10 +228,14 @@ template <int Order> struct prism_shape {
         constexpr simplex_ends e = ends_in_simplex(CELL_PRISM, 2, Node);
         constexpr int c = place_on_axis(CELL_PRISM, Node, 2);
         const double along = axis_factor<c>(p.w), L = p.base.L[e.a];
-        if constexpr (Order == 1) return L * along / 2;
-        else if constexpr (c == 0) return L * along;
-        else if constexpr (e.a == e.b) return L * along * (2 * L + c * p.w - 2) / 2;
-        else return 2 * p.base.template pair<e.a, e.b>() * along;
+        if constexpr (Order == 1)
+            return L * along / 2;
+        else if constexpr (c == 0)
+            return L * along;
+        else if constexpr (e.a == e.b)
+            return L * along * (2 * L + c * p.w - 2) / 2;
+        else
+            return 2 * p.base.template pair<e.a, e.b>() * along;
     }
 
     template <int Node, int Axis> static FORCE_INLINE double slope(const at &p)
@@ -229,15 +246,23 @@ template <int Order> struct prism_shape {
         const double L = p.base.L[e.a];
         if constexpr (Axis < 2) {
             const double along = axis_factor<c>(p.w);
-            if constexpr (Order == 1) return dL * along / 2;
-            else if constexpr (c == 0) return dL * along;
-            else if constexpr (e.a == e.b) return dL * along * (4 * L + c * p.w - 2) / 2;
-            else return 2 * p.base.template pair_slope<e.a, e.b, Axis>() * along;
+            if constexpr (Order == 1)
+                return dL * along / 2;
+            else if constexpr (c == 0)
+                return dL * along;
+            else if constexpr (e.a == e.b)
+                return dL * along * (4 * L + c * p.w - 2) / 2;
+            else
+                return 2 * p.base.template pair_slope<e.a, e.b, Axis>() * along;
         } else {
-            if constexpr (Order == 1) return c * L / 2;
-            else if constexpr (c == 0) return L * axis_slope<c>(p.w);
-            else if constexpr (e.a == e.b) return c * L * (2 * L + 2 * c * p.w - 1) / 2;
-            else return 2 * c * p.base.template pair<e.a, e.b>();
+            if constexpr (Order == 1)
+                return c * L / 2;
+            else if constexpr (c == 0)
+                return L * axis_slope<c>(p.w);
+            else if constexpr (e.a == e.b)
+                return c * L * (2 * L + 2 * c * p.w - 1) / 2;
+            else
+                return 2 * c * p.base.template pair<e.a, e.b>();
         }
     }
 };
@@ -253,14 +278,18 @@ struct pyramid_shape {
 
     template <int Node> static FORCE_INLINE double value(const at &p)
     {
-        if constexpr (Node == 0) return axis_factor<1>(p.u[2]) / 2;
-        else return base::value<Node>(p);
+        if constexpr (Node == 0)
+            return axis_factor<1>(p.u[2]) / 2;
+        else
+            return base::value<Node>(p);
     }
 
     template <int Node, int Axis> static FORCE_INLINE double slope(const at &p)
     {
-        if constexpr (Node == 0) return Axis == 2 ? 0.5 : 0.0;
-        else return base::slope<Node, Axis>(p);
+        if constexpr (Node == 0)
+            return Axis == 2 ? 0.5 : 0.0;
+        else
+            return base::slope<Node, Axis>(p);
     }
 };
 
@@ -268,10 +297,14 @@ struct pyramid_shape {
 
 template <int Kind, int Order> constexpr auto shape_family()
 {
-    if constexpr (Kind == CELL_TRI || Kind == CELL_TET) return simplex_shape<Kind, Order>{};
-    else if constexpr (Kind == CELL_PRISM) return prism_shape<Order>{};
-    else if constexpr (Kind == CELL_PYR) return pyramid_shape{};
-    else return tensor_shape<Kind, Order>{};
+    if constexpr (Kind == CELL_TRI || Kind == CELL_TET)
+        return simplex_shape<Kind, Order>{};
+    else if constexpr (Kind == CELL_PRISM)
+        return prism_shape<Order>{};
+    else if constexpr (Kind == CELL_PYR)
+        return pyramid_shape{};
+    else
+        return tensor_shape<Kind, Order>{};
 }
 
 template <int Kind_, int Order> struct cell_shape {
@@ -299,7 +332,7 @@ template <int Kind_, int Order> struct cell_shape {
         if constexpr (ndim > 2) store_slopes<2>(p, d + 2 * nnodes, std::make_index_sequence<nnodes>{});
     }
 
-private:
+  private:
     template <std::size_t... Node>
     static FORCE_INLINE void store_values(const at &p, float *n, std::index_sequence<Node...>)
     {
