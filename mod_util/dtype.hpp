@@ -8,6 +8,8 @@
 #include "report.hpp"
 
 #include <cstring>
+#include <limits>
+#include <type_traits>
 
 #define FOR_EACH_DTYPE(X)              \
     X(DTYPE_CHAR, signed char, char)   \

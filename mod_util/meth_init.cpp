@@ -47,9 +47,15 @@ static const OM_named_func named_functions[] = {
     ROW("data_list_func_unif",   UTILdata_list_struct),
     ROW("data_list_func_rect",   UTILdata_list_struct),
 
-    ROW("isosurf_func", UTILslice_cells),
+    ROW("isosurf_func",        UTILslice_cells),
+    ROW("isosurf_func_struct", UTILslice_struct),
+    ROW("isosurf_func_unif",   UTILslice_struct),
+    ROW("isosurf_func_rect",   UTILslice_struct),
 
-    ROW("isoline_func", UTILisoline_cells),
+    ROW("isoline_func",        UTILisoline_cells),
+    ROW("isoline_func_struct", UTILisoline_struct),
+    ROW("isoline_func_unif",   UTILisoline_struct),
+    ROW("isoline_func_rect",   UTILisoline_struct),
 
     ROW("thresh_null_func",        UTILthresh_null_cells),
     ROW("thresh_null_func_struct", UTILthresh_null_struct),

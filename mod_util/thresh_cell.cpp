@@ -24,13 +24,13 @@ constexpr qx_long first_connect_entries = 1000;
 // ---- lists under construction -----------------------------------------------------------------------
 
 // Node or cell numbers, released at the end of the scope unless handed over; data is null: no memory.
-struct number_list {
+struct owned_numbers {
     qx_long *data;
 
-    explicit number_list(qx_long count) : data(alloc_numbers(count > 0 ? count : 1, ALLOC_AT(MODULE))) {}
-    number_list(const number_list &) = delete;
-    number_list &operator=(const number_list &) = delete;
-    ~number_list() { release(); }
+    explicit owned_numbers(qx_long count) : data(alloc_numbers(count > 0 ? count : 1, ALLOC_AT(MODULE))) {}
+    owned_numbers(const owned_numbers &) = delete;
+    owned_numbers &operator=(const owned_numbers &) = delete;
+    ~owned_numbers() { release(); }
 
     void release()
     {
@@ -48,7 +48,7 @@ struct number_list {
 
 // The connect rows of the cells that stay.
 struct kept_cells {
-    number_list connect{first_connect_entries};
+    owned_numbers connect{first_connect_entries};
     qx_long used = 0, capacity = first_connect_entries, step = first_connect_entries;
     qx_long ncells = 0;
     bool raise_step;
@@ -265,7 +265,7 @@ int UTILcells_from_nlist(mesh_info *mesh, int set, qx_long, const qx_long *map, 
     if (!fetch_connect(mesh, set)) return 0;
 
     kept_cells kept(true);
-    number_list cells(mesh->cell_count[set]);
+    owned_numbers cells(mesh->cell_count[set]);
     if (kept.connect.data == nullptr || cells.data == nullptr ||
         !keep_cells_of_kept_nodes(mesh, set, map, &kept, cells.data)) {
         print_error("UTILcells_from_nlist: realloc for connect list failed\n");
@@ -287,7 +287,7 @@ int UTILthresh_null_cells(mesh_info *mesh, const void *data, int data_type, cons
         ncells[set] = conn_size[set] = 0;
     }
 
-    number_list new_node(mesh->nnodes);
+    owned_numbers new_node(mesh->nnodes);
     if (new_node.data == nullptr) {
         print_error("UTILthresh_null_cells: cannot allocate node indx array\n");
         return 0;
@@ -330,7 +330,7 @@ int UTILthresh_null_struct(mesh_info *mesh, const void *data, int data_type, con
     qx_long *map = borrowed.borrow<qx_long>(mesh->nnodes);
     const qx_long kept =
         map != nullptr ? UTILnode_thresh_null(mesh->nnodes, data_type, data, null_value, map) : 0;
-    number_list nodes(kept);
+    owned_numbers nodes(kept);
     if (map == nullptr || nodes.data == nullptr) {
         print_error("UTILthresh_null_struct: cannot allocate node indx array\n");
         return 0;
