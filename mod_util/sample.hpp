@@ -55,20 +55,6 @@ void locate_range(point_locator *locator, const sample_points &points, qx_long f
 
 // ---- values ------------------------------------------------------------------------------------------------
 
-// A sampled value as an element: truncated for integer types. What lies beyond a type's range takes the end of
-// it, and NaN the lower one.
-template <typename T> FORCE_INLINE T element_of(float value)
-{
-    if constexpr (std::is_floating_point_v<T>) {
-        return value;
-    } else {
-        constexpr T lowest = std::numeric_limits<T>::min(), highest = std::numeric_limits<T>::max();
-        constexpr float past_highest = static_cast<float>(highest / 2 + 1) * 2;
-        if (!(value > static_cast<float>(lowest))) return lowest;
-        return value < past_highest ? static_cast<T>(value) : highest;
-    }
-}
-
 // The value one above, wrapping round at the end of an integer type.
 template <typename T> T one_above(T value)
 {
@@ -154,7 +140,7 @@ void write_node_row(const node_fields &fields, mesh_info *mesh, const located &a
     }
     if constexpr (!std::is_same_v<T, float>)
         for (int c = 0; c < veclen; ++c)
-            row[c] = element_of<T>(sampled[c]);
+            row[c] = truncate_to<T>(sampled[c]);
 }
 
 // Samples node data at the points first to end - 1. flags: ncomp entries, raised where a component gets a null
