@@ -40,9 +40,9 @@ constexpr qx_long triangle_margin = 25;
 constexpr qx_long node_margin = 3;
 
 struct surface {
-    number_list min_node, max_node; // new nodes; used and capacity stand in the first
-    number_list triangles;          // new nodes, three a triangle
-    number_list map;                // the cell of each triangle; no data: not wanted
+    batch_list min_node, max_node; // new nodes; used and capacity stand in the first
+    batch_list triangles;          // new nodes, three a triangle
+    batch_list map;                // the cell of each triangle; no data: not wanted
 };
 
 // The two live planes.
@@ -144,7 +144,9 @@ static void list_crossed(const cell_row &row, qx_long first_word, int nwords, ro
                 int added = lattice_cases.row[index].nown;
                 if ((plain_half >> s & 1) == 0) {
                     fresh = fresh_edges(row, first_word * word_bits + at);
-                    added = __builtin_popcount(fresh & lattice_cases.crossed[index]);
+                    added = 0;
+                    for (int e = 0; e < lattice_cases.row[index].nedges; ++e)
+                        added += fresh >> lattice_cases.row[index].edges[e] & 1;
                 }
                 *next++ = {static_cast<uint16_t>(at), static_cast<uint16_t>(fresh),
                            static_cast<unsigned char>(index)};
@@ -307,7 +309,7 @@ static walk_result walk_slabs(slab *slab, const flag_source &source, qx_long npl
 
 static void release_surface(surface *out)
 {
-    for (number_list *list : {&out->min_node, &out->max_node, &out->triangles, &out->map})
+    for (batch_list *list : {&out->min_node, &out->max_node, &out->triangles, &out->map})
         release_list(list, ALLOC_AT("iso_stct"));
 }
 

@@ -46,7 +46,7 @@ struct trace_walk {
     edge_table *edges = nullptr;
     cell_table *visited = nullptr;
     cell_list *to_visit = nullptr;
-    number_list connect;
+    batch_list connect;
     qx_long nprimitives = 0;
     qx_long next_cells[6]; // where to go from the crossed cell in hand
     int nnext = 0;

@@ -55,9 +55,9 @@ constexpr ring_case_table derive_ring_cases()
 constexpr ring_case_table ring_cases = derive_ring_cases();
 
 struct line_set {
-    number_list min_node, max_node; // new nodes
-    number_list lines;              // new nodes, two a line
-    number_list map;                // the cell of each line; no data: not wanted
+    batch_list min_node, max_node; // new nodes
+    batch_list lines;              // new nodes, two a line
+    batch_list map;                // the cell of each line; no data: not wanted
 };
 
 // The two live rows of nodes and the rows of cells between and below them.
@@ -189,13 +189,13 @@ static walk_result walk_strips(strip *strip, const flag_source &source, qx_long 
 
 static void release_lines(line_set *out)
 {
-    for (number_list *list : {&out->min_node, &out->max_node, &out->lines, &out->map})
+    for (batch_list *list : {&out->min_node, &out->max_node, &out->lines, &out->map})
         release_list(list, ALLOC_AT("isoline_stct"));
 }
 
 static bool open_lines(line_set *out, bool mapped)
 {
-    for (number_list *list : {&out->lines, &out->max_node, &out->min_node, &out->map}) {
+    for (batch_list *list : {&out->lines, &out->max_node, &out->min_node, &out->map}) {
         if (list == &out->map && !mapped) continue;
         if (open_list(list, first_line_capacity, ALLOC_AT("isoline_stct"))) continue;
         release_lines(out);

@@ -10,8 +10,6 @@
 
 #include "cases.hpp"
 
-#include <cstdint>
-
 constexpr int own_edge[3] = {3, 7, 11}; // along i, j, k
 constexpr unsigned own_edges = 1u << 3 | 1u << 7 | 1u << 11;
 
@@ -26,7 +24,6 @@ struct lattice_case {
 
 struct lattice_case_table {
     lattice_case row[256];
-    uint16_t crossed[256]; // edges as bits
 };
 
 extern const lattice_case_table lattice_cases;
@@ -54,17 +51,18 @@ constexpr lattice_case_table derive_lattice_cases(const iso_case *rows)
         lattice_case &to = table.row[index];
         to.nedges = from.npoints;
         to.ntriangles = from.ntriangles;
+        unsigned crossed = 0;
         int rank[12] = {};
         for (int p = 0; p < from.npoints; ++p) {
             const int edge = edge_between(from.left[p], from.right[p]);
             to.edges[p] = static_cast<unsigned char>(edge);
-            table.crossed[index] = static_cast<uint16_t>(table.crossed[index] | 1 << edge);
+            crossed |= 1u << edge;
             if ((own_edges >> edge & 1) != 0) rank[edge] = to.nown++;
         }
         int behind = to.nown;
         for (int axis = 0; axis < 3; ++axis) {
-            const bool crossed = (table.crossed[index] >> own_edge[axis] & 1) != 0;
-            to.own_rank[axis] = static_cast<unsigned char>(crossed ? rank[own_edge[axis]] : behind++);
+            const bool is_crossed = (crossed >> own_edge[axis] & 1) != 0;
+            to.own_rank[axis] = static_cast<unsigned char>(is_crossed ? rank[own_edge[axis]] : behind++);
         }
         for (int t = 0; t < 15; ++t)
             to.triangles[t] = to.edges[t < 3 * from.ntriangles ? from.points[t] : 0];
