@@ -8,7 +8,6 @@
 
 #include "classify.hpp"
 #include "dtype.hpp"
-#include "narrow.hpp"
 #include "simd.hpp"
 
 #include <cstring>
@@ -171,8 +170,8 @@ int UTILclamp(qx_long count, const void *in, int stride, int offset, int data_ty
     return with_dtype(data_type, "UTILclamp", [&](auto type) -> int {
         using T = typename decltype(type)::type;
         return clamp_component(count, static_cast<const T *>(in), stride, offset, null_flag,
-                               null_value_of<T>(null_flag, null_value), min_flag, narrow<T>(min), max_flag,
-                               narrow<T>(max), static_cast<T *>(out));
+                               null_value_of<T>(null_flag, null_value), min_flag, truncate_to<T>(min),
+                               max_flag, truncate_to<T>(max), static_cast<T *>(out));
     });
 }
 

@@ -28,6 +28,9 @@ constexpr unsigned char pyr_pieces[][4] = {{11, 8, 12, 4}, {10, 6, 9, 7},  {7, 6
                                            {10, 3, 7, 11}, {11, 7, 12, 8}, {7, 5, 12, 8},  {7, 0, 5, 8},
                                            {9, 2, 6, 10}};
 
+// The pieces fill a prism with node 12 on the edge of corners 0 and 3 and node 13 on that of 1 and 4. The shape
+// functions have the two the other way about. Callers of each know its order, so neither can be changed to
+// suit the other: extraction goes by this table, interpolation by the functions.
 constexpr unsigned char prism_pieces[][4] = {{7, 2, 8, 14},   {11, 5, 10, 14}, {11, 7, 8, 14},   {10, 7, 11, 14},
                                              {9, 6, 12, 10},  {10, 6, 12, 7},  {7, 6, 12, 0},    {12, 9, 10, 3},
                                              {10, 7, 12, 11}, {12, 3, 10, 11}, {11, 7, 12, 8},   {7, 0, 12, 8},

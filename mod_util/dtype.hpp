@@ -8,8 +8,6 @@
 #include "report.hpp"
 
 #include <cstring>
-#include <limits>
-#include <type_traits>
 
 #define FOR_EACH_DTYPE(X)              \
     X(DTYPE_CHAR, signed char, char)   \
@@ -66,16 +64,15 @@ template <typename T> T null_value_of(int null_flag, const void *null_value)
 }
 
 // A computed value as an element: kept as it is for the real types, truncated towards zero for the integer
-// ones. Beyond 32 bits, or 64 for qx_long, it stops at the end of that range, NaN at the lower end; the
-// narrow types take the low bits of the 32.
+// ones. The narrow types take the low bits of 32. Beyond 32 bits, or 64 for qx_long, a value becomes the end of
+// the element's range, so that a bound beyond all data stays one; NaN the lower end.
 template <typename T, typename Real> T truncate_to(Real value)
 {
     if constexpr (std::is_integral_v<T>) {
         using whole = std::conditional_t<sizeof(T) == 8, qx_long, int>;
         constexpr Real beyond = -static_cast<Real>(std::numeric_limits<whole>::min());
         if (value > -beyond && value < beyond) return static_cast<T>(static_cast<whole>(value));
-        return static_cast<T>(value >= beyond ? std::numeric_limits<whole>::max()
-                                              : std::numeric_limits<whole>::min());
+        return value >= beyond ? std::numeric_limits<T>::max() : std::numeric_limits<T>::min();
     } else {
         return static_cast<T>(value);
     }

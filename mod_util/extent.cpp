@@ -102,9 +102,9 @@ int UTILcell_extent_struct(mesh_info *mesh, qx_long cell, float *min, float *max
     const int ncorners = mesh->cell_nnodes[0];
     assert(ncorners >= 2 && ncorners <= 8);
     qx_long nodes[8];
-    location_order_nodes(cell, steps_of(mesh->ndim, mesh->dims), ncorners, nodes);
+    location_order_nodes(cell, flat_steps_of(mesh->ndim, mesh->dims), ncorners, nodes);
     for (int corner = 0; corner < ncorners; ++corner)
-        if (!is_node(mesh, nodes[corner])) return 0; // the last position of an axis begins no cell
+        if (!is_node(mesh, nodes[corner])) return 0; // no cell begins at the end of the mesh
     if (!fetch_coords(mesh)) return 0;
     box_of_nodes(mesh, nodes, ncorners, min, max);
     return 1;

@@ -32,3 +32,38 @@ inline bool make_room(qx_long **list, qx_long used, qx_long margin, const list_g
     *list = static_cast<qx_long *>(grown);
     return true;
 }
+
+// A host array of numbers with its bookkeeping, for kernels that fill it a batch of cells at a time.
+struct number_list {
+    qx_long *data = nullptr;
+    qx_long used = 0, capacity = 0, step = 0;
+};
+
+inline bool open_list(number_list *list, qx_long capacity, const char *file, int line)
+{
+    list->data = static_cast<qx_long *>(ARRalloc_f(nullptr, DTYPE_QX_LONG, capacity, 0, file, line));
+    list->capacity = list->step = capacity;
+    return list->data != nullptr;
+}
+
+inline void release_list(number_list *list, const char *file, int line)
+{
+    if (list->data != nullptr) ARRfree_f(list->data, file, line);
+    *list = number_list();
+}
+
+// Room for more entries and a margin behind them. The steps rise by half, and as many are taken at once as
+// single cells would have taken one after the other.
+inline bool make_room_for(number_list *list, qx_long more, qx_long margin, const char *file, int line)
+{
+    const qx_long needed = list->used + more + margin;
+    if (needed <= list->capacity) return true;
+    while (list->capacity < needed) {
+        list->capacity += list->step;
+        list->step = raised_step(list->step);
+    }
+    void *grown = ARRrealloc_f(list->data, DTYPE_QX_LONG, list->capacity, 0, file, line);
+    if (grown == nullptr) return false;
+    list->data = static_cast<qx_long *>(grown);
+    return true;
+}

@@ -17,6 +17,7 @@
 #include <skoklana/tables.h>
 
 #include "cases.hpp"
+#include "lattice_cases.hpp"
 
 // clang-format off
 
@@ -620,3 +621,5 @@ const iso_pair ISOncell_tet[6] = {POLYGONS_TO_6};
 const iso_triple ISOnpcel_tet[8] = {MIRRORED_TO_6, {{0, 0, 0}}};
 constexpr iso_case iso_rows_tet[16] = {LIST_16(TET_FLAT, 0)};
 // clang-format on
+
+constexpr lattice_case_table lattice_cases = derive_lattice_cases(iso_rows_hex);

@@ -23,12 +23,9 @@
 #include <skoklana/locate.h>
 #include <skoklana/mesh.h>
 
-#define ROW(name, function)                              \
-    {                                                    \
-        reinterpret_cast<void (*)(void)>(function), name \
-    }
-
 // clang-format off
+#define ROW(name, function) {reinterpret_cast<void (*)(void)>(function), name}
+
 static const OM_named_func named_functions[] = {
     ROW("interp_data_func",        UTILinterp_cell_val),
     ROW("interp_data_func_struct", UTILinterp_cell_val_struct),

@@ -14,12 +14,11 @@
 
 #include "classify.hpp"
 #include "dtype.hpp"
-#include "narrow.hpp"
 
 #include <algorithm>
 
 // Nodes that are flagged before they are numbered: flags and numbers stay in the first-level cache.
-constexpr qx_long node_block = 1024;
+constexpr qx_long node_block = 2048;
 
 // What a node that does not survive finds in the map.
 enum class dropped { minus_one, untouched };
@@ -48,6 +47,17 @@ KEPT_APART static void number_flags_plain(const unsigned char *flags, qx_long co
     }
 }
 
+// The survivors' node numbers, from first on. Each number is stored and the place kept if its flag is set;
+// the last store is the last survivor's, so that nothing is written past the list.
+KEPT_APART static void list_flags_plain(const unsigned char *flags, qx_long survivors, qx_long first,
+                                        qx_long *list)
+{
+    for (qx_long i = 0, listed = 0; listed < survivors; ++i) {
+        list[listed] = first + i;
+        listed += flags[i];
+    }
+}
+
 #if SKOKLANA_HAVE_AVX2_FORM
 
 TARGET_AVX2 KEPT_APART static qx_long count_flags_wide(const unsigned char *flags, qx_long count)
@@ -68,12 +78,11 @@ TARGET_AVX2 FORCE_INLINE void store_four(__m128i befores, __m128i flags, qx_long
 {
     const __m256i numbers = _mm256_add_epi64(_mm256_set1_epi64x(next), _mm256_cvtepu8_epi64(befores));
     const __m256i none = _mm256_sub_epi64(_mm256_cvtepu8_epi64(flags), _mm256_set1_epi64x(1)); // -1 or 0
-    if (others == dropped::minus_one) {
-        _mm256_storeu_si256(reinterpret_cast<__m256i *>(map), _mm256_or_si256(numbers, none));
-    } else {
-        const __m256i survives = _mm256_andnot_si256(none, _mm256_set1_epi64x(-1));
-        _mm256_maskstore_epi64(reinterpret_cast<long long *>(map), survives, numbers);
-    }
+    __m256i *at = reinterpret_cast<__m256i *>(map);
+    if (others == dropped::minus_one)
+        _mm256_storeu_si256(at, _mm256_or_si256(numbers, none));
+    else // a load and a blend: masked stores are slow on some machines
+        _mm256_storeu_si256(at, _mm256_blendv_epi8(numbers, _mm256_loadu_si256(at), none));
 }
 
 template <dropped others>
@@ -92,6 +101,46 @@ TARGET_AVX2 KEPT_APART static void number_flags_wide(const unsigned char *flags,
         next += static_cast<qx_long>(up_to >> 56);
     }
     number_flags_plain<others>(flags + i, count - i, next, map + i);
+}
+
+// Which of four numbers go where in a list: row m holds the positions of the bits that are set in m, as pairs
+// of 32-bit halves.
+struct packing_table {
+    alignas(32) int row[16][8];
+};
+
+static constexpr packing_table packing_rows()
+{
+    packing_table table = {};
+    for (int mask = 0; mask < 16; ++mask)
+        for (int bit = 0, place = 0; bit < 4; ++bit)
+            if ((mask >> bit & 1) != 0) {
+                table.row[mask][2 * place] = 2 * bit;
+                table.row[mask][2 * place + 1] = 2 * bit + 1;
+                ++place;
+            }
+    return table;
+}
+
+static constexpr packing_table packing = packing_rows();
+
+TARGET_AVX2 KEPT_APART static void list_flags_wide(const unsigned char *flags, qx_long survivors,
+                                                   qx_long first, qx_long *list)
+{
+    __m256i nodes = _mm256_add_epi64(_mm256_set1_epi64x(first), _mm256_setr_epi64x(0, 1, 2, 3));
+    qx_long i = 0, listed = 0;
+    // Four are stored whatever their flags, and the places kept of those that are set.
+    for (; listed + 4 <= survivors; i += 4) {
+        uint32_t four;
+        memcpy(&four, flags + i, sizeof four);
+        const uint32_t mask = four * 0x01020408u >> 24; // byte k to bit k
+        const __m256i order = _mm256_load_si256(reinterpret_cast<const __m256i *>(packing.row[mask & 15]));
+        _mm256_storeu_si256(reinterpret_cast<__m256i *>(list + listed),
+                            _mm256_permutevar8x32_epi32(nodes, order));
+        nodes = _mm256_add_epi64(nodes, _mm256_set1_epi64x(4));
+        listed += __builtin_popcount(mask & 15);
+    }
+    list_flags_plain(flags + i, survivors - listed, first + i, list + listed);
 }
 
 #endif
@@ -113,14 +162,12 @@ static void number_flags(const unsigned char *flags, qx_long count, qx_long next
     number_flags_plain<others>(flags, count, next, map);
 }
 
-// The survivors' node numbers, from first on. Each number is stored and the place kept if its flag is set;
-// the last store is the last survivor's, so that nothing is written past the list.
 static void list_flags(const unsigned char *flags, qx_long survivors, qx_long first, qx_long *list)
 {
-    for (qx_long i = 0, listed = 0; listed < survivors; ++i) {
-        list[listed] = first + i;
-        listed += flags[i];
-    }
+#if SKOKLANA_HAVE_AVX2_FORM
+    if (have_avx2()) return list_flags_wide(flags, survivors, first, list);
+#endif
+    list_flags_plain(flags, survivors, first, list);
 }
 
 // ---- from values to survivors --------------------------------------------------------------------------
@@ -214,7 +261,7 @@ qx_long UTILnode_thresh2(qx_long nnodes, int data_type, const void *data, int nu
 {
     return with_dtype(data_type, "UTILnode_thresh2", [&](auto type) -> qx_long {
         using T = typename decltype(type)::type;
-        const in_range<T> test = {narrow<T>(lo), narrow<T>(hi)};
+        const in_range<T> test = {truncate_to<T>(lo), truncate_to<T>(hi)};
         const node_test<T, in_range<T>> nodes = {static_cast<const T *>(data), test, null_flag != 0,
                                                  null_value_of<T>(null_flag, null_value)};
         return number_survivors(nnodes, nodes, map);

@@ -12,7 +12,6 @@
 
 #include "classify.hpp"
 #include "dtype.hpp"
-#include "narrow.hpp"
 
 #include <algorithm>
 
@@ -50,23 +49,48 @@ struct row_writer {
     void *out; // may be target
 };
 
+// Each element is read whether it is kept or not: a select needs no branch.
+template <typename T>
+FORCE_INLINE void select_elements(qx_long count, const unsigned char *passed, const T *target, T fill, T *out)
+{
+#pragma GCC ivdep
+    for (qx_long i = 0; i < count; ++i) {
+        const T kept = target[i];
+        out[i] = passed[i] != 0 ? kept : fill;
+    }
+}
+
+template <typename T>
+TARGET_AVX2 static void select_elements_wide(qx_long count, const unsigned char *passed, const T *target,
+                                             T fill, T *out)
+{
+    select_elements(count, passed, target, fill, out);
+}
+
+template <typename T>
+static void select_rows(qx_long count, const unsigned char *passed, const T *target, int veclen, T fill,
+                        T *out)
+{
+    for (qx_long i = 0; i < count; ++i)
+        for (int c = 0; c < veclen; ++c) {
+            const T kept = target[i * veclen + c];
+            out[i * veclen + c] = passed[i] != 0 ? kept : fill;
+        }
+}
+
 template <typename T>
 static void write_target_rows(const row_writer &rows, qx_long first, qx_long count,
                               const unsigned char *passed)
 {
-    const int veclen = rows.veclen;
-    const T *target = static_cast<const T *>(rows.target) + first * veclen;
-    T *out = static_cast<T *>(rows.out) + first * veclen;
-    const T fill = narrow<T>(rows.fill);
-    if (veclen == 1) {
-#pragma GCC ivdep
-        for (qx_long i = 0; i < count; ++i)
-            out[i] = passed[i] != 0 ? target[i] : fill;
-        return;
-    }
-    for (qx_long i = 0; i < count; ++i)
-        for (int c = 0; c < veclen; ++c)
-            out[i * veclen + c] = passed[i] != 0 ? target[i * veclen + c] : fill;
+    const T *target = static_cast<const T *>(rows.target) + first * rows.veclen;
+    T *out = static_cast<T *>(rows.out) + first * rows.veclen;
+    const T fill = truncate_to<T>(rows.fill);
+    if (rows.veclen != 1)
+        select_rows(count, passed, target, rows.veclen, fill, out);
+    else if (have_avx2())
+        select_elements_wide(count, passed, target, fill, out);
+    else
+        select_elements(count, passed, target, fill, out);
 }
 
 template <typename T>
@@ -108,8 +132,8 @@ int UTILthreshold(qx_long count, const void *data, int stride, int offset, int d
 
     return with_dtype_silent(data_type, [&](auto type) -> int {
         using T = typename decltype(type)::type;
-        const not_outside<T> bounds = {min_flag != 0 ? narrow<T>(min) : no_lower_bound<T>(),
-                                       max_flag != 0 ? narrow<T>(max) : no_upper_bound<T>()};
+        const not_outside<T> bounds = {min_flag != 0 ? truncate_to<T>(min) : no_lower_bound<T>(),
+                                       max_flag != 0 ? truncate_to<T>(max) : no_upper_bound<T>()};
         const tested_component<T> tested = {
             static_cast<const T *>(data),           stride, offset, bounds, null_flag != 0,
             null_value_of<T>(null_flag, null_value)};

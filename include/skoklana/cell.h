@@ -235,10 +235,14 @@ int UTILtesselate_cell_val(const qx_long *nodes, int nnodes, shape_func shape, i
  * Returns 1; 0 where there is no memory, with new_connect NULL and the two counts as they would be. A list
  * too long to be addressed counts as one without memory, with new_ncells 0.
  *
- * The pieces of a cell with straight edges fill it, each point once. They are the same way round as the cell,
- * save that pieces 4, 5, 12 and 14 of a prism, counted from 0, are inside out. Faces with four corners are
- * cut in a way that depends on the kind and place of the face, so pieces of neighbouring solids need not
- * meet edge to edge within such a face. */
+ * The pieces of a cell with straight edges fill it, each point once, and are the same way round as the cell.
+ * The prism's do so where node 12 stands on the edge of corners 0 and 3 and node 13 on that of corners 1 and
+ * 4. The shape functions have these two nodes the other way about. A prism numbered for them gets pieces 4, 5,
+ * 12 and 14 (from 0) inside out, some overlapping and some leaving room between them; their volumes still
+ * sum to that of the cell. Exchange nodes 12 and 13 of each row before the call to have it filled.
+ *
+ * Faces with four corners are cut in a way that depends on the kind and place of the face, so pieces of
+ * neighbouring solids need not meet edge to edge within such a face. */
 int UTILtesselate_line_2(qx_long ncells, const qx_long *connect, qx_long *new_ncells, qx_long **new_connect,
                          int *new_nnodes);
 int UTILtesselate_tri_2(qx_long ncells, const qx_long *connect, qx_long *new_ncells, qx_long **new_connect,

@@ -16,9 +16,20 @@
  *           dims[0] + dims[1] + dims[2] rows. Position i on axis d is points[(off[d] + i) * nspace + d],
  *           off[d] the sum of the earlier dims; axes from ndim to nspace take points[d].
  *
- * Structured nodes are numbered with axis 0 fastest. A structured mesh carries cell set 0, which
- * describes its cell: cell_nnodes[0] is 2, 4 or 8 and row 0 of cell_funcs holds the cell's functions.
- */
+ * Structured nodes are numbered with axis 0 fastest: node i + j * dims[0] + k * dims[0] * dims[1] stands at
+ * positions i, j, k. A structured mesh carries cell set 0, which describes its cell: cell_nnodes[0] is 2, 4
+ * or 8 and row 0 of cell_funcs holds the cell's functions. A structured cell goes by the number of its
+ * lowest node, a cell of a set by its number within the mesh, the sets one after another.
+ *
+ * What a record does not hold yet is fetched when an operation first needs it, and stays. A fetch that fails
+ * is reported through ERRerror under "fld_info", as "unable to get field coordinates", "unable to get field
+ * points" or "unable to get cell set connect list"; the operation then returns 0 and the next one tries
+ * again. Operations of this header write their results at the end: where they return 0 the outputs are as
+ * they were. None of them allocates memory, UTILcopy_mesh_info aside.
+ *
+ * Operations that exist in a form for each mesh kind are reached through the mesh's methods: the functions
+ * without a suffix such as UTILeval_coord run the form that the host has bound. Where none is bound they
+ * return 0 and say so, some through ERRerror and some by a line on the standard error stream. */
 #ifndef SKOKLANA_MESH_H
 #define SKOKLANA_MESH_H
 
@@ -86,8 +97,10 @@ struct mesh_info {
     int (*get_connect)(mesh_info *mesh, int set, qx_long **connect);
 };
 
-/* The operations of a mesh. A NULL member: the mesh kind has no such operation. Each has the signature
- * of the functions that the host binds to it by name. */
+/* The operations of a mesh, in the order of their slot numbers, 0 to 20. A NULL member: the mesh kind has no
+ * such operation. The name of a member, with _struct, _unif or _rect behind it for structured meshes, is the
+ * name under which FLD_METHinit hands over the form to bind; its arguments stand with the operation that
+ * runs it. */
 struct mesh_methods {
     int (*interp_init_func)(mesh_info *mesh, blk_tbl **out);
     int (*find_cell_func)(mesh_info *mesh, const blk_tbl *tbl, const float *point, qx_long *cell, float *uvw);
@@ -151,8 +164,10 @@ struct mesh_methods {
 /* ---- registration -------------------------------------------------------------------------------- */
 
 /* Hands the library's table of named functions to the host by OMadd_named_funcs; the host binds
- * mesh_methods and cell_methods rows by these names. The table and its texts live for ever; each call
- * hands over the same one. Returns 1. Any arguments given are ignored. */
+ * mesh_methods and the rows of cell_funcs by these names. Names of cell functions are stem_kind_order, such
+ * as shape_func_hex_1; the stem tells the slot. A few names stand twice, each time with the same function.
+ * The table and its texts live for ever; each call hands over the same one. Returns 1. Any arguments given
+ * are ignored. */
 int FLD_METHinit(void);
 
 /* ---- the record ---------------------------------------------------------------------------------- */
@@ -162,9 +177,11 @@ int FLD_METHinit(void);
  * src   borrowed
  * out   the copy; release it with plain free of the record alone
  *
- * The copy shares all per-set arrays with its source, so what is written through one is seen through
- * the other. Its points and coords are NULL: it fetches anew. Its min_ext, max_ext and cell_order hold
- * nothing, nor do the per-set pointers where ncell_sets is 0. Returns 1. */
+ * The copy shares dims and all per-set arrays with its source, so what is written through one is seen
+ * through the other. Its points and coords are NULL: it fetches anew. Its min_ext, max_ext and cell_order
+ * hold nothing that may be read, nor do the per-set pointers where ncell_sets is 0.
+ *
+ * Returns 1; 0, unreported, and a NULL copy where there is no memory. */
 int UTILcopy_mesh_info(mesh_info *src, mesh_info **out);
 
 /* Puts another cell list in place of set: writes its cell_count, cell_connect and cell_nnodes.
@@ -181,15 +198,17 @@ int UTILreplace_cell_set(mesh_info *mesh, int set, qx_long count, qx_long *conne
  * node, or a negative number to drop it; count is ignored. Structured meshes take a *gather list*: count
  * entries, the node to read for each output row.
  *
- * Coordinates are fetched when first needed; a failure reports "unable to get field coordinates" or
- * "unable to get field points" under "fld_info", and the result is 0. */
+ * out has room for what the map or list asks for, and may not overlap the input. */
 
-/* Coordinates by the form bound to the mesh. With none bound: a line on standard error, 0. */
+/* Coordinates, rows of nspace floats, by the form bound to the mesh. With none bound: a line on standard
+ * error, 0. */
 int UTILget_coord_list(mesh_info *mesh, qx_long count, const qx_long *list, float *out);
 /* Cell sets: row map[i] of out is the position of node i, for each node with map[i] >= 0. */
 int UTILcoord_list(mesh_info *mesh, qx_long count, const qx_long *map, float *out);
-/* Structured meshes: row i of out is the position of node list[i]; count rows of nspace floats. */
+/* Structured meshes: row i of out is the position of node list[i]; count rows. Explicit coordinates. */
 int UTILcoord_list_struct(mesh_info *mesh, qx_long count, const qx_long *list, float *out);
+/* The same from compact coordinates. On a uniform axis position p stands at p * step + first corner, with
+ * step = (last corner - first corner) / (dims - 1), all in float. */
 int UTILcoord_list_unif(mesh_info *mesh, qx_long count, const qx_long *list, float *out);
 int UTILcoord_list_rect(mesh_info *mesh, qx_long count, const qx_long *list, float *out);
 
@@ -207,13 +226,20 @@ qx_long UTILdata_list_struct(mesh_info *mesh, int data_type, int veclen, const v
 /* ---- points and data between two nodes ----------------------------------------------------------- *
  *
  * An extraction tells its new nodes as pairs of mesh nodes. UTILget_param gives the place of the level
- * between the two, UTILeval_coord the position there, UTILeval_param the data there. */
+ * between the two, UTILeval_coord the position there, UTILeval_param the data there.
+ *
+ * list_a, list_b   count entries: the two nodes of each pair
+ * t                count entries: the place between them, 0 at the first node and 1 at the second; beyond
+ *                  that range the line through the two is followed
+ *
+ * A pair with a negative number is left out: its row of out keeps what it held. NaN in the data comes out as
+ * the arithmetic has it. */
 
 /* Positions between nodes by the form bound to the mesh. With none bound: a line on standard error, 0. */
 int UTILeval_coord(mesh_info *mesh, qx_long count, const qx_long *list_a, const qx_long *list_b,
                    const float *t, float *out);
-/* Row i of out is the point at t[i] between nodes list_a[i] (t 0) and list_b[i] (t 1), in float:
- * (b - a) * t + a for each of nspace coordinates. Explicit coordinates. */
+/* Row i of out is the point at t[i] between nodes list_a[i] and list_b[i]: (b - a) * t + a, in float, for each
+ * of nspace coordinates. Explicit coordinates. */
 int UTILeval_param_coord(mesh_info *mesh, qx_long count, const qx_long *list_a, const qx_long *list_b,
                          const float *t, float *out);
 /* The same from compact coordinates. */
@@ -226,10 +252,11 @@ int UTILeval_param_coord_rect(mesh_info *mesh, qx_long count, const qx_long *lis
  *
  * data         rows of veclen elements, by node
  * null_value   one element of data_type; a component that is null at either end comes out null
- * out          as data; rows with a negative node number keep what they held
+ * out          rows as those of data, one a pair
  *
  * (b - a) * t + a, in float for types up to DTYPE_FLOAT and in double for the others, truncated towards
- * zero for the integer types. An unknown type reports "unknown data type" and gives 0. */
+ * zero for the integer types; ints therefore keep 24 bits. A result past the range of int, or of qx_long,
+ * stops at its end. An unknown type reports "unknown data type" under "UTILeval_param" and gives 0. */
 int UTILeval_param(qx_long count, int veclen, int data_type, const void *data, int null_flag,
                    const void *null_value, const qx_long *list_a, const qx_long *list_b, const float *t,
                    void *out);
@@ -237,10 +264,9 @@ int UTILeval_param(qx_long count, int veclen, int data_type, const void *data, i
 /* The parameters at which a scalar reaches value between two nodes.
  *
  * data   one element a node
- * out    count floats: (value - a) / (b - a) in double, stored as float; 0 where a equals b; entries
- *        with a negative node number keep what they held
+ * out    count floats: (value - a) / (b - a) in double, stored as float; 0 where a equals b
  *
- * An unknown type reports "unknown data type" and gives 0. */
+ * An unknown type reports "unknown data type" under "UTILget_param" and gives 0. */
 int UTILget_param(qx_long count, int data_type, const void *data, double value, const qx_long *list_a,
                   const qx_long *list_b, float *out);
 
@@ -251,13 +277,17 @@ int UTILget_param(qx_long count, int data_type, const void *data, double value, 
  * dims   nodes an axis, ndim entries
  * out    end - start rows of 2, 4 or 8 node numbers: around the lower face, then around the upper one
  *
- * Returns 1; for an ndim other than 1, 2 and 3 a line on standard error, 0. Not the corner order that
- * point location uses. */
+ * Returns 1, also where there is nothing to write; for an ndim other than 1, 2 and 3 a line on standard
+ * error, 0. With lowest node b and d0, d1 nodes along the first axes a row is b, b + 1, b + 1 + d0, b + d0,
+ * then the same four plus d0 * d1. That is not the corner order in which shape functions and point location
+ * see a structured cell. */
 int UTILget_connect_struct(int ndim, const qx_long *dims, qx_long start, qx_long end, qx_long *out);
+
 /* Coordinates of structured nodes start to end - 1 from compact points.
  *
- * out   end - start rows of comp_hi - comp_lo floats: components comp_lo to comp_hi - 1, those from
- *       ndim on copied from the first row of points
+ * comp_lo, comp_hi   the components wanted, comp_lo to comp_hi - 1, within 0 to nspace - 1
+ * out                end - start rows of comp_hi - comp_lo floats; components from ndim on are those of the
+ *                    first row of points
  *
  * Returns 1, also where there is nothing to write. */
 int UTILget_coords_unif(int ndim, const qx_long *dims, int nspace, const float *points, qx_long start,
@@ -271,16 +301,19 @@ int UTILget_coords_rect(int ndim, const qx_long *dims, int nspace, const float *
  *
  * cell   cell sets: the number within the mesh; structured: the number of the cell's lowest node
  *
- * Returns 0 for a cell that is not there, unreported, with min and max as they were; 0 also where
- * coordinates or a connect list cannot be had, which is reported under "fld_info". */
+ * Returns 1; 0 for a cell that is not there, unreported; 0 also where coordinates or a connect list cannot be
+ * had. Along an axis of a single node the box is flat. On compact coordinates min holds the lower position
+ * of each axis and max the higher one: on an axis that descends min is above max. */
 int UTILcell_extent(mesh_info *mesh, qx_long cell, float *min, float *max);
 int UTILcell_extent_struct(mesh_info *mesh, qx_long cell, float *min, float *max);
 int UTILcell_extent_unif(mesh_info *mesh, qx_long cell, float *min, float *max);
 int UTILcell_extent_rect(mesh_info *mesh, qx_long cell, float *min, float *max);
 
-/* The box of all nodes that cells use: unused nodes do not count, so it may be smaller than the mesh's
- * own. Returns 1, with min and max as they were if there is no cell; 0 where coordinates or a connect
- * list cannot be had, which is reported under "fld_info". */
+/* The box of all nodes that cells use, nspace entries each: unused nodes do not count, so it may be smaller
+ * than min_ext and max_ext. For any kind of mesh whose host delivers coordinates and connect lists.
+ *
+ * Returns 1, with min and max as they were if there is no cell; 0 where coordinates or a connect list
+ * cannot be had. */
 int UTILfield_extent(mesh_info *mesh, float *min, float *max);
 
 SKOKLANA_END

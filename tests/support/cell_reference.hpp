@@ -6,6 +6,7 @@
 #include <skoklana/cell_nodes.h>
 #include <skoklana/host/tool.h>
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <random>
@@ -48,6 +49,18 @@ inline const cell_functions &cell_of(int kind, int order)
 inline bool has_odd_weights(const cell_functions &cell)
 {
     return cell.kind == CELL_PRISM && cell.order == 2;
+}
+
+// Parameters that run from 0 and sum to at most 1; the others run from -1 to 1.
+inline int barycentric_axes(const cell_functions &cell)
+{
+    return cell.kind == CELL_TRI || cell.kind == CELL_PRISM ? 2 : cell.kind == CELL_TET ? 3 : 0;
+}
+
+// Mapped back without iteration.
+inline bool has_closed_form(const cell_functions &cell)
+{
+    return cell.order == 1 && (cell.kind == CELL_LINE || cell.kind == CELL_TRI || cell.kind == CELL_TET);
 }
 
 using position = std::array<double, 3>;
@@ -157,7 +170,7 @@ inline position map_forward(const cell_functions &cell, const std::vector<float>
 // Within the cell, or beyond it by up to a share of its range. Axes that the cell has not are 0.
 inline position random_position(const cell_functions &cell, std::mt19937_64 &random, double beyond = 0)
 {
-    const int nbary = cell.kind == CELL_TRI || cell.kind == CELL_PRISM ? 2 : cell.kind == CELL_TET ? 3 : 0;
+    const int nbary = barycentric_axes(cell);
     position at = {0, 0, 0};
     for (;;) {
         double rest = 1 + beyond;
@@ -170,8 +183,21 @@ inline position random_position(const cell_functions &cell, std::mt19937_64 &ran
     }
 }
 
+// How far a position lies beyond the nearest limit of the parameters; negative inside.
+inline double distance_beyond(const cell_functions &cell, const position &at)
+{
+    const int nbary = barycentric_axes(cell);
+    double beyond = -1, sum = 0;
+    for (int d = 0; d < cell.ndim(); ++d) {
+        const double u = at[static_cast<size_t>(d)];
+        beyond = std::max(beyond, d < nbary ? -u : std::fabs(u) - 1);
+        if (d < nbary) sum += u;
+    }
+    return nbary > 0 ? std::max(beyond, sum - 1) : beyond;
+}
+
 struct cell_shape_options {
-    double jitter = 0.15; // of corners, in units of the parameters
+    double jitter = 0.15; // of corners along an axis, in halves of its length
     double bend = 0;      // of second-order nodes off the middle of their edge
     double warp = 0;      // off the plane or line of a cell of lower dimension
     double size = 1;
@@ -204,7 +230,9 @@ inline std::vector<float> random_cell(const cell_functions &cell, std::mt19937_6
         }
         const double most = node < ncorners ? options.jitter : options.bend;
         for (int d = 0; d < 3; ++d)
-            p[static_cast<size_t>(d)] += spread(d < cell.ndim() ? most : options.warp);
+            p[static_cast<size_t>(d)] += spread(d >= cell.ndim()             ? options.warp
+                                                : d < barycentric_axes(cell) ? most / 2
+                                                                             : most);
         nodes.push_back(p);
     }
 
