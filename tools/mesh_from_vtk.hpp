@@ -1,0 +1,61 @@
+// VTK data sets as meshes of the library.
+#pragma once
+
+#include <skoklana_host.h>
+
+#include <vtkSmartPointer.h>
+#include <vtkType.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+class vtkDataSet;
+
+struct cell_set {
+    int kind, order;
+    qx_long ncells = 0;
+    const qx_long *connect = nullptr; // VTK's own list, or own
+    std::vector<qx_long> own;
+    std::vector<vtkIdType> cell; // VTK's number of each cell; empty: the same as ours
+    vtkIdType vtk_cell(qx_long local) const
+    {
+        return cell.empty() ? static_cast<vtkIdType>(local) : cell[static_cast<size_t>(local)];
+    }
+};
+
+// A mesh and all that it borrows. Nodes are numbered as in the data set.
+struct input_mesh {
+    input_mesh() = default;
+    input_mesh(const input_mesh &) = delete;
+    input_mesh &operator=(const input_mesh &) = delete;
+    ~input_mesh() { host_free_field(field); }
+
+    vtkSmartPointer<vtkDataSet> data;
+    std::string kind; // "uniform", "rectilinear", "curvilinear" or "cell sets"
+    int ndim = 0;     // computational axes; 0 for cell sets
+    std::vector<qx_long> dims;
+    qx_long nnodes = 0;
+    std::vector<cell_set> sets; // of cell sets; cells of structured meshes are numbered as VTK's
+    host_field *field = nullptr;
+    mesh_info *mesh = nullptr;
+    std::vector<std::string> notes; // what is not as in the file
+
+    bool structured() const { return ndim > 0; }
+    // The highest dimension of any cell.
+    int cell_ndim() const;
+    // In words: "20 x 30 x 40 nodes", "1522 tetrahedra".
+    std::string size_in_words() const;
+
+    // what the field borrows where VTK has nothing of that layout
+    std::vector<float> coords, axes[3], corners;
+};
+
+// What the mesh is for: to sample at points takes cells that values can be computed in.
+enum class mesh_use { extract, sample };
+
+// Throws failure, whose text starts with path.
+std::unique_ptr<input_mesh> make_mesh(const std::string &path, vtkDataSet *data, mesh_use use);
+
+// "tetrahedra" and so on.
+const char *name_of_kind(int kind);

@@ -1,0 +1,42 @@
+#include "messages.hpp"
+
+#include <vtkObjectFactory.h>
+
+#include <utility>
+
+vtkStandardNewMacro(vtk_messages);
+
+static vtk_messages *installed;
+
+void vtk_messages::install()
+{
+    installed = vtk_messages::New();
+    vtkOutputWindow::SetInstance(installed);
+}
+
+// "ERROR: In file.cxx, line 12\nclass (0x1234): text\n\n" becomes "text": places in VTK's sources and
+// addresses mean nothing to a user.
+static std::vector<std::string> plain(std::vector<std::string> texts)
+{
+    for (std::string &text : texts) {
+        if (const size_t line = text.find('\n'); line != std::string::npos && text.find(", line ") < line)
+            text.erase(0, line + 1);
+        if (const size_t object = text.find("): "); object != std::string::npos && text.find("(0x") < object)
+            text.erase(0, object + 3);
+        while (!text.empty() && (text.back() == '\n' || text.back() == ' '))
+            text.pop_back();
+        for (char &c : text)
+            if (c == '\n') c = ' ';
+    }
+    return texts;
+}
+
+std::vector<std::string> vtk_messages::take_errors()
+{
+    return plain(std::exchange(installed->errors, {}));
+}
+
+std::vector<std::string> vtk_messages::take_warnings()
+{
+    return plain(std::exchange(installed->warnings, {}));
+}

@@ -1,0 +1,103 @@
+// Ctrl-C comes at any time. In an operation of the library the handler only raises the host's flag, and the
+// operation gives up at its next status check and cleans up. Elsewhere, in VTK's readers, writers and renderer,
+// nothing looks at a flag: the handler removes the file that is being written and ends the program.
+#include "progress.hpp"
+
+#include "failure.hpp"
+
+#include <skoklana/host/om.h>
+#include <skoklana_host.h>
+
+#include <climits>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <unistd.h>
+
+static volatile sig_atomic_t in_operation, stop_asked;
+static char partial_file[PATH_MAX];
+static volatile sig_atomic_t partial_file_set;
+
+static const char *bar_title;
+static int bar_percent = -1; // shown now; -1: no bar on the screen
+static bool bar_wanted;
+
+static void on_signal(int number)
+{
+    if (number == SIGINT && in_operation != 0 && stop_asked == 0) {
+        stop_asked = 1;
+        host_interrupt();
+        return;
+    }
+    if (partial_file_set != 0) unlink(partial_file);
+    _exit(128 + number);
+}
+
+static int show_progress(void *, int percent, const char *)
+{
+    if (!bar_wanted || bar_title == nullptr || percent == bar_percent) return 0;
+    const int width = 30, done = percent * width / 100;
+    fprintf(stderr, "\r%s [%.*s%.*s] %3d %%", bar_title, done, "##############################", width - done,
+            "                              ", percent);
+    fflush(stderr);
+    bar_percent = percent;
+    return 0;
+}
+
+static void keep_report(void *, const char *, int, const char *) {} // host_last_report keeps them
+
+void start_progress(bool bar)
+{
+    bar_wanted = bar && isatty(STDERR_FILENO) != 0;
+    host_set_error_handler(keep_report, nullptr);
+    host_set_progress_handler(show_progress, nullptr);
+    struct sigaction action = {};
+    action.sa_handler = on_signal;
+    action.sa_flags = SA_RESTART;
+    sigaction(SIGINT, &action, nullptr);
+    sigaction(SIGTERM, &action, nullptr);
+    signal(SIGXFSZ, SIG_IGN); // a limit on file sizes is then an error of the write
+}
+
+status_part::status_part(int i, int n)
+{
+    OMpush_status_range(100 * i / n, 100 * (i + 1) / n);
+}
+
+status_part::~status_part()
+{
+    OMpop_status_range();
+}
+
+operation::operation(const char *title)
+{
+    bar_title = title;
+    host_clear_reports();
+    in_operation = 1;
+}
+
+operation::~operation()
+{
+    in_operation = 0;
+    if (bar_percent >= 0) fputs("\r\033[K", stderr);
+    bar_percent = -1;
+    bar_title = nullptr;
+}
+
+void operation::check(bool succeeded, const std::string &what) const
+{
+    if (stop_asked != 0) throw interrupted();
+    if (succeeded) return;
+    const char *module, *message;
+    if (host_last_report(0, &module, &message) != 0)
+        throw failure(what + " failed: " + module + ": " + message);
+    throw failure(what + " failed without a report");
+}
+
+void set_partial_file(const std::string &path)
+{
+    partial_file_set = 0;
+    if (path.empty() || path.size() >= sizeof partial_file) return;
+    memcpy(partial_file, path.c_str(), path.size() + 1);
+    partial_file_set = 1;
+}

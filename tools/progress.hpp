@@ -1,0 +1,29 @@
+// The progress bar, Ctrl-C, and the library's reports.
+#pragma once
+
+#include <string>
+
+// Takes over the host's reports and Ctrl-C. bar: show one where standard error is a terminal.
+void start_progress(bool bar);
+
+// Shares out the percentages of one operation that takes several calls of the library: call i of n.
+struct status_part {
+    status_part(int i, int n);
+    ~status_part();
+};
+
+// While one lives, Ctrl-C asks the library to stop at its next status check; otherwise it ends the program at
+// once. title stands before the bar.
+class operation
+{
+public:
+    explicit operation(const char *title);
+    ~operation();
+
+    // Throws interrupted if Ctrl-C was pressed, and failure with the library's last report if succeeded is
+    // false. what: the file and what was tried.
+    void check(bool succeeded, const std::string &what) const;
+};
+
+// A file that is being written, removed if Ctrl-C ends the program; empty: none.
+void set_partial_file(const std::string &path);

@@ -1,0 +1,432 @@
+// Which VTK reader takes a file, and what comes out of it.
+//
+// The first bytes decide where the format has a mark, since endings lie more often than marks do; the ending
+// decides among formats that share a container (NetCDF, HDF5) or have no mark. A reader that complains is not
+// believed: damaged files often come through with part of their data and only a message to tell.
+#include "read.hpp"
+
+#include "failure.hpp"
+#include "messages.hpp"
+
+#include <vtkAVSucdReader.h>
+#include <vtkAppendFilter.h>
+#include <vtkBYUReader.h>
+#include <vtkCGNSReader.h>
+#include <vtkCompositeDataIterator.h>
+#include <vtkCompositeDataSet.h>
+#include <vtkDEMReader.h>
+#include <vtkDICOMImageReader.h>
+#include <vtkDataSet.h>
+#include <vtkExodusIIReader.h>
+#include <vtkFLUENTReader.h>
+#include <vtkGAMBITReader.h>
+#include <vtkGLTFReader.h>
+#include <vtkGaussianCubeReader.h>
+#include <vtkGenericDataObjectReader.h>
+#include <vtkGenericEnSightReader.h>
+#include <vtkHDFReader.h>
+#include <vtkImageReader2.h>
+#include <vtkImageReader2Factory.h>
+#include <vtkInformation.h>
+#include <vtkLSDynaReader.h>
+#include <vtkMCubesReader.h>
+#include <vtkMINCImageReader.h>
+#include <vtkMRCReader.h>
+#include <vtkMultiBlockDataSet.h>
+#include <vtkMultiBlockPLOT3DReader.h>
+#include <vtkNetCDFCFReader.h>
+#include <vtkNew.h>
+#include <vtkNrrdReader.h>
+#include <vtkOBJReader.h>
+#include <vtkOpenFOAMReader.h>
+#include <vtkPLYReader.h>
+#include <vtkPTSReader.h>
+#include <vtkProStarReader.h>
+#include <vtkSTLReader.h>
+#include <vtkSegYReader.h>
+#include <vtkStreamingDemandDrivenPipeline.h>
+#include <vtkTecplotReader.h>
+#include <vtkUnstructuredGrid.h>
+#include <vtkXMLGenericDataObjectReader.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+using reader_ptr = vtkSmartPointer<vtkAlgorithm>;
+
+// ---- readers ------------------------------------------------------------------------------------------------
+
+template <typename Reader> static vtkSmartPointer<Reader> reader_of(const std::string &path)
+{
+    auto reader = vtkSmartPointer<Reader>::New();
+    reader->SetFileName(path.c_str());
+    return reader;
+}
+
+template <typename Reader> static reader_ptr plain(const std::string &path)
+{
+    return reader_of<Reader>(path);
+}
+
+// The legacy format may hold several arrays of a role, such as vectors, of which the reader takes one unless told.
+static reader_ptr legacy(const std::string &path)
+{
+    auto reader = reader_of<vtkGenericDataObjectReader>(path);
+    reader->ReadAllScalarsOn();
+    reader->ReadAllVectorsOn();
+    reader->ReadAllNormalsOn();
+    reader->ReadAllTensorsOn();
+    reader->ReadAllColorScalarsOn();
+    reader->ReadAllTCoordsOn();
+    reader->ReadAllFieldsOn();
+    return reader;
+}
+
+// Formats whose readers leave the arrays out unless asked for them.
+template <typename Reader> static reader_ptr with_all_arrays(const std::string &path)
+{
+    auto reader = reader_of<Reader>(path);
+    reader->UpdateInformation();
+    reader->EnableAllPointArrays();
+    reader->EnableAllCellArrays();
+    return reader;
+}
+
+static reader_ptr cgns(const std::string &path)
+{
+    auto reader = reader_of<vtkCGNSReader>(path);
+    reader->UpdateInformation();
+    reader->EnableAllBases();
+    reader->EnableAllPointArrays();
+    reader->EnableAllCellArrays();
+    return reader;
+}
+
+static reader_ptr exodus(const std::string &path)
+{
+    auto reader = reader_of<vtkExodusIIReader>(path);
+    reader->UpdateInformation();
+    for (const int type : {vtkExodusIIReader::NODAL, vtkExodusIIReader::ELEM_BLOCK})
+        reader->SetAllArrayStatus(type, 1);
+    return reader;
+}
+
+static reader_ptr cell_arrays(const std::string &path)
+{
+    auto reader = reader_of<vtkFLUENTReader>(path);
+    reader->UpdateInformation();
+    reader->EnableAllCellArrays();
+    return reader;
+}
+
+static reader_ptr ensight(const std::string &path)
+{
+    auto reader = vtkSmartPointer<vtkGenericEnSightReader>::New();
+    reader->SetCaseFileName(path.c_str());
+    return reader;
+}
+
+static reader_ptr dyna(const std::string &path)
+{
+    auto reader = vtkSmartPointer<vtkLSDynaReader>::New();
+    reader->SetFileName(path.c_str());
+    return reader;
+}
+
+// The data of a PLOT3D grid, by the customs of naming: q for xyz in the name, or another ending.
+static std::string solution_beside(const std::filesystem::path &grid)
+{
+    std::string name = grid.filename().string();
+    std::vector<std::string> guesses;
+    if (const size_t xyz = name.rfind("xyz"); xyz != std::string::npos && name.size() > xyz + 3)
+        guesses.push_back(std::string(name).replace(xyz, 3, "q"));
+    for (const char *ending : {".q", ".f", ".bin.q"})
+        guesses.push_back(std::filesystem::path(grid).filename().replace_extension(ending).string());
+    for (const std::string &guess : guesses)
+        if (guess != name && std::filesystem::exists(grid.parent_path() / guess))
+            return (grid.parent_path() / guess).string();
+    return "";
+}
+
+static reader_ptr plot3d(const std::string &path, const std::string &solution)
+{
+    auto reader = vtkSmartPointer<vtkMultiBlockPLOT3DReader>::New();
+    reader->SetXYZFileName(path.c_str());
+    if (!solution.empty()) reader->SetQFileName(solution.c_str());
+    reader->AutoDetectFormatOn();
+    return reader;
+}
+
+struct by_ending {
+    const char *endings; // each between spaces
+    reader_ptr (*make)(const std::string &path);
+};
+
+static const by_ending readers[] = {
+    {" .stl ", plain<vtkSTLReader>},
+    {" .obj ", plain<vtkOBJReader>},
+    {" .gltf .glb ", plain<vtkGLTFReader>},
+    {" .pts ", plain<vtkPTSReader>},
+    {" .byu ", plain<vtkBYUReader>},
+    {" .tri ", plain<vtkMCubesReader>},
+    {" .inp .ucd ", with_all_arrays<vtkAVSucdReader>},
+    {" .foam ", with_all_arrays<vtkOpenFOAMReader>},
+    {" .cas ", cell_arrays},
+    {" .neu ", plain<vtkGAMBITReader>},
+    {" .vrt .cel ", plain<vtkProStarReader>},
+    {" .tec .tp .dat ", plain<vtkTecplotReader>},
+    {" .case .encas ", ensight},
+    {" .e .ex2 .exo .exii .exodus .gen .g ", exodus},
+    {" .cgns ", cgns},
+    {" .vtkhdf .hdf ", plain<vtkHDFReader>},
+    {" .nc .ncdf .cdf ", plain<vtkNetCDFCFReader>},
+    {" .k .key .lsdyna ", dyna},
+    {" .sgy .segy ", plain<vtkSegYReader>},
+    {" .cube ", plain<vtkGaussianCubeReader>},
+    {" .dem ", plain<vtkDEMReader>},
+    {" .nrrd .nhdr ", plain<vtkNrrdReader>},
+    {" .mrc .map .ccp4 ", plain<vtkMRCReader>},
+    {" .mnc ", plain<vtkMINCImageReader>},
+    {" .dcm ", plain<vtkDICOMImageReader>},
+};
+
+// Formats that are told by their first bytes alone.
+static const char *const marked_endings =
+    " .vtk .vti .vtr .vts .vtu .vtp .vtm .vtmb .vtpd .vtpc .pvti .pvtr .pvts .pvtu .pvtp .ply ";
+static const char *const plot3d_endings = " .xyz .p3d .x .bin .grd .grid ";
+
+static bool has_ending(const char *endings, const std::string &ending)
+{
+    return !ending.empty() && strstr(endings, (" " + ending + " ").c_str()) != nullptr;
+}
+
+static std::string ending_of(const std::string &path)
+{
+    std::string ending = std::filesystem::path(path).extension().string();
+    std::transform(ending.begin(), ending.end(), ending.begin(),
+                   [](unsigned char c) { return static_cast<char>(tolower(c)); });
+    return ending;
+}
+
+// ---- choice -------------------------------------------------------------------------------------------------
+
+static std::string first_bytes(const std::string &path)
+{
+    std::error_code code;
+    if (std::filesystem::is_directory(path, code))
+        throw failure(path + ": is a directory; give the name of a file");
+    std::ifstream file(path, std::ios::binary);
+    if (!file) throw failure(path + ": cannot be opened: " + strerror(errno));
+    std::string head(1024, '\0');
+    file.read(head.data(), static_cast<std::streamsize>(head.size()));
+    head.resize(static_cast<size_t>(file.gcount()));
+    if (head.empty()) throw failure(path + ": is empty");
+    return head;
+}
+
+static bool starts_with(const std::string &text, const char *mark)
+{
+    return text.compare(0, strlen(mark), mark) == 0;
+}
+
+// Binary STL has no mark, but its size follows from the count of triangles at byte 80.
+static bool is_binary_stl(const std::string &path, const std::string &head)
+{
+    if (head.size() < 84) return false;
+    uint32_t triangles;
+    memcpy(&triangles, head.data() + 80, sizeof triangles);
+    return std::filesystem::file_size(path) == 84 + uintmax_t{50} * triangles;
+}
+
+static reader_ptr choose_reader(const std::string &path, const read_options &options, const std::string &head,
+                                std::vector<std::string> *notes)
+{
+    if (starts_with(head, "# vtk DataFile")) return legacy(path);
+    if (head.find("<VTKFile") != std::string::npos) return plain<vtkXMLGenericDataObjectReader>(path);
+    if (starts_with(head, "ply\n") || starts_with(head, "ply\r")) return plain<vtkPLYReader>(path);
+    if (is_binary_stl(path, head)) return plain<vtkSTLReader>(path);
+    if (starts_with(head, "FORMAT") && head.find("ensight") != std::string::npos) return ensight(path);
+
+    const std::string ending = ending_of(path);
+    if (has_ending(marked_endings, ending))
+        throw failure(path + ": has the ending " + ending + " but does not start as such a file does (" +
+                      (ending == ".vtk"   ? "\"# vtk DataFile\""
+                       : ending == ".ply" ? "\"ply\""
+                                          : "\"<VTKFile\"") +
+                      " is missing); it may be damaged or of another format");
+    if (!options.solution.empty() || has_ending(plot3d_endings, ending)) {
+        const std::string solution = options.solution.empty() ? solution_beside(path) : options.solution;
+        if (solution.empty())
+            notes->push_back("no solution file beside the PLOT3D grid; give it with --solution to have its data");
+        else
+            first_bytes(solution); // complains where it cannot be read
+        return plot3d(path, solution);
+    }
+    for (const by_ending &reader : readers)
+        if (has_ending(reader.endings, ending)) return reader.make(path);
+    vtkImageReader2 *image = vtkImageReader2Factory::CreateImageReader2(path.c_str());
+    if (image != nullptr) {
+        image->SetFileName(path.c_str());
+        return vtkSmartPointer<vtkAlgorithm>::Take(image);
+    }
+
+    std::string known = marked_endings + 1;
+    for (const by_ending &reader : readers)
+        known += std::string(reader.endings).substr(1);
+    throw failure(path + ": no reader knows this file. Formats are told by their first bytes or by these endings: " +
+                  known + (plot3d_endings + 1) + "and images (.png .jpg .tif .mha .nii ...)");
+}
+
+// ---- what came out ------------------------------------------------------------------------------------------
+
+static void check_complaints(const std::string &path, std::vector<std::string> *notes)
+{
+    const auto errors = vtk_messages::take_errors();
+    if (!errors.empty())
+        throw failure(path + ": is damaged or not what its name says; the reader's words: " + errors.front());
+    for (const std::string &warning : vtk_messages::take_warnings())
+        if (notes->size() < 3) notes->push_back("the reader warns: " + warning);
+}
+
+// The data sets of a composite, without the empty ones.
+static std::vector<vtkDataSet *> leaves_of(vtkCompositeDataSet *blocks)
+{
+    std::vector<vtkDataSet *> leaves;
+    const auto walk = vtkSmartPointer<vtkCompositeDataIterator>::Take(blocks->NewIterator());
+    for (walk->InitTraversal(); !walk->IsDoneWithTraversal(); walk->GoToNextItem()) {
+        auto *leaf = vtkDataSet::SafeDownCast(walk->GetCurrentDataObject());
+        if (leaf != nullptr && leaf->GetNumberOfPoints() > 0) leaves.push_back(leaf);
+    }
+    return leaves;
+}
+
+static vtkSmartPointer<vtkDataSet> whole_of(const std::vector<vtkDataSet *> &leaves)
+{
+    vtkNew<vtkAppendFilter> append;
+    for (vtkDataSet *leaf : leaves)
+        append->AddInputData(leaf);
+    append->MergePointsOn(); // blocks that share nodes stay connected
+    append->Update();
+    return append->GetOutput();
+}
+
+static vtkSmartPointer<vtkDataSet> data_set_of(vtkDataObject *object, const read_options &options,
+                                               input_file *file)
+{
+    if (auto *data = vtkDataSet::SafeDownCast(object)) {
+        if (options.block > 0) throw failure(file->path + ": is a single block; --block can only be 0");
+        return data;
+    }
+    auto *blocks = vtkCompositeDataSet::SafeDownCast(object);
+    if (blocks == nullptr)
+        throw failure(file->path + ": holds " +
+                      (object != nullptr ? std::string("a ") + object->GetClassName() : "nothing") +
+                      ", which is no mesh; meshes are images, grids and polygonal data");
+    const auto leaves = leaves_of(blocks);
+    file->nblocks = static_cast<int>(leaves.size());
+    if (leaves.empty()) throw failure(file->path + ": holds no block with nodes");
+    if (options.block >= file->nblocks)
+        throw failure(file->path + ": has blocks 0 to " + std::to_string(file->nblocks - 1) + ", not " +
+                      std::to_string(options.block));
+    if (options.block >= 0) return leaves[static_cast<size_t>(options.block)];
+    if (leaves.size() == 1) return leaves.front();
+    file->notes.push_back(std::to_string(leaves.size()) +
+                          " blocks taken as one mesh, with the arrays that all of them have; --block N takes one");
+    return whole_of(leaves);
+}
+
+input_file read_file(const std::string &path, const read_options &options)
+{
+    input_file file;
+    file.path = path;
+    const std::string head = first_bytes(path);
+    try {
+        vtk_messages::take_errors();
+        const reader_ptr reader = choose_reader(path, options, head, &file.notes);
+        reader->UpdateInformation();
+        check_complaints(path, &file.notes);
+        vtkInformation *about = reader->GetOutputInformation(0);
+        auto *steps_key = vtkStreamingDemandDrivenPipeline::TIME_STEPS();
+        file.nsteps = std::max(1, about->Length(steps_key));
+        if (options.step >= file.nsteps)
+            throw failure(path + ": has time steps 0 to " + std::to_string(file.nsteps - 1) + ", not " +
+                          std::to_string(options.step));
+        if (file.nsteps > 1)
+            reader->UpdateTimeStep(
+                about->Get(steps_key, options.step));
+        else
+            reader->Update();
+        check_complaints(path, &file.notes);
+        // the cube reader gives the atoms first and the grid second
+        const int port = vtkGaussianCubeReader::SafeDownCast(reader) != nullptr ? 1 : 0;
+        file.data = data_set_of(reader->GetOutputDataObject(port), options, &file);
+    } catch (const std::bad_alloc &) {
+        throw failure(path + ": asks for more memory than there is; it is damaged or too large");
+    } catch (const std::length_error &) {
+        throw failure(path + ": asks for more memory than there is; it is damaged or too large");
+    }
+    if (file.data->GetNumberOfPoints() < 1)
+        throw failure(path + ": holds no nodes; it may be cut short or of another format than its name says");
+    return file;
+}
+
+// ---- points -------------------------------------------------------------------------------------------------
+
+static std::vector<std::string> columns_of(std::string line)
+{
+    const bool spaced = line.find_first_of(",;") == std::string::npos;
+    for (char &c : line)
+        if (c == ';' || c == '\r' || (spaced && (c == '\t' || c == ' '))) c = c == '\r' ? ' ' : ',';
+    std::vector<std::string> columns;
+    std::istringstream in(line);
+    for (std::string column; std::getline(in, column, ',');) {
+        const size_t from = column.find_first_not_of(" \t\""), to = column.find_last_not_of(" \t\"");
+        if (from != std::string::npos)
+            columns.push_back(column.substr(from, to - from + 1));
+        else if (!spaced)
+            columns.emplace_back();
+    }
+    return columns;
+}
+
+static bool is_number(const std::string &text, float *value)
+{
+    char *end;
+    *value = strtof(text.c_str(), &end);
+    return !text.empty() && *end == '\0';
+}
+
+std::vector<float> read_points_csv(const std::string &path)
+{
+    first_bytes(path);
+    std::ifstream file(path);
+    std::vector<float> points;
+    size_t at[3] = {0, 1, 2};
+    int64_t number = 0;
+    for (std::string line; std::getline(file, line);) {
+        ++number;
+        const auto columns = columns_of(line);
+        float first;
+        if (columns.empty() || columns[0].compare(0, 1, "#") == 0) continue;
+        if (points.empty() && !is_number(columns[0], &first)) { // a header
+            for (size_t d = 0; d < 3; ++d)
+                for (size_t c = 0; c < columns.size(); ++c)
+                    if (columns[c].size() == 1 && tolower(columns[c][0]) == "xyz"[d]) at[d] = c;
+            continue;
+        }
+        for (const size_t c : at) {
+            float value = 0;
+            if (c >= columns.size() || !is_number(columns[c], &value))
+                throw failure(path + ": line " + std::to_string(number) +
+                              " holds no point; three numbers x, y, z are wanted, with commas between");
+            points.push_back(value);
+        }
+    }
+    if (points.empty()) throw failure(path + ": holds no points; rows of x, y, z are wanted");
+    return points;
+}
