@@ -27,6 +27,21 @@
 #define ROW(name, function) {reinterpret_cast<void (*)(void)>(function), name}
 
 static const OM_named_func named_functions[] = {
+    ROW("interp_init_func",        UTILinterp_init),
+    ROW("interp_init_func_struct", UTILinterp_init_struct),
+    ROW("interp_init_func_unif",   UTILinterp_init_unif),
+    ROW("interp_init_func_rect",   UTILinterp_init_rect),
+
+    ROW("find_cell_func",        UTILfind_cell),
+    ROW("find_cell_func_struct", UTILfind_cell),
+    ROW("find_cell_func_unif",   UTILfind_cell_unif),
+    ROW("find_cell_func_rect",   UTILfind_cell_rect),
+
+    ROW("interp_cell_func",        UTILinterp_cell_uvw),
+    ROW("interp_cell_func_struct", UTILinterp_cell_uvw_struct),
+    ROW("interp_cell_func_unif",   UTILinterp_cell_uvw_unif),
+    ROW("interp_cell_func_rect",   UTILinterp_cell_uvw_rect),
+
     ROW("interp_data_func",        UTILinterp_cell_val),
     ROW("interp_data_func_struct", UTILinterp_cell_val_struct),
     ROW("interp_data_func_unif",   UTILinterp_cell_val_struct),

@@ -1103,6 +1103,8 @@ TEST_F(ForeignKernels, BelowZeroEndsTheCallWithEverythingReleased)
         EXPECT_EQ(watch.live_blocks(), 0) << k;
         EXPECT_EQ(host_calls::seen().depth, 0);
         EXPECT_EQ(foreign_calls.size(), static_cast<size_t>(k + 1)) << "nothing runs after it";
-        if (k > 0) EXPECT_EQ(mesh->mesh->cell_connect[2], mesh->connect[2].data());
+        if (k > 0) {
+            EXPECT_EQ(mesh->mesh->cell_connect[2], mesh->connect[2].data());
+        }
     }
 }

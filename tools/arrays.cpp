@@ -104,12 +104,14 @@ std::vector<typed_array> arrays_of(vtkDataSetAttributes *attributes, qx_long cou
     for (int i = 0; i < attributes->GetNumberOfArrays(); ++i) {
         vtkDataArray *array = attributes->GetArray(i); // null for texts
         if (array == nullptr || array->GetNumberOfComponents() < 1) continue;
-        const std::string name =
-            array->GetName() != nullptr && *array->GetName() != '\0' ? array->GetName() : "array" + std::to_string(i);
+        const std::string name = array->GetName() != nullptr && *array->GetName() != '\0'
+                                     ? array->GetName()
+                                     : "array" + std::to_string(i);
         if (name == vtkDataSetAttributes::GhostArrayName()) continue;
         if (array->GetNumberOfTuples() != count) {
-            notes->push_back("array " + name + " is left out: it has " + std::to_string(array->GetNumberOfTuples()) +
-                             " rows, not " + std::to_string(count));
+            notes->push_back("array " + name + " is left out: it has " +
+                             std::to_string(array->GetNumberOfTuples()) + " rows, not " +
+                             std::to_string(count));
             continue;
         }
         arrays.push_back(typed(array, name));
@@ -143,7 +145,8 @@ value_range range_of(const typed_array &array)
             if (veclen > 1) {
                 double square = 0;
                 for (int c = 0; c < veclen; ++c)
-                    square += static_cast<double>(values[i * veclen + c]) * static_cast<double>(values[i * veclen + c]);
+                    square += static_cast<double>(values[i * veclen + c]) *
+                              static_cast<double>(values[i * veclen + c]);
                 value = std::sqrt(square);
             }
             if (std::isnan(value)) {
@@ -189,7 +192,8 @@ scalar_array scalar_of(const typed_array &array, int component, bool has_null, d
     scalar_array scalar;
     scalar.array = array;
     if (array.veclen > 1 && component < 0) {
-        scalar.array.type = array.type == DTYPE_DOUBLE || array.type == DTYPE_QX_LONG ? DTYPE_DOUBLE : DTYPE_FLOAT;
+        scalar.array.type =
+            array.type == DTYPE_DOUBLE || array.type == DTYPE_QX_LONG ? DTYPE_DOUBLE : DTYPE_FLOAT;
         scalar.array.veclen = 1;
         scalar.array = like(scalar.array, array.count);
         with_values(array, [&](auto *from) {
@@ -209,7 +213,8 @@ scalar_array scalar_of(const typed_array &array, int component, bool has_null, d
         scalar.array = like(scalar.array, array.count);
         if (UTILextract_scalar(array.count, array.veclen, array.values, array.type, component,
                                scalar.array.values) != 1)
-            throw failure("component " + std::to_string(component) + " of " + array.name + " could not be taken");
+            throw failure("component " + std::to_string(component) + " of " + array.name +
+                          " could not be taken");
     }
     if (has_null) {
         double back;

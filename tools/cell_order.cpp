@@ -61,7 +61,8 @@ static std::array<std::array<signed char, 20>, CELL_KINDS> make_mirrors()
         for (int a = 0; a < nodes.nnodes_2; ++a)
             for (int b = 0; b < nodes.nnodes_2; ++b)
                 if (nodes.position[a][0] == nodes.position[b][1] &&
-                    nodes.position[a][1] == nodes.position[b][0] && nodes.position[a][2] == nodes.position[b][2])
+                    nodes.position[a][1] == nodes.position[b][0] &&
+                    nodes.position[a][2] == nodes.position[b][2])
                     mirrors[kind][a] = static_cast<signed char>(b);
     }
     return mirrors;

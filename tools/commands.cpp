@@ -40,9 +40,8 @@ namespace {
 // ---- what the user sees -------------------------------------------------------------------------------------
 
 // Names the stages of a command and how long each took.
-class stopwatch
-{
-public:
+class stopwatch {
+  public:
     void done(const char *stage)
     {
         const auto now = std::chrono::steady_clock::now();
@@ -55,7 +54,7 @@ public:
             printf("%-9s %8.3f s\n", stage, seconds);
     }
 
-private:
+  private:
     std::chrono::steady_clock::time_point last = std::chrono::steady_clock::now();
     std::vector<std::pair<const char *, double>> stages;
 };
@@ -124,8 +123,8 @@ std::string names_of(const std::vector<typed_array> &arrays)
 
 const typed_array *named(const std::vector<typed_array> &arrays, const std::string &name)
 {
-    const auto found =
-        std::find_if(arrays.begin(), arrays.end(), [&](const typed_array &array) { return array.name == name; });
+    const auto found = std::find_if(arrays.begin(), arrays.end(),
+                                    [&](const typed_array &array) { return array.name == name; });
     return found == arrays.end() ? nullptr : &*found;
 }
 
@@ -142,7 +141,8 @@ const typed_array &chosen_array(const settings &from, const loaded &in)
     }
     if (const typed_array *array = named(in.node, from.array)) return *array;
     if (named(in.cell, from.array) != nullptr)
-        throw failure(from.file + ": " + from.array + " holds a value a cell, and values at nodes are wanted" + choice);
+        throw failure(from.file + ": " + from.array +
+                      " holds a value a cell, and values at nodes are wanted" + choice);
     throw failure(from.file + ": has no array " + from.array + choice);
 }
 
@@ -153,10 +153,11 @@ int chosen_component(const settings &from, const typed_array &array)
     char *end;
     const long component = strtol(from.component.c_str(), &end, 10);
     if (*end != '\0' || component < 0)
-        throw failure("--component " + from.component + ": is neither a number from 0 nor \"length\"", exit_usage);
+        throw failure("--component " + from.component + ": is neither a number from 0 nor \"length\"",
+                      exit_usage);
     if (component >= array.veclen)
-        throw failure(from.file + ": " + array.name + " has components 0 to " + std::to_string(array.veclen - 1) +
-                      ", not " + from.component);
+        throw failure(from.file + ": " + array.name + " has components 0 to " +
+                      std::to_string(array.veclen - 1) + ", not " + from.component);
     return static_cast<int>(component);
 }
 
@@ -252,7 +253,8 @@ void print_suggestion(const settings &from, const loaded &in)
     printf("try:   skoklana %s %s --array \"%s\"", ndim == 3 ? "iso" : "isoline", from.file.c_str(),
            best->name.c_str());
     for (const double share : {0.25, 0.5, 0.75})
-        printf(" --level %s", number(rounded(range.lo + share * (range.hi - range.lo), range.hi - range.lo)).c_str());
+        printf(" --level %s",
+               number(rounded(range.lo + share * (range.hi - range.lo), range.hi - range.lo)).c_str());
     puts(" -o out.vtp --picture out.png");
 }
 
@@ -286,7 +288,8 @@ static void extract(const settings &from, level_kind kind)
     const bool surfaces = kind == level_kind::surfaces;
     if (from.out.empty() && from.picture.empty())
         throw failure("nowhere to put the result: give -o OUT.vtp, --picture OUT.png or both", exit_usage);
-    if (!from.out.empty()) check_ending(from.out, surfaces ? " .vtp .ply .stl " : " .vtp ", surfaces ? "a surface" : "lines");
+    if (!from.out.empty())
+        check_ending(from.out, surfaces ? " .vtp .ply .stl " : " .vtp ", surfaces ? "a surface" : "lines");
     if (!from.picture.empty()) check_ending(from.picture, " .png ", "a picture");
 
     stopwatch watch;
@@ -303,7 +306,8 @@ static void extract(const settings &from, level_kind kind)
         throw failure(from.file + ": has no cells that a surface or line could run through, only " +
                       in.mesh->size_in_words());
     if (!surfaces && !flat)
-        throw failure(from.file + ": has solid cells only, and lines run on flat ones; iso extracts surfaces");
+        throw failure(from.file +
+                      ": has solid cells only, and lines run on flat ones; iso extracts surfaces");
     watch.done("read");
 
     const extracted levels = extract_levels(from.file, *in.mesh, kind, scalar, from.levels, carried);
@@ -388,14 +392,16 @@ sample_points chosen_points(const settings &from, const input_mesh &mesh)
 
 void check_probe(const settings &from)
 {
-    const int ways = (from.points.empty() ? 0 : 1) + (from.line.empty() ? 0 : 1) + (from.grid.empty() ? 0 : 1);
+    const int ways =
+        (from.points.empty() ? 0 : 1) + (from.line.empty() ? 0 : 1) + (from.grid.empty() ? 0 : 1);
     if (ways != 1) throw failure("give one of --points FILE, --line A B N and --grid NX NY NZ", exit_usage);
     if (!from.line.empty() && strtoll(from.line[2].c_str(), nullptr, 10) < 1)
         throw failure("--line: " + from.line[2] + " is no count of points", exit_usage);
     qx_long nodes = 1;
     for (const int64_t n : from.grid)
         if (n < 1 || __builtin_mul_overflow(nodes, n, &nodes) || nodes > qx_long{1} << 40)
-            throw failure("--grid: each number is at least 1, and all nodes together not more than 10^12", exit_usage);
+            throw failure("--grid: each number is at least 1, and all nodes together not more than 10^12",
+                          exit_usage);
     check_ending(from.out, from.grid.empty() ? " .vtp .csv " : " .vti .csv ",
                  from.grid.empty() ? "a list of points" : "a grid");
 }
@@ -411,26 +417,31 @@ void probe(const settings &from)
         throw failure(from.file + ": has no cells to hold values");
     carried_arrays carried = chosen_with(from, in);
     for (auto *arrays : {&carried.node, &carried.cell}) // a probe of a probe makes its own
-        arrays->erase(std::remove_if(arrays->begin(), arrays->end(),
-                                     [](const typed_array &array) { return array.name == "vtkValidPointMask"; }),
-                      arrays->end());
-    if (carried.node.empty() && carried.cell.empty()) throw failure(from.file + ": has no arrays to take values of");
+        arrays->erase(
+            std::remove_if(arrays->begin(), arrays->end(),
+                           [](const typed_array &array) { return array.name == "vtkValidPointMask"; }),
+            arrays->end());
+    if (carried.node.empty() && carried.cell.empty())
+        throw failure(from.file + ": has no arrays to take values of");
     // a name that nodes and cells both have stays with the nodes
-    carried.cell.erase(std::remove_if(carried.cell.begin(), carried.cell.end(),
-                                      [&](const typed_array &array) { return named(carried.node, array.name) != nullptr; }),
-                       carried.cell.end());
+    carried.cell.erase(
+        std::remove_if(carried.cell.begin(), carried.cell.end(),
+                       [&](const typed_array &array) { return named(carried.node, array.name) != nullptr; }),
+        carried.cell.end());
     const sample_points points = chosen_points(from, *in.mesh);
     watch.done("read");
 
     const auto arrays = probe(from.file, *in.mesh, points, carried.node, carried.cell);
-    const auto made = points.lattice ? lattice_to_vtk(points.dims, points.lo, points.hi) : points_to_vtk(points.xyz);
+    const auto made =
+        points.lattice ? lattice_to_vtk(points.dims, points.lo, points.hi) : points_to_vtk(points.xyz);
     add_arrays(made, arrays);
     watch.done("compute");
 
     const auto *inside = static_cast<const signed char *>(arrays.back().values);
     write_data_set(from.out, made);
     watch.done("write");
-    say(from, "%s: %lld points, %lld of them inside the mesh", from.out.c_str(), static_cast<long long>(points.count()),
+    say(from, "%s: %lld points, %lld of them inside the mesh", from.out.c_str(),
+        static_cast<long long>(points.count()),
         static_cast<long long>(std::count(inside, inside + points.count(), 1)));
     if (from.time) watch.print();
 }
@@ -446,7 +457,8 @@ void threshold_null(const settings &from)
     const scalar_array scalar = chosen_scalar(from, array);
     const carried_arrays carried = chosen_with(from, in);
     if (scalar.null_flag == 0)
-        throw failure(from.file + ": " + array.name + " has no nodes without a value; --null X tells which value means that");
+        throw failure(from.file + ": " + array.name +
+                      " has no nodes without a value; --null X tells which value means that");
     watch.done("read");
 
     const auto made = without_null(from.file, *in.mesh, scalar, carried);
@@ -496,7 +508,8 @@ void clamp(const settings &from)
     watch.done("compute");
     write_data_set(from.out, out);
     watch.done("write");
-    say(from, "%s: %lld values of %s limited", from.out.c_str(), static_cast<long long>(changed), array.name.c_str());
+    say(from, "%s: %lld values of %s limited", from.out.c_str(), static_cast<long long>(changed),
+        array.name.c_str());
     if (from.time) watch.print();
 }
 
@@ -530,12 +543,15 @@ void sample(const settings &from)
                   {"quad", samples::layout::cells, CELL_QUAD, " .vtu "},
                   {"tri", samples::layout::cells, CELL_TRI, " .vtu "}};
     const samples::field *field = samples::find(from.sample);
-    if (field == nullptr) throw failure("there is no sample " + from.sample + "; there are:\n" + list_of_samples(), exit_usage);
+    if (field == nullptr)
+        throw failure("there is no sample " + from.sample + "; there are:\n" + list_of_samples(), exit_usage);
     const auto *mesh = std::find_if(std::begin(meshes), std::end(meshes),
                                     [&](const auto &one) { return from.mesh == one.name; });
     if (mesh == std::end(meshes))
-        throw failure("there is no mesh " + from.mesh + "; there are uniform, rectilinear, curvilinear, hex, prism, "
-                      "pyramid, tet, quad and tri", exit_usage);
+        throw failure("there is no mesh " + from.mesh +
+                          "; there are uniform, rectilinear, curvilinear, hex, prism, "
+                          "pyramid, tet, quad and tri",
+                      exit_usage);
     check_ending(from.out, mesh->ending, "this mesh");
 
     std::vector<int64_t> size = from.size;
@@ -550,13 +566,14 @@ void sample(const settings &from)
         if (mesh->kind >= 0 && size[d] < 2 && !(d == 2 && flat_kind))
             throw failure("--size: cells need 2 nodes along each axis", exit_usage);
     }
-    if (flat_kind && size[2] != 1) throw failure("--size: a mesh of flat cells has 1 node along z", exit_usage);
+    if (flat_kind && size[2] != 1)
+        throw failure("--size: a mesh of flat cells has 1 node along z", exit_usage);
     if (from.order == 2 && mesh->kind < 0) throw failure("--order 2 is for cells only", exit_usage);
 
     stopwatch watch;
-    const samples::mesh lattice = mesh->kind < 0
-                                      ? samples::structured(mesh->layout, size.data(), field->lo, field->hi)
-                                      : samples::cells(mesh->kind, from.order, size.data(), field->lo, field->hi);
+    const samples::mesh lattice =
+        mesh->kind < 0 ? samples::structured(mesh->layout, size.data(), field->lo, field->hi)
+                       : samples::cells(mesh->kind, from.order, size.data(), field->lo, field->hi);
     const auto made = sample_to_vtk(lattice, *field);
     watch.done("compute");
     write_data_set(from.out, made);

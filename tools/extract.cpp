@@ -51,8 +51,8 @@ bool run(input_mesh &mesh, level_kind kind, const scalar_array &scalar, double l
     int result;
     if (kind == level_kind::surfaces)
         result = UTILisosurf(mesh.mesh, data.values, data.type, scalar.null_flag, scalar.null_value(), level,
-                             &out->nnodes, &min_node, &max_node, &out->nline, &line_conn, &nline_conn, &out->ntri,
-                             &tri_conn, &ntri_conn, map_count.data(), map.data());
+                             &out->nnodes, &min_node, &max_node, &out->nline, &line_conn, &nline_conn,
+                             &out->ntri, &tri_conn, &ntri_conn, map_count.data(), map.data());
     else
         result = UTILisoline(mesh.mesh, data.values, data.type, scalar.null_flag, scalar.null_value(), level,
                              &out->nnodes, &min_node, &max_node, &out->nline, &line_conn, &nline_conn,
@@ -89,7 +89,8 @@ vtkSmartPointer<vtkTypeInt64Array> joined(std::vector<level_set> &sets, list lev
     qx_long *to = entries > 0 ? our_list(all->GetPointer(0)) : nullptr;
     for (const level_set &set : sets) {
         const qx_long *from = (set.*conn).get();
-        to = std::transform(from, from + set.*count * corners, to, [=](qx_long node) { return node + first_node; });
+        to = std::transform(from, from + set.*count * corners, to,
+                            [=](qx_long node) { return node + first_node; });
         first_node += set.nnodes;
     }
     return all;
@@ -106,8 +107,8 @@ bool evaluate(input_mesh &mesh, const scalar_array &scalar, double level, const 
     if (UTILeval_coord(mesh.mesh, set.nnodes, a, b, t.get(), coords + first * 3) != 1) return false;
     for (size_t i = 0; i < from.size(); ++i) {
         const qx_long bytes = first * from[i].veclen * DTYPEtype_size(from[i].type);
-        if (UTILeval_param(set.nnodes, from[i].veclen, from[i].type, from[i].values, 0, nullptr, a, b, t.get(),
-                           static_cast<char *>((*to)[i].values) + bytes) != 1)
+        if (UTILeval_param(set.nnodes, from[i].veclen, from[i].type, from[i].values, 0, nullptr, a, b,
+                           t.get(), static_cast<char *>((*to)[i].values) + bytes) != 1)
             return false;
     }
     return true;
@@ -115,8 +116,9 @@ bool evaluate(input_mesh &mesh, const scalar_array &scalar, double level, const 
 
 } // namespace
 
-extracted extract_levels(const std::string &path, input_mesh &mesh, level_kind kind, const scalar_array &scalar,
-                         const std::vector<double> &levels, const carried_arrays &carried)
+extracted extract_levels(const std::string &path, input_mesh &mesh, level_kind kind,
+                         const scalar_array &scalar, const std::vector<double> &levels,
+                         const carried_arrays &carried)
 {
     const int nlevels = static_cast<int>(levels.size());
     const std::string what = path + (kind == level_kind::surfaces ? ": isosurface" : ": isolines");
@@ -129,7 +131,8 @@ extracted extract_levels(const std::string &path, input_mesh &mesh, level_kind k
     operation run_all(kind == level_kind::surfaces ? "isosurface" : "isolines");
     for (int i = 0; i < nlevels; ++i) {
         const status_part part(i, nlevels);
-        run_all.check(run(mesh, kind, scalar, levels[static_cast<size_t>(i)], &sets[static_cast<size_t>(i)]), what);
+        run_all.check(run(mesh, kind, scalar, levels[static_cast<size_t>(i)], &sets[static_cast<size_t>(i)]),
+                      what);
         nnodes += sets[static_cast<size_t>(i)].nnodes;
         made.ntri.push_back(sets[static_cast<size_t>(i)].ntri);
     }
@@ -147,8 +150,8 @@ extracted extract_levels(const std::string &path, input_mesh &mesh, level_kind k
     }
     for (qx_long first = 0, i = 0; i < nlevels; first += sets[static_cast<size_t>(i)].nnodes, ++i) {
         if (sets[static_cast<size_t>(i)].nnodes == 0) continue;
-        run_all.check(evaluate(mesh, scalar, levels[static_cast<size_t>(i)], sets[static_cast<size_t>(i)], first,
-                               coords->GetPointer(0), carried.node, &node_arrays),
+        run_all.check(evaluate(mesh, scalar, levels[static_cast<size_t>(i)], sets[static_cast<size_t>(i)],
+                               first, coords->GetPointer(0), carried.node, &node_arrays),
                       what);
     }
     for (const typed_array &array : carried.cell) {

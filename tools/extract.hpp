@@ -26,5 +26,6 @@ struct extracted {
 // The surfaces (of solid cells) and lines (of flat ones) where a scalar reaches each level, in the order of the
 // levels. New nodes are placed between the mesh's nodes; node arrays are interpolated there and cell arrays
 // taken from the cell that each piece lies in. Throws failure or interrupted; text starts with path.
-extracted extract_levels(const std::string &path, input_mesh &mesh, level_kind kind, const scalar_array &scalar,
-                         const std::vector<double> &levels, const carried_arrays &carried);
+extracted extract_levels(const std::string &path, input_mesh &mesh, level_kind kind,
+                         const scalar_array &scalar, const std::vector<double> &levels,
+                         const carried_arrays &carried);

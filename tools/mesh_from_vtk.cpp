@@ -79,8 +79,8 @@ static void note_rounding(input_mesh *mesh, double worst)
     const double size = mesh->data->GetLength();
     if (worst <= 1e-5 * size) return;
     char text[100];
-    snprintf(text, sizeof text, "coordinates are rounded to float, by up to %.3g; the mesh is %.3g across", worst,
-             size);
+    snprintf(text, sizeof text, "coordinates are rounded to float, by up to %.3g; the mesh is %.3g across",
+             worst, size);
     mesh->notes.push_back(text);
 }
 
@@ -145,7 +145,8 @@ static void curvilinear(input_mesh *mesh)
 
 static bool ascending(const std::vector<float> &axis)
 {
-    return std::adjacent_find(axis.begin(), axis.end(), [](float a, float b) { return !(a < b); }) == axis.end();
+    return std::adjacent_find(axis.begin(), axis.end(), [](float a, float b) { return !(a < b); }) ==
+           axis.end();
 }
 
 static void rectilinear(input_mesh *mesh, vtkRectilinearGrid *grid)
@@ -203,20 +204,16 @@ static bool set_dims(input_mesh *mesh, const int *vtk_dims)
 // ---- cells --------------------------------------------------------------------------------------------------
 
 // Gathers the cells of a data set into sets.
-class cell_sorter
-{
-public:
+class cell_sorter {
+  public:
     cell_sorter(const std::string &path_, input_mesh *mesh_, const float *coords_)
         : path(path_), mesh(mesh_), coords(coords_), marks(mesh_->data)
     {
-        static const shape_deriv_func derivs[] = {nullptr,
-                                                  nullptr,
-                                                  nullptr,
-                                                  UTILsh_deriv_tet_1,
-                                                  UTILsh_deriv_pyr_1,
-                                                  UTILsh_deriv_pent_1,
-                                                  UTILsh_deriv_hex_1};
-        const float centre[CELL_KINDS][3] = {{}, {}, {}, {0.25f, 0.25f, 0.25f}, {}, {1 / 3.0f, 1 / 3.0f, 0}, {}};
+        static const shape_deriv_func derivs[] = {
+            nullptr,           nullptr, nullptr, UTILsh_deriv_tet_1, UTILsh_deriv_pyr_1, UTILsh_deriv_pent_1,
+            UTILsh_deriv_hex_1};
+        const float centre[CELL_KINDS][3] = {{}, {}, {}, {0.25f, 0.25f, 0.25f}, {}, {1 / 3.0f, 1 / 3.0f, 0},
+                                             {}};
         for (int kind = CELL_TET; kind < CELL_KINDS; ++kind)
             derivs[kind](centre[kind], deriv[kind]);
     }
@@ -224,7 +221,7 @@ public:
     void add(vtkIdType number, int type, const vtkIdType *nodes, vtkIdType count);
     void finish();
 
-private:
+  private:
     void add_one(vtkIdType number, const cell_order &order, const vtkIdType *nodes);
     void add_split(vtkIdType number, int type);
     bool inside_out(int kind, const vtkIdType *nodes, const cell_order &order) const;
@@ -291,13 +288,15 @@ void cell_sorter::add(vtkIdType number, int type, const vtkIdType *nodes, vtkIdT
 {
     for (vtkIdType i = 0; i < count; ++i)
         if (nodes[i] < 0 || nodes[i] >= mesh->nnodes)
-            bad_cell(number, "refers to node " + std::to_string(nodes[i]) + " of " + std::to_string(mesh->nnodes));
+            bad_cell(number,
+                     "refers to node " + std::to_string(nodes[i]) + " of " + std::to_string(mesh->nnodes));
     if (marks.drops(number, nodes, count)) {
         ++dropped;
         return;
     }
     const cell_order *order = order_of_vtk(type);
-    if (type == VTK_POLYGON && (count == 3 || count == 4)) order = order_of_kind(count == 3 ? CELL_TRI : CELL_QUAD, 1);
+    if (type == VTK_POLYGON && (count == 3 || count == 4))
+        order = order_of_kind(count == 3 ? CELL_TRI : CELL_QUAD, 1);
     if (order != nullptr) {
         if (count < order->vtk_nodes)
             bad_cell(number, "has " + std::to_string(count) + " nodes where its kind has " +
@@ -370,8 +369,7 @@ void cell_sorter::finish()
         }
     auto &notes = mesh->notes;
     if (!split.empty()) notes.push_back("split into simplices: " + counts_in_words(split));
-    if (!reduced.empty())
-        notes.push_back("taken without their further nodes: " + counts_in_words(reduced));
+    if (!reduced.empty()) notes.push_back("taken without their further nodes: " + counts_in_words(reduced));
     if (!refused.empty()) notes.push_back("left out, as they have no kind here: " + counts_in_words(refused));
     if (points > 0) notes.push_back("left out: " + std::to_string(points) + " cells that are only points");
     if (dropped > 0) notes.push_back("left out: " + std::to_string(dropped) + " hidden or duplicate cells");
@@ -397,7 +395,8 @@ static void lattice_cells(input_mesh *mesh, cell_sorter *sorter)
             for (qx_long i = 0; i < cells[0]; ++i, ++number) {
                 vtkIdType nodes[8];
                 for (int n = 0; n < count; ++n)
-                    nodes[n] = i + around[n % 4][0] + dims[0] * (j + around[n % 4][1] + dims[1] * (k + n / 4));
+                    nodes[n] =
+                        i + around[n % 4][0] + dims[0] * (j + around[n % 4][1] + dims[1] * (k + n / 4));
                 sorter->add(number, types[mesh->ndim], nodes, count);
             }
 }
@@ -440,7 +439,8 @@ static void explicit_cells(const std::string &path, input_mesh *mesh, cell_sorte
     if (auto *grid = vtkUnstructuredGrid::SafeDownCast(data)) {
         if (ncells == 0) return;
         check_list(path, grid->GetCells());
-        if (!any_dropped(data) && grid->IsHomogeneous() != 0 && share_list(mesh, grid->GetCells(), grid->GetCellType(0)))
+        if (!any_dropped(data) && grid->IsHomogeneous() != 0 &&
+            share_list(mesh, grid->GetCells(), grid->GetCellType(0)))
             return;
     } else if (auto *poly = vtkPolyData::SafeDownCast(data)) {
         for (vtkCellArray *cells : {poly->GetVerts(), poly->GetLines(), poly->GetPolys(), poly->GetStrips()})
@@ -472,7 +472,8 @@ static void take_apart(const std::string &path, input_mesh *mesh)
         int nnodes;
         const tesselate_func tesselate = set.kind == CELL_PRISM ? UTILtesselate_prism_2 : UTILtesselate_pyr_2;
         if (tesselate(set.ncells, set.connect, &count, &connect, &nnodes) != 1)
-            throw failure(path + ": its second-order cells could not be split; there may be too little memory");
+            throw failure(path +
+                          ": its second-order cells could not be split; there may be too little memory");
         cell_set parts;
         parts.order = 1;
         parts.kind = nnodes == 4 ? CELL_TET : nnodes == 5 ? CELL_PYR : nnodes == 6 ? CELL_PRISM : CELL_HEX;
@@ -505,7 +506,8 @@ static void cell_sets(const std::string &path, input_mesh *mesh, mesh_use use)
     if (use == mesh_use::sample) take_apart(path, mesh);
     mesh->field = host_cells(mesh->nnodes, 3, coords);
     for (const cell_set &set : mesh->sets)
-        if (mesh->field != nullptr && host_add_cells(mesh->field, set.kind, set.order, set.ncells, set.connect) == 0)
+        if (mesh->field != nullptr &&
+            host_add_cells(mesh->field, set.kind, set.order, set.ncells, set.connect) == 0)
             throw failure(path + ": " + host_error());
 }
 

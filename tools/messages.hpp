@@ -6,9 +6,8 @@
 #include <string>
 #include <vector>
 
-class vtk_messages : public vtkOutputWindow
-{
-public:
+class vtk_messages : public vtkOutputWindow {
+  public:
     static vtk_messages *New();
     vtkTypeMacro(vtk_messages, vtkOutputWindow);
 
@@ -24,6 +23,6 @@ public:
     void DisplayWarningText(const char *text) override { warnings.push_back(text); }
     void DisplayGenericWarningText(const char *text) override { warnings.push_back(text); }
 
-private:
+  private:
     std::vector<std::string> errors, warnings;
 };

@@ -188,7 +188,8 @@ static void fit(vtkRenderer *renderer, const double *box, double aspect)
         }
         const double half = std::max(hi[0] - lo[0], hi[1] - lo[1]) / 2;
         const double *old = camera->GetWindowCenter();
-        camera->SetWindowCenter((old[0] + (lo[0] + hi[0]) / 2) * 0.93 / half, (old[1] + (lo[1] + hi[1]) / 2) * 0.93 / half);
+        camera->SetWindowCenter((old[0] + (lo[0] + hi[0]) / 2) * 0.93 / half,
+                                (old[1] + (lo[1] + hi[1]) / 2) * 0.93 / half);
         camera->Zoom(0.93 / half);
     }
 }
@@ -219,7 +220,8 @@ static void place_camera(vtkRenderer *renderer, const double *box, double aspect
 }
 
 // The triangles of each level as a surface of its own, over the nodes of all, and the lines as one more.
-static std::vector<vtkSmartPointer<vtkPolyData>> pieces_of(vtkPolyData *data, const std::vector<int64_t> &triangles)
+static std::vector<vtkSmartPointer<vtkPolyData>> pieces_of(vtkPolyData *data,
+                                                           const std::vector<int64_t> &triangles)
 {
     std::vector<vtkSmartPointer<vtkPolyData>> pieces;
     vtkIdType first = 0, count;
@@ -265,7 +267,8 @@ static bool averaged(const std::vector<unsigned char> &drawn, int width, int hei
             for (int c = 0; c < 3; ++c) {
                 int sum = area / 2;
                 for (int s = 0; s < area; ++s) {
-                    const int row = y * oversampling + s / oversampling, column = x * oversampling + s % oversampling;
+                    const int row = y * oversampling + s / oversampling,
+                              column = x * oversampling + s % oversampling;
                     sum += drawn[static_cast<size_t>((row * width * oversampling + column) * 3 + c)];
                 }
                 *to++ = static_cast<unsigned char>(sum / area);
@@ -340,7 +343,8 @@ static void draw(const std::string &path, vtkPolyData *data, const picture_optio
     window->GetPixelData(0, 0, width - 1, height - 1, 0, pixels.Get(), 0);
     const auto errors = vtk_messages::take_errors();
     if (!errors.empty()) throw failure("the renderer says: " + errors.front());
-    std::vector<unsigned char> drawn(pixels->GetPointer(0), pixels->GetPointer(0) + pixels->GetNumberOfValues());
+    std::vector<unsigned char> drawn(pixels->GetPointer(0),
+                                     pixels->GetPointer(0) + pixels->GetNumberOfValues());
     vtkNew<vtkImageData> image;
     if (drawn.size() != static_cast<size_t>(width) * static_cast<size_t>(height) * 3 ||
         !averaged(drawn, options.width, options.height, image))

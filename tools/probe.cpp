@@ -83,7 +83,8 @@ sample_points lattice_over(const input_mesh &mesh, const qx_long dims[3])
     const auto at = [&](int d, qx_long i) { // the ends exactly
         if (i == 0 || dims[d] == 1) return points.lo[d];
         if (i == dims[d] - 1) return points.hi[d];
-        return points.lo[d] + (points.hi[d] - points.lo[d]) * static_cast<float>(i) / static_cast<float>(dims[d] - 1);
+        return points.lo[d] +
+               (points.hi[d] - points.lo[d]) * static_cast<float>(i) / static_cast<float>(dims[d] - 1);
     };
     points.xyz.reserve(static_cast<size_t>(dims[0] * dims[1] * dims[2]) * 3);
     for (qx_long k = 0; k < dims[2]; ++k)
@@ -99,25 +100,25 @@ sample_points points_on_line(const float a[3], const float b[3], qx_long n)
     sample_points points;
     for (qx_long i = 0; i < n; ++i)
         for (int d = 0; d < 3; ++d)
-            points.xyz.push_back(i == n - 1 && n > 1 ? b[d]
-                                                     : a[d] + (b[d] - a[d]) * static_cast<float>(i) /
-                                                                  static_cast<float>(std::max<qx_long>(n - 1, 1)));
+            points.xyz.push_back(i == n - 1 && n > 1
+                                     ? b[d]
+                                     : a[d] + (b[d] - a[d]) * static_cast<float>(i) /
+                                                  static_cast<float>(std::max<qx_long>(n - 1, 1)));
     return points;
 }
 
 namespace {
 
 // One probe: the mesh, its table, the points, and where to put what.
-class prober
-{
-public:
+class prober {
+  public:
     prober(const std::string &path, input_mesh &mesh_, const sample_points &points_)
         : what(path + ": sampling"), mesh(mesh_), points(points_), run("sampling")
     {
     }
     std::vector<typed_array> all(const std::vector<typed_array> &node, const std::vector<typed_array> &cell);
 
-private:
+  private:
     void build_table();
     void sample(const std::vector<typed_array> &from, std::vector<typed_array> *to);
     void find_cells(qx_long *cell);
@@ -165,12 +166,14 @@ void prober::sample(const std::vector<typed_array> &from, std::vector<typed_arra
     int done;
     if (lattice_table != nullptr)
         done = UTILinterpolate_data_to_unif(points.count(), points.xyz.data(), 3, nullptr, mesh.mesh,
-                                            lattice_table.get(), static_cast<int>(n), from[0].type, veclens.data(),
-                                            data.data(), nulls.data(), flags.data(), 0, out.data());
+                                            lattice_table.get(), static_cast<int>(n), from[0].type,
+                                            veclens.data(), data.data(), nulls.data(), flags.data(), 0,
+                                            out.data());
     else
-        done = UTILinterpolate_data(points.count(), points.xyz.data(), 3, nullptr, mesh.mesh, table.get(),
-                                    static_cast<int>(n), from[0].type, veclens.data(), data.data(), unused.data(),
-                                    unused.data(), flags.data(), nulls.data(), 0, 0, out.data());
+        done =
+            UTILinterpolate_data(points.count(), points.xyz.data(), 3, nullptr, mesh.mesh, table.get(),
+                                 static_cast<int>(n), from[0].type, veclens.data(), data.data(),
+                                 unused.data(), unused.data(), flags.data(), nulls.data(), 0, 0, out.data());
     run.check(done == 1, what);
 }
 
@@ -184,8 +187,8 @@ void prober::find_cells(qx_long *cell)
         float uvw[3];
         qx_long found, local;
         cell[i] = -1;
-        if (mesh.mesh->methods->find_cell_func(mesh.mesh, table.get(), &points.xyz[static_cast<size_t>(i * 3)], &found,
-                                               uvw) != 1)
+        if (mesh.mesh->methods->find_cell_func(mesh.mesh, table.get(),
+                                               &points.xyz[static_cast<size_t>(i * 3)], &found, uvw) != 1)
             continue;
         if (mesh.structured()) { // the cell's lowest node; cells have a node less along each axis
             cell[i] = 0;
@@ -201,7 +204,8 @@ void prober::find_cells(qx_long *cell)
     }
 }
 
-std::vector<typed_array> prober::all(const std::vector<typed_array> &node, const std::vector<typed_array> &cell)
+std::vector<typed_array> prober::all(const std::vector<typed_array> &node,
+                                     const std::vector<typed_array> &cell)
 {
     typed_array ones;
     ones.name = "vtkValidPointMask";
@@ -212,8 +216,8 @@ std::vector<typed_array> prober::all(const std::vector<typed_array> &node, const
     for (const typed_array &array : node)
         groups[array.type].push_back(array);
     groups[DTYPE_FLOAT].push_back(ones);
-    const int ngroups = static_cast<int>(
-        std::count_if(std::begin(groups), std::end(groups), [](const auto &group) { return !group.empty(); }));
+    const int ngroups = static_cast<int>(std::count_if(std::begin(groups), std::end(groups),
+                                                       [](const auto &group) { return !group.empty(); }));
     const int nparts = ngroups + (cell.empty() ? 0 : 1);
     int part = 0;
     build_table();
@@ -246,7 +250,8 @@ std::vector<typed_array> prober::all(const std::vector<typed_array> &node, const
             for (size_t i = 0; i < cells.size(); ++i) {
                 char *to = static_cast<char *>(out.back().values) + i * row;
                 if (cells[i] >= 0)
-                    memcpy(to, static_cast<const char *>(array.values) + static_cast<size_t>(cells[i]) * row, row);
+                    memcpy(to, static_cast<const char *>(array.values) + static_cast<size_t>(cells[i]) * row,
+                           row);
                 else
                     for (size_t at = 0; at < row; at += element)
                         memcpy(to + at, &null.bits, element);
@@ -262,7 +267,8 @@ std::vector<typed_array> prober::all(const std::vector<typed_array> &node, const
     mask.type = DTYPE_CHAR;
     mask = like(mask, points.count());
     for (qx_long i = 0; i < points.count(); ++i)
-        static_cast<signed char *>(mask.values)[i] = std::isnan(static_cast<float *>(inside.values)[i]) ? 0 : 1;
+        static_cast<signed char *>(mask.values)[i] =
+            std::isnan(static_cast<float *>(inside.values)[i]) ? 0 : 1;
     out.push_back(mask);
     return out;
 }

@@ -14,9 +14,8 @@ struct status_part {
 
 // While one lives, Ctrl-C asks the library to stop at its next status check; otherwise it ends the program at
 // once. title stands before the bar.
-class operation
-{
-public:
+class operation {
+  public:
     explicit operation(const char *title);
     ~operation();
 

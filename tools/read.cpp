@@ -262,7 +262,8 @@ static reader_ptr choose_reader(const std::string &path, const read_options &opt
     if (!options.solution.empty() || has_ending(plot3d_endings, ending)) {
         const std::string solution = options.solution.empty() ? solution_beside(path) : options.solution;
         if (solution.empty())
-            notes->push_back("no solution file beside the PLOT3D grid; give it with --solution to have its data");
+            notes->push_back(
+                "no solution file beside the PLOT3D grid; give it with --solution to have its data");
         else
             first_bytes(solution); // complains where it cannot be read
         return plot3d(path, solution);
@@ -278,7 +279,8 @@ static reader_ptr choose_reader(const std::string &path, const read_options &opt
     std::string known = marked_endings + 1;
     for (const by_ending &reader : readers)
         known += std::string(reader.endings).substr(1);
-    throw failure(path + ": no reader knows this file. Formats are told by their first bytes or by these endings: " +
+    throw failure(path +
+                  ": no reader knows this file. Formats are told by their first bytes or by these endings: " +
                   known + (plot3d_endings + 1) + "and images (.png .jpg .tif .mha .nii ...)");
 }
 
@@ -335,8 +337,9 @@ static vtkSmartPointer<vtkDataSet> data_set_of(vtkDataObject *object, const read
                       std::to_string(options.block));
     if (options.block >= 0) return leaves[static_cast<size_t>(options.block)];
     if (leaves.size() == 1) return leaves.front();
-    file->notes.push_back(std::to_string(leaves.size()) +
-                          " blocks taken as one mesh, with the arrays that all of them have; --block N takes one");
+    file->notes.push_back(
+        std::to_string(leaves.size()) +
+        " blocks taken as one mesh, with the arrays that all of them have; --block N takes one");
     return whole_of(leaves);
 }
 
@@ -357,8 +360,7 @@ input_file read_file(const std::string &path, const read_options &options)
             throw failure(path + ": has time steps 0 to " + std::to_string(file.nsteps - 1) + ", not " +
                           std::to_string(options.step));
         if (file.nsteps > 1)
-            reader->UpdateTimeStep(
-                about->Get(steps_key, options.step));
+            reader->UpdateTimeStep(about->Get(steps_key, options.step));
         else
             reader->Update();
         check_complaints(path, &file.notes);

@@ -25,8 +25,8 @@ static const double pi = 3.14159265358979323846;
 static void hydrogen(const double *x, float *out)
 {
     const double r = std::sqrt(x[0] * x[0] + x[1] * x[1] + x[2] * x[2]);
-    out[0] = static_cast<float>(std::sqrt(3 / pi) / 3072 * x[2] * (x[0] * x[0] - x[1] * x[1]) *
-                                std::exp(-r / 4));
+    out[0] =
+        static_cast<float>(std::sqrt(3 / pi) / 3072 * x[2] * (x[0] * x[0] - x[1] * x[1]) * std::exp(-r / 4));
 }
 
 // (1 - sin(pi z / 2) + a (1 + p(sqrt(x^2 + y^2)))) / (2 (1 + a)), p(r) = cos(2 pi f cos(pi r / 2)), with
@@ -100,12 +100,12 @@ static void noisy_sphere(const double *x, float *out)
 const std::vector<field> &fields()
 {
     static const std::vector<field> all = {
-        {"hydrogen", "psi", 1, -30, 30, 0.003, "the 4f z(x^2 - y^2) orbital of hydrogen, lengths in Bohr radii",
-         hydrogen},
+        {"hydrogen", "psi", 1, -30, 30, 0.003,
+         "the 4f z(x^2 - y^2) orbital of hydrogen, lengths in Bohr radii", hydrogen},
         {"marschner-lobb", "density", 1, -1, 1, 0.5,
          "the test signal of Marschner and Lobb, hard to resample", marschner_lobb},
-        {"abc-flow", "velocity", 3, 0, 2 * pi, 2.5, "the Arnold-Beltrami-Childress flow, a steady vector field",
-         abc_flow},
+        {"abc-flow", "velocity", 3, 0, 2 * pi, 2.5,
+         "the Arnold-Beltrami-Childress flow, a steady vector field", abc_flow},
         {"noisy-sphere", "height", 1, -1.5, 1.5, 0, "a unit sphere with four octaves of bumps", noisy_sphere},
     };
     return all;
@@ -239,14 +239,15 @@ static std::vector<std::array<int, 2>> edges_of(const cell_kind_nodes &kind)
 }
 
 // The middle node of the edge between two nodes, made when first asked for.
-static int64_t middle_node(mesh *out, std::map<std::array<int64_t, 2>, int64_t> *middles, int64_t a, int64_t b)
+static int64_t middle_node(mesh *out, std::map<std::array<int64_t, 2>, int64_t> *middles, int64_t a,
+                           int64_t b)
 {
     const auto found = middles->try_emplace({std::min(a, b), std::max(a, b)}, out->nnodes());
     if (found.second)
         for (int d = 0; d < 3; ++d)
-            out->coords.push_back((out->coords[static_cast<size_t>(a * 3 + d)] +
-                                   out->coords[static_cast<size_t>(b * 3 + d)]) /
-                                  2);
+            out->coords.push_back(
+                (out->coords[static_cast<size_t>(a * 3 + d)] + out->coords[static_cast<size_t>(b * 3 + d)]) /
+                2);
     return found.first->second;
 }
 
@@ -274,7 +275,8 @@ mesh cells(int cell_kind, int order, const int64_t *dims, double lo, double hi)
             for (int64_t i = 0; i < dims[0] - 1; ++i) {
                 int64_t corners[9];
                 for (int bits = 0; bits < 8; ++bits)
-                    corners[bits] = i + (bits & 1) + dims[0] * (j + (bits >> 1 & 1) + dims[1] * (k + (bits >> 2)));
+                    corners[bits] =
+                        i + (bits & 1) + dims[0] * (j + (bits >> 1 & 1) + dims[1] * (k + (bits >> 2)));
                 if (cell_kind == CELL_PYR) {
                     corners[8] = out.nnodes();
                     for (int d = 0; d < 3; ++d)
@@ -287,8 +289,8 @@ mesh cells(int cell_kind, int order, const int64_t *dims, double lo, double hi)
                         out.connect.push_back(corners[bits]);
                     if (order == 2)
                         for (const auto &edge : edges)
-                            out.connect.push_back(middle_node(&out, &middles, corners[cell[edge[0]]],
-                                                              corners[cell[edge[1]]]));
+                            out.connect.push_back(
+                                middle_node(&out, &middles, corners[cell[edge[0]]], corners[cell[edge[1]]]));
                     ++out.ncells;
                 }
             }

@@ -53,7 +53,8 @@ vtkSmartPointer<vtkDataSet> lattice_to_vtk(const qx_long dims[3], const float lo
     auto data = vtkSmartPointer<vtkImageData>::New();
     double spacing[3];
     for (int d = 0; d < 3; ++d)
-        spacing[d] = dims[d] > 1 && hi[d] > lo[d] ? (double(hi[d]) - lo[d]) / static_cast<double>(dims[d] - 1) : 1;
+        spacing[d] =
+            dims[d] > 1 && hi[d] > lo[d] ? (double(hi[d]) - lo[d]) / static_cast<double>(dims[d] - 1) : 1;
     data->SetDimensions(static_cast<int>(dims[0]), static_cast<int>(dims[1]), static_cast<int>(dims[2]));
     data->SetOrigin(lo[0], lo[1], lo[2]);
     data->SetSpacing(spacing);

@@ -26,7 +26,7 @@ namespace {
 struct kept_cells {
     const cell_order *order;
     qx_long ncells = 0;
-    qx_long *connect = nullptr;   // in our node order, kept nodes renumbered
+    qx_long *connect = nullptr;    // in our node order, kept nodes renumbered
     std::vector<qx_long> vtk_cell; // VTK's number of each
 };
 
@@ -45,18 +45,20 @@ std::vector<qx_long> kept_lattice_cells(const input_mesh &mesh, const std::vecto
             for (qx_long i = 0; i < cells[0]; ++i, ++number) {
                 bool whole = true;
                 for (int corner = 0; corner < 1 << mesh.ndim; ++corner)
-                    whole = whole && kept[static_cast<size_t>(i + (corner & 1) +
-                                                              dims[0] * (j + (corner >> 1 & 1) +
-                                                                         dims[1] * (k + (corner >> 2))))] != 0;
+                    whole =
+                        whole && kept[static_cast<size_t>(
+                                     i + (corner & 1) +
+                                     dims[0] * (j + (corner >> 1 & 1) + dims[1] * (k + (corner >> 2))))] != 0;
                 if (whole) list.push_back(number);
             }
     return list;
 }
 
-class remover
-{
-public:
-    remover(const std::string &path, input_mesh &mesh_) : what(path + ": removal of null nodes"), mesh(mesh_) {}
+class remover {
+  public:
+    remover(const std::string &path, input_mesh &mesh_) : what(path + ": removal of null nodes"), mesh(mesh_)
+    {
+    }
     ~remover()
     {
         free(nodes);
@@ -65,7 +67,7 @@ public:
     }
     vtkSmartPointer<vtkUnstructuredGrid> run(const scalar_array &scalar, const carried_arrays &carried);
 
-private:
+  private:
     void remove_from_sets(const scalar_array &scalar);
     void remove_from_lattice(const scalar_array &scalar);
     void carry_nodes(vtkUnstructuredGrid *out, const std::vector<typed_array> &arrays);
@@ -84,8 +86,9 @@ void remover::remove_from_sets(const scalar_array &scalar)
     std::vector<qx_long *> cells(n), connect(n);
     std::vector<qx_long> ncells(n), sizes(n);
     const operation run("null nodes");
-    const int done = UTILthresh_null(mesh.mesh, scalar.array.values, scalar.array.type, scalar.null_value(), &nkept,
-                                     &nodes, cells.data(), ncells.data(), connect.data(), sizes.data());
+    const int done =
+        UTILthresh_null(mesh.mesh, scalar.array.values, scalar.array.type, scalar.null_value(), &nkept,
+                        &nodes, cells.data(), ncells.data(), connect.data(), sizes.data());
     run.check(done == 1, what);
     for (size_t s = 0; s < n; ++s) {
         kept_cells set;
@@ -106,8 +109,8 @@ void remover::remove_from_lattice(const scalar_array &scalar)
     set.order = order_of_kind(kinds[mesh.ndim], 1);
     qx_long size = 0;
     const operation run("null nodes");
-    const int done = UTILthresh_null(mesh.mesh, scalar.array.values, scalar.array.type, scalar.null_value(), &nkept,
-                                     &nodes, &set.connect, &set.ncells, &size, nullptr);
+    const int done = UTILthresh_null(mesh.mesh, scalar.array.values, scalar.array.type, scalar.null_value(),
+                                     &nkept, &nodes, &set.connect, &set.ncells, &size, nullptr);
     run.check(done == 1, what);
     std::vector<char> kept(static_cast<size_t>(mesh.nnodes));
     for (qx_long i = 0; i < nkept; ++i)
@@ -135,7 +138,8 @@ void remover::carry_nodes(vtkUnstructuredGrid *out, const std::vector<typed_arra
 
 void remover::carry_cells(vtkUnstructuredGrid *out, const std::vector<typed_array> &arrays)
 {
-    auto offsets = vtkSmartPointer<vtkTypeInt64Array>::New(), connect = vtkSmartPointer<vtkTypeInt64Array>::New();
+    auto offsets = vtkSmartPointer<vtkTypeInt64Array>::New(),
+         connect = vtkSmartPointer<vtkTypeInt64Array>::New();
     auto types = vtkSmartPointer<vtkUnsignedCharArray>::New();
     std::vector<qx_long> cells;
     offsets->InsertNextValue(0);

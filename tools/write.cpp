@@ -34,9 +34,9 @@ void write_beside(const std::string &path, const std::function<void(const std::s
         throw failure(path + ": cannot be written: there is no folder " + folder.string());
     if (fs::is_directory(target, code)) throw failure(path + ": cannot be written: it is a folder");
     // the ending stays last: some writers go by it
-    const std::string beside =
-        (folder / ("." + target.stem().string() + ".part" + std::to_string(getpid()) + target.extension().string()))
-            .string();
+    const std::string beside = (folder / ("." + target.stem().string() + ".part" + std::to_string(getpid()) +
+                                          target.extension().string()))
+                                   .string();
     set_partial_file(beside);
     try {
         write(beside);

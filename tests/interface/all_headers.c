@@ -5,4 +5,7 @@
 #include <skoklana/host/tool.h>
 #include <skoklana_host.h>
 
-int main(void) { return sizeof(mesh_info) == 200 ? 0 : 1; }
+int main(void)
+{
+    return sizeof(mesh_info) == 200 ? 0 : 1;
+}
