@@ -80,7 +80,7 @@ struct sizes {
     int64_t array_bytes = 64 << 20; // kernels: bytes of data
     int64_t growth_volume = 32;     // the first of four; each is twice the one before
     int64_t growth_cells = 20;
-    int64_t growth_points = 125000;
+    int64_t growth_points = 31250;
 };
 
 // Seconds make the same path through every case: for the checks of outputs alone.

@@ -33,9 +33,10 @@ int main(int argc, char **argv)
     int repeats = 0, threads = 1;
     std::string only, markdown, json, commit = "unknown";
     app.add_flag("--quick", quick,
-                 "fewer repeats, a quarter of the points sampled, no growth, two element types");
+                 "shorter, with a quarter of the points sampled, no growth, two element types");
     app.add_flag("--tiny", tiny, "tiny inputs: to check outputs, the times mean nothing");
-    app.add_option("--repeats", repeats, "timed runs of each contender (default 11, quick 7)")
+    app.add_option("--repeats", repeats,
+                   "timed runs of each contender (default: 7, and up to 25 of short ones)")
         ->check(CLI::PositiveNumber);
     app.add_option("--threads", threads, "threads of threaded forms, ours and the peers'")
         ->check(CLI::PositiveNumber);
@@ -44,7 +45,7 @@ int main(int argc, char **argv)
     app.add_option("--json", json, "also write the figures to this file");
     app.add_option("--commit", commit, "named in the output");
     CLI11_PARSE(app, argc, argv);
-    if (repeats == 0) repeats = quick ? 7 : 11;
+    const patience with = repeats > 0 ? patience{repeats, repeats, 0} : patience{7, 25, quick ? 0.5 : 3};
 
     sizes of = tiny ? tiny_sizes : sizes();
     if (quick) of.points /= 4;
@@ -52,7 +53,6 @@ int main(int argc, char **argv)
     report made;
     made.on = measure_machine(tiny ? 1 << 20 : 256 << 20);
     made.on.threads = threads;
-    made.on.repeats = repeats;
     made.on.commit = commit;
 
     suite all;
@@ -66,7 +66,7 @@ int main(int argc, char **argv)
     for (const entry &e : all.cases) {
         if ((quick && !e.quick) || !wanted(e.family, e.name)) continue;
         fprintf(stderr, "%s\n", e.name.c_str());
-        made.results.push_back(run_case(e.prepare(), repeats));
+        made.results.push_back(run_case(e.prepare(), with, threads));
         made.results.back().family = e.family;
         agree &= made.results.back().disagreement.empty();
     }
@@ -75,7 +75,7 @@ int main(int argc, char **argv)
         fprintf(stderr, "growth: %s\n", g.name.c_str());
         growth grown = {g.name, g.sizes, g.elements, {}};
         for (size_t i = 0; i < g.sizes.size(); ++i) {
-            grown.results.push_back(run_case(g.prepare(i), repeats));
+            grown.results.push_back(run_case(g.prepare(i), with, threads));
             agree &= grown.results.back().disagreement.empty();
         }
         made.growths.push_back(grown);

@@ -6,19 +6,22 @@
 #include <vtkVersion.h>
 
 #include <algorithm>
-#include <chrono>
 #include <cmath>
 #include <cstring>
 #include <fstream>
 #include <malloc.h>
 #include <sched.h>
 #include <sstream>
+#include <time.h>
 
 namespace bench {
 
-static double now()
+// Processor time, so that other programs do not count, of one thread; of more threads the time on the wall.
+static double now(int threads)
 {
-    return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
+    timespec time;
+    clock_gettime(threads == 1 ? CLOCK_PROCESS_CPUTIME_ID : CLOCK_MONOTONIC, &time);
+    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
 }
 
 // ---- the machine --------------------------------------------------------------------------------------------
@@ -27,9 +30,9 @@ static double best_of(int n, const std::function<void()> &run)
 {
     double best = INFINITY;
     for (int i = 0; i < n; ++i) {
-        const double start = now();
+        const double start = now(1);
         run();
-        best = std::min(best, now() - start);
+        best = std::min(best, now(1) - start);
     }
     return best;
 }
@@ -178,7 +181,7 @@ static timing first_run(const contender &one, std::vector<check> *checks, double
     return t;
 }
 
-result run_case(const bench_case &about, int repeats)
+result run_case(const bench_case &about, const patience &with, int threads)
 {
     result out;
     out.name = about.name;
@@ -198,11 +201,14 @@ result run_case(const bench_case &about, int repeats)
         }
         out.timings.back().memory = peak_growth([&] { one.run(); });
     }
-    for (int i = 0; i < repeats; ++i)
+    double spent = 0;
+    for (int i = 0; i < with.most && (i < with.least || spent < with.seconds); ++i)
         for (size_t c = 0; c < about.contenders.size(); ++c) {
-            const double start = now();
+            const double start = now(threads);
             const made output = about.contenders[c].run();
-            out.timings[c].seconds.push_back(now() - start);
+            const double took = now(threads) - start;
+            out.timings[c].seconds.push_back(took);
+            spent += took;
         }
     return out;
 }

@@ -10,7 +10,7 @@ namespace bench {
 
 struct machine {
     std::string processor, compiler, flags, vtk, commit;
-    int threads = 1, repeats = 0;
+    int threads = 1;
     double read_rate = 0, copy_rate = 0; // bytes a second of one thread; a copied byte counts once
 };
 
@@ -49,6 +49,13 @@ struct result {
     double floor(const machine &on) const;
 };
 
-result run_case(const bench_case &about, int repeats);
+// Timed runs of each contender: at least so many, and more up to the most while the case has taken less than
+// the seconds.
+struct patience {
+    int least, most;
+    double seconds;
+};
+
+result run_case(const bench_case &about, const patience &with, int threads);
 
 } // namespace bench

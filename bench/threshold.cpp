@@ -88,7 +88,8 @@ contender removal(const input_ptr &in, bool gathered)
     return c;
 }
 
-// Cells with a node outside the range go: the same cells.
+// Cells with a node outside the range go: the same cells. Its nodes are those of kept cells, ours all that are
+// not null.
 contender threshold_filter(const input_ptr &in)
 {
     contender c;
@@ -104,7 +105,6 @@ contender threshold_filter(const input_ptr &in)
         filter->Update();
         vtkSmartPointer<vtkUnstructuredGrid> grid = filter->GetOutput();
         made output;
-        output.nodes = grid->GetNumberOfPoints();
         output.cells = grid->GetNumberOfCells();
         output.kept = std::make_shared<vtkSmartPointer<vtkUnstructuredGrid>>(grid);
         return output;
