@@ -333,9 +333,9 @@ void add_isosurface(suite *all, const sizes &of, int threads)
     add("isosurface, tets", [=] { return cells_case("isosurface, tets", {CELL_TET}, of.tets, threads); });
     add("isosurface, all solids", [=] { return cells_case("isosurface, all solids", mix, of.mix, threads); });
     add("isoline, uniform float", [=] { return image_case(of.image); });
-    all->growth.push_back(cubes_growth("isosurface, uniform float", of.growth_volume,
+    all->growth.push_back(cubes_growth("growth, isosurface of a uniform mesh", of.growth_volume,
                                        [](int64_t n) { return volume_case(n, false); }));
-    all->growth.push_back(cubes_growth("isosurface, hexes", of.growth_cells, [=](int64_t n) {
+    all->growth.push_back(cubes_growth("growth, isosurface of hexes", of.growth_cells, [=](int64_t n) {
         return cells_case("isosurface, hexes", {CELL_HEX}, n, threads);
     }));
 }

@@ -241,8 +241,8 @@ void add_sampling(suite *all, const sizes &of)
     }
 
     growth_entry points, cells;
-    points.name = "sample, hexes, by points";
-    cells.name = "sample, hexes, by cells";
+    points.name = "growth, hexes sampled, by points";
+    cells.name = "growth, hexes sampled, by cells";
     for (int step = 0; step < 4; ++step) {
         const int64_t npoints = of.growth_points << step, cubes = of.growth_cells << step;
         points.sizes.push_back(points_text(npoints));
