@@ -41,8 +41,6 @@ table_ptr table_of(const input &in)
     return table_ptr(table, host_free_table);
 }
 
-using places_ptr = std::shared_ptr<std::vector<float>>;
-
 constexpr float outside = -1; // the sample's values are 0 to 1
 
 // Values differ in two ways. Our search leaves a last Newton step below 0.05 unapplied, and takes a cell for a
