@@ -378,6 +378,7 @@ void add_node_array(vtkDataSet *data, const std::string &name,
     for (vtkIdType i = 0; i < data->GetNumberOfPoints(); ++i)
         array->InsertNextValue(static_cast<float>(value(data->GetPoint(i))));
     data->GetPointData()->AddArray(array);
+    if (data->GetPointData()->GetScalars() == nullptr) data->GetPointData()->SetActiveScalars(name.c_str());
 }
 
 double random_numbers::next()
