@@ -127,7 +127,8 @@ qx_long UTILedge_table_add_hash_points(edge_table *table, const qx_long *first, 
     if (table == nullptr) return -1;
     // An integer quotient: 0, and so a single chain, as soon as there are fewer buckets than nodes. The
     // numbering does not depend on it.
-    const float scale = max_index != 0 ? static_cast<float>(table->size / max_index) : 0.0f;
+    const qx_long quotient = max_index != 0 ? table->size / max_index : 0;
+    const auto scale = static_cast<float>(quotient);
     for (int i = 0; i < count; ++i) {
         numbers[i] = find_or_add_scaled(table, scale, first[i], second[i]);
         if (numbers[i] < 0) return 0;
