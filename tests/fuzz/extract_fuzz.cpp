@@ -21,14 +21,30 @@ static void insist_range(const owned &numbers, qx_long count, qx_long end, const
         insist(numbers.list[i] >= 0 && numbers.list[i] < end, what);
 }
 
-static qx_long cell_numbers(const mesh_info *mesh)
+// Cells go by a number within their set, those of structured meshes by their lowest node.
+static qx_long cell_numbers(const mesh_info *mesh, int set)
 {
-    return mesh->ndim > 0 ? mesh->nnodes : mesh->ncells;
+    return mesh->ndim > 0 ? mesh->nnodes : mesh->cell_count[set];
 }
 
 struct surface {
-    owned low, high, lines, triangles, cells;
-    qx_long nnodes = 0, nlines = 0, line_size = 0, ntriangles = 0, triangle_size = 0, ncells = 0;
+    owned low, high, lines, triangles;
+    qx_long nnodes = 0, nlines = 0, line_size = 0, ntriangles = 0, triangle_size = 0;
+    std::vector<qx_long> map_sizes;
+    std::vector<owned> maps; // a set each, and one more so that there is one
+    std::vector<qx_long *> map_lists;
+
+    explicit surface(const mesh_info *mesh)
+        : map_sizes(static_cast<size_t>(mesh->ncell_sets) + 1), maps(map_sizes.size()),
+          map_lists(map_sizes.size())
+    {
+    }
+
+    void take_maps()
+    {
+        for (size_t set = 0; set < maps.size(); ++set)
+            maps[set].list = map_lists[set];
+    }
 
     void check(const mesh_info *mesh) const
     {
@@ -37,18 +53,24 @@ struct surface {
         insist(line_size == 2 * nlines && triangle_size == 3 * ntriangles, "lengths of connect lists");
         insist_range(lines, line_size, nnodes, "node of a line");
         insist_range(triangles, triangle_size, nnodes, "node of a triangle");
-        insist(ncells == nlines + ntriangles || cells.list == nullptr, "a cell for each line and triangle");
-        if (cells.list != nullptr) insist_range(cells, ncells, cell_numbers(mesh), "cell of a primitive");
+        qx_long mapped = 0;
+        for (int set = 0; set < mesh->ncell_sets; ++set) {
+            const auto s = static_cast<size_t>(set);
+            mapped += map_sizes[s];
+            insist_range(maps[s], map_sizes[s], cell_numbers(mesh, set), "cell of a primitive");
+        }
+        insist(mapped == nlines + ntriangles, "a cell for each line and triangle");
     }
 };
 
 static void try_isosurface(mesh_info *mesh, const any_data &data)
 {
-    surface out;
-    const int result =
-        UTILisosurf(mesh, data.values.data(), data.type, data.null_flag, data.null_value, data.level,
-                    &out.nnodes, &out.low.list, &out.high.list, &out.nlines, &out.lines.list, &out.line_size,
-                    &out.ntriangles, &out.triangles.list, &out.triangle_size, &out.ncells, &out.cells.list);
+    surface out(mesh);
+    const int result = UTILisosurf(mesh, data.values.data(), data.type, data.null_flag, data.null_value,
+                                   data.level, &out.nnodes, &out.low.list, &out.high.list, &out.nlines,
+                                   &out.lines.list, &out.line_size, &out.ntriangles, &out.triangles.list,
+                                   &out.triangle_size, out.map_sizes.data(), out.map_lists.data());
+    out.take_maps();
     if (result == 1)
         out.check(mesh);
     else
@@ -57,10 +79,12 @@ static void try_isosurface(mesh_info *mesh, const any_data &data)
 
 static void try_isoline(mesh_info *mesh, const any_data &data)
 {
-    surface out;
-    const int result = UTILisoline(mesh, data.values.data(), data.type, data.null_flag, data.null_value,
-                                   data.level, &out.nnodes, &out.low.list, &out.high.list, &out.nlines,
-                                   &out.lines.list, &out.line_size, &out.ncells, &out.cells.list);
+    surface out(mesh);
+    const int result =
+        UTILisoline(mesh, data.values.data(), data.type, data.null_flag, data.null_value, data.level,
+                    &out.nnodes, &out.low.list, &out.high.list, &out.nlines, &out.lines.list, &out.line_size,
+                    out.map_sizes.data(), out.map_lists.data());
+    out.take_maps();
     if (result != 1) return;
     out.check(mesh);
     if (out.nlines == 0) return;
