@@ -255,6 +255,46 @@ TEST(EvalParamNumbers, ResultsPastTheTypeStopAtItsEnd)
     EXPECT_EQ(eval_one<qx_long>(INT64_MIN, INT64_MIN, 0.5f), INT64_MIN);
 }
 
+// Beyond the nodes the line through them leaves the range of a narrow type long before that of int.
+TEST(EvalParamNumbers, NarrowTypesKeepTheLowBits)
+{
+    EXPECT_EQ(eval_one<signed char>(0, 100, 2), -56);
+    EXPECT_EQ(eval_one<unsigned char>(0, 100, 3), 44);
+    EXPECT_EQ(eval_one<unsigned char>(0, 100, -0.5f), 206);
+    EXPECT_EQ(eval_one<short>(0, 30000, 2), -5536);
+    EXPECT_EQ(eval_one<short>(0, 30000, 1e6f), SHRT_MAX);
+    EXPECT_EQ(eval_one<unsigned char>(0, 1, -1e10f), 0);
+}
+
+TEST(EvalParamNumbers, NullIsComparedInItsOwnType)
+{
+    const qx_long far[2] = {(qx_long{1} << 53) + 1, 5}, far_null = qx_long{1} << 53;
+    const int near[2] = {16777217, 5}, near_null = 16777216;
+    const qx_long a = 0, b = 1;
+    const float t = 1;
+    qx_long far_out = 0;
+    int near_out = 0;
+    ASSERT_EQ(UTILeval_param(1, 1, DTYPE_QX_LONG, far, 1, &far_null, &a, &b, &t, &far_out), 1);
+    ASSERT_EQ(UTILeval_param(1, 1, DTYPE_INT, near, 1, &near_null, &a, &b, &t, &near_out), 1);
+    EXPECT_EQ(far_out, 5) << "not null, though both are one double";
+    EXPECT_EQ(near_out, 5) << "not null, though both are one float";
+    ASSERT_EQ(UTILeval_param(1, 1, DTYPE_INT, near, 1, &near[0], &a, &b, &t, &near_out), 1);
+    EXPECT_EQ(near_out, 16777217) << "the null value itself, in full";
+}
+
+TEST(EvalParamNumbers, ZeroOfEitherSignIsNullAndComesOutAsTheNullValue)
+{
+    const double data[2] = {-0.0, 8}, null = 0.0;
+    const qx_long a = 0, b = 1;
+    const float t = 0.5f;
+    for (int flag : {1, 2, -1}) {
+        double out = -7;
+        ASSERT_EQ(UTILeval_param(1, 1, DTYPE_DOUBLE, data, flag, &null, &a, &b, &t, &out), 1);
+        EXPECT_EQ(out, 0);
+        EXPECT_FALSE(std::signbit(out));
+    }
+}
+
 TEST(EvalParamNumbers, NanAndInfinityPassThroughTheArithmetic)
 {
     EXPECT_TRUE(std::isnan(eval_one<float>(NAN, 1, 0.5f)));
