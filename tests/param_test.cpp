@@ -63,7 +63,7 @@ bool missing(const pair_list &pairs, size_t i)
 
 bool same_bits(const void *a, const void *b, size_t bytes)
 {
-    return memcmp(a, b, bytes) == 0;
+    return bytes == 0 || memcmp(a, b, bytes) == 0;
 }
 
 // ---- references: one rounding a line -------------------------------------------------------------------------
