@@ -308,6 +308,21 @@ TEST(FieldExtent, WithoutCellsTheBoxIsLeft)
     EXPECT_EQ(field_extent(no_sets->mesh), untouched);
 }
 
+TEST(FieldExtent, ListsOfEmptySetsAreFetchedAsWell)
+{
+    const meshes::mesh_ptr made =
+        meshes::from_cells(2, {0, 0, 1, 1}, {CELL_LINE, CELL_TRI}, {1, 1}, {{0, 1}, {}});
+    failing_fetches fetches(made->mesh);
+    fetches.fail_connect_of_set = 1;
+    host_calls::reset();
+    EXPECT_EQ(field_extent(made->mesh, 0), untouched);
+    EXPECT_EQ(host_calls::seen().reports,
+              (std::vector<host_calls::report>{{"fld_info", 0, 2, "unable to get cell set connect list"}}));
+    fetches.fail_connect_of_set = -1;
+    EXPECT_EQ(field_extent(made->mesh), (box{{0, 0, 7}, {1, 1, -7}}));
+    EXPECT_NE(made->mesh->cell_connect[1], nullptr);
+}
+
 TEST(FieldExtent, CoordinatesAreFetchedEvenWithoutSets)
 {
     const meshes::mesh_ptr made = meshes::from_cells(2, {0, 0, 1, 1}, {}, {}, {});
