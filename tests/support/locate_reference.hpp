@@ -338,10 +338,12 @@ inline bool between(float lo, float x, float hi, double tol)
            static_cast<double>(x) >= static_cast<double>(lo) - tol;
 }
 
-inline bool on_flat_axes(const mesh_info *mesh, const float *points, const float *point, double tol)
+// A mesh may have one row of points in all.
+inline bool on_flat_axes(const mesh_info *mesh, const float *points, bool one_row, const float *point,
+                         double tol)
 {
     for (int d = mesh->ndim; d < mesh->nspace; ++d)
-        if (!between(points[d], point[d], points[mesh->nspace + d], tol)) return false;
+        if (!between(points[d], point[d], points[one_row ? d : mesh->nspace + d], tol)) return false;
     return true;
 }
 
@@ -363,7 +365,7 @@ inline found find_rect(const mesh_info *mesh, const float *points, const float *
         }
         off += n;
     }
-    if (!on_flat_axes(mesh, points, point, 1e-30)) return {0, -1, u};
+    if (!on_flat_axes(mesh, points, off == 1, point, 1e-30)) return {0, -1, u};
     qx_long number = 0;
     for (int d = mesh->ndim - 1; d >= 0; --d)
         number = number * mesh->dims[d] + idx[d];
@@ -384,7 +386,7 @@ inline found find_unif(const mesh_info *mesh, const float *points, const float *
         idx[d] = std::min(std::max<qx_long>(static_cast<qx_long>(std::trunc(t)), 0), mesh->dims[d] - 2);
         u[static_cast<size_t>(d)] = 2 * (t - static_cast<float>(idx[d])) - 1;
     }
-    if (!on_flat_axes(mesh, points, point, 1e-30)) return {0, -1, u};
+    if (!on_flat_axes(mesh, points, false, point, 1e-30)) return {0, -1, u};
     qx_long number = 0;
     for (int d = mesh->ndim - 1; d >= 0; --d)
         number = number * mesh->dims[d] + idx[d];
@@ -420,7 +422,7 @@ inline found test_compact(const mesh_info *mesh, const float *points, bool unifo
         if (check_box && !(1 + tol >= static_cast<double>(w) && static_cast<double>(w) >= -1 - tol))
             return {0, -1, u};
     }
-    if (check_box && !on_flat_axes(mesh, points, point, tol)) return {0, -1, u};
+    if (check_box && !on_flat_axes(mesh, points, !uniform && off == 1, point, tol)) return {0, -1, u};
     return {1, number, turned(mesh->ndim, u)};
 }
 
