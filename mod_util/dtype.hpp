@@ -73,7 +73,10 @@ template <typename T, typename Real> T truncate_to(Real value)
     if constexpr (std::is_integral_v<T>) {
         using whole = std::conditional_t<sizeof(T) == 8, qx_long, int>;
         constexpr Real beyond = -static_cast<Real>(std::numeric_limits<whole>::min());
-        if (value > -beyond && value < beyond) return static_cast<T>(static_cast<whole>(value));
+        // Fractions below the least whole number are truncated up to it, where Real has any.
+        constexpr bool has_fractions = -beyond - 1 != -beyond;
+        const bool reaches_least = has_fractions ? value > -beyond - 1 : value >= -beyond;
+        if (reaches_least && value < beyond) return static_cast<T>(static_cast<whole>(value));
         return value >= beyond ? std::numeric_limits<T>::max() : std::numeric_limits<T>::min();
     } else {
         return static_cast<T>(value);
