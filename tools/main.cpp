@@ -94,6 +94,9 @@ static int run(int argc, char **argv)
                &s);
 
     CLI::App *probing = command("probe", "Takes the values at points, along a line or on a grid", probe);
+    probing->footer("\nPoints outside have NaN, or a value that the array does not hold, and "
+                    "vtkValidPointMask 0. In cells\n"
+                    "that are no boxes, a point is placed to a twentieth of the cell.");
     add_input(probing, &s);
     probing->add_option("--points", s.points,
                         "at the points of a .csv file (x,y,z) or of any mesh that VTK reads");
