@@ -1,14 +1,21 @@
+// Samples bound to the host and handed to VTK.
+//
+// A mix of kinds takes each kind's layers from a lattice that is cut into that kind throughout: the connect
+// list goes cube by cube, so layers are a stretch of it, and the lattice's nodes have the same numbers in
+// all. Where diagonals of neighbouring layers do not meet the surface has a crack, the same on both sides.
 #include "inputs.hpp"
 
+#include "cell_order.hpp"
+#include "to_vtk.hpp"
+
+#include <skoklana/types.h>
+
 #include <vtkCellArray.h>
-#include <vtkDoubleArray.h>
+#include <vtkDataArray.h>
 #include <vtkFloatArray.h>
-#include <vtkIdTypeArray.h>
-#include <vtkImageData.h>
 #include <vtkPointData.h>
 #include <vtkPoints.h>
-#include <vtkRectilinearGrid.h>
-#include <vtkStructuredGrid.h>
+#include <vtkTypeInt64Array.h>
 #include <vtkUnsignedCharArray.h>
 #include <vtkUnstructuredGrid.h>
 
@@ -19,124 +26,6 @@
 #include <random>
 
 namespace bench {
-namespace {
-
-void require(bool holds)
-{
-    if (holds) return;
-    fprintf(stderr, "bench: %s\n", host_error());
-    exit(1);
-}
-
-void bind(input *made)
-{
-    require(made->field != nullptr);
-    made->mesh = host_mesh(made->field);
-    require(made->mesh != nullptr);
-}
-
-vtkSmartPointer<vtkFloatArray> borrowed(std::vector<float> &values, int components, const char *name)
-{
-    auto array = vtkSmartPointer<vtkFloatArray>::New();
-    array->SetNumberOfComponents(components);
-    array->SetArray(values.data(), static_cast<vtkIdType>(values.size()), 1);
-    array->SetName(name);
-    return array;
-}
-
-void attach_data(input *made)
-{
-    if (made->bytes.empty()) {
-        made->theirs->GetPointData()->SetScalars(borrowed(made->data, 1, "data"));
-        return;
-    }
-    auto array = vtkSmartPointer<vtkUnsignedCharArray>::New();
-    array->SetArray(made->bytes.data(), static_cast<vtkIdType>(made->bytes.size()), 1);
-    array->SetName("data");
-    made->theirs->GetPointData()->SetScalars(array);
-}
-
-float lattice_coordinate(qx_long i, qx_long n)
-{
-    return n == 1 ? 0.0f : static_cast<float>(i) * (2.0f / static_cast<float>(n - 1)) - 1.0f;
-}
-
-// The coordinates of n[0] x n[1] x n[2] nodes, axis 0 fastest.
-std::vector<float> lattice(const qx_long *n)
-{
-    std::vector<float> coords;
-    coords.reserve(static_cast<size_t>(3 * n[0] * n[1] * n[2]));
-    for (qx_long k = 0; k < n[2]; ++k)
-        for (qx_long j = 0; j < n[1]; ++j)
-            for (qx_long i = 0; i < n[0]; ++i)
-                coords.insert(coords.end(), {lattice_coordinate(i, n[0]), lattice_coordinate(j, n[1]),
-                                             lattice_coordinate(k, n[2])});
-    return coords;
-}
-
-std::vector<float> sampled(const std::vector<float> &coords, function f)
-{
-    std::vector<float> data(coords.size() / 3);
-    for (size_t i = 0; i < data.size(); ++i)
-        data[i] = static_cast<float>(f(coords[3 * i], coords[3 * i + 1], coords[3 * i + 2]));
-    return data;
-}
-
-vtkSmartPointer<vtkPoints> points_of(std::vector<float> &coords)
-{
-    auto points = vtkSmartPointer<vtkPoints>::New();
-    points->SetData(borrowed(coords, 3, "points"));
-    return points;
-}
-
-// Corners of a unit cube in VTK's order, and the cells that we cut it into, by node of cell_nodes.h.
-using corner = std::vector<int>; // x, y, z
-
-std::vector<std::vector<corner>> cells_of_cube(int kind)
-{
-    std::vector<std::vector<corner>> cells;
-    const auto place = [&](bool turned) {
-        std::vector<corner> cell;
-        for (int c = 0; c < cell_kinds[kind].ncorners; ++c) {
-            const float *at = cell_kinds[kind].position[c];
-            const bool half = kind == CELL_PRISM; // u and v run over [0, 1] there
-            const int x = half ? static_cast<int>(at[0]) : (at[0] > 0 ? 1 : 0);
-            const int y = half ? static_cast<int>(at[1]) : (at[1] > 0 ? 1 : 0);
-            cell.push_back({turned ? 1 - x : x, turned ? 1 - y : y, at[2] > 0 ? 1 : 0});
-        }
-        cells.push_back(cell);
-    };
-    if (kind == CELL_HEX) place(false);
-    if (kind == CELL_PRISM) {
-        place(false);
-        place(true);
-    }
-    if (kind == CELL_TET) {
-        int axis[3] = {0, 1, 2};
-        do {
-            corner at = {0, 0, 0};
-            std::vector<corner> path = {at};
-            for (int a : axis) {
-                at[static_cast<size_t>(a)] = 1;
-                path.push_back(at);
-            }
-            const bool even = (axis[1] - axis[0] + 3) % 3 == 1;
-            cells.push_back(even ? std::vector<corner>{path[1], path[2], path[3], path[0]}
-                                 : std::vector<corner>{path[2], path[1], path[3], path[0]});
-        } while (std::next_permutation(axis, axis + 3));
-    }
-    return cells;
-}
-
-// Position in our node row of each node of VTK's row.
-const std::vector<int> &vtk_row(int kind)
-{
-    static const std::vector<int> hex = {5, 6, 7, 4, 1, 2, 3, 0}, tet = {3, 0, 1, 2},
-                                  prism = {0, 1, 2, 3, 4, 5};
-    return kind == CELL_HEX ? hex : kind == CELL_TET ? tet : prism;
-}
-
-} // namespace
 
 input::~input()
 {
@@ -144,146 +33,216 @@ input::~input()
     host_free_field(field);
 }
 
-input_ptr uniform_input(qx_long nx, qx_long ny, qx_long nz, function f, bool as_bytes)
+void *input::data() const
 {
+    return scalars->GetVoidPointer(0);
+}
+
+double input::data_bytes() const
+{
+    return static_cast<double>(scalars->GetNumberOfValues()) * scalars->GetDataTypeSize();
+}
+
+double input::mesh_bytes() const
+{
+    double bytes = 0;
+    for (const samples::mesh &part : parts)
+        bytes +=
+            static_cast<double>(part.coords.size() * sizeof(float) + part.connect.size() * sizeof(qx_long));
+    return bytes;
+}
+
+static void require_host(bool holds)
+{
+    if (holds) return;
+    fprintf(stderr, "bench: %s\n", host_error());
+    exit(2);
+}
+
+static const samples::field &sample_named(const char *name)
+{
+    const samples::field *found = samples::find(name);
+    if (found != nullptr) return *found;
+    fprintf(stderr, "bench: no sample %s\n", name);
+    exit(2);
+}
+
+static vtkSmartPointer<vtkDataArray> scaled_to_bytes(vtkDataArray *values)
+{
+    double range[2];
+    values->GetRange(range);
+    auto bytes = vtkSmartPointer<vtkUnsignedCharArray>::New();
+    bytes->SetNumberOfValues(values->GetNumberOfTuples());
+    for (vtkIdType i = 0; i < values->GetNumberOfTuples(); ++i)
+        bytes->SetValue(i, static_cast<unsigned char>(std::lround((values->GetComponent(i, 0) - range[0]) /
+                                                                  (range[1] - range[0]) * 255)));
+    return bytes;
+}
+
+static void finish(input *made, const char *name, bool as_bytes)
+{
+    require_host(made->field != nullptr);
+    made->mesh = host_mesh(made->field);
+    require_host(made->mesh != nullptr);
+    vtkPointData *data = made->theirs->GetPointData();
+    if (as_bytes) data->SetScalars(scaled_to_bytes(data->GetScalars()));
+    data->GetScalars()->SetName(name);
+    made->scalars = data->GetScalars();
+    made->type = as_bytes ? DTYPE_BYTE : DTYPE_FLOAT;
+}
+
+input_ptr structured_input(samples::layout layout, const int64_t *dims, const char *sample, bool as_bytes)
+{
+    const samples::field &field = sample_named(sample);
     auto made = std::make_shared<input>();
-    const qx_long dims[3] = {nx, ny, nz};
-    const int ndim = nz > 1 ? 3 : 2;
-    made->corners = {-1, -1, nz > 1 ? -1.0f : 0.0f, 1, 1, nz > 1 ? 1.0f : 0.0f};
-    {
-        const std::vector<float> coords = lattice(dims);
-        made->data = sampled(coords, f);
+    made->parts.push_back(samples::structured(layout, dims, field.lo, field.hi));
+    made->cubes_an_axis = dims[0] - 1;
+    const samples::mesh &mesh = made->parts[0];
+    made->theirs = sample_to_vtk(mesh, field);
+    const int ndim = static_cast<int>(mesh.dims.size());
+    if (layout == samples::layout::uniform) {
+        made->field = host_uniform(ndim, mesh.dims.data(), 3, mesh.corners.data());
+    } else if (layout == samples::layout::rectilinear) {
+        const float *axes[3] = {mesh.axes[0].data(), mesh.axes[1].data(), mesh.axes[2].data()};
+        made->field = host_rectilinear(ndim, mesh.dims.data(), 3, axes);
+    } else {
+        made->field = host_curvilinear(ndim, mesh.dims.data(), 3, mesh.coords.data());
     }
-    if (as_bytes) {
-        const auto range = std::minmax_element(made->data.begin(), made->data.end());
-        const float lo = *range.first, hi = *range.second;
-        for (float value : made->data)
-            made->bytes.push_back(static_cast<unsigned char>(std::lround((value - lo) / (hi - lo) * 255)));
-        made->data.clear();
-    }
-    made->field = host_uniform(ndim, dims, 3, made->corners.data());
-    bind(made.get());
-    auto image = vtkSmartPointer<vtkImageData>::New();
-    image->SetDimensions(static_cast<int>(nx), static_cast<int>(ny), static_cast<int>(nz));
-    image->SetOrigin(-1, -1, nz > 1 ? -1 : 0);
-    image->SetSpacing(2.0 / static_cast<double>(nx - 1), 2.0 / static_cast<double>(ny - 1),
-                      nz > 1 ? 2.0 / static_cast<double>(nz - 1) : 1.0);
-    made->theirs = image;
-    attach_data(made.get());
+    finish(made.get(), sample, as_bytes);
     return made;
 }
 
-input_ptr rectilinear_input(qx_long n, function f)
+// Keeps the cells of cubes first to last - 1 and, of the nodes that follow the lattice's, those of these cubes.
+static void keep_layers(samples::mesh *whole, int64_t first, int64_t last, int64_t cubes,
+                        int64_t lattice_nodes)
 {
-    auto made = std::make_shared<input>();
-    const qx_long dims[3] = {n, n, n};
-    for (int d = 0; d < 3; ++d) {
-        std::vector<float> axis;
-        for (qx_long i = 0; i < n; ++i) {
-            const float even = lattice_coordinate(i, n);
-            axis.push_back(i == 0 || i == n - 1 ? even
-                                                : even + 0.3f / static_cast<float>(n) *
-                                                             std::sin(7.0f * static_cast<float>(i)));
-        }
-        made->axes.push_back(axis);
-    }
-    const float *axes[3] = {made->axes[0].data(), made->axes[1].data(), made->axes[2].data()};
-    for (qx_long k = 0; k < n; ++k)
-        for (qx_long j = 0; j < n; ++j)
-            for (qx_long i = 0; i < n; ++i)
-                made->data.push_back(static_cast<float>(f(axes[0][i], axes[1][j], axes[2][k])));
-    made->field = host_rectilinear(3, dims, 3, axes);
-    bind(made.get());
-    auto grid = vtkSmartPointer<vtkRectilinearGrid>::New();
-    grid->SetDimensions(static_cast<int>(n), static_cast<int>(n), static_cast<int>(n));
-    grid->SetXCoordinates(borrowed(made->axes[0], 1, "x"));
-    grid->SetYCoordinates(borrowed(made->axes[1], 1, "y"));
-    grid->SetZCoordinates(borrowed(made->axes[2], 1, "z"));
-    made->theirs = grid;
-    attach_data(made.get());
-    return made;
+    const int64_t row = static_cast<int64_t>(whole->connect.size()) / cubes;
+    whole->connect = {whole->connect.begin() + first * row, whole->connect.begin() + last * row};
+    whole->ncells = whole->ncells / cubes * (last - first);
+    const int64_t added_a_cube = (whole->nnodes() - lattice_nodes) / cubes;
+    const auto added = whole->coords.begin() + 3 * lattice_nodes;
+    whole->coords.erase(added + 3 * added_a_cube * last, whole->coords.end());
+    whole->coords.erase(added, added + 3 * added_a_cube * first);
+    for (int64_t &node : whole->connect)
+        if (node >= lattice_nodes) node -= added_a_cube * first;
 }
 
-input_ptr curvilinear_input(qx_long n, function f)
+static vtkSmartPointer<vtkDataSet> cell_sets_to_vtk(const std::vector<samples::mesh> &sets,
+                                                    const samples::field &field)
 {
-    auto made = std::make_shared<input>();
-    const qx_long dims[3] = {n, n, n};
-    made->coords = lattice(dims);
-    const float reach = 0.4f / static_cast<float>(n);
-    for (size_t i = 0; i < made->coords.size(); i += 3) {
-        float *at = &made->coords[i];
-        const float shift = reach * std::sin(9 * at[0]) * std::cos(7 * at[1] + 5 * at[2]);
-        at[0] += shift;
-        at[1] -= shift;
-        at[2] += shift;
+    vtkIdType ncells = 0, nconnect = 0;
+    for (const samples::mesh &set : sets) {
+        ncells += set.ncells;
+        nconnect += static_cast<vtkIdType>(set.connect.size());
     }
-    made->data = sampled(made->coords, f);
-    made->field = host_curvilinear(3, dims, 3, made->coords.data());
-    bind(made.get());
-    auto grid = vtkSmartPointer<vtkStructuredGrid>::New();
-    grid->SetDimensions(static_cast<int>(n), static_cast<int>(n), static_cast<int>(n));
-    grid->SetPoints(points_of(made->coords));
-    made->theirs = grid;
-    attach_data(made.get());
-    return made;
-}
-
-input_ptr cells_input(cut_into kinds, qx_long cubes, function f)
-{
-    auto made = std::make_shared<input>();
-    const qx_long n = cubes + 1, dims[3] = {n, n, n};
-    made->coords = lattice(dims);
-    made->data = sampled(made->coords, f);
-    const std::vector<int> layers = kinds == cut_into::hexes ? std::vector<int>{CELL_HEX}
-                                    : kinds == cut_into::tets
-                                        ? std::vector<int>{CELL_TET}
-                                        : std::vector<int>{CELL_HEX, CELL_PRISM, CELL_TET};
-    made->field = host_cells(n * n * n, 3, made->coords.data());
-    require(made->field != nullptr);
-    auto cells = vtkSmartPointer<vtkCellArray>::New();
+    auto offsets = vtkSmartPointer<vtkTypeInt64Array>::New(),
+         connect = vtkSmartPointer<vtkTypeInt64Array>::New();
     auto types = vtkSmartPointer<vtkUnsignedCharArray>::New();
-    made->connect.resize(layers.size());
-    for (size_t layer = 0; layer < layers.size(); ++layer) {
-        const int kind = layers[layer];
-        const qx_long parts = static_cast<qx_long>(layers.size());
-        const qx_long from = cubes * static_cast<qx_long>(layer) / parts,
-                      to = cubes * static_cast<qx_long>(layer + 1) / parts;
-        std::vector<qx_long> &connect = made->connect[layer];
-        for (qx_long k = from; k < to; ++k)
-            for (qx_long j = 0; j < cubes; ++j)
-                for (qx_long i = 0; i < cubes; ++i)
-                    for (const std::vector<corner> &cell : cells_of_cube(kind)) {
-                        const size_t row = connect.size();
-                        for (const corner &c : cell)
-                            connect.push_back(i + c[0] + n * (j + c[1] + n * (k + c[2])));
-                        vtkIdType ids[8];
-                        for (size_t v = 0; v < cell.size(); ++v)
-                            ids[v] = connect[row + static_cast<size_t>(vtk_row(kind)[v])];
-                        cells->InsertNextCell(static_cast<vtkIdType>(cell.size()), ids);
-                        types->InsertNextValue(kind == CELL_HEX   ? VTK_HEXAHEDRON
-                                               : kind == CELL_TET ? VTK_TETRA
-                                                                  : VTK_WEDGE);
-                    }
-        require(host_add_cells(made->field, kind, 1,
-                               static_cast<qx_long>(connect.size()) / cell_kinds[kind].ncorners,
-                               connect.data()) == 1);
+    offsets->SetNumberOfValues(ncells + 1);
+    connect->SetNumberOfValues(nconnect);
+    types->SetNumberOfValues(ncells);
+    vtkIdType cell = 0, at = 0;
+    for (const samples::mesh &set : sets) {
+        const cell_order &order = *order_of_kind(set.cell_kind, set.order);
+        for (int64_t c = 0; c < set.ncells; ++c, ++cell) {
+            offsets->SetValue(cell, at);
+            types->SetValue(cell, static_cast<unsigned char>(order.vtk));
+            for (int i = 0; i < order.vtk_nodes; ++i)
+                connect->SetValue(at + order.node[i],
+                                  set.connect[static_cast<size_t>(c * order.vtk_nodes + i)]);
+            at += order.vtk_nodes;
+        }
     }
-    bind(made.get());
+    offsets->SetValue(ncells, at);
+    auto cells = vtkSmartPointer<vtkCellArray>::New();
+    cells->SetData(offsets, connect);
+
+    auto coords = vtkSmartPointer<vtkFloatArray>::New();
+    coords->SetNumberOfComponents(3);
+    coords->SetNumberOfTuples(sets[0].nnodes());
+    std::copy(sets[0].coords.begin(), sets[0].coords.end(), coords->GetPointer(0));
+    auto points = vtkSmartPointer<vtkPoints>::New();
+    points->SetData(coords);
+    const std::vector<float> values = samples::values(field, sets[0]);
+    auto scalars = vtkSmartPointer<vtkFloatArray>::New();
+    scalars->SetNumberOfValues(static_cast<vtkIdType>(values.size()));
+    std::copy(values.begin(), values.end(), scalars->GetPointer(0));
+
     auto grid = vtkSmartPointer<vtkUnstructuredGrid>::New();
-    grid->SetPoints(points_of(made->coords));
+    grid->SetPoints(points);
     grid->SetCells(types, cells);
-    made->theirs = grid;
-    attach_data(made.get());
+    grid->GetPointData()->SetScalars(scalars);
+    return grid;
+}
+
+input_ptr cells_input(const std::vector<int> &kinds, int64_t cubes_an_axis, const char *sample)
+{
+    const samples::field &field = sample_named(sample);
+    auto made = std::make_shared<input>();
+    made->cubes_an_axis = cubes_an_axis;
+    const int64_t n = cubes_an_axis + 1, dims[3] = {n, n, n};
+    const int64_t layer = cubes_an_axis * cubes_an_axis, nkinds = static_cast<int64_t>(kinds.size());
+    std::vector<float> coords;
+    for (int64_t k = 0; k < nkinds; ++k) {
+        made->parts.push_back(samples::cells(kinds[static_cast<size_t>(k)], 1, dims, field.lo, field.hi));
+        samples::mesh &set = made->parts.back();
+        keep_layers(&set, cubes_an_axis * k / nkinds * layer, cubes_an_axis * (k + 1) / nkinds * layer,
+                    layer * cubes_an_axis, n * n * n);
+        if (set.coords.size() > coords.size()) coords = set.coords; // the lattice, and maybe further nodes
+        set.coords.clear();
+    }
+    made->parts[0].coords = coords;
+
+    made->field = host_cells(made->parts[0].nnodes(), 3, made->parts[0].coords.data());
+    require_host(made->field != nullptr);
+    for (const samples::mesh &set : made->parts)
+        require_host(host_add_cells(made->field, set.cell_kind, 1, set.ncells, set.connect.data()) == 1);
+    made->theirs = nkinds == 1 ? sample_to_vtk(made->parts[0], field) : cell_sets_to_vtk(made->parts, field);
+    finish(made.get(), sample, false);
     return made;
 }
 
-std::vector<float> random_places(qx_long npoints)
+// A point of the lattice cell with its lowest corner at base: its corners blended by t.
+static void blend_corners(const samples::mesh &mesh, const int64_t *base, const double *t, float *out)
 {
-    std::mt19937 random(20260101);
-    std::uniform_real_distribution<float> spread(-0.99f, 0.99f);
+    double sum[3] = {0, 0, 0};
+    for (int corner = 0; corner < 8; ++corner) {
+        int64_t node = 0, stride = 1;
+        double weight = 1, at[3];
+        for (size_t d = 0; d < 3; ++d) {
+            const int far = corner >> d & 1;
+            node += (base[d] + far) * stride;
+            stride *= mesh.dims[d];
+            weight *= far != 0 ? t[d] : 1 - t[d];
+        }
+        mesh.position(node, at);
+        for (int d = 0; d < 3; ++d)
+            sum[d] += weight * at[d];
+    }
+    std::copy_n(sum, 3, out);
+}
+
+std::vector<float> random_places(const input &in, int64_t npoints)
+{
+    std::mt19937_64 random(20260101);
+    std::uniform_real_distribution<double> share(0.001, 0.999);
     std::vector<float> places(static_cast<size_t>(3 * npoints));
-    for (float &c : places)
-        c = spread(random);
+    const samples::mesh &mesh = in.parts[0];
+    const double *box = in.theirs->GetBounds(); // lo and hi of x, then of y, then of z
+    for (size_t i = 0; i < places.size(); i += 3) {
+        if (mesh.kind == samples::layout::curvilinear) {
+            int64_t base[3];
+            double t[3];
+            for (size_t d = 0; d < 3; ++d) {
+                base[d] = std::uniform_int_distribution<int64_t>(0, mesh.dims[d] - 2)(random);
+                t[d] = share(random);
+            }
+            blend_corners(mesh, base, t, &places[i]);
+            continue;
+        }
+        for (size_t d = 0; d < 3; ++d)
+            places[i + d] = static_cast<float>(box[2 * d] + share(random) * (box[2 * d + 1] - box[2 * d]));
+    }
     return places;
 }
 

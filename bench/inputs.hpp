@@ -1,49 +1,54 @@
-// Inputs of the cases: meshes as the embedded host and as VTK see them, over the same arrays.
+// Inputs of the cases: a sample of tools/samples.hpp as the embedded host and as VTK see it.
 #pragma once
+
+#include "samples.hpp"
 
 #include <skoklana_host.h>
 
 #include <vtkSmartPointer.h>
 
-#include <functional>
 #include <memory>
+#include <string>
 #include <vector>
 
+class vtkDataArray;
 class vtkDataSet;
 
 namespace bench {
 
-// A mesh twice: for us and for VTK. Both read the same coordinates and the same data.
+// Both sides read the same node data; coordinates and connect lists stand once for each.
 struct input {
-    std::vector<float> corners, coords, data;
-    std::vector<std::vector<float>> axes;
-    std::vector<unsigned char> bytes;
-    std::vector<std::vector<qx_long>> connect;
+    std::vector<samples::mesh> parts; // one, or one a cell set, with all coordinates in the first
     host_field *field = nullptr;
     mesh_info *mesh = nullptr;
     vtkSmartPointer<vtkDataSet> theirs;
+    vtkSmartPointer<vtkDataArray> scalars; // theirs too
+    int type = 0;
+    int64_t cubes_an_axis = 0;
 
     input() = default;
     input(const input &) = delete;
     input &operator=(const input &) = delete;
     ~input();
+
+    void *data() const;
+    // Sizes of what an operation may have to read.
+    double data_bytes() const;
+    double mesh_bytes() const; // coordinates and connect lists
 };
 
 using input_ptr = std::shared_ptr<input>;
-using function = double (*)(double x, double y, double z);
 
-// n nodes an axis over [-1, 1]^3 (or ^2 where nz is 1), f sampled at the nodes as float, or scaled from its
-// range over the nodes to 0..255 as bytes.
-input_ptr uniform_input(qx_long nx, qx_long ny, qx_long nz, function f, bool as_bytes = false);
-input_ptr rectilinear_input(qx_long n, function f);
-// The cube bent: each node shifted by a fifth of a cell along a wave.
-input_ptr curvilinear_input(qx_long n, function f);
+// dims[d] nodes along axis d of the sample's cube. as_bytes: the values from least to greatest as 0 to 255.
+input_ptr structured_input(samples::layout layout, const int64_t *dims, const char *sample,
+                           bool as_bytes = false);
 
-// Cell sets over [-1, 1]^3: cubes cut into the kinds, layers of equal thickness from below, nodes shared.
-enum class cut_into { hexes, tets, mix };
-input_ptr cells_input(cut_into kinds, qx_long cubes_an_axis, function f);
+// The cube cut into cubes_an_axis^3 cubes, and those into cells: as many layers as there are kinds, from below,
+// each cut into one kind.
+input_ptr cells_input(const std::vector<int> &kinds, int64_t cubes_an_axis, const char *sample);
 
-// npoints places in [-0.99, 0.99]^3 from a fixed seed, rows of 3 floats.
-std::vector<float> random_places(qx_long npoints);
+// Rows of 3 floats from a fixed seed, all inside the mesh: anywhere in the cube, and in a random cell of
+// meshes that do not fill it.
+std::vector<float> random_places(const input &in, int64_t npoints);
 
 } // namespace bench

@@ -7,40 +7,42 @@
 #include <vtkCellArray.h>
 #include <vtkContour3DLinearGrid.h>
 #include <vtkContourFilter.h>
+#include <vtkDataSet.h>
 #include <vtkFlyingEdges2D.h>
 #include <vtkFlyingEdges3D.h>
 #include <vtkMarchingCubes.h>
 #include <vtkPolyData.h>
-#include <vtkUnstructuredGrid.h>
 
+#include <algorithm>
 #include <cmath>
+#include <cstdio>
 #include <cstdlib>
 
 namespace bench {
 namespace {
 
-constexpr double pi = 3.14159265358979323846;
+// 983,434 triangles on 256^3, 151,000 on 100^3 cubes: its rings cross the whole cube.
+constexpr char sample[] = "marschner-lobb";
 
-// Marschner and Lobb. An evaluation of reconstruction filters for volume rendering. 1994. In [0, 1].
-double marschner_lobb(double x, double y, double z)
+// ---- checks -------------------------------------------------------------------------------------------------
+
+// Places lie on crossed edges and must be the same whichever way a cell's polygon is cut into triangles; its
+// area depends on that cut: by 1 in 1000 on 256^3, and by 4 in 100 on grids too coarse for the sample.
+template <typename Position> std::vector<check> checks_of(qx_long nnodes, Position position, double extent)
 {
-    const double alpha = 0.25, frequency = 6;
-    const double r = std::sqrt(x * x + y * y);
-    const double rho = std::cos(2 * pi * frequency * std::cos(pi * r / 2));
-    return (1 - std::sin(pi * z / 2) + alpha * (1 + rho)) / (2 * (1 + alpha));
+    std::vector<double> moments(6); // means of x, y, z and of their squares
+    for (qx_long node = 0; node < nnodes; ++node) {
+        double at[3];
+        position(node, at);
+        for (size_t d = 0; d < 3; ++d) {
+            moments[d] += at[d] / static_cast<double>(nnodes);
+            moments[3 + d] += at[d] * at[d] / static_cast<double>(nnodes);
+        }
+    }
+    return {{"places", moments, 1e-6}, {"extent", {extent}, 0.05}};
 }
 
-// sin(ax) + sin(ay) + sin(az): an even spread of crossed cells; level 0 crosses about 7 in 100 of 100^3.
-double waves(double x, double y, double z)
-{
-    return std::sin(6 * x) + std::sin(6 * y) + std::sin(6 * z);
-}
-
-// Concentric rings and a slope, for images.
-double rings(double x, double y, double)
-{
-    return std::sin(60 * (x * x + y * y)) + 0.3 * x;
-}
+// ---- ours ---------------------------------------------------------------------------------------------------
 
 struct surface {
     qx_long nnodes = 0, nline = 0, nline_conn = 0, ntri = 0, ntri_conn = 0;
@@ -49,104 +51,167 @@ struct surface {
 
     ~surface()
     {
-        for (void *block :
-             {static_cast<void *>(min_node), static_cast<void *>(max_node), static_cast<void *>(line_conn),
-              static_cast<void *>(tri_conn), static_cast<void *>(t), static_cast<void *>(coords)})
-            free(block);
+        for (qx_long *list : {min_node, max_node, line_conn, tri_conn})
+            free(list);
+        free(t);
+        free(coords);
+    }
+    double bytes() const
+    {
+        return static_cast<double>(nnodes) * (2 * sizeof(qx_long) + (t != nullptr ? 4 : 0) * sizeof(float)) +
+               static_cast<double>(2 * nline + 3 * ntri) * sizeof(qx_long);
     }
 };
 
-const void *data_of(const input &in)
+void require(int result)
 {
-    return in.bytes.empty() ? static_cast<const void *>(in.data.data()) : in.bytes.data();
-}
-int type_of(const input &in)
-{
-    return in.bytes.empty() ? DTYPE_FLOAT : DTYPE_BYTE;
+    if (result == 1) return;
+    fprintf(stderr, "bench: an operation failed\n");
+    exit(2);
 }
 
-void place(const input &in, double level, surface *out)
+enum class kind { surfaces, lines };
+
+void extract(const input &in, kind of, double level, surface *out)
 {
-    out->t = static_cast<float *>(malloc(sizeof(float) * static_cast<size_t>(out->nnodes)));
-    out->coords = static_cast<float *>(malloc(3 * sizeof(float) * static_cast<size_t>(out->nnodes)));
-    UTILget_param(out->nnodes, type_of(in), data_of(in), level, out->min_node, out->max_node, out->t);
-    UTILeval_coord(in.mesh, out->nnodes, out->min_node, out->max_node, out->t, out->coords);
+    if (of == kind::surfaces)
+        require(UTILisosurf(in.mesh, in.data(), in.type, 0, nullptr, level, &out->nnodes, &out->min_node,
+                            &out->max_node, &out->nline, &out->line_conn, &out->nline_conn, &out->ntri,
+                            &out->tri_conn, &out->ntri_conn, nullptr, nullptr));
+    else
+        require(UTILisoline(in.mesh, in.data(), in.type, 0, nullptr, level, &out->nnodes, &out->min_node,
+                            &out->max_node, &out->nline, &out->line_conn, &out->nline_conn, nullptr,
+                            nullptr));
 }
 
-double distance(const float *a, const float *b)
+// The new nodes' places between their mesh nodes, and their positions.
+void place(const input &in, double level, qx_long nnodes, const qx_long *min_node, const qx_long *max_node,
+           surface *out)
 {
-    return std::sqrt(std::pow(a[0] - b[0], 2.0) + std::pow(a[1] - b[1], 2.0) + std::pow(a[2] - b[2], 2.0));
+    const size_t n = static_cast<size_t>(nnodes);
+    out->t = static_cast<float *>(malloc(sizeof(float) * n));
+    out->coords = static_cast<float *>(malloc(3 * sizeof(float) * n));
+    require(UTILget_param(nnodes, in.type, in.data(), level, min_node, max_node, out->t));
+    require(UTILeval_coord(in.mesh, nnodes, min_node, max_node, out->t, out->coords));
 }
 
-double size_of(const surface &s)
+double distance(const double *a, const double *b)
 {
-    double sum = 0;
-    for (qx_long i = 0; i < s.nline; ++i)
-        sum += distance(s.coords + 3 * s.line_conn[2 * i], s.coords + 3 * s.line_conn[2 * i + 1]);
+    return std::sqrt((a[0] - b[0]) * (a[0] - b[0]) + (a[1] - b[1]) * (a[1] - b[1]) +
+                     (a[2] - b[2]) * (a[2] - b[2]));
+}
+
+double triangle_area(const double *a, const double *b, const double *c)
+{
+    const double u[3] = {b[0] - a[0], b[1] - a[1], b[2] - a[2]},
+                 v[3] = {c[0] - a[0], c[1] - a[1], c[2] - a[2]};
+    const double n[3] = {u[1] * v[2] - u[2] * v[1], u[2] * v[0] - u[0] * v[2], u[0] * v[1] - u[1] * v[0]};
+    const double origin[3] = {0, 0, 0};
+    return distance(n, origin) / 2;
+}
+
+// The length of all lines plus the area of all triangles.
+double extent_of(const surface &s)
+{
+    double sum = 0, p[3][3];
+    const auto load = [&](const qx_long *nodes, int n) {
+        for (int i = 0; i < n; ++i)
+            for (int d = 0; d < 3; ++d)
+                p[i][d] = s.coords[3 * nodes[i] + d];
+    };
+    for (qx_long i = 0; i < s.nline; ++i) {
+        load(s.line_conn + 2 * i, 2);
+        sum += distance(p[0], p[1]);
+    }
     for (qx_long i = 0; i < s.ntri; ++i) {
-        const float *p = s.coords + 3 * s.tri_conn[3 * i], *q = s.coords + 3 * s.tri_conn[3 * i + 1],
-                    *r = s.coords + 3 * s.tri_conn[3 * i + 2];
-        const double a = distance(p, q), b = distance(q, r), c = distance(r, p), half = (a + b + c) / 2;
-        sum += std::sqrt(std::max(0.0, half * (half - a) * (half - b) * (half - c)));
+        load(s.tri_conn + 3 * i, 3);
+        sum += triangle_area(p[0], p[1], p[2]);
     }
     return sum;
 }
 
-contender ours(const input_ptr &in, double level, bool placed)
+contender ours_placed(const input_ptr &in, kind of, double level)
 {
     contender c;
-    c.name = placed ? "extract, place" : "extract";
+    c.name = "extract, place";
     c.run = [=] {
         auto s = std::make_shared<surface>();
-        UTILisosurf(in->mesh, data_of(*in), type_of(*in), 0, nullptr, level, &s->nnodes, &s->min_node,
-                    &s->max_node, &s->nline, &s->line_conn, &s->nline_conn, &s->ntri, &s->tri_conn,
-                    &s->ntri_conn, nullptr, nullptr);
-        if (placed) place(*in, level, s.get());
+        extract(*in, of, level, s.get());
+        place(*in, level, s->nnodes, s->min_node, s->max_node, s.get());
         made output;
         output.nodes = s->nnodes;
         output.cells = s->ntri + s->nline;
+        output.written_bytes = s->bytes();
         output.kept = s;
-        if (placed) output.measure = [s] { return size_of(*s); };
+        output.checks = [s] {
+            return checks_of(
+                s->nnodes, [s](qx_long node, double *at) { std::copy_n(s->coords + 3 * node, 3, at); },
+                extent_of(*s));
+        };
         return output;
     };
     return c;
 }
 
-double size_of(vtkPolyData *data)
+contender extract_alone(const input_ptr &in, kind of, double level)
+{
+    contender c;
+    c.name = "extract";
+    c.as = role::part;
+    c.run = [=] {
+        auto s = std::make_shared<surface>();
+        extract(*in, of, level, s.get());
+        made output;
+        output.cells = s->ntri + s->nline;
+        output.kept = s;
+        return output;
+    };
+    return c;
+}
+
+contender place_alone(const input_ptr &in, kind of, double level)
+{
+    const auto extracted = std::make_shared<surface>();
+    extract(*in, of, level, extracted.get());
+    contender c;
+    c.name = "place";
+    c.as = role::part;
+    c.run = [=] {
+        auto s = std::make_shared<surface>();
+        place(*in, level, extracted->nnodes, extracted->min_node, extracted->max_node, s.get());
+        made output;
+        output.kept = s;
+        return output;
+    };
+    return c;
+}
+
+// ---- theirs -------------------------------------------------------------------------------------------------
+
+double extent_of(vtkPolyData *data)
 {
     double sum = 0;
     vtkIdType n;
     const vtkIdType *ids;
-    for (vtkCellArray *cells : {data->GetLines(), data->GetPolys()}) {
+    for (vtkCellArray *cells : {data->GetLines(), data->GetPolys()})
         for (cells->InitTraversal(); cells->GetNextCell(n, ids);) {
             double p[3][3];
             for (vtkIdType i = 0; i < n && i < 3; ++i)
                 data->GetPoint(ids[i], p[i]);
-            const auto between = [&](int a, int b) {
-                return std::sqrt(std::pow(p[a][0] - p[b][0], 2) + std::pow(p[a][1] - p[b][1], 2) +
-                                 std::pow(p[a][2] - p[b][2], 2));
-            };
-            if (n == 2) {
-                sum += between(0, 1);
-            } else {
-                const double a = between(0, 1), b = between(1, 2), c = between(2, 0), half = (a + b + c) / 2;
-                sum += std::sqrt(std::max(0.0, half * (half - a) * (half - b) * (half - c)));
-            }
+            sum += n == 2 ? distance(p[0], p[1]) : triangle_area(p[0], p[1], p[2]);
         }
-    }
     return sum;
 }
 
-// Filters that cut ambiguous faces another way differ by some triangles: their counts are shown, not held.
 template <typename Filter, typename Settings>
-contender theirs(const char *name, const input_ptr &in, double level, Settings settings)
+contender theirs(const char *name, const input_ptr &in, double level, double aim, Settings settings)
 {
     contender c;
     c.name = name;
-    c.same_cells = false;
-    c.measure_within = 2e-3;
+    c.as = role::peer;
+    c.aim = aim;
     c.run = [=] {
-        vtkSmartPointer<Filter> filter = vtkSmartPointer<Filter>::New();
+        auto filter = vtkSmartPointer<Filter>::New();
         filter->SetInputData(in->theirs);
         filter->SetValue(0, level);
         settings(filter.Get());
@@ -156,123 +221,123 @@ contender theirs(const char *name, const input_ptr &in, double level, Settings s
         output.nodes = data->GetNumberOfPoints();
         output.cells = data->GetNumberOfCells();
         output.kept = std::make_shared<vtkSmartPointer<vtkPolyData>>(data);
-        output.measure = [data] { return size_of(data.Get()); };
+        output.checks = [data] {
+            return checks_of(
+                data->GetNumberOfPoints(), [data](qx_long node, double *at) { data->GetPoint(node, at); },
+                extent_of(data.Get()));
+        };
         return output;
     };
     return c;
 }
 
-// No normals, no gradients; scalars as each filter has them: all peers place points.
-const auto plain = [](auto *filter) {
+// Points and triangles alone, as ours.
+constexpr auto no_attributes = [](auto *filter) {
     filter->ComputeNormalsOff();
     filter->ComputeScalarsOff();
 };
 
-bench_case structured_case(const std::string &name, const std::string &size, const input_ptr &in,
-                           double level)
+constexpr auto no_gradients = [](auto *filter) {
+    no_attributes(filter);
+    filter->ComputeGradientsOff();
+};
+
+// ---- cases --------------------------------------------------------------------------------------------------
+
+// Placed first: that is what the peers do.
+bench_case extraction(const char *name, const std::string &size, const input_ptr &in, kind of, double level)
 {
     bench_case c;
     c.name = name;
     c.size = size;
-    // Placed first: that is what the peers do. The floor: the data is read once.
-    c.ours = {ours(in, level, true), ours(in, level, false)};
-    c.ours[1].same_cells = true;
-    c.floor_bytes = static_cast<double>(in->data.size() * sizeof(float) + in->bytes.size());
+    c.contenders = {ours_placed(in, of, level), extract_alone(in, of, level), place_alone(in, of, level)};
+    c.read_bytes = in->data_bytes();
     return c;
 }
 
-bench_case volume_case(qx_long n, bool bytes)
+bench_case volume_case(int64_t n, bool bytes)
 {
-    const input_ptr in = uniform_input(n, n, n, marschner_lobb, bytes);
+    const int64_t dims[3] = {n, n, n};
+    const input_ptr in = structured_input(samples::layout::uniform, dims, sample, bytes);
     const double level = bytes ? 127.5 : 0.5;
-    bench_case c = structured_case(bytes ? "isosurface, uniform byte" : "isosurface, uniform float",
-                                   std::to_string(n) + "^3", in, level);
-    c.peers = {theirs<vtkFlyingEdges3D>("flying edges", in, level,
-                                        [](vtkFlyingEdges3D *f) {
-                                            plain(f);
-                                            f->ComputeGradientsOff();
-                                            f->InterpolateAttributesOff();
-                                        }),
-               theirs<vtkMarchingCubes>("marching cubes", in, level, [](vtkMarchingCubes *f) {
-                   plain(f);
-                   f->ComputeGradientsOff();
-               })};
-    c.aim = 1.5;
+    bench_case c = extraction(bytes ? "isosurface, uniform byte" : "isosurface, uniform float",
+                              std::to_string(n) + "^3", in, kind::surfaces, level);
+    c.contenders.push_back(theirs<vtkFlyingEdges3D>("flying edges", in, level, 1.5, [](vtkFlyingEdges3D *f) {
+        no_gradients(f);
+        f->InterpolateAttributesOff();
+    }));
+    c.contenders.push_back(theirs<vtkMarchingCubes>("marching cubes", in, level, 0, no_gradients));
     return c;
 }
 
-bench_case curvilinear_case(qx_long n)
+bench_case curvilinear_case(int64_t n)
 {
-    const input_ptr in = curvilinear_input(n, marschner_lobb);
-    bench_case c = structured_case("isosurface, curvilinear", std::to_string(n) + "^3", in, 0.5);
-    c.peers = {theirs<vtkContourFilter>("contour filter", in, 0.5, plain)};
-    c.aim = 2.5;
+    const int64_t dims[3] = {n, n, n};
+    const input_ptr in = structured_input(samples::layout::curvilinear, dims, sample);
+    bench_case c = extraction("isosurface, curvilinear", std::to_string(n) + "^3", in, kind::surfaces, 0.5);
+    c.contenders.push_back(theirs<vtkContourFilter>("contour filter", in, 0.5, 2.5, no_attributes));
     return c;
 }
 
-bench_case cells_case(cut_into kinds, qx_long cubes, const char *what)
+bench_case cells_case(const char *name, const std::vector<int> &kinds, int64_t cubes, int threads)
 {
-    const input_ptr in = cells_input(kinds, cubes, waves);
-    bench_case c = structured_case(std::string("isosurface, ") + what,
-                                   std::to_string(in->mesh->ncells) + " cells", in, 0);
-    c.peers = {theirs<vtkContour3DLinearGrid>("linear grid, merged", in, 0,
-                                              [](vtkContour3DLinearGrid *f) {
-                                                  f->MergePointsOn();
-                                                  f->InterpolateAttributesOff();
-                                                  f->ComputeNormalsOff();
-                                                  f->SequentialProcessingOn();
-                                              }),
-               theirs<vtkContourFilter>("contour filter", in, 0, plain)};
-    c.floor_bytes = static_cast<double>(in->data.size() * sizeof(float));
-    for (const auto &connect : in->connect)
-        c.floor_bytes += static_cast<double>(connect.size() * sizeof(qx_long));
-    c.aim = 1.0;
+    const input_ptr in = cells_input(kinds, cubes, sample);
+    bench_case c = extraction(name, std::to_string(in->mesh->ncells) + " cells", in, kind::surfaces, 0.5);
+    c.contenders.push_back(theirs<vtkContour3DLinearGrid>("linear grid, merged points", in, 0.5, 1,
+                                                          [=](vtkContour3DLinearGrid *f) {
+                                                              f->MergePointsOn();
+                                                              f->InterpolateAttributesOff();
+                                                              f->ComputeNormalsOff();
+                                                              f->SetSequentialProcessing(threads == 1);
+                                                          }));
+    c.contenders.push_back(theirs<vtkContourFilter>("contour filter", in, 0.5, 5, no_attributes));
+    for (const samples::mesh &set : in->parts)
+        c.read_bytes += static_cast<double>(set.connect.size() * sizeof(qx_long));
     return c;
 }
 
-bench_case image_case(qx_long n)
+bench_case image_case(int64_t n)
 {
-    const input_ptr in = uniform_input(n, n, 1, rings);
-    bench_case c = structured_case("isoline, uniform float", std::to_string(n) + "^2", in, 0.2);
-    c.peers = {theirs<vtkFlyingEdges2D>("flying edges 2-D", in, 0.2,
-                                        [](vtkFlyingEdges2D *f) { f->ComputeScalarsOff(); })};
-    c.aim = 2.0;
+    const int64_t dims[3] = {n, n, 1};
+    const input_ptr in = structured_input(samples::layout::uniform, dims, sample);
+    bench_case c = extraction("isoline, uniform float", std::to_string(n) + "^2", in, kind::lines, 0.5);
+    c.contenders.push_back(theirs<vtkFlyingEdges2D>("flying edges 2-D", in, 0.5, 2,
+                                                    [](vtkFlyingEdges2D *f) { f->ComputeScalarsOff(); }));
     return c;
+}
+
+growth_entry cubes_growth(const char *name, int64_t first, std::function<bench_case(int64_t)> make)
+{
+    growth_entry g;
+    g.name = name;
+    for (int step = 0; step < 4; ++step) {
+        g.sizes.push_back(std::to_string(first << step) + "^3");
+        g.elements.push_back(std::pow(static_cast<double>(first << step), 3));
+    }
+    g.prepare = [=](size_t step) { return make(first << step); };
+    return g;
 }
 
 } // namespace
 
-void add_isosurface(suite &all)
+void add_isosurface(suite *all, const sizes &of, int threads)
 {
-    all.push_back({"isosurface", "isosurface, uniform float", true, [] { return volume_case(256, false); }});
-    all.push_back({"isosurface", "isosurface, uniform byte", true, [] { return volume_case(128, true); }});
-    all.push_back({"isosurface", "isosurface, curvilinear", true, [] { return curvilinear_case(128); }});
-    all.push_back(
-        {"isosurface", "isosurface, hexes", true, [] { return cells_case(cut_into::hexes, 100, "hexes"); }});
-    all.push_back(
-        {"isosurface", "isosurface, tets", true, [] { return cells_case(cut_into::tets, 55, "tets"); }});
-    all.push_back({"isosurface", "isosurface, mix", true,
-                   [] { return cells_case(cut_into::mix, 69, "hexes, prisms, tets"); }});
-}
-
-void add_isoline(suite &all)
-{
-    all.push_back({"isoline", "isoline, uniform float", true, [] { return image_case(4096); }});
-}
-
-void add_growth(std::vector<growth_entry> &all)
-{
-    growth_entry volume = {"isosurface, uniform float", {"64^3", "128^3", "256^3", "512^3"}, nullptr, {}};
-    growth_entry hexes = {"isosurface, hexes", {"25^3", "50^3", "100^3", "200^3"}, nullptr, {}};
-    for (int i = 0; i < 4; ++i) {
-        volume.elements.push_back(std::pow(64.0 * (1 << i), 3));
-        hexes.elements.push_back(std::pow(25.0 * (1 << i), 3));
-    }
-    volume.prepare = [](int i) { return volume_case(qx_long{64} << i, false); };
-    hexes.prepare = [](int i) { return cells_case(cut_into::hexes, qx_long{25} << i, "hexes"); };
-    all.push_back(volume);
-    all.push_back(hexes);
-    add_sampling_growth(all);
+    const auto add = [&](const char *name, std::function<bench_case()> make) {
+        all->cases.push_back({"isosurface", name, true, make});
+    };
+    const std::vector<int> mix = {CELL_HEX, CELL_PRISM, CELL_PYR, CELL_TET};
+    add("isosurface, uniform float", [=] { return volume_case(of.volume, false); });
+    add("isosurface, uniform byte", [=] { return volume_case(of.bytes, true); });
+    add("isosurface, curvilinear", [=] { return curvilinear_case(of.lattice); });
+    add("isosurface, hexes", [=] { return cells_case("isosurface, hexes", {CELL_HEX}, of.hexes, threads); });
+    add("isosurface, tets", [=] { return cells_case("isosurface, tets", {CELL_TET}, of.tets, threads); });
+    add("isosurface, all solids", [=] { return cells_case("isosurface, all solids", mix, of.mix, threads); });
+    add("isoline, uniform float", [=] { return image_case(of.image); });
+    all->growth.push_back(cubes_growth("isosurface, uniform float", of.growth_volume,
+                                       [](int64_t n) { return volume_case(n, false); }));
+    all->growth.push_back(cubes_growth("isosurface, hexes", of.growth_cells, [=](int64_t n) {
+        return cells_case("isosurface, hexes", {CELL_HEX}, n, threads);
+    }));
 }
 
 } // namespace bench

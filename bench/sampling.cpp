@@ -1,10 +1,13 @@
 // Points located and data sampled there, against VTK's probe with its static cell locator.
+//
+// The peer builds its locator in each update, so the whole of ours is table and query too; both halves also
+// stand as cases of their own.
 #include "bench.hpp"
 #include "inputs.hpp"
 
 #include <skoklana.h>
 
-#include <vtkDataArray.h>
+#include <vtkCellLocatorStrategy.h>
 #include <vtkDataSet.h>
 #include <vtkFloatArray.h>
 #include <vtkPointData.h>
@@ -13,159 +16,249 @@
 #include <vtkProbeFilter.h>
 #include <vtkStaticCellLocator.h>
 
+#include <algorithm>
 #include <cmath>
+#include <cstdio>
+#include <cstdlib>
 #include <numeric>
 
 namespace bench {
 namespace {
 
-// A polynomial of second degree in each axis: smooth, so that both sides' sums agree closely.
-double bowl(double x, double y, double z)
-{
-    return x * x + 0.5 * y * y - z * z + x * y;
-}
+constexpr char sample[] = "marschner-lobb";
+
+// ---- ours ---------------------------------------------------------------------------------------------------
 
 using table_ptr = std::shared_ptr<blk_tbl>;
 
-table_ptr table_of(const input_ptr &in)
+table_ptr table_of(const input &in)
 {
     blk_tbl *table = nullptr;
-    in->mesh->methods->interp_init_func(in->mesh, &table);
+    if (in.mesh->methods->interp_init_func(in.mesh, &table) != 1) {
+        fprintf(stderr, "bench: no block table\n");
+        exit(2);
+    }
     return table_ptr(table, host_free_table);
 }
 
-contender our_table(const input_ptr &in)
+using places_ptr = std::shared_ptr<std::vector<float>>;
+
+constexpr float outside = -1; // the sample's values are 0 to 1
+
+// Values differ in two ways. Our search leaves a last Newton step below 0.05 unapplied, and takes a cell for a
+// point up to 0.05 outside it; parameters run over [-1, 1] or [0, 1]. Both come to at most a twentieth of a
+// cell along each axis, over which the sample, of gradient 6 within its cube of size 2, varies by
+// 6 * sqrt(3) / 20 cells, and twice that across a face where the gradient turns.
+std::vector<check> checks_of(const input &in, const float *values, qx_long count)
+{
+    const bool iterated = in.parts[0].coords.size() > 0;
+    const double within =
+        iterated ? 2 * 2 * 6 * std::sqrt(3.0) / 20 / static_cast<double>(in.cubes_an_axis) : 1e-5;
+    const double mean = std::accumulate(values, values + count, 0.0) / static_cast<double>(count);
+    return {{"values", std::vector<double>(values, values + count), within}, {"mean", {mean}, 1e-3}};
+}
+
+made sampled(const input &in, std::vector<float> *places, const blk_tbl *table)
+{
+    const qx_long npts = static_cast<qx_long>(places->size()) / 3;
+    const auto values =
+        std::shared_ptr<float>(static_cast<float *>(malloc(static_cast<size_t>(npts) * sizeof(float))), free);
+    const int veclen = 1;
+    int null_flag = 0;
+    float null_value = 0, largest = 1;
+    void *data = in.data(), *out = values.get();
+    if (UTILinterpolate_data(npts, places->data(), 3, nullptr, in.mesh, table, 1, DTYPE_FLOAT, &veclen, &data,
+                             nullptr, &largest, &null_flag, &null_value, 1, outside, &out) != 1) {
+        fprintf(stderr, "bench: sampling failed\n");
+        exit(2);
+    }
+    made output;
+    output.cells = npts - std::count(values.get(), values.get() + npts, outside);
+    output.written_bytes = static_cast<double>(npts) * sizeof(float);
+    output.kept = values;
+    output.checks = [=, &in] { return checks_of(in, values.get(), npts); };
+    return output;
+}
+
+// ---- theirs -------------------------------------------------------------------------------------------------
+
+vtkSmartPointer<vtkStaticCellLocator> locator_of(const input &in)
+{
+    auto locator = vtkSmartPointer<vtkStaticCellLocator>::New();
+    locator->SetDataSet(in.theirs);
+    locator->BuildLocator();
+    return locator;
+}
+
+enum class search { data_set, new_locator, given_locator };
+
+made probed(const input &in, std::vector<float> *places, search how, vtkStaticCellLocator *locator)
+{
+    auto array = vtkSmartPointer<vtkFloatArray>::New();
+    array->SetNumberOfComponents(3);
+    array->SetArray(places->data(), static_cast<vtkIdType>(places->size()), 1);
+    auto points = vtkSmartPointer<vtkPoints>::New();
+    points->SetData(array);
+    auto at = vtkSmartPointer<vtkPolyData>::New();
+    at->SetPoints(points);
+    auto probe = vtkSmartPointer<vtkProbeFilter>::New();
+    if (how == search::new_locator)
+        probe->SetCellLocatorPrototype(vtkSmartPointer<vtkStaticCellLocator>::New());
+    if (how == search::given_locator) {
+        auto strategy = vtkSmartPointer<vtkCellLocatorStrategy>::New();
+        strategy->SetCellLocator(locator);
+        probe->SetFindCellStrategy(strategy);
+    }
+    probe->SetInputData(at);
+    probe->SetSourceData(in.theirs);
+    probe->Update();
+    vtkSmartPointer<vtkDataArray> values = probe->GetOutput()->GetPointData()->GetArray(sample);
+    made output;
+    output.cells = probe->GetValidPoints()->GetNumberOfValues();
+    output.kept = std::make_shared<vtkSmartPointer<vtkDataArray>>(values);
+    output.checks = [=, &in] {
+        return checks_of(in, static_cast<const float *>(values->GetVoidPointer(0)),
+                         values->GetNumberOfTuples());
+    };
+    return output;
+}
+
+// ---- cases --------------------------------------------------------------------------------------------------
+
+contender their_probe(const char *name, std::function<made()> run)
 {
     contender c;
-    c.name = "block table alone";
-    c.same_cells = false;
-    c.run = [=] {
-        made output;
-        output.kept = table_of(in);
-        return output;
-    };
+    c.name = name;
+    c.as = role::peer;
+    c.run = std::move(run);
+    c.aim = 1;
     return c;
 }
 
-struct samples {
-    std::vector<float> values;
-};
-
-double mean(const std::vector<float> &values)
-{
-    return std::accumulate(values.begin(), values.end(), 0.0) / static_cast<double>(values.size());
-}
-
-// Builds the table and samples: the whole of what the peer does in one update.
-contender our_probe(const input_ptr &in, const std::shared_ptr<std::vector<float>> &places)
+contender ours(const char *name, std::function<made()> run)
 {
     contender c;
-    c.name = "table, locate, sample";
-    c.run = [=] {
-        const qx_long npts = static_cast<qx_long>(places->size()) / 3;
-        auto out = std::make_shared<samples>();
-        out->values.resize(static_cast<size_t>(npts));
-        const table_ptr table = table_of(in);
-        const int veclen = 1;
-        int null_flag = 0;
-        double null_value = 0;
-        void *data = in->data.data(), *values = out->values.data();
-        const float largest = 0;
-        UTILinterpolate_data(npts, places->data(), 3, nullptr, in->mesh, table.get(), 1, DTYPE_FLOAT, &veclen,
-                             &data, nullptr, const_cast<float *>(&largest), &null_flag, &null_value, 1, -1e30,
-                             &values);
-        made output;
-        output.cells = npts;
-        output.kept = out;
-        output.measure = [out] { return mean(out->values); };
-        return output;
-    };
+    c.name = name;
+    c.run = std::move(run);
     return c;
 }
 
-contender their_probe(const input_ptr &in, const std::shared_ptr<std::vector<float>> &places,
-                      bool with_locator)
+std::string points_text(int64_t npoints)
 {
-    contender c;
-    c.name = with_locator ? "probe, static cell locator" : "probe";
-    c.measure_within = 1e-2;
-    c.run = [=] {
-        auto points = vtkSmartPointer<vtkPoints>::New();
-        auto array = vtkSmartPointer<vtkFloatArray>::New();
-        array->SetNumberOfComponents(3);
-        array->SetArray(places->data(), static_cast<vtkIdType>(places->size()), 1);
-        points->SetData(array);
-        auto at = vtkSmartPointer<vtkPolyData>::New();
-        at->SetPoints(points);
-        auto probe = vtkSmartPointer<vtkProbeFilter>::New();
-        if (with_locator) {
-            auto prototype = vtkSmartPointer<vtkStaticCellLocator>::New();
-            probe->SetCellLocatorPrototype(prototype);
-        }
-        probe->SetInputData(at);
-        probe->SetSourceData(in->theirs);
-        probe->Update();
-        vtkSmartPointer<vtkDataArray> values = probe->GetOutput()->GetPointData()->GetArray("data");
-        made output;
-        output.cells = values->GetNumberOfTuples();
-        output.kept = std::make_shared<vtkSmartPointer<vtkDataArray>>(values);
-        output.measure = [values] {
-            double sum = 0;
-            for (vtkIdType i = 0; i < values->GetNumberOfTuples(); ++i)
-                sum += values->GetComponent(i, 0);
-            return sum / static_cast<double>(values->GetNumberOfTuples());
-        };
-        return output;
-    };
+    return std::to_string(npoints) + " points";
+}
+
+// Points and data of the whole mesh are read: there are about as many points as cells.
+double bytes_read(const input &in, const std::vector<float> &places)
+{
+    return in.data_bytes() + in.mesh_bytes() + static_cast<double>(places.size() * sizeof(float));
+}
+
+bench_case whole_case(const std::string &what, const input_ptr &in, int64_t npoints, bool locator)
+{
+    const auto places = std::make_shared<std::vector<float>>(random_places(*in, npoints));
+    bench_case c;
+    c.name = "sample, " + what;
+    c.size = points_text(npoints);
+    c.contenders = {ours(locator ? "table, query" : "query",
+                         [=] { return sampled(*in, places.get(), table_of(*in).get()); }),
+                    their_probe(locator ? "probe, static cell locator" : "probe", [=] {
+                        return probed(*in, places.get(), locator ? search::new_locator : search::data_set,
+                                      nullptr);
+                    })};
+    c.read_bytes = bytes_read(*in, *places);
     return c;
 }
 
-bench_case probe_case(const char *what, const input_ptr &in, qx_long npoints, bool needs_locator)
+bench_case query_case(const std::string &what, const input_ptr &in, int64_t npoints)
+{
+    const auto places = std::make_shared<std::vector<float>>(random_places(*in, npoints));
+    const table_ptr table = table_of(*in);
+    const auto locator = locator_of(*in);
+    bench_case c;
+    c.name = "query alone, " + what;
+    c.size = points_text(npoints);
+    c.contenders = {ours("query", [=] { return sampled(*in, places.get(), table.get()); }),
+                    their_probe("probe, given locator", [=] {
+                        return probed(*in, places.get(), search::given_locator, locator.Get());
+                    })};
+    c.read_bytes = bytes_read(*in, *places);
+    return c;
+}
+
+bench_case build_case(const std::string &what, const input_ptr &in)
 {
     bench_case c;
-    c.name = std::string("sample, ") + what;
-    c.size = std::to_string(npoints) + " points";
-    const auto places = std::make_shared<std::vector<float>>(random_places(npoints));
-    c.ours = {our_probe(in, places)};
-    if (needs_locator) c.ours.push_back(our_table(in));
-    c.peers = {their_probe(in, places, needs_locator)};
-    // Read the points, write the values, read the corners' data of the cell that holds each.
-    c.floor_bytes = static_cast<double>(npoints) * (3 + 1 + 8) * sizeof(float);
-    c.aim = 1.0;
+    c.name = "build alone, " + what;
+    c.size = std::to_string(in->theirs->GetNumberOfCells()) + " cells";
+    c.contenders = {ours("block table",
+                         [=] {
+                             made output;
+                             output.kept = table_of(*in);
+                             return output;
+                         }),
+                    their_probe("static cell locator", [=] {
+                        made output;
+                        output.kept =
+                            std::make_shared<vtkSmartPointer<vtkStaticCellLocator>>(locator_of(*in));
+                        return output;
+                    })};
+    c.read_bytes = in->mesh_bytes();
     return c;
 }
-
-constexpr qx_long million = 1000000;
 
 } // namespace
 
-void add_sampling(suite &all)
+void add_sampling(suite *all, const sizes &of)
 {
-    all.push_back({"sampling", "sample, hexes", true, [] {
-                       return probe_case("hexes", cells_input(cut_into::hexes, 100, bowl), million, true);
-                   }});
-    all.push_back({"sampling", "sample, tets", true,
-                   [] { return probe_case("tets", cells_input(cut_into::tets, 55, bowl), million, true); }});
-    all.push_back({"sampling", "sample, uniform 128^3", true, [] {
-                       return probe_case("uniform 128^3", uniform_input(128, 128, 128, bowl), million, false);
-                   }});
-    all.push_back({"sampling", "sample, rectilinear 128^3", true, [] {
-                       return probe_case("rectilinear 128^3", rectilinear_input(128, bowl), million, false);
-                   }});
-    all.push_back({"sampling", "sample, curvilinear 128^3", true, [] {
-                       return probe_case("curvilinear 128^3", curvilinear_input(128, bowl), million, true);
-                   }});
-}
-
-void add_sampling_growth(std::vector<growth_entry> &all)
-{
-    growth_entry hexes = {"sample 100000 points, hexes", {"25^3", "50^3", "100^3", "200^3"}, nullptr, {}};
-    for (int i = 0; i < 4; ++i)
-        hexes.elements.push_back(std::pow(25.0 * (1 << i), 3));
-    hexes.prepare = [](int i) {
-        return probe_case("hexes", cells_input(cut_into::hexes, qx_long{25} << i, bowl), 100000, true);
+    struct mesh_case {
+        const char *what;
+        bool locator;
+        std::function<input_ptr()> make;
     };
-    all.push_back(hexes);
+    const auto structured = [=](samples::layout layout) {
+        return [=] {
+            const int64_t dims[3] = {of.lattice, of.lattice, of.lattice};
+            return structured_input(layout, dims, sample);
+        };
+    };
+    const mesh_case meshes[] = {
+        {"hexes", true, [=] { return cells_input({CELL_HEX}, of.hexes, sample); }},
+        {"tets", true, [=] { return cells_input({CELL_TET}, of.tets, sample); }},
+        {"curvilinear", true, structured(samples::layout::curvilinear)},
+        {"rectilinear", false, structured(samples::layout::rectilinear)},
+        {"uniform", false, structured(samples::layout::uniform)},
+    };
+    for (const mesh_case &m : meshes) {
+        const std::string what = m.what;
+        const auto add = [&](const std::string &name, std::function<bench_case()> make) {
+            all->cases.push_back({"sampling", name, true, make});
+        };
+        add("sample, " + what, [=] { return whole_case(what, m.make(), of.points, m.locator); });
+        if (!m.locator) continue;
+        add("query alone, " + what, [=] { return query_case(what, m.make(), of.points); });
+        add("build alone, " + what, [=] { return build_case(what, m.make()); });
+    }
+
+    growth_entry points, cells;
+    points.name = "sample, hexes, by points";
+    cells.name = "sample, hexes, by cells";
+    for (int step = 0; step < 4; ++step) {
+        const int64_t npoints = of.growth_points << step, cubes = of.growth_cells << step;
+        points.sizes.push_back(points_text(npoints));
+        points.elements.push_back(static_cast<double>(npoints));
+        cells.sizes.push_back(std::to_string(cubes) + "^3");
+        cells.elements.push_back(static_cast<double>(cubes * cubes * cubes));
+    }
+    points.prepare = [=](size_t step) {
+        return whole_case("hexes", meshes[0].make(), of.growth_points << step, true);
+    };
+    cells.prepare = [=](size_t step) {
+        const int64_t cubes = of.growth_cells << step;
+        return whole_case("hexes", cells_input({CELL_HEX}, cubes, sample), of.growth_points, true);
+    };
+    all->growth.push_back(points);
+    all->growth.push_back(cells);
 }
 
 } // namespace bench

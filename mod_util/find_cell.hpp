@@ -140,9 +140,9 @@ struct uniform_finder {
             if (first == last || mesh->dims[d] <= 1) continue;
             const float t = (point[d] - first) / step[d];
             const qx_long highest = mesh->dims[d] - 2;
-            const qx_long at = !(t > 0)                          ? 0
-                               : t < static_cast<float>(highest) ? static_cast<qx_long>(t)
-                                                                 : highest;
+            const qx_long at = !(t > 0)    ? 0
+                               : t < 1e18f ? std::min(static_cast<qx_long>(t), highest)
+                                           : highest;
             uvw[d] = 2 * (t - static_cast<float>(at)) - 1;
             number += at * stride;
         }

@@ -42,7 +42,8 @@ struct bit_plane {
     static qx_long stride_of(qx_long ncols) { return words_for(ncols) + 1; }
     static qx_long length(qx_long ncols, qx_long nrows) { return 1 + stride_of(ncols) * nrows; }
 
-    bit_word *row(qx_long j) const { return words + 1 + j * stride; }
+    // NULL where there are no bits: planes of nulls are left out of meshes without them.
+    bit_word *row(qx_long j) const { return words == nullptr ? nullptr : words + 1 + j * stride; }
 };
 
 // The other test beside those of classify.hpp.

@@ -233,6 +233,21 @@ TEST(Clamp, BoundsOfNarrowTypesKeepTheLowBitsOfThirtyTwo)
     EXPECT_EQ((std::vector<unsigned char>{0, 44, 44, 44}), out);
     UTILclamp(4, bytes.data(), 1, 0, DTYPE_BYTE, 0, nullptr, 1, -1, 0, 0, out.data()); // -1 is 255
     EXPECT_EQ((std::vector<unsigned char>{255, 255, 255, 255}), out);
+    // The ends of 32 bits are still within them, with fractions that are cut off.
+    for (double least : {-2147483648.0, -2147483648.5}) { // the low bits are 0
+        UTILclamp(4, bytes.data(), 1, 0, DTYPE_BYTE, 0, nullptr, 0, 0, 1, least, out.data());
+        EXPECT_EQ((std::vector<unsigned char>{0, 0, 0, 0}), out);
+        const signed char below = -5;
+        signed char clamped = 9;
+        UTILclamp(1, &below, 1, 0, DTYPE_CHAR, 0, nullptr, 1, least, 0, 0, &clamped);
+        EXPECT_EQ(0, clamped);
+    }
+    for (double largest : {2147483647.0, 2147483647.5}) { // the low bits are all 1
+        const short above = 5;
+        short clamped = 9;
+        UTILclamp(1, &above, 1, 0, DTYPE_SHORT, 0, nullptr, 0, 0, 1, largest, &clamped);
+        EXPECT_EQ(-1, clamped);
+    }
 }
 
 TYPED_TEST(ArraySelection, ClampBoundsBeyondAllIntegersHoldNothingBack)

@@ -1,5 +1,6 @@
 #include <skoklana/iso.h>
 
+#include "support/arrays.hpp"
 #include "support/host_calls.hpp"
 #include "support/lattice_reference.hpp"
 #include "support/meshes.hpp"
@@ -15,17 +16,10 @@
 
 namespace {
 
+using arrays::dtype_of;
+using lattice_reference::lattice;
 using lattice_reference::level_set;
 using lattice_reference::numbers;
-
-template <typename T> constexpr int code_of = -1;
-template <> constexpr int code_of<signed char> = DTYPE_CHAR;
-template <> constexpr int code_of<unsigned char> = DTYPE_BYTE;
-template <> constexpr int code_of<short> = DTYPE_SHORT;
-template <> constexpr int code_of<int> = DTYPE_INT;
-template <> constexpr int code_of<float> = DTYPE_FLOAT;
-template <> constexpr int code_of<double> = DTYPE_DOUBLE;
-template <> constexpr int code_of<qx_long> = DTYPE_QX_LONG;
 
 // The outputs of one call, as they were left.
 struct surface_call {
@@ -76,7 +70,7 @@ level_set surface_of(mesh_info *mesh, const std::vector<T> &data, double level, 
                      bool mapped = true)
 {
     surface_call call;
-    call.run(mesh, data.data(), code_of<T>, null != nullptr, null, level, mapped);
+    call.run(mesh, data.data(), dtype_of<T>, null != nullptr, null, level, mapped);
     EXPECT_EQ(call.result, 1);
     level_set out;
     if (call.result != 1) return out;
@@ -93,24 +87,6 @@ level_set surface_of(mesh_info *mesh, const std::vector<T> &data, double level, 
     }
     return out;
 }
-
-// A mesh record of the given axes and nothing else: the walk reads no coordinates.
-struct lattice {
-    std::vector<qx_long> dims;
-    mesh_info mesh;
-
-    explicit lattice(std::vector<qx_long> dims_) : dims(std::move(dims_))
-    {
-        memset(&mesh, 0, sizeof mesh);
-        mesh.ndim = static_cast<int>(dims.size());
-        mesh.dims = dims.data();
-        mesh.nnodes = 1;
-        for (qx_long n : dims)
-            mesh.nnodes *= n;
-    }
-
-    qx_long nnodes() const { return mesh.nnodes; }
-};
 
 template <typename T>
 void expect_as_reference(lattice &in, const std::vector<T> &data, double level, const T *null)
@@ -148,13 +124,12 @@ std::vector<float> marschner_lobb(qx_long n)
 
 template <typename T> class SurfaceOfType : public testing::Test {
 };
-using element_types = testing::Types<signed char, unsigned char, short, int, float, double, qx_long>;
-TYPED_TEST_SUITE(SurfaceOfType, element_types);
+TYPED_TEST_SUITE(SurfaceOfType, arrays::all_types);
 
 TYPED_TEST(SurfaceOfType, AgreesWithTheReferenceOnRandomData)
 {
     using T = TypeParam;
-    std::mt19937 random(41 + code_of<T>);
+    std::mt19937 random(41 + dtype_of<T>);
     const auto below = [&](unsigned n) { return random() % n; };
     const qx_long widths[] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 31, 32, 33, 34, 63, 64, 65, 66, 127, 128, 129, 130};
     qx_long with_triangles = 0, with_nulls = 0, without_nulls = 0, grown = 0, level_on_values = 0;
@@ -190,7 +165,7 @@ TYPED_TEST(SurfaceOfType, AgreesWithTheReferenceOnRandomData)
 TYPED_TEST(SurfaceOfType, AgreesWithTheReferenceOnSmoothDataWithHoles)
 {
     using T = TypeParam;
-    std::mt19937 random(97 + code_of<T>);
+    std::mt19937 random(97 + dtype_of<T>);
     for (int pass = 0; pass < 12; ++pass) {
         SCOPED_TRACE("pass " + std::to_string(pass));
         lattice in({70 + static_cast<qx_long>(random() % 70), 24, 17});

@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
+#include <stdexcept>
 
 static const char *const examples = R"(
 Examples:
@@ -158,6 +159,8 @@ int main(int argc, char **argv)
     } catch (const failure &wrong) {
         fprintf(stderr, "skoklana: %s\n", wrong.what());
         return wrong.code;
+    } catch (const std::length_error &) { // a size beyond all memory
+        fputs("skoklana: out of memory; the file may be damaged\n", stderr);
     } catch (const std::bad_alloc &) {
         fputs("skoklana: out of memory; a smaller mesh or fewer arrays (--with) would do\n", stderr);
     } catch (const std::exception &wrong) {

@@ -13,6 +13,7 @@
 
 #include "arrays.hpp"
 #include "cell_order.hpp"
+#include "crash_guard.hpp"
 #include "failure.hpp"
 
 #include <skoklana/cell.h>
@@ -371,8 +372,11 @@ void cell_sorter::finish()
     if (!split.empty()) notes.push_back("split into simplices: " + counts_in_words(split));
     if (!reduced.empty()) notes.push_back("taken without their further nodes: " + counts_in_words(reduced));
     if (!refused.empty()) notes.push_back("left out, as they have no kind here: " + counts_in_words(refused));
-    if (points > 0) notes.push_back("left out: " + std::to_string(points) + " cells that are only points");
-    if (dropped > 0) notes.push_back("left out: " + std::to_string(dropped) + " hidden or duplicate cells");
+    if (turned > 0)
+        notes.push_back("turned round, as their nodes go the other way: " + std::to_string(turned) +
+                        " cell(s)");
+    if (points > 0) notes.push_back("left out: " + std::to_string(points) + " cell(s) that are only points");
+    if (dropped > 0) notes.push_back("left out: " + std::to_string(dropped) + " hidden or duplicate cell(s)");
     if (mesh->sets.empty() && !refused.empty())
         throw failure(path + ": all its cells are of kinds that cannot be used: " + counts_in_words(refused) +
                       "; convert them to tetrahedra or other plain cells");
@@ -513,6 +517,7 @@ static void cell_sets(const std::string &path, input_mesh *mesh, mesh_use use)
 
 std::unique_ptr<input_mesh> make_mesh(const std::string &path, vtkDataSet *data, mesh_use use)
 {
+    const crash_guard guard(path); // VTK walks lists that came from the file
     auto mesh = std::make_unique<input_mesh>();
     mesh->data = data;
     mesh->nnodes = data->GetNumberOfPoints();

@@ -27,6 +27,7 @@ namespace fs = std::filesystem;
 
 void write_beside(const std::string &path, const std::function<void(const std::string &)> &write)
 {
+    stop_if_asked();
     const fs::path target(path);
     const fs::path folder = target.has_parent_path() ? target.parent_path() : fs::path(".");
     std::error_code code;
@@ -98,8 +99,14 @@ static void write_csv(const std::string &path, vtkDataSet *data)
         for (int a = 0; a < arrays->GetNumberOfArrays(); ++a) {
             vtkDataArray *array = arrays->GetArray(a);
             file.precision(array->GetDataTypeSize() > 4 ? 17 : 9);
-            for (int c = 0; c < array->GetNumberOfComponents(); ++c)
-                file << ',' << array->GetComponent(node, c);
+            for (int c = 0; c < array->GetNumberOfComponents(); ++c) {
+                file << ',';
+                if (array->GetDataType() == VTK_LONG_LONG) // a double cannot hold them all
+                    file << static_cast<const long long *>(
+                        array->GetVoidPointer(0))[node * array->GetNumberOfComponents() + c];
+                else
+                    file << array->GetComponent(node, c);
+            }
         }
         file << '\n';
     }
