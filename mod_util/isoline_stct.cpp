@@ -1,9 +1,9 @@
 // Isolines over structured meshes of two axes, one row of cells between two rows of nodes at a time.
 //
-// The idea is that of the structured isosurface (iso_stct.cpp) one dimension down: node flags as bits, crossed
-// cells found 64 at a time, a slot for each edge of the two live rows. Here each crossed edge is an entry of a
-// line as it comes, and a cell has only two edges that an earlier cell may have numbered: the one at its lower
-// row and the one at its lower column.
+// The idea is that of the structured isosurface (iso_stct.cpp) one dimension down: node flags as bits,
+// crossed cells found 64 at a time, a slot for each edge of the two live rows. Here each crossed edge is an
+// entry of a line as it comes, and a cell has only two edges that an earlier cell may have numbered: the one
+// at its lower row and the one at its lower column.
 // Memory: bits and slots of two rows. Time: nodes / 64, and the crossed cells.
 #include <skoklana/iso.h>
 

@@ -1,7 +1,7 @@
 // Node flags of structured meshes as bits: 64 nodes a word, each row of nodes from a word of its own.
 //
-// A node is above the level where (double)value >= level, whatever its type; the test is made in the type itself
-// (classify.hpp). Null nodes are those that equal the null value in the type, so NaN is neither.
+// A node is above the level where (double)value >= level, whatever its type; the test is made in the type
+// itself (classify.hpp). Null nodes are those that equal the null value in the type, so NaN is neither.
 //
 //     |zero|row 0, word 0|word 1|...|zero|row 1, word 0|word 1|...|zero|
 //
@@ -104,7 +104,8 @@ template <typename T, typename Test> TARGET_AVX2 inline bit_word bits_of_64(cons
     return bits;
 }
 
-// A row's last word is made of 64 values too, of the next row's first ones, as far as there are readable ones.
+// A row's last word is made of 64 values too, of the next row's first ones, as far as there are readable
+// ones.
 template <typename T, typename Test>
 TARGET_AVX2 void test_rows_wide(const T *values, qx_long ncols, qx_long nrows, qx_long readable,
                                 const Test &test, const bit_plane &out)
@@ -178,7 +179,8 @@ auto with_flags(const T *values, qx_long nnodes, double level, int null_flag, T 
 
 // ---- walks over the cells ----------------------------------------------------------------------------------
 
-// Words of a row of cells that are taken at a time: what their cells add is counted before any of it is written.
+// Words of a row of cells that are taken at a time: what their cells add is counted before any of it is
+// written.
 constexpr int words_a_piece = 16;
 
 enum class walk_result { done, interrupted, no_node_memory, no_map_memory, no_connect_memory };
