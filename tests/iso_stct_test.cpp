@@ -717,6 +717,9 @@ TEST(Surface, MeshesDescribedInAllWaysHaveTheSameSurface)
                     --of_cell[{b, a}];
                 }
             }
+        for (auto &of_cell : made)
+            for (auto edge = of_cell.second.begin(); edge != of_cell.second.end();)
+                edge = edge->second == 0 ? of_cell.second.erase(edge) : std::next(edge);
         all.push_back(made);
     }
     ASSERT_EQ(all.size(), 4u);
