@@ -283,6 +283,7 @@ static walk_result walk_row(const slab &slab, bool nulls, qx_long k, qx_long j, 
 
 static walk_result walk_slabs(slab *slab, const flag_source &source, qx_long nplanes, surface *out)
 {
+    if (nplanes < 2) return walk_result::done;
     const float factor = static_cast<float>(100.0 / static_cast<double>(nplanes - 1));
     source.flag_rows(source, 0, slab->nx, slab->ny, slab->above[0], slab->null[0]);
     for (qx_long k = 0; k < nplanes - 1; ++k) {

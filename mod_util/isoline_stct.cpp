@@ -163,6 +163,7 @@ static walk_result grow_lines(line_set *out, const strip_piece &piece)
 static walk_result walk_strips(strip *strip, const flag_source &source, qx_long nrows, line_set *out)
 {
     const qx_long nx = strip->nx, nwords = words_for(nx - 1);
+    if (nrows < 2) return walk_result::done;
     strip_piece piece;
     source.flag_rows(source, 0, nx, 1, strip->above[0], strip->null[0]);
     for (qx_long j = 0; j < nrows - 1; ++j) {
