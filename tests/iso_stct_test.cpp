@@ -3,6 +3,7 @@
 #include "support/arrays.hpp"
 #include "support/host_calls.hpp"
 #include "support/lattice_reference.hpp"
+#include "support/lattices.hpp"
 #include "support/meshes.hpp"
 
 #include <gtest/gtest.h>
@@ -683,6 +684,48 @@ TEST(Surface, HexahedraOfTheSameGridGiveTheSameTriangles)
     of_cells.cell = structured.cell;
     EXPECT_TRUE(of_cells == structured);
     EXPECT_GT(structured.cell.size(), 200u);
+}
+
+// A hexahedron of a cell set counts its corners in another sense than a cell of a lattice, and its triangles are
+// turned round: in the end both surfaces have the same outline in every cell, the same way round.
+TEST(Surface, MeshesDescribedInAllWaysHaveTheSameSurface)
+{
+    const auto ways = lattices::in_all_ways({{9, 8, 7}, 3});
+    const std::vector<float> data = meshes::random_values<float>(21, 9 * 8 * 7, 0, 1);
+    using corner = std::pair<qx_long, qx_long>;
+    using outlines = std::map<qx_long, std::map<std::pair<corner, corner>, int>>;
+    std::vector<outlines> all;
+    for (const auto &way : ways) {
+        surface_call call;
+        const auto operation = way->ndim == 0 ? UTILslice_cells : UTILslice_struct;
+        qx_long *map = nullptr;
+        call.result =
+            operation(way->mesh, data.data(), DTYPE_FLOAT, 0, nullptr, 0.55, &call.nnodes, &call.min_node,
+                      &call.max_node, &call.nline, &call.line_conn, &call.nline_conn, &call.ntri,
+                      &call.tri_conn, &call.ntri_conn, &call.map_count, &map);
+        call.map = map;
+        ASSERT_EQ(call.result, 1);
+        outlines made;
+        for (qx_long t = 0; t < call.ntri; ++t)
+            for (qx_long c = 0; c < 3; ++c) {
+                const qx_long from = call.tri_conn[3 * t + c], to = call.tri_conn[3 * t + (c + 1) % 3];
+                const corner a = {call.min_node[from], call.max_node[from]},
+                             b = {call.min_node[to], call.max_node[to]};
+                auto &of_cell = made[call.map[t]];
+                if (++of_cell[{a, b}] > 0 && of_cell[{b, a}] > 0) { // a cut inside the cell
+                    --of_cell[{a, b}];
+                    --of_cell[{b, a}];
+                }
+            }
+        for (auto &of_cell : made)
+            for (auto edge = of_cell.second.begin(); edge != of_cell.second.end();)
+                edge = edge->second == 0 ? of_cell.second.erase(edge) : std::next(edge);
+        all.push_back(made);
+    }
+    ASSERT_EQ(all.size(), 4u);
+    EXPECT_GT(all[0].size(), 200u);
+    for (size_t way = 1; way < all.size(); ++way)
+        EXPECT_TRUE(all[way] == all[0]) << way;
 }
 
 } // namespace
