@@ -140,6 +140,11 @@ static int run(int argc, char **argv)
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError &wrong) {
+        const auto unknown = app.remaining();
+        if (app.get_subcommands().empty() && !unknown.empty() && unknown[0][0] != '-')
+            throw failure("there is no command " + unknown[0] +
+                              "; there are info, iso, isoline, probe, threshold-null, clamp and sample",
+                          exit_usage);
         return app.exit(wrong) == 0 ? exit_done : exit_usage;
     }
     if (threads > 0) setenv("QX_NUM_THREADS", std::to_string(threads).c_str(), 1);

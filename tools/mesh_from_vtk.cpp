@@ -22,9 +22,9 @@
 #include <vtkCellArray.h>
 #include <vtkCellData.h>
 #include <vtkCellType.h>
-#include <vtkCellTypes.h>
 #include <vtkDataArray.h>
 #include <vtkDataSetAttributes.h>
+#include <vtkGenericCell.h>
 #include <vtkIdList.h>
 #include <vtkImageData.h>
 #include <vtkMatrix3x3.h>
@@ -346,13 +346,14 @@ void cell_sorter::add(vtkIdType number, int type, const vtkIdType *nodes, vtkIdT
     }
 }
 
-// "12 polyhedra" as VTK calls them, without its prefix.
+// "12 Polyhedron": VTK's classes without their prefix. Its list of names by type is out of step with the types.
 static std::string counts_in_words(const std::map<int, vtkIdType> &counts)
 {
     std::string words;
     for (const auto &[type, count] : counts) {
-        std::string name = vtkCellTypes::GetClassNameFromTypeId(type);
-        if (name.compare(0, 3, "vtk") == 0) name.erase(0, 3);
+        const auto cell = vtkSmartPointer<vtkCell>::Take(vtkGenericCell::InstantiateCell(type));
+        const std::string name =
+            cell != nullptr ? cell->GetClassName() + strlen("vtk") : "of VTK's type " + std::to_string(type);
         words += (words.empty() ? "" : ", ") + std::to_string(count) + " " + name;
     }
     return words;

@@ -327,7 +327,7 @@ static void draw(const std::string &path, vtkPolyData *data, const picture_optio
         look->SetLineWidth(1.6f * oversampling);
         if (pieces[i]->GetNumberOfPolys() == 0)
             look->LightingOff();
-        else if (i > 0)
+        else if (box_length(pieces[i]) > 1.02 * box_length(pieces[0]))
             look->SetOpacity(0.35);
         if (array != nullptr) colour(vtkPolyDataMapper::SafeDownCast(actor->GetMapper()), colours, array);
         scene->AddActor(actor);
