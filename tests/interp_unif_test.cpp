@@ -582,6 +582,22 @@ TEST_F(UnifSampling, LooksAtTheNearestNode)
     EXPECT_EQ(node_of(std::numeric_limits<float>::infinity()), -1);
 }
 
+// A position past the end of a row is no position in the next one.
+TEST_F(UnifSampling, FindsNothingBesideTheLattice)
+{
+    const meshes::mesh_ptr made = meshes::cells(CELL_QUAD, 1, {2, 2, 1}, 5, 0, 2);
+    const out_lattice lattice = {{3, 3}, {0, 0}, {1, 1}};
+    cell_request<int> r;
+    const unif_table_ptr table = place_on(&r, *made, lattice, 1);
+    r.set_map = {0};
+    r.data = {{10, 11, 12, 13}};
+    put<int>(&r.null_value, 0, -1);
+    r.points = {1.5f, 0, 2, 0.5f, -0.9f, 0.5f, 0.5f, 1.5f, 0.5f, -0.9f};
+    EXPECT_EQ(sample_to_unif(r).rows[0], std::vector<int>(5, -1));
+    r.points = {1.2f, 0};
+    EXPECT_NE(sample_to_unif(r).rows[0][0], -1);
+}
+
 TEST_F(UnifSampling, TakesAnAxisWithoutExtentAsOneNode)
 {
     const meshes::mesh_ptr made = ruler(6);
