@@ -72,7 +72,7 @@ int main(int argc, char **argv)
     }
     for (const growth_entry &g : all.growth) {
         if (quick || !wanted("growth", g.name)) continue;
-        fprintf(stderr, "growth: %s\n", g.name.c_str());
+        fprintf(stderr, "%s\n", g.name.c_str());
         growth grown = {g.name, g.sizes, g.elements, {}};
         for (size_t i = 0; i < g.sizes.size(); ++i) {
             grown.results.push_back(run_case(g.prepare(i), with, threads));

@@ -202,7 +202,7 @@ static void print_notes(std::ostream &out, const report &of)
 void write_markdown(std::ostream &out, const report &of)
 {
     const machine &on = of.on;
-    out << on.processor << "; " << on.compiler << ", " << on.flags << "; " << on.vtk << "; " << on.threads
+    out << on.processor << "; " << on.compiler << ", " << on.flags << "; VTK " << on.vtk << "; " << on.threads
         << (on.threads == 1 ? " thread, pinned" : " threads") << "; commit " << on.commit << "; read "
         << number("%.1f", on.read_rate / 1e9) << " GB/s, copy " << number("%.1f", on.copy_rate / 1e9)
         << " GB/s; medians of n runs taken in turn\n\n";

@@ -41,8 +41,6 @@ table_ptr table_of(const input &in)
     return table_ptr(table, host_free_table);
 }
 
-using places_ptr = std::shared_ptr<std::vector<float>>;
-
 constexpr float outside = -1; // the sample's values are 0 to 1
 
 // Values differ in two ways. Our search leaves a last Newton step below 0.05 unapplied, and takes a cell for a
@@ -241,8 +239,8 @@ void add_sampling(suite *all, const sizes &of)
     }
 
     growth_entry points, cells;
-    points.name = "sample, hexes, by points";
-    cells.name = "sample, hexes, by cells";
+    points.name = "growth, hexes sampled, by points";
+    cells.name = "growth, hexes sampled, by cells";
     for (int step = 0; step < 4; ++step) {
         const int64_t npoints = of.growth_points << step, cubes = of.growth_cells << step;
         points.sizes.push_back(points_text(npoints));

@@ -149,6 +149,26 @@ TYPED_TEST(ArraySelection, ClampBoundsAtTheLimitsOfTheTypeChangeNothing)
     EXPECT_TRUE(same_bytes(in, out));
 }
 
+TYPED_TEST(ArraySelection, ClampBoundsAreBroughtIntoTheType)
+{
+    using T = TypeParam;
+    const std::vector<T> in = edge_values<T>();
+    const qx_long count = static_cast<qx_long>(in.size());
+    int clamped = 0, upside_down = 0;
+    for (double min : edge_levels())
+        for (double max : edge_levels()) {
+            if (std::is_integral_v<T> && (std::isnan(min) || std::isnan(max))) continue;
+            const T low = slow_bound<T>(min), high = slow_bound<T>(max);
+            std::vector<T> expected(in.size()), out(in.size());
+            slow_clamp(count, in.data(), 1, 0, false, T(), true, low, true, high, expected.data());
+            UTILclamp(count, in.data(), 1, 0, dtype_of<T>, 0, nullptr, 1, min, 1, max, out.data());
+            ASSERT_TRUE(same_bytes(expected, out)) << min << " to " << max;
+            clamped += !same_bytes(in, out);
+            upside_down += low > high;
+        }
+    EXPECT_GT(std::min(clamped, upside_down), 100);
+}
+
 TYPED_TEST(ArraySelection, ClampWithoutBoundsCopiesTheComponent)
 {
     using T = TypeParam;

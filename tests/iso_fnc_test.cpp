@@ -1,13 +1,16 @@
 #include "support/host_calls.hpp"
 #include "support/levels.hpp"
 
+#include "extract.hpp"
+
 #include <skoklana/host/tool.h>
 
 #include <gtest/gtest.h>
 
 #include <array>
 #include <cmath>
-#include <limits>
+#include <numeric>
+#include <random>
 #include <set>
 #include <string>
 
@@ -100,6 +103,37 @@ TEST_F(IsoCells, SetsOfManyBlocksAndListsOfManyGrowths)
             EXPECT_GT(got.triangles.size(), 3u * 1024u * 3u);
             EXPECT_GT(got.nodes.size(), 2500u);
         }
+}
+
+// Cells and nodes in no order at all, as some mesh generators leave them: memory is then asked for ahead.
+TEST_F(IsoCells, CellsAndNodesInRandomOrder)
+{
+    for (int kind : volume_kinds) {
+        const meshes::mesh_ptr ordered = meshes::cells(kind, 1, {9, 9, 9}, 1);
+        const int nnodes = cell_kinds[kind].ncorners;
+        const qx_long ncells = static_cast<qx_long>(ordered->connect[0].size()) / nnodes;
+        std::mt19937_64 random(7);
+        std::vector<qx_long> node(static_cast<size_t>(ordered->nnodes())), cell(static_cast<size_t>(ncells));
+        std::iota(node.begin(), node.end(), 0);
+        std::iota(cell.begin(), cell.end(), 0);
+        std::shuffle(node.begin(), node.end(), random);
+        std::shuffle(cell.begin(), cell.end(), random);
+        std::vector<qx_long> connect;
+        for (qx_long c : cell)
+            for (int corner = 0; corner < nnodes; ++corner)
+                connect.push_back(
+                    node[static_cast<size_t>(ordered->connect[0][static_cast<size_t>(c * nnodes + corner)])]);
+        EXPECT_TRUE(are_scattered(connect.data(), ncells, nnodes, ordered->nnodes()));
+        EXPECT_FALSE(are_scattered(ordered->connect[0].data(), ncells, nnodes, ordered->nnodes()));
+        const meshes::mesh_ptr mesh =
+            levels::bind(meshes::from_cells(3, ordered->coords, {kind}, {1}, {connect}));
+        const std::vector<float> data = levels::rough_values<float>(3, mesh->nnodes(), 40, 77);
+        for (bool nulls : {false, true}) {
+            const levels::output got = levels::expect_reference<float>(
+                operation::isosurface, *mesh, data, 40, nulls, 77, true, "kind " + std::to_string(kind));
+            EXPECT_GT(got.ntri, 500);
+        }
+    }
 }
 
 TEST_F(IsoCells, TheSameCallTwiceGivesTheSame)

@@ -425,9 +425,9 @@ TEST(SurfaceTrace, TrianglesAreThoseOfTheWholeSurface)
     EXPECT_TRUE(std::includes(all.begin(), all.end(), traced.begin(), traced.end()));
 }
 
-// A sheet across k is crossed by the walls across i and j. The walk steps along i, and for the walls across j it
-// steps along k, where there is nothing: it follows a single row. A sheet across j likewise; one across i is
-// followed everywhere.
+// A sheet across k is crossed by the walls across i and j. The walk steps along i, and for the walls across j
+// it steps along k, where there is nothing: it follows a single row. A sheet across j likewise; one across i
+// is followed everywhere.
 TEST(SurfaceTrace, StepsAlongJForFacesAcrossKAndTheOtherWayRound)
 {
     const qx_long n = 8;

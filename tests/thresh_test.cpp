@@ -42,20 +42,6 @@ qx_long survivors_of(const std::vector<qx_long> &map)
     return std::count_if(map.begin(), map.end(), [](qx_long entry) { return entry >= 0; });
 }
 
-// A bound as an element, by its definition: the whole part of the real number, then the low
-// bits of the 32-bit or 64-bit integer. Bounds beyond those integers are beyond every element.
-template <typename T> T slow_bound(double bound)
-{
-    if constexpr (std::is_floating_point_v<T>) {
-        return static_cast<T>(bound);
-    } else {
-        const double end = sizeof(T) == 8 ? 9223372036854775808.0 : 2147483648.0;
-        if (bound >= end) return std::numeric_limits<T>::max();
-        if (std::trunc(bound) < -end) return std::numeric_limits<T>::min();
-        return static_cast<T>(static_cast<qx_long>(bound));
-    }
-}
-
 constexpr qx_long guard = -99;
 
 // A map with a guard before it and one behind it.
