@@ -23,15 +23,16 @@ static void show(const char *name, host_field *field, const qx_long *nodes)
     /* Structured meshes take a list of nodes; cell sets take the new place of every node, or -1. */
     if (mesh->ndim == 0) {
         map = malloc((size_t)mesh->nnodes * sizeof *map);
+        if (map == NULL) exit(EXIT_FAILURE);
         for (qx_long node = 0; node < mesh->nnodes; ++node)
             map[node] = -1;
         for (int i = 0; i < LISTED; ++i)
             map[nodes[i]] = i;
     }
-    if (UTILget_coord_list(mesh, LISTED, map != NULL ? map : nodes, position) == 1)
-        for (int i = 0; i < LISTED; ++i)
-            printf("    node %lld at (%g %g %g)\n", (long long)nodes[i], position[3 * i], position[3 * i + 1],
-                   position[3 * i + 2]);
+    if (UTILget_coord_list(mesh, LISTED, map != NULL ? map : nodes, position) != 1) exit(EXIT_FAILURE);
+    for (int i = 0; i < LISTED; ++i)
+        printf("    node %lld at (%g %g %g)\n", (long long)nodes[i], position[3 * i], position[3 * i + 1],
+               position[3 * i + 2]);
     free(map);
     host_free_field(field);
 }

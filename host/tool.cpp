@@ -43,7 +43,8 @@ template <typename To, typename From> To converted(From value)
         constexpr To lowest = std::numeric_limits<To>::min(), highest = std::numeric_limits<To>::max();
         if constexpr (std::is_floating_point_v<From>) {
             // One past the highest is a power of two, so that it is exact where the highest may not be.
-            constexpr From beyond = static_cast<From>(highest / 2 + 1) * 2;
+            constexpr To half_beyond = highest / 2 + 1;
+            constexpr From beyond = static_cast<From>(half_beyond) * 2;
             if (value >= beyond) return highest;
             if (value <= static_cast<From>(lowest)) return lowest;
             return value == value ? static_cast<To>(value) : To{0};

@@ -47,6 +47,7 @@ struct block_cube {
             if (!is_position(low[d]) || !is_position(high[d])) return true;
             lo[d] = static_cast<qx_long>(low[d]);
             hi[d] = std::min(static_cast<qx_long>(high[d]), nblk); // not nblk - 1: see above
+            if (lo[d] > hi[d]) return true;
         }
         const bool inside = lo[0] >= 0 && lo[1] >= 0 && lo[2] >= 0 && block_at(hi[0], hi[1], hi[2]) < nblocks;
         return inside ? insert_inside(pool, cell, lo, hi) : insert_across(pool, cell, lo, hi);

@@ -49,10 +49,10 @@ struct set_cells {
     }
 
     // Asks for what look_up reads of a cell whose connect list is there.
-    FORCE_INLINE void ask_for_nodes(qx_long cell) const
+    template <int Nspace> FORCE_INLINE void ask_for_cell(const float *, qx_long cell) const
     {
         const cell_place place = find_set(mesh, cell);
-        if (!is_cell(place)) return;
+        if (!is_cell(place) || mesh->cell_connect[place.set] == nullptr) return;
         const qx_long *row = cell_nodes(mesh, place);
         __builtin_prefetch(row);
         __builtin_prefetch(row + mesh->cell_nnodes[place.set] - 1);
@@ -89,7 +89,13 @@ struct lattice_cells {
         return rev_par != nullptr && nodes_of(cell, view);
     }
 
-    FORCE_INLINE void ask_for_nodes(qx_long) const {}
+    // look_up reads nothing; the coordinates can be asked for at once.
+    template <int Nspace> FORCE_INLINE void ask_for_cell(const float *coords, qx_long cell) const
+    {
+        if (cell < 0 || cell >= ncells) return;
+        for (int corner = 0; corner < ncorners; ++corner)
+            __builtin_prefetch(coords + (cell + offsets[corner]) * Nspace);
+    }
 };
 
 // With doubles, and so that NaN fails no comparison.

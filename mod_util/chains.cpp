@@ -1,11 +1,13 @@
 // Joins loose lines into chains, in the place of the list.
 //
-// Two neighbours are kept for each node, the first line's and the last one's, so where more than two lines meet some
-// of them are left out. From each node in turn that no chain holds yet, a walk along free neighbours finds
-// one end of its chain; from there a second walk passes the whole chain and writes its lines. Both walks take the first
-// neighbour that is free, else the second. A chain whose ends are neighbours is closed by one more line.
+// Two neighbours are kept for each node, the first line's and the last one's, so where more than two lines
+// meet some of them are left out. From each node in turn that no chain holds yet, a walk along free
+// neighbours finds one end of its chain; from there a second walk passes the whole chain and writes its
+// lines. Both walks take the first neighbour that is free, else the second. A chain whose ends are neighbours
+// is closed by one more line.
 //
-// A line is written only where its two nodes were neighbours, each pair once, so the new list is never longer.
+// A line is written only where its two nodes were neighbours, each pair once, so the new list is never
+// longer.
 #include <skoklana/iso.h>
 
 #include "memory.hpp"
@@ -36,8 +38,8 @@ static qx_long neighbour_with(const line_net &net, qx_long node, node_mark mark)
     return -1;
 }
 
-// The end of the chain that is reached from a node. The way there is marked, and cleared by the same rule: the
-// marks still on it lead the same way.
+// The end of the chain that is reached from a node. The way there is marked, and cleared by the same rule:
+// the marks still on it lead the same way.
 static qx_long far_end(const line_net &net, qx_long start)
 {
     qx_long end = start;

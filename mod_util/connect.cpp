@@ -21,7 +21,8 @@ static void for_each_row(int ndim, const qx_long *dims, qx_long start, qx_long e
         body(item, length, position);
         item += length;
         position.at[0] = 0;
-        if (++position.at[1] == dims[1] && ndim > 2) {
+        ++position.at[1];
+        if (ndim > 2 && position.at[1] == dims[1]) {
             position.at[1] = 0;
             ++position.at[2];
         }

@@ -37,10 +37,11 @@ static void gather_rows(qx_long count, const qx_long *list, size_t row_bytes, co
         memcpy(to + static_cast<size_t>(i) * bytes, from + static_cast<size_t>(list[i]) * bytes, bytes);
 }
 
-// Calls body with the row length as a constant if it is a usual one, else with 0.
+// Calls body with the row length as a constant if it is a usual one, else with 0. Rows without elements have
+// nothing to copy, and maybe no arrays.
 template <typename Body> static void with_row_bytes(size_t bytes, Body body)
 {
-    with_constant<size_t, 1, 2, 3, 4, 8, 12, 16, 24>(bytes, body);
+    if (bytes > 0) with_constant<size_t, 1, 2, 3, 4, 8, 12, 16, 24>(bytes, body);
 }
 
 static qx_long scatter(qx_long nnodes, const qx_long *map, size_t row_bytes, const void *from, void *to)

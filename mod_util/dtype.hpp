@@ -26,7 +26,7 @@ template <typename T> struct of_type {
 
 // Calls body(of_type<T>{}) with the type of the code; unknown() stands in for a code that is none.
 template <typename Body, typename Unknown>
-auto with_dtype_or(int code, Unknown unknown, Body body) -> decltype(body(of_type<char>{}))
+auto with_dtype_or(int code, Unknown unknown, Body body) -> decltype(body(of_type<signed char>{}))
 {
     switch (code) {
 #define ONE_TYPE(type_code, T, suffix) \
@@ -39,22 +39,22 @@ auto with_dtype_or(int code, Unknown unknown, Body body) -> decltype(body(of_typ
 
 // The same for an operation that reports "unknown data type" under its own name and gives 0.
 template <typename Body>
-auto with_dtype(int code, const char *operation, Body body) -> decltype(body(of_type<char>{}))
+auto with_dtype(int code, const char *operation, Body body) -> decltype(body(of_type<signed char>{}))
 {
     return with_dtype_or(
         code,
         [=] {
             report_error(operation, "unknown data type");
-            return decltype(body(of_type<char>{})){0};
+            return decltype(body(of_type<signed char>{})){0};
         },
         body);
 }
 
 // The same for an operation that gives 0 without a word.
-template <typename Body> auto with_dtype_silent(int code, Body body) -> decltype(body(of_type<char>{}))
+template <typename Body> auto with_dtype_silent(int code, Body body) -> decltype(body(of_type<signed char>{}))
 {
     return with_dtype_or(
-        code, [] { return decltype(body(of_type<char>{})){0}; }, body);
+        code, [] { return decltype(body(of_type<signed char>{})){0}; }, body);
 }
 
 // The null value of a typed operation; 0, and the pointer not read, where null_flag is 0.
@@ -73,7 +73,10 @@ template <typename T, typename Real> T truncate_to(Real value)
     if constexpr (std::is_integral_v<T>) {
         using whole = std::conditional_t<sizeof(T) == 8, qx_long, int>;
         constexpr Real beyond = -static_cast<Real>(std::numeric_limits<whole>::min());
-        if (value > -beyond && value < beyond) return static_cast<T>(static_cast<whole>(value));
+        // Fractions below the least whole number are truncated up to it, where Real has any.
+        constexpr bool has_fractions = -beyond - 1 != -beyond;
+        const bool reaches_least = has_fractions ? value > -beyond - 1 : value >= -beyond;
+        if (reaches_least && value < beyond) return static_cast<T>(static_cast<whole>(value));
         return value >= beyond ? std::numeric_limits<T>::max() : std::numeric_limits<T>::min();
     } else {
         return static_cast<T>(value);

@@ -16,7 +16,21 @@
 #include "memory.hpp"
 
 #include <climits>
+#include <cstddef>
 #include <cstring>
+
+// Callers read the records' fields.
+static_assert(sizeof(edge_table) == 56 && offsetof(edge_table, size) == 32 &&
+                  offsetof(edge_table, grow) == 48,
+              "layout of edge_table");
+static_assert(sizeof(edge_table_str) == 72 && offsetof(edge_table_str, max_edges) == 40 &&
+                  offsetof(edge_table_str, size) == 48 && offsetof(edge_table_str, grow) == 64,
+              "layout of edge_table_str");
+static_assert(sizeof(cell_table) == 48 && offsetof(cell_table, scale) == 32 &&
+                  offsetof(cell_table, grow) == 44,
+              "layout of cell_table");
+static_assert(sizeof(cell_node) == 16 && sizeof(cell_list) == 32 && offsetof(cell_list, blocks) == 24,
+              "layout of cell_list");
 
 constexpr int first_capacity = 1024; // entries of a plain table and a cell table, and their first step
 constexpr int cells_per_block = 1024;
@@ -127,7 +141,8 @@ qx_long UTILedge_table_add_hash_points(edge_table *table, const qx_long *first, 
     if (table == nullptr) return -1;
     // An integer quotient: 0, and so a single chain, as soon as there are fewer buckets than nodes. The
     // numbering does not depend on it.
-    const float scale = max_index != 0 ? static_cast<float>(table->size / max_index) : 0.0f;
+    const qx_long quotient = max_index != 0 ? table->size / max_index : 0;
+    const auto scale = static_cast<float>(quotient);
     for (int i = 0; i < count; ++i) {
         numbers[i] = find_or_add_scaled(table, scale, first[i], second[i]);
         if (numbers[i] < 0) return 0;

@@ -26,7 +26,9 @@ inline int append_edge(edge_table *table, int *head, qx_long lo, qx_long hi)
 // The number of the edge between two nodes, which is made on first sight; -1: the table could not grow.
 inline int find_or_add_edge(edge_table *table, qx_long a, qx_long b)
 {
-    const qx_long lo = std::min(a, b), hi = std::max(a, b);
+    // Sums instead of a choice: where nodes are numbered without regard to place, no predictor knows which of
+    // the two is the lower one.
+    const qx_long below = std::min<qx_long>(a - b, 0), lo = b + below, hi = a - below;
     assert(lo >= 0 && lo < table->size);
     for (int link = table->head[lo]; link != 0; link = table->next[link])
         if (table->max_list[link - 1] == hi) return link - 1;

@@ -11,6 +11,8 @@
 #include "fetch.hpp"
 #include "grow.hpp"
 #include "memory.hpp"
+#include "rows.hpp"
+#include "simd.hpp"
 #include "status.hpp"
 
 #include <skoklana/iso.h>
@@ -47,13 +49,18 @@ struct crossed_cell {
 constexpr qx_long first_run = 256; // cells before the first status check
 constexpr qx_long later_run = 257;
 
+// How far ahead a connect list is asked for where cells are scattered: their flags come late, so the processor
+// does not get to read the list ahead by itself.
+constexpr qx_long entries_ahead = 512;
+
 // The cells of a run that the level crosses, and none that has a null node. Nulls: flags may hold 2.
 template <typename Cases, bool Nulls>
-int find_crossed(const qx_long *nodes, qx_long ncells, int nnodes, const unsigned char *flags,
+int find_crossed(const qx_long *nodes, qx_long ncells, int nnodes, const unsigned char *flags, bool scattered,
                  crossed_cell *crossed)
 {
     int ncrossed = 0;
     for (int cell = 0; cell < ncells; ++cell, nodes += nnodes) {
+        if (scattered) ask_for_row(nodes, sizeof(qx_long), entries_ahead);
         int index = 0, seen = 0;
         for (int bit = Cases::ncorners - 1; bit >= 0; --bit) {
             const int flag = flags[nodes[Cases::corner_of_bit[bit]]];
@@ -70,6 +77,46 @@ int find_crossed(const qx_long *nodes, qx_long ncells, int nnodes, const unsigne
         ncrossed += mixed & !(Nulls && (seen & 2) != 0);
     }
     return ncrossed;
+}
+
+// Crossed cells whose edges are asked for together.
+constexpr int batch_cells = 16;
+
+// Whether cells are mostly far, by node number, from the ones before them in the list: told by a sample. Where
+// neighbours in the list are neighbours in the mesh the caches hold the edges that a cell comes to, and asking
+// for them would only cost.
+inline bool are_scattered(const qx_long *nodes, qx_long ncells, int nnodes, qx_long mesh_nodes)
+{
+    constexpr qx_long sample = 64;
+    const qx_long far = mesh_nodes / 16, stride = std::max<qx_long>(ncells / sample, 1);
+    int nseen = 0, nfar = 0;
+    for (qx_long cell = 1; cell < ncells; cell += stride, ++nseen) {
+        const qx_long *row = nodes + cell * nnodes;
+        nfar += std::abs(row[0] - row[-nnodes]) > far;
+    }
+    return 2 * nfar > nseen;
+}
+
+// Asks for the edge table's entries that a batch comes to: the buckets, then the newest edges in them. In line
+// by force: a compiler may find that the function has no result and leave out the call.
+template <typename Cases>
+FORCE_INLINE void ask_for_edges(const qx_long *run, int nnodes, const crossed_cell *crossed, int ncells,
+                                const edge_table *table)
+{
+    const int *bucket[batch_cells * 12];
+    int nbuckets = 0;
+    for (int i = 0; i < ncells; ++i) {
+        const qx_long *corners = run + static_cast<qx_long>(crossed[i].in_run) * nnodes;
+        const auto &row = Cases::row(crossed[i].index);
+        for (int p = 0; p < row.npoints; ++p) {
+            bucket[nbuckets] = &table->head[std::min(corners[row.left[p]], corners[row.right[p]])];
+            __builtin_prefetch(bucket[nbuckets++], 1);
+        }
+    }
+    for (int b = 0; b < nbuckets; ++b) {
+        ask_for_row(table->max_list, sizeof(qx_long), *bucket[b] - 1);
+        ask_for_row(table->next, sizeof(int), *bucket[b]);
+    }
 }
 
 template <typename Rules> bool begin_list(set_walk &walk)
@@ -94,6 +141,7 @@ template <typename Cases, typename Rules> walk_end walk_set(set_walk &walk)
     const qx_long ncells = mesh->cell_count[walk.set];
     const int nnodes = mesh->cell_nnodes[walk.set];
     const float percent = static_cast<float>(100.0 / static_cast<double>(ncells));
+    const bool scattered = are_scattered(nodes, ncells, nnodes, walk.table->size);
     qx_long *map = walk.cell_map != nullptr ? *walk.cell_map : nullptr;
     qx_long connect_step = Rules::first_capacity;
     qx_long map_capacity = Rules::first_capacity, map_step = Rules::first_capacity;
@@ -106,11 +154,15 @@ template <typename Cases, typename Rules> walk_end walk_set(set_walk &walk)
 
         crossed_cell crossed[later_run];
         const qx_long *run = nodes + first * nnodes;
-        const int ncrossed = walk.null_flag != 0
-                                 ? find_crossed<Cases, true>(run, last - first, nnodes, walk.flags, crossed)
-                                 : find_crossed<Cases, false>(run, last - first, nnodes, walk.flags, crossed);
+        const int ncrossed =
+            walk.null_flag != 0
+                ? find_crossed<Cases, true>(run, last - first, nnodes, walk.flags, scattered, crossed)
+                : find_crossed<Cases, false>(run, last - first, nnodes, walk.flags, scattered, crossed);
 
         for (int i = 0; i < ncrossed; ++i) {
+            if (scattered && i % batch_cells == 0)
+                ask_for_edges<Cases>(run, nnodes, crossed + i, std::min(batch_cells, ncrossed - i),
+                                     walk.table);
             const qx_long *corners = run + static_cast<qx_long>(crossed[i].in_run) * nnodes;
             const auto &row = Cases::row(crossed[i].index);
             int number[12];

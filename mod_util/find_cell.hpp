@@ -69,19 +69,36 @@ FORCE_INLINE int search_list(const Table *table, qx_long entry, qx_long *cell, T
     return 0;
 }
 
-// The same with the test that the library has itself, without a call for each cell.
+// The same with the test that the library has itself, without a call for each cell. What a search waits for is
+// memory: the cells of a list are looked at in groups, and what the tests of a group will read is asked for
+// before the first of them.
 template <int Nspace, typename Cells>
 int search_cells(const Cells &cells, const float *coords, const blk_tbl *table, qx_long entry,
                  const float *point, double tol, qx_long *cell, float *uvw)
 {
     const box_window window(point, tol);
-    return search_list(table, entry, cell, [&](qx_long tried) {
-        cell_view view;
-        if (!cells.look_up(tried, &view)) return 0;
-        const lane_box box = box_of_nodes<Nspace>(coords, view.nodes, view.nnodes);
-        if (window.misses(box) || !box_holds(box, point, tol)) return 0;
-        return map_into_cell<Nspace>(coords, view, point, uvw);
-    });
+    constexpr int most = 16; // a list has some tens of cells, and half of the last group is asked for in vain
+    qx_long group[most];
+    while (entry != 0) {
+        int n = 0;
+        for (; n < most && entry != 0; entry = table->next_list[entry], ++n) {
+            group[n] = table->cell_list[entry];
+            cells.template ask_for_cell<Nspace>(coords, group[n]);
+        }
+        for (int k = 0; k < n; ++k) {
+            *cell = group[k];
+            if (*cell < 0) {
+                *cell = -1;
+                return -1;
+            }
+            cell_view view;
+            if (!cells.look_up(*cell, &view)) continue;
+            const lane_box box = box_of_nodes<Nspace>(coords, view.nodes, view.nnodes);
+            if (window.misses(box) || !box_holds(box, point, tol)) continue;
+            if (map_into_cell<Nspace>(coords, view, point, uvw) > 0) return 1;
+        }
+    }
+    return 0;
 }
 
 // ---- compact meshes ---------------------------------------------------------------------------------------------
@@ -140,9 +157,9 @@ struct uniform_finder {
             if (first == last || mesh->dims[d] <= 1) continue;
             const float t = (point[d] - first) / step[d];
             const qx_long highest = mesh->dims[d] - 2;
-            const qx_long at = !(t > 0)                          ? 0
-                               : t < static_cast<float>(highest) ? static_cast<qx_long>(t)
-                                                                 : highest;
+            const qx_long at = !(t > 0)    ? 0
+                               : t < 1e18f ? std::min(static_cast<qx_long>(t), highest)
+                                           : highest;
             uvw[d] = 2 * (t - static_cast<float>(at)) - 1;
             number += at * stride;
         }

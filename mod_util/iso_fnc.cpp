@@ -18,8 +18,7 @@ struct surface_rules {
 
     static int count(const iso_case &row) { return row.ntriangles; }
 
-    // Cells number their corners the other way round than the case tables see them, so every triangle is
-    // turned.
+    // Every triangle is turned: with the corner numbers of the cells, normals then point to lower values.
     static void append(const iso_case &row, const int *number, qx_long *connect)
     {
         for (int i = 0; i < 3 * row.ntriangles; i += 3) {

@@ -1,20 +1,21 @@
 // Isosurface over structured meshes, one slab of cells between two planes of nodes at a time.
 //
-// Node flags hold one bit a node (level_bits.hpp). Of the four node rows around a row of cells take the or and the
-// and, and join each bit with its upper neighbour:
+// Node flags hold one bit a node (level_bits.hpp). Of the four node rows around a row of cells take the or
+// and the and, and join each bit with its upper neighbour:
 //     any = or  | or  << 1 side      a corner is above
 //     all = and & and << 1 side      all corners are
-// The crossed cells are any & ~all, 64 at a time, and nothing is done for a cell that is not. Cells with a null
-// corner are taken out by a second set of bits.
+// The crossed cells are any & ~all, 64 at a time, and nothing is done for a cell that is not. Cells with a
+// null corner are taken out by a second set of bits.
 //
-// New nodes get their numbers in order of first sight: cells by i, then j, then k, a cell's crossings in the order
-// of its case row. Every edge of the two live planes has a slot that holds its number. Whether an edge is new
-// is known from the place alone: it is, if no earlier cell that was walked has it. All but three edges of a
-// cell have such earlier cells (lattice_cases.hpp), and where these are in the mesh and not null a cell makes
-// its own edges only, by stores without a test. Slots are never cleared: one is read only after it was written.
+// New nodes get their numbers in order of first sight: cells by i, then j, then k, a cell's crossings in the
+// order of its case row. Every edge of the two live planes has a slot that holds its number. Whether an edge
+// is new is known from the place alone: it is, if no earlier cell that was walked has it. All but three edges
+// of a cell have such earlier cells (lattice_cases.hpp), and where these are in the mesh and not null a cell
+// makes its own edges only, by stores without a test. Slots are never cleared: one is read only after it was
+// written.
 //
-// A row of cells is taken in two passes: the first lists the crossed cells with their cases and counts what they
-// will add, then the lists grow if they must, and the second pass writes without a test.
+// A row of cells is taken in two passes: the first lists the crossed cells with their cases and counts what
+// they will add, then the lists grow if they must, and the second pass writes without a test.
 // Memory: bits and slots of two planes. Time: nodes / 64, and the crossed cells.
 //
 // Lorensen and Cline. Marching cubes: a high resolution 3D surface construction algorithm. 1987
@@ -282,6 +283,7 @@ static walk_result walk_row(const slab &slab, bool nulls, qx_long k, qx_long j, 
 
 static walk_result walk_slabs(slab *slab, const flag_source &source, qx_long nplanes, surface *out)
 {
+    if (nplanes < 2) return walk_result::done;
     const float factor = static_cast<float>(100.0 / static_cast<double>(nplanes - 1));
     source.flag_rows(source, 0, slab->nx, slab->ny, slab->above[0], slab->null[0]);
     for (qx_long k = 0; k < nplanes - 1; ++k) {

@@ -2,8 +2,8 @@
 //
 // The seed picks the level: it is the value at the seed. From the cell that holds it the trace goes on to the
 // neighbours that a crossed cell points to, depth first, until none is left; so it finds the sheet through
-// the seed and looks at no cell elsewhere. The cells seen are kept in a small hash table, the cells to
-// visit on a stack, and flags are computed a cell at a time. A cell is named by the node of its lowest corner.
+// the seed and looks at no cell elsewhere. The cells seen are kept in a small hash table, the cells to visit
+// on a stack, and flags are computed a cell at a time. A cell is named by the node of its lowest corner.
 //
 // Cells without a crossing end the walk and are not remembered: they may be reached, and left, again.
 #include <skoklana/iso.h>
@@ -54,8 +54,8 @@ struct trace_walk {
     trace_walk(const mesh_info *mesh_, int naxes) : mesh(mesh_), step(steps_of(naxes, mesh_->dims)) {}
 };
 
-// Which faces of a cell the surface crosses, by case index: 1 and 2 for the two faces across the first axis of
-// the index, 4 and 8, 16 and 32 for the next two. A face is crossed unless its four bits are alike.
+// Which faces of a cell the surface crosses, by case index: 1 and 2 for the two faces across the first axis
+// of the index, 4 and 8, 16 and 32 for the next two. A face is crossed unless its four bits are alike.
 struct face_masks {
     unsigned char of_case[256];
 };
@@ -151,9 +151,9 @@ static trace_state trace_surface_cell(trace_walk *walk, const traced_data<T> &da
         walk->connect.data[walk->connect.used++] = numbers[row.points[t]];
     walk->nprimitives += row.ntriangles;
 
-    // The index counts k before j, and its faces are taken for j before k: the walk steps in j where the surface
-    // crosses a k face and in k where it crosses a j face. Which cells a trace reaches, and in which order,
-    // follows from this; callers have the results of it.
+    // The index counts k before j, and its faces are taken for j before k: the walk steps in j where the
+    // surface crosses a k face and in k where it crosses a j face. Which cells a trace reaches, and in which
+    // order, follows from this; callers have the results of it.
     const unsigned faces = crossed_faces.of_case[index];
     const qx_long *dims = walk->mesh->dims;
     const lattice_position at = split_node(cell, 3, dims);

@@ -1,9 +1,9 @@
 // Isolines over structured meshes of two axes, one row of cells between two rows of nodes at a time.
 //
-// The idea is that of the structured isosurface (iso_stct.cpp) one dimension down: node flags as bits, crossed
-// cells found 64 at a time, a slot for each edge of the two live rows. Here each crossed edge is an entry of a
-// line as it comes, and a cell has only two edges that an earlier cell may have numbered: the one at its lower
-// row and the one at its lower column.
+// The idea is that of the structured isosurface (iso_stct.cpp) one dimension down: node flags as bits,
+// crossed cells found 64 at a time, a slot for each edge of the two live rows. Here each crossed edge is an
+// entry of a line as it comes, and a cell has only two edges that an earlier cell may have numbered: the one
+// at its lower row and the one at its lower column.
 // Memory: bits and slots of two rows. Time: nodes / 64, and the crossed cells.
 #include <skoklana/iso.h>
 
@@ -163,6 +163,7 @@ static walk_result grow_lines(line_set *out, const strip_piece &piece)
 static walk_result walk_strips(strip *strip, const flag_source &source, qx_long nrows, line_set *out)
 {
     const qx_long nx = strip->nx, nwords = words_for(nx - 1);
+    if (nrows < 2) return walk_result::done;
     strip_piece piece;
     source.flag_rows(source, 0, nx, 1, strip->above[0], strip->null[0]);
     for (qx_long j = 0; j < nrows - 1; ++j) {

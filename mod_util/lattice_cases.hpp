@@ -4,8 +4,8 @@
 //          4 to 7     along j, at the corners i + 2 k
 //          8 to 11    along k, at the corners i + 2 j
 //
-// The last edge of each kind ends in the corner that is uppermost on all axes. These three are the cell's own: no
-// cell that comes earlier in the order of the lattice has them.
+// The last edge of each kind ends in the corner that is uppermost on all axes. These three are the cell's
+// own: no cell that comes earlier in the order of the lattice has them.
 #pragma once
 
 #include "cases.hpp"

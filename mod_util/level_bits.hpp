@@ -1,11 +1,12 @@
 // Node flags of structured meshes as bits: 64 nodes a word, each row of nodes from a word of its own.
 //
-// A node is above the level where (double)value >= level, whatever its type; the test is made in the type itself
-// (classify.hpp). Null nodes are those that equal the null value in the type, so NaN is neither.
+// A node is above the level where (double)value >= level, whatever its type; the test is made in the type
+// itself (classify.hpp). Null nodes are those that equal the null value in the type, so NaN is neither.
 //
 //     |zero|row 0, word 0|word 1|...|zero|row 1, word 0|word 1|...|zero|
 //
-// Between the rows stands a word of zeros: bit -1 of a row and the word behind its last are there and 0.
+// Between the rows stands a word of zeros: bit -1 of a row and the word behind its last are there and 0. What
+// node rows hold behind their last bit is of no meaning: the rows of cells to walk end one bit earlier.
 #pragma once
 
 #include "classify.hpp"
@@ -42,7 +43,8 @@ struct bit_plane {
     static qx_long stride_of(qx_long ncols) { return words_for(ncols) + 1; }
     static qx_long length(qx_long ncols, qx_long nrows) { return 1 + stride_of(ncols) * nrows; }
 
-    bit_word *row(qx_long j) const { return words + 1 + j * stride; }
+    // NULL where there are no bits: planes of nulls are left out of meshes without them.
+    bit_word *row(qx_long j) const { return words == nullptr ? nullptr : words + 1 + j * stride; }
 };
 
 // The other test beside those of classify.hpp.
@@ -67,7 +69,7 @@ template <typename T, typename Test> bit_word bits_plain(const T *values, qx_lon
     return bits;
 }
 
-// Rows of ncols values one behind the other; the bits behind a row's end are 0.
+// Rows of ncols values one behind the other.
 template <typename T, typename Test>
 void test_rows_plain(const T *values, qx_long ncols, qx_long nrows, const Test &test, const bit_plane &out)
 {
@@ -104,7 +106,8 @@ template <typename T, typename Test> TARGET_AVX2 inline bit_word bits_of_64(cons
     return bits;
 }
 
-// A row's last word is made of 64 values too, of the next row's first ones, as far as there are readable ones.
+// A row's last word is made of 64 values too, the next row's first ones with it, as far as there are readable
+// ones.
 template <typename T, typename Test>
 TARGET_AVX2 void test_rows_wide(const T *values, qx_long ncols, qx_long nrows, qx_long readable,
                                 const Test &test, const bit_plane &out)
@@ -112,12 +115,10 @@ TARGET_AVX2 void test_rows_wide(const T *values, qx_long ncols, qx_long nrows, q
     for (qx_long j = 0; j < nrows; ++j, values += ncols, readable -= ncols) {
         bit_word *row = out.row(j);
         for (qx_long i = 0; i < ncols; i += word_bits, ++row) {
-            const qx_long left = ncols - i;
             if (readable - i < word_bits)
-                *row = bits_plain(values + i, left, test);
+                *row = bits_plain(values + i, ncols - i, test);
             else
-                *row = bits_of_64(values + i, test) &
-                       (left < word_bits ? (bit_word(1) << left) - 1 : ~bit_word(0));
+                *row = bits_of_64(values + i, test);
         }
     }
 }
@@ -178,7 +179,8 @@ auto with_flags(const T *values, qx_long nnodes, double level, int null_flag, T 
 
 // ---- walks over the cells ----------------------------------------------------------------------------------
 
-// Words of a row of cells that are taken at a time: what their cells add is counted before any of it is written.
+// Words of a row of cells that are taken at a time: what their cells add is counted before any of it is
+// written.
 constexpr int words_a_piece = 16;
 
 enum class walk_result { done, interrupted, no_node_memory, no_map_memory, no_connect_memory };

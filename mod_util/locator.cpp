@@ -115,7 +115,7 @@ void point_locator::locate_in_lists(const Cells &cells, int n, const float (*poi
             if (q->search.list == nullptr) continue;
             q->search.start(points[i], packed.scale);
             q->candidate = q->search.next();
-            if (q->candidate >= 0) cells.ask_for_nodes(q->candidate);
+            if (q->candidate >= 0) cells.template ask_for_cell<dims>(coords, q->candidate);
         }
         for (int i = 0; i < n; ++i) {
             cell_view view;

@@ -149,6 +149,26 @@ TYPED_TEST(ArraySelection, ClampBoundsAtTheLimitsOfTheTypeChangeNothing)
     EXPECT_TRUE(same_bytes(in, out));
 }
 
+TYPED_TEST(ArraySelection, ClampBoundsAreBroughtIntoTheType)
+{
+    using T = TypeParam;
+    const std::vector<T> in = edge_values<T>();
+    const qx_long count = static_cast<qx_long>(in.size());
+    int clamped = 0, upside_down = 0;
+    for (double min : edge_levels())
+        for (double max : edge_levels()) {
+            if (std::is_integral_v<T> && (std::isnan(min) || std::isnan(max))) continue;
+            const T low = slow_bound<T>(min), high = slow_bound<T>(max);
+            std::vector<T> expected(in.size()), out(in.size());
+            slow_clamp(count, in.data(), 1, 0, false, T(), true, low, true, high, expected.data());
+            UTILclamp(count, in.data(), 1, 0, dtype_of<T>, 0, nullptr, 1, min, 1, max, out.data());
+            ASSERT_TRUE(same_bytes(expected, out)) << min << " to " << max;
+            clamped += !same_bytes(in, out);
+            upside_down += low > high;
+        }
+    EXPECT_GT(std::min(clamped, upside_down), 100);
+}
+
 TYPED_TEST(ArraySelection, ClampWithoutBoundsCopiesTheComponent)
 {
     using T = TypeParam;
@@ -233,6 +253,21 @@ TEST(Clamp, BoundsOfNarrowTypesKeepTheLowBitsOfThirtyTwo)
     EXPECT_EQ((std::vector<unsigned char>{0, 44, 44, 44}), out);
     UTILclamp(4, bytes.data(), 1, 0, DTYPE_BYTE, 0, nullptr, 1, -1, 0, 0, out.data()); // -1 is 255
     EXPECT_EQ((std::vector<unsigned char>{255, 255, 255, 255}), out);
+    // The ends of 32 bits are still within them, with fractions that are cut off.
+    for (double least : {-2147483648.0, -2147483648.5}) { // the low bits are 0
+        UTILclamp(4, bytes.data(), 1, 0, DTYPE_BYTE, 0, nullptr, 0, 0, 1, least, out.data());
+        EXPECT_EQ((std::vector<unsigned char>{0, 0, 0, 0}), out);
+        const signed char below = -5;
+        signed char clamped = 9;
+        UTILclamp(1, &below, 1, 0, DTYPE_CHAR, 0, nullptr, 1, least, 0, 0, &clamped);
+        EXPECT_EQ(0, clamped);
+    }
+    for (double largest : {2147483647.0, 2147483647.5}) { // the low bits are all 1
+        const short above = 5;
+        short clamped = 9;
+        UTILclamp(1, &above, 1, 0, DTYPE_SHORT, 0, nullptr, 0, 0, 1, largest, &clamped);
+        EXPECT_EQ(-1, clamped);
+    }
 }
 
 TYPED_TEST(ArraySelection, ClampBoundsBeyondAllIntegersHoldNothingBack)

@@ -62,6 +62,17 @@ TEST(ConnectStruct, EveryRangeAgreesWithThePlainFormulas)
     }
 }
 
+TEST(ConnectStruct, AgreesWithTheConnectListsOfTheHost)
+{
+    for (const lattices::shape &shape : lattices::in_every_space({{6}, {5, 4}, {5, 4, 3}}))
+        for (const meshes::mesh_ptr &made : {lattices::uniform(shape), lattices::curvilinear(shape)}) {
+            qx_long *connect = nullptr;
+            ASSERT_EQ(made->mesh->get_connect(made->mesh, 0, &connect), 1);
+            const std::vector<qx_long> all = connect_of(shape.dims, 0, made->mesh->ncells);
+            EXPECT_EQ(all, std::vector<qx_long>(connect, connect + all.size())) << text(shape);
+        }
+}
+
 TEST(ConnectStruct, NodeNumbersAreWide)
 {
     const std::vector<qx_long> dims = {300000, 200000, 100000};
@@ -155,6 +166,16 @@ TEST(GetCoords, RangesOfRectilinearMeshes)
         float *points = nullptr;
         ASSERT_EQ(made->mesh->get_points(made->mesh, &points), 1);
         check_ranges(*made, points, UTILget_coords_rect);
+    }
+}
+
+TEST(GetCoords, OneMeshDescribedInBothWaysHasTheSameCoordinates)
+{
+    for (const lattices::shape &shape : lattices::in_every_space({{9}, {4, 5}, {3, 2, 4}})) {
+        const std::vector<meshes::mesh_ptr> ways = lattices::in_all_ways(shape);
+        float *points = nullptr;
+        ASSERT_EQ(ways[1]->mesh->get_points(ways[1]->mesh, &points), 1);
+        check_ranges(*ways[0], points, UTILget_coords_rect); // the rows of the uniform mesh
     }
 }
 

@@ -520,6 +520,19 @@ TEST(EdgeBand, AgreesWithAMapWhileItMovesOverALattice)
     UTILedge_table_delete_str(table);
 }
 
+TEST(EdgeBand, CountBelowOneDoesNothing)
+{
+    edge_table_str *table = UTILedge_table_create_str(10, 1000);
+    int number = -7;
+    const qx_long node = 1;
+    for (int count : {0, -1})
+        EXPECT_EQ(UTILedge_table_add_str(table, &node, &node, 0, count, &number), 1);
+    EXPECT_EQ(number, -7);
+    EXPECT_EQ(table->nedges, 0);
+    EXPECT_EQ(table->nlinks, 1);
+    UTILedge_table_delete_str(table);
+}
+
 TEST(EdgeBand, HandsItsListsOver)
 {
     host_calls::watch watch;
@@ -654,6 +667,46 @@ TEST(CellList, GivesCellsBackInReverseOrder)
     }
     EXPECT_EQ(list->top, nullptr);
     EXPECT_EQ(UTILdelete_cell_list(list), 1);
+}
+
+TEST(CellList, BlocksAreChainedInArrayOrderBehindTheLastFreeNode)
+{
+    cell_list *list = UTILinit_cell_list(1024);
+    const auto chained = [](const cell_node *block) {
+        for (int i = 0; i < 1023; ++i)
+            if (block[i].next != &block[i + 1]) return false;
+        return block[1023].next == nullptr;
+    };
+    EXPECT_EQ(list->free_nodes, list->blocks[0]);
+    EXPECT_TRUE(chained(list->blocks[0]));
+    const std::vector<qx_long> cells(1023, 5);
+    UTILadd_cell_to_list(list, 1023, cells.data());
+    EXPECT_EQ(list->free_nodes, list->blocks[0] + 1023);
+    EXPECT_EQ(list->free_nodes->next, nullptr);
+    const qx_long more = 6;
+    UTILadd_cell_to_list(list, 1, &more);
+    ASSERT_EQ(list->nblocks, 2);
+    EXPECT_EQ(list->top, list->blocks[0] + 1023);
+    EXPECT_EQ(list->top->next, list->blocks[0] + 1022);
+    EXPECT_EQ(list->free_nodes, list->blocks[1]);
+    EXPECT_TRUE(chained(list->blocks[1]));
+    UTILdelete_cell_list(list);
+}
+
+TEST(CellList, ANodeTakenOffIsTheFirstToBeUsedAgain)
+{
+    cell_list *list = UTILinit_cell_list(1024);
+    const qx_long cells[] = {1, 2, 3};
+    UTILadd_cell_to_list(list, 3, cells);
+    cell_node *const top = list->top, *const spare = list->free_nodes;
+    UTILrm_cell_from_list(list);
+    EXPECT_EQ(list->free_nodes, top);
+    EXPECT_EQ(list->free_nodes->next, spare);
+    EXPECT_EQ(list->top->cell, 2);
+    UTILadd_cell_to_list(list, 1, cells);
+    EXPECT_EQ(list->top, top);
+    EXPECT_EQ(list->free_nodes, spare);
+    UTILdelete_cell_list(list);
 }
 
 TEST(CellList, GetsABlockBeforeTheLastFreeNodeGoes)

@@ -110,7 +110,7 @@ TEST(CellExtent, CellThatIsNotThereLeavesTheBoxWithoutAWord)
     host_calls::reset();
     testing::internal::CaptureStderr();
     for (qx_long cell : {made->mesh->ncells, made->mesh->ncells + 1, qx_long{-1}, qx_long{-100},
-                         std::numeric_limits<qx_long>::max()})
+                         std::numeric_limits<qx_long>::min(), std::numeric_limits<qx_long>::max()})
         EXPECT_EQ(extent(UTILcell_extent, made->mesh, cell, 0), untouched);
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
     EXPECT_TRUE(host_calls::seen().reports.empty());
@@ -308,6 +308,21 @@ TEST(FieldExtent, WithoutCellsTheBoxIsLeft)
     EXPECT_EQ(field_extent(no_sets->mesh), untouched);
 }
 
+TEST(FieldExtent, ListsOfEmptySetsAreFetchedAsWell)
+{
+    const meshes::mesh_ptr made =
+        meshes::from_cells(2, {0, 0, 1, 1}, {CELL_LINE, CELL_TRI}, {1, 1}, {{0, 1}, {}});
+    failing_fetches fetches(made->mesh);
+    fetches.fail_connect_of_set = 1;
+    host_calls::reset();
+    EXPECT_EQ(field_extent(made->mesh, 0), untouched);
+    EXPECT_EQ(host_calls::seen().reports,
+              (std::vector<host_calls::report>{{"fld_info", 0, 2, "unable to get cell set connect list"}}));
+    fetches.fail_connect_of_set = -1;
+    EXPECT_EQ(field_extent(made->mesh), (box{{0, 0, 7}, {1, 1, -7}}));
+    EXPECT_NE(made->mesh->cell_connect[1], nullptr);
+}
+
 TEST(FieldExtent, CoordinatesAreFetchedEvenWithoutSets)
 {
     const meshes::mesh_ptr made = meshes::from_cells(2, {0, 0, 1, 1}, {}, {}, {});
@@ -329,6 +344,23 @@ TEST(FieldExtent, StructuredMeshesGoThroughTheirCellSet)
         for (qx_long node = 0; node < made->nnodes(); ++node)
             all.push_back(node);
         EXPECT_EQ(field_extent(made->mesh), box_of(*made, all));
+    }
+}
+
+TEST(FieldExtent, OneMeshDescribedInAllWaysHasTheSameBox)
+{
+    for (const lattices::shape &shape : lattices::in_every_space({{9}, {6, 5}, {5, 4, 7}})) {
+        const std::vector<meshes::mesh_ptr> ways = lattices::in_all_ways(shape);
+        std::vector<qx_long> all;
+        for (qx_long node = 0; node < ways[0]->nnodes(); ++node)
+            all.push_back(node);
+        for (const meshes::mesh_ptr &made : ways) {
+            EXPECT_EQ(field_extent(made->mesh), box_of(*ways[0], all)) << text(shape);
+            for (size_t d = 0; d < static_cast<size_t>(shape.nspace); ++d) {
+                EXPECT_EQ(field_extent(made->mesh).min[d], made->mesh->min_ext[d]) << text(shape);
+                EXPECT_EQ(field_extent(made->mesh).max[d], made->mesh->max_ext[d]) << text(shape);
+            }
+        }
     }
 }
 

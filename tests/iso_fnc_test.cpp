@@ -1,13 +1,16 @@
 #include "support/host_calls.hpp"
 #include "support/levels.hpp"
 
+#include "extract.hpp"
+
 #include <skoklana/host/tool.h>
 
 #include <gtest/gtest.h>
 
 #include <array>
 #include <cmath>
-#include <limits>
+#include <numeric>
+#include <random>
 #include <set>
 #include <string>
 
@@ -16,51 +19,6 @@ using levels::operation;
 namespace {
 
 constexpr int volume_kinds[] = {CELL_TET, CELL_PYR, CELL_PRISM, CELL_HEX};
-
-template <typename T> constexpr int code_of()
-{
-    return std::is_same_v<T, signed char>     ? DTYPE_CHAR
-           : std::is_same_v<T, unsigned char> ? DTYPE_BYTE
-           : std::is_same_v<T, short>         ? DTYPE_SHORT
-           : std::is_same_v<T, int>           ? DTYPE_INT
-           : std::is_same_v<T, float>         ? DTYPE_FLOAT
-           : std::is_same_v<T, double>        ? DTYPE_DOUBLE
-                                              : DTYPE_QX_LONG;
-}
-
-// Random values with some on the level, some null and, where the type has it, some NaN.
-template <typename T> std::vector<T> rough_values(uint64_t seed, qx_long count, T level, T null_value)
-{
-    std::vector<T> values = meshes::random_values<T>(seed, count, 0, 100);
-    for (size_t i = 0; i < values.size(); ++i) {
-        if (i % 7 == 3) values[i] = level;
-        if (i % 31 == 5) values[i] = null_value;
-        if (std::numeric_limits<T>::has_quiet_NaN && i % 41 == 9)
-            values[i] = std::numeric_limits<T>::quiet_NaN();
-    }
-    return values;
-}
-
-// Runs one call on any mesh against the reference.
-template <typename T>
-levels::output expect_reference(const meshes::test_mesh &mesh, const std::vector<T> &data, double level,
-                                bool nulls, T null_value, bool with_maps, const std::string &what)
-{
-    const levels::call call = {
-        mesh.mesh, data.data(),           code_of<T>(), nulls ? 1 : 0, nulls ? &null_value : nullptr,
-        level,     operation::isosurface, with_maps};
-    const levels::output got = levels::run(call);
-    const levels::output wanted =
-        levels::expected(mesh, levels::classify(data, level, nulls ? &null_value : nullptr), nulls,
-                         operation::isosurface, with_maps);
-    EXPECT_EQ(got.status, 1) << what;
-    EXPECT_EQ(got.nodes, wanted.nodes) << what;
-    EXPECT_EQ(got.triangles, wanted.triangles) << what;
-    EXPECT_EQ(got.lines, wanted.lines) << what;
-    EXPECT_EQ(got.maps, wanted.maps) << what;
-    EXPECT_TRUE(got == wanted) << what;
-    return got;
-}
 
 class IsoCells : public testing::Test {
   protected:
@@ -98,12 +56,12 @@ TYPED_TEST(IsoCellsTyped, EveryKindAndOrderAgreesWithTheReference)
         for (int order : {1, 2})
             for (bool nulls : {false, true}) {
                 const meshes::mesh_ptr mesh = levels::bind(meshes::cells(kind, order, {5, 4, 3}, 1));
-                const std::vector<T> data = rough_values<T>(static_cast<uint64_t>(kind * 4 + order),
-                                                            mesh->nnodes(), level, null_value);
+                const std::vector<T> data = levels::rough_values<T>(static_cast<uint64_t>(kind * 4 + order),
+                                                                    mesh->nnodes(), level, null_value);
                 for (double at : {40.0, 39.5})
                     for (bool with_maps : {false, true}) {
-                        const levels::output got = expect_reference<T>(
-                            *mesh, data, at, nulls, null_value, with_maps,
+                        const levels::output got = levels::expect_reference<T>(
+                            operation::isosurface, *mesh, data, at, nulls, null_value, with_maps,
                             "kind " + std::to_string(kind) + " order " + std::to_string(order));
                         EXPECT_GT(got.ntri, 50);
                         EXPECT_EQ(static_cast<qx_long>(got.triangles.size()), 3 * got.ntri);
@@ -121,9 +79,10 @@ TYPED_TEST(IsoCellsTyped, MixedSetsShareOneSequenceOfNewNodes)
                                     CELL_QUAD, CELL_PYR,  CELL_HEX,  CELL_TRI, CELL_LINE};
     const std::vector<int> orders = {1, 1, 1, 1, 2, 2, 2, 1, 2, 1, 2};
     const meshes::mesh_ptr mesh = levels::bind(meshes::mixed(kinds, orders, 3, 3));
-    const std::vector<T> data = rough_values<T>(9, mesh->nnodes(), level, null_value);
+    const std::vector<T> data = levels::rough_values<T>(9, mesh->nnodes(), level, null_value);
     for (bool nulls : {false, true}) {
-        const levels::output got = expect_reference<T>(*mesh, data, 40, nulls, null_value, true, "mixed");
+        const levels::output got = levels::expect_reference<T>(operation::isosurface, *mesh, data, 40, nulls,
+                                                               null_value, true, "mixed");
         EXPECT_GT(got.ntri, 50);
         EXPECT_GT(got.nline, 10);
         EXPECT_EQ(got.maps[2], std::vector<qx_long>{-7}) << "lines take no part, their entries stay";
@@ -138,12 +97,43 @@ TEST_F(IsoCells, SetsOfManyBlocksAndListsOfManyGrowths)
             const meshes::mesh_ptr mesh = levels::bind(meshes::cells(kind, order, {n, n, n}, 1));
             ASSERT_GT(mesh->mesh->cell_count[0], 1024);
             const std::vector<float> data = meshes::random_values<float>(5, mesh->nnodes(), 0, 1);
-            const levels::output got =
-                expect_reference<float>(*mesh, data, 0.5, false, 0.0f, true,
-                                        "kind " + std::to_string(kind) + " order " + std::to_string(order));
+            const levels::output got = levels::expect_reference<float>(
+                operation::isosurface, *mesh, data, 0.5, false, 0.0f, true,
+                "kind " + std::to_string(kind) + " order " + std::to_string(order));
             EXPECT_GT(got.triangles.size(), 3u * 1024u * 3u);
             EXPECT_GT(got.nodes.size(), 2500u);
         }
+}
+
+// Cells and nodes in no order at all, as some mesh generators leave them: memory is then asked for ahead.
+TEST_F(IsoCells, CellsAndNodesInRandomOrder)
+{
+    for (int kind : volume_kinds) {
+        const meshes::mesh_ptr ordered = meshes::cells(kind, 1, {9, 9, 9}, 1);
+        const int nnodes = cell_kinds[kind].ncorners;
+        const qx_long ncells = static_cast<qx_long>(ordered->connect[0].size()) / nnodes;
+        std::mt19937_64 random(7);
+        std::vector<qx_long> node(static_cast<size_t>(ordered->nnodes())), cell(static_cast<size_t>(ncells));
+        std::iota(node.begin(), node.end(), 0);
+        std::iota(cell.begin(), cell.end(), 0);
+        std::shuffle(node.begin(), node.end(), random);
+        std::shuffle(cell.begin(), cell.end(), random);
+        std::vector<qx_long> connect;
+        for (qx_long c : cell)
+            for (int corner = 0; corner < nnodes; ++corner)
+                connect.push_back(
+                    node[static_cast<size_t>(ordered->connect[0][static_cast<size_t>(c * nnodes + corner)])]);
+        EXPECT_TRUE(are_scattered(connect.data(), ncells, nnodes, ordered->nnodes()));
+        EXPECT_FALSE(are_scattered(ordered->connect[0].data(), ncells, nnodes, ordered->nnodes()));
+        const meshes::mesh_ptr mesh =
+            levels::bind(meshes::from_cells(3, ordered->coords, {kind}, {1}, {connect}));
+        const std::vector<float> data = levels::rough_values<float>(3, mesh->nnodes(), 40, 77);
+        for (bool nulls : {false, true}) {
+            const levels::output got = levels::expect_reference<float>(
+                operation::isosurface, *mesh, data, 40, nulls, 77, true, "kind " + std::to_string(kind));
+            EXPECT_GT(got.ntri, 500);
+        }
+    }
 }
 
 TEST_F(IsoCells, TheSameCallTwiceGivesTheSame)
@@ -531,7 +521,8 @@ TEST_F(IsoCells, AMeshWhoseListCannotBeHadFailsCleanly)
         EXPECT_EQ(fetched[1], nullptr);
 
         list_to_fetch = second;
-        expect_reference<float>(*mesh, data, 0.5, false, 0.0f, true, "the next call");
+        levels::expect_reference<float>(operation::isosurface, *mesh, data, 0.5, false, 0.0f, true,
+                                        "the next call");
         EXPECT_EQ(fetched[1], second);
     }
 }
@@ -566,7 +557,8 @@ TEST_F(IsoCells, ASecondSlotServesWhereTheFirstIsEmpty)
     cell_func *rows = mesh->mesh->cell_funcs;
     std::swap(rows[SLOT_SLICE], rows[SLOT_SUB_SLICE]);
     std::swap(rows[CELL_METHOD_SLOTS + SLOT_ISOLINE], rows[CELL_METHOD_SLOTS + SLOT_SUB_ISOLINE]);
-    const levels::output got = expect_reference<float>(*mesh, data, 0.5, false, 0.0f, true, "second slots");
+    const levels::output got = levels::expect_reference<float>(operation::isosurface, *mesh, data, 0.5, false,
+                                                               0.0f, true, "second slots");
     EXPECT_GT(got.ntri, 0);
     EXPECT_GT(got.nline, 0);
 }

@@ -178,6 +178,47 @@ TEST(ReplaceCellSet, WritesThroughACopyReachTheSource)
     EXPECT_EQ(mesh->cell_nnodes[1], nnodes);
 }
 
+// ---- memory --------------------------------------------------------------------------------------------------
+
+// With every allocation refused from the start the operations give what they always give.
+TEST(MeshOperations, AskForNoMemoryThemselves)
+{
+    std::vector<meshes::mesh_ptr> all;
+    all.push_back(two_sets());
+    all.push_back(meshes::curvilinear({3, 4, 2}, 3, {0, 0, 0}, {1, 1, 1}, 1));
+    all.push_back(meshes::rectilinear({3, 4, 2}, 3, {0, 0, 0}, {1, 1, 1}, 1));
+    all.push_back(meshes::uniform({3, 4, 2}, 3, {0, 0, 0}, {1, 1, 1}));
+    for (const meshes::mesh_ptr &made : all) {
+        mesh_info *mesh = made->mesh;
+        const qx_long nnodes = mesh->nnodes;
+        std::vector<qx_long> list(static_cast<size_t>(nnodes)), connect(2 * 3 * 8);
+        for (qx_long node = 0; node < nnodes; ++node)
+            list[static_cast<size_t>(node)] = node;
+        const std::vector<float> data(list.size(), 1.0f);
+        std::vector<float> t(list.size()), out(3 * list.size());
+        float min[3], max[3];
+
+        host_calls::watch watch;
+        host_calls::fail_allocations_from(0);
+        EXPECT_EQ(UTILget_coord_list(mesh, nnodes, list.data(), out.data()), 1);
+        EXPECT_EQ(UTILget_data_list(mesh, DTYPE_FLOAT, 1, data.data(), nnodes, list.data(), out.data()),
+                  nnodes);
+        EXPECT_EQ(UTILget_param(nnodes, DTYPE_FLOAT, data.data(), 0.5, list.data(), list.data(), t.data()),
+                  1);
+        EXPECT_EQ(UTILeval_coord(mesh, nnodes, list.data(), list.data(), t.data(), out.data()), 1);
+        EXPECT_EQ(UTILeval_param(nnodes, 1, DTYPE_FLOAT, data.data(), 0, nullptr, list.data(), list.data(),
+                                 t.data(), out.data()),
+                  1);
+        EXPECT_EQ(mesh->methods->cell_extent_func(mesh, 0, min, max), 1);
+        EXPECT_EQ(UTILfield_extent(mesh, min, max), 1);
+        if (mesh->ndim > 0) {
+            EXPECT_EQ(UTILget_connect_struct(mesh->ndim, mesh->dims, 0, mesh->ncells, connect.data()), 1);
+        }
+        EXPECT_EQ(watch.allocations(), 0);
+        EXPECT_EQ(watch.live_blocks(), 0);
+    }
+}
+
 // ---- what is fetched when it is first needed -----------------------------------------------------------------
 
 TEST(LazyFetch, CoordinatesThatFailOnceAreThereTheNextTime)

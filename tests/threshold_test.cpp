@@ -252,6 +252,44 @@ TYPED_TEST(Threshold, EveryPairOfTypesAgreesWithTheReference)
     try_targets<TypeParam>();
 }
 
+TYPED_TEST(Threshold, BoundsOfRowsAreBroughtIntoTheType)
+{
+    using T = TypeParam;
+    const std::vector<T> data = edge_values<T>();
+    const qx_long count = static_cast<qx_long>(data.size());
+    const std::vector<int> target(data.size(), 1);
+    int kept = 0, replaced = 0;
+    for (double min : edge_levels())
+        for (double max : edge_levels()) {
+            if (std::is_integral_v<T> && (std::isnan(min) || std::isnan(max))) continue;
+            const std::vector<int> expected =
+                slow_threshold<T, int>(count, data.data(), 1, 0, T(), {false, true, true}, slow_bound<T>(min),
+                                       slow_bound<T>(max), target.data(), 1, 0);
+            std::vector<int> out(data.size(), 9);
+            UTILthreshold(count, data.data(), 1, 0, dtype_of<T>, 0, nullptr, 1, min, 1, max, target.data(), 1,
+                          DTYPE_INT, 0, out.data());
+            ASSERT_EQ(expected, out) << min << " to " << max;
+            for (int keeps : out)
+                ++(keeps != 0 ? kept : replaced);
+        }
+    EXPECT_GT(std::min(kept, replaced), 1000);
+}
+
+TYPED_TEST(Threshold, FillIsBroughtIntoTheTargetsTypeWhateverItIs)
+{
+    using T = TypeParam;
+    const short data = 1;
+    const T target = T(3);
+    for (double fill : edge_levels()) {
+        if (std::is_integral_v<T> && std::isnan(fill)) continue;
+        const std::vector<T> expected = {slow_bound<T>(fill)};
+        std::vector<T> out(1);
+        UTILthreshold(1, &data, 1, 0, DTYPE_SHORT, 0, nullptr, 1, 2, 0, 0, &target, 1, dtype_of<T>, fill,
+                      out.data());
+        ASSERT_TRUE(same_bytes(expected, out)) << fill;
+    }
+}
+
 TYPED_TEST(Threshold, MayReplaceInPlace)
 {
     using T = TypeParam;

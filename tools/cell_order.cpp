@@ -17,7 +17,7 @@ static const cell_order rows[] = {
     {VTK_PYRAMID,                CELL_PYR,   1,  5, {4, 2, 3, 0, 1}},
     {VTK_QUADRATIC_PYRAMID,      CELL_PYR,   2, 13, {4, 2, 3, 0, 1,  11, 12, 9, 10, 7, 8, 5, 6}},
     {VTK_WEDGE,                  CELL_PRISM, 1,  6, {4, 5, 3, 1, 2, 0}},
-    {VTK_QUADRATIC_WEDGE,        CELL_PRISM, 2, 15, {4, 5, 3, 1, 2, 0,  10, 11, 9, 7, 8, 6, 14, 13, 12}},
+    {VTK_QUADRATIC_WEDGE,        CELL_PRISM, 2, 15, {4, 5, 3, 1, 2, 0,  10, 11, 9, 7, 8, 6, 13, 14, 12}},
     {VTK_HEXAHEDRON,             CELL_HEX,   1,  8, {7, 4, 5, 6, 3, 0, 1, 2}},
     {VTK_QUADRATIC_HEXAHEDRON,   CELL_HEX,   2, 20, {7, 4, 5, 6, 3, 0, 1, 2,
                                                      15, 12, 13, 14, 11, 8, 9, 10, 19, 16, 17, 18}},
@@ -29,7 +29,7 @@ static const cell_order rows[] = {
     {VTK_BIQUADRATIC_QUAD,       CELL_QUAD,  2,  9, {0, 1, 2, 3,  4, 5, 6, 7}},
     {VTK_TRIQUADRATIC_PYRAMID,   CELL_PYR,   2, 19, {4, 2, 3, 0, 1,  11, 12, 9, 10, 7, 8, 5, 6}},
     {VTK_BIQUADRATIC_QUADRATIC_WEDGE,
-                                 CELL_PRISM, 2, 18, {4, 5, 3, 1, 2, 0,  10, 11, 9, 7, 8, 6, 14, 13, 12}},
+                                 CELL_PRISM, 2, 18, {4, 5, 3, 1, 2, 0,  10, 11, 9, 7, 8, 6, 13, 14, 12}},
     {VTK_BIQUADRATIC_QUADRATIC_HEXAHEDRON,
                                  CELL_HEX,   2, 24, {7, 4, 5, 6, 3, 0, 1, 2,
                                                      15, 12, 13, 14, 11, 8, 9, 10, 19, 16, 17, 18}},
@@ -50,6 +50,11 @@ const cell_order *order_of_kind(int kind, int order)
     for (const cell_order &row : rows) // whole kinds come before lattice and reduced ones
         if (row.kind == kind && row.order == order) return &row;
     return nullptr;
+}
+
+int place_in_list(int kind, int order, int i)
+{
+    return kind == CELL_PRISM && order == 2 && (i == 12 || i == 13) ? 25 - i : i;
 }
 
 // Every kind is symmetric in u and v, so each node has a partner.

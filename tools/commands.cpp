@@ -64,7 +64,7 @@ __attribute__((format(printf, 2, 3))) void say(const settings &from, const char 
     if (from.quiet) return;
     va_list arguments;
     va_start(arguments, format);
-    vprintf(format, arguments);
+    vprintf(format, arguments); // NOLINT(clang-analyzer-valist.Uninitialized): the line above sets it
     va_end(arguments);
     putchar('\n');
 }
@@ -219,8 +219,8 @@ void print_arrays(const char *where, const std::vector<typed_array> &arrays)
         std::string type = array.widened.empty() ? name_of_type(array.type)
                                                  : array.widened + ", taken as " + name_of_type(array.type);
         if (array.veclen > 1) type += " x " + std::to_string(array.veclen);
-        std::string values = !range.any ? "no values" : number(range.lo) + " .. " + number(range.hi);
-        if (array.veclen > 1 && range.any) values = "length " + values;
+        std::string values = !range.any ? "no values" : array.veclen > 1 ? "length " : "";
+        if (range.any) values += number(range.lo) + " .. " + number(range.hi);
         if (range.nans > 0) values += ", " + std::to_string(range.nans) + " without a value (NaN)";
         printf("%-5s array %s: %s, %s\n", where, array.name.c_str(), type.c_str(), values.c_str());
     }

@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
+#include <stdexcept>
 
 static const char *const examples = R"(
 Examples:
@@ -93,6 +94,9 @@ static int run(int argc, char **argv)
                &s);
 
     CLI::App *probing = command("probe", "Takes the values at points, along a line or on a grid", probe);
+    probing->footer("\nPoints outside have NaN, or a value that the array does not hold, and "
+                    "vtkValidPointMask 0. In cells\n"
+                    "that are no boxes, a point is placed to a twentieth of the cell.");
     add_input(probing, &s);
     probing->add_option("--points", s.points,
                         "at the points of a .csv file (x,y,z) or of any mesh that VTK reads");
@@ -139,6 +143,11 @@ static int run(int argc, char **argv)
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError &wrong) {
+        const auto unknown = app.remaining();
+        if (app.get_subcommands().empty() && !unknown.empty() && unknown[0][0] != '-')
+            throw failure("there is no command " + unknown[0] +
+                              "; there are info, iso, isoline, probe, threshold-null, clamp and sample",
+                          exit_usage);
         return app.exit(wrong) == 0 ? exit_done : exit_usage;
     }
     if (threads > 0) setenv("QX_NUM_THREADS", std::to_string(threads).c_str(), 1);
@@ -158,6 +167,8 @@ int main(int argc, char **argv)
     } catch (const failure &wrong) {
         fprintf(stderr, "skoklana: %s\n", wrong.what());
         return wrong.code;
+    } catch (const std::length_error &) { // a size beyond all memory
+        fputs("skoklana: out of memory; the file may be damaged\n", stderr);
     } catch (const std::bad_alloc &) {
         fputs("skoklana: out of memory; a smaller mesh or fewer arrays (--with) would do\n", stderr);
     } catch (const std::exception &wrong) {

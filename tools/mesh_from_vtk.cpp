@@ -13,6 +13,7 @@
 
 #include "arrays.hpp"
 #include "cell_order.hpp"
+#include "crash_guard.hpp"
 #include "failure.hpp"
 
 #include <skoklana/cell.h>
@@ -21,9 +22,9 @@
 #include <vtkCellArray.h>
 #include <vtkCellData.h>
 #include <vtkCellType.h>
-#include <vtkCellTypes.h>
 #include <vtkDataArray.h>
 #include <vtkDataSetAttributes.h>
+#include <vtkGenericCell.h>
 #include <vtkIdList.h>
 #include <vtkImageData.h>
 #include <vtkMatrix3x3.h>
@@ -345,13 +346,14 @@ void cell_sorter::add(vtkIdType number, int type, const vtkIdType *nodes, vtkIdT
     }
 }
 
-// "12 polyhedra" as VTK calls them, without its prefix.
+// "12 Polyhedron": VTK's classes without their prefix. Its list of names by type is out of step with the types.
 static std::string counts_in_words(const std::map<int, vtkIdType> &counts)
 {
     std::string words;
     for (const auto &[type, count] : counts) {
-        std::string name = vtkCellTypes::GetClassNameFromTypeId(type);
-        if (name.compare(0, 3, "vtk") == 0) name.erase(0, 3);
+        const auto cell = vtkSmartPointer<vtkCell>::Take(vtkGenericCell::InstantiateCell(type));
+        const std::string name =
+            cell != nullptr ? cell->GetClassName() + strlen("vtk") : "of VTK's type " + std::to_string(type);
         words += (words.empty() ? "" : ", ") + std::to_string(count) + " " + name;
     }
     return words;
@@ -371,8 +373,11 @@ void cell_sorter::finish()
     if (!split.empty()) notes.push_back("split into simplices: " + counts_in_words(split));
     if (!reduced.empty()) notes.push_back("taken without their further nodes: " + counts_in_words(reduced));
     if (!refused.empty()) notes.push_back("left out, as they have no kind here: " + counts_in_words(refused));
-    if (points > 0) notes.push_back("left out: " + std::to_string(points) + " cells that are only points");
-    if (dropped > 0) notes.push_back("left out: " + std::to_string(dropped) + " hidden or duplicate cells");
+    if (turned > 0)
+        notes.push_back("turned round, as their nodes go the other way: " + std::to_string(turned) +
+                        " cell(s)");
+    if (points > 0) notes.push_back("left out: " + std::to_string(points) + " cell(s) that are only points");
+    if (dropped > 0) notes.push_back("left out: " + std::to_string(dropped) + " hidden or duplicate cell(s)");
     if (mesh->sets.empty() && !refused.empty())
         throw failure(path + ": all its cells are of kinds that cannot be used: " + counts_in_words(refused) +
                       "; convert them to tetrahedra or other plain cells");
@@ -513,6 +518,7 @@ static void cell_sets(const std::string &path, input_mesh *mesh, mesh_use use)
 
 std::unique_ptr<input_mesh> make_mesh(const std::string &path, vtkDataSet *data, mesh_use use)
 {
+    const crash_guard guard(path); // VTK walks lists that came from the file
     auto mesh = std::make_unique<input_mesh>();
     mesh->data = data;
     mesh->nnodes = data->GetNumberOfPoints();

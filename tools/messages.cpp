@@ -1,5 +1,6 @@
 #include "messages.hpp"
 
+#include <vtkLogger.h>
 #include <vtkObjectFactory.h>
 
 #include <utility>
@@ -7,9 +8,11 @@
 vtkStandardNewMacro(vtk_messages);
 
 static vtk_messages *installed;
+static const size_t longest = 300;
 
 void vtk_messages::install()
 {
+    vtkLogger::SetStderrVerbosity(vtkLogger::VERBOSITY_OFF); // prints what a window gets, too
     installed = vtk_messages::New();
     vtkOutputWindow::SetInstance(installed);
 }
@@ -25,8 +28,9 @@ static std::vector<std::string> plain(std::vector<std::string> texts)
             text.erase(0, object + 3);
         while (!text.empty() && (text.back() == '\n' || text.back() == ' '))
             text.pop_back();
-        for (char &c : text)
-            if (c == '\n') c = ' ';
+        for (char &c : text) // it may quote the file, whatever that holds
+            if (c < ' ' || c > '~') c = c == '\n' ? ' ' : '?';
+        if (text.size() > longest) text.replace(longest, text.size(), " ...");
     }
     return texts;
 }

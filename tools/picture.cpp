@@ -267,9 +267,10 @@ static bool averaged(const std::vector<unsigned char> &drawn, int width, int hei
             for (int c = 0; c < 3; ++c) {
                 int sum = area / 2;
                 for (int s = 0; s < area; ++s) {
-                    const int row = y * oversampling + s / oversampling,
-                              column = x * oversampling + s % oversampling;
-                    sum += drawn[static_cast<size_t>((row * width * oversampling + column) * 3 + c)];
+                    const size_t row = static_cast<size_t>(y * oversampling + s / oversampling);
+                    const size_t column = static_cast<size_t>(x * oversampling + s % oversampling);
+                    const size_t row_length = static_cast<size_t>(width * oversampling);
+                    sum += drawn[(row * row_length + column) * 3 + static_cast<size_t>(c)];
                 }
                 *to++ = static_cast<unsigned char>(sum / area);
             }
@@ -327,7 +328,7 @@ static void draw(const std::string &path, vtkPolyData *data, const picture_optio
         look->SetLineWidth(1.6f * oversampling);
         if (pieces[i]->GetNumberOfPolys() == 0)
             look->LightingOff();
-        else if (i > 0)
+        else if (box_length(pieces[i]) > 1.02 * box_length(pieces[0]))
             look->SetOpacity(0.35);
         if (array != nullptr) colour(vtkPolyDataMapper::SafeDownCast(actor->GetMapper()), colours, array);
         scene->AddActor(actor);

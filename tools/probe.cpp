@@ -229,6 +229,7 @@ std::vector<typed_array> prober::all(const std::vector<typed_array> &node,
 
     // as in the file: node arrays in their order, then cell arrays, then the mask
     std::vector<typed_array> out;
+    out.reserve(node.size() + cell.size() + 1);
     for (const typed_array &array : node)
         out.push_back(*std::find_if(sampled.begin(), sampled.end(),
                                     [&](const typed_array &made) { return made.name == array.name; }));

@@ -69,6 +69,11 @@ status_part::~status_part()
     OMpop_status_range();
 }
 
+void stop_if_asked()
+{
+    if (stop_asked != 0) throw interrupted();
+}
+
 operation::operation(const char *title)
 {
     bar_title = title;
@@ -86,7 +91,7 @@ operation::~operation()
 
 void operation::check(bool succeeded, const std::string &what) const
 {
-    if (stop_asked != 0) throw interrupted();
+    stop_if_asked();
     if (succeeded) return;
     const char *module, *message;
     if (host_last_report(0, &module, &message) != 0)

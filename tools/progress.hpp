@@ -24,5 +24,8 @@ class operation {
     void check(bool succeeded, const std::string &what) const;
 };
 
+// Throws interrupted if Ctrl-C was pressed in an operation, after its last look at the flag.
+void stop_if_asked();
+
 // A file that is being written, removed if Ctrl-C ends the program; empty: none.
 void set_partial_file(const std::string &path);

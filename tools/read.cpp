@@ -1,10 +1,12 @@
 // Which VTK reader takes a file, and what comes out of it.
 //
 // The first bytes decide where the format has a mark, since endings lie more often than marks do; the ending
-// decides among formats that share a container (NetCDF, HDF5) or have no mark. A reader that complains is not
-// believed: damaged files often come through with part of their data and only a message to tell.
+// decides among formats that share a container (NetCDF, HDF5) or have no mark, and then the first bytes must at
+// least be possible for it: several readers trust their file and crash or never end on others. A reader that
+// complains is not believed: damaged files often come through with part of their data and only a message to tell.
 #include "read.hpp"
 
+#include "crash_guard.hpp"
 #include "failure.hpp"
 #include "messages.hpp"
 
@@ -162,37 +164,132 @@ static reader_ptr plot3d(const std::string &path, const std::string &solution)
     return reader;
 }
 
+// ---- first bytes --------------------------------------------------------------------------------------------
+
+static bool starts_with(const std::string &text, const char *mark)
+{
+    return text.compare(0, strlen(mark), mark) == 0;
+}
+
+static bool has_at(const std::string &head, size_t at, const char *mark)
+{
+    return head.size() > at && head.compare(at, strlen(mark), mark) == 0;
+}
+
+static bool is_text(const std::string &, const std::string &head)
+{
+    return std::none_of(head.begin(), head.end(), [](unsigned char c) {
+        return (c < ' ' && (c < '\a' || c > '\r') && c != '\032' && c != '\033') || c == 0x7f;
+    });
+}
+
+static bool is_hdf(const std::string &, const std::string &head)
+{
+    const char *const mark = "\211HDF\r\n\032\n"; // at the start, or after a block of the user's
+    return has_at(head, 0, mark) || has_at(head, 512, mark) || has_at(head, 1024, mark);
+}
+
+static bool is_netcdf(const std::string &path, const std::string &head)
+{
+    return starts_with(head, "CDF\1") || starts_with(head, "CDF\2") || starts_with(head, "CDF\5") ||
+           is_hdf(path, head);
+}
+
+static bool is_cgns(const std::string &path, const std::string &head)
+{
+    return head.substr(0, 64).find("ADF Database Version") != std::string::npos || is_hdf(path, head);
+}
+
+// Binary STL has no mark, but its size follows from the count of triangles at byte 80.
+static bool is_binary_stl(const std::string &path, const std::string &head)
+{
+    if (head.size() < 84) return false;
+    uint32_t triangles;
+    memcpy(&triangles, head.data() + 80, sizeof triangles);
+    return std::filesystem::file_size(path) == 84 + uintmax_t{50} * triangles;
+}
+
+static bool is_stl(const std::string &path, const std::string &head)
+{
+    return is_binary_stl(path, head) || (is_text(path, head) && head.find("solid") != std::string::npos);
+}
+
+static bool is_ucd(const std::string &path, const std::string &head)
+{
+    return head[0] == '\a' || is_text(path, head); // the byte 7 marks the binary form
+}
+
+static bool is_gltf(const std::string &path, const std::string &head)
+{
+    return starts_with(head, "glTF") || is_text(path, head);
+}
+
+static bool is_fluent(const std::string &, const std::string &head)
+{
+    return head.find_first_not_of(" \t\r\n") == head.find('(');
+}
+
+static bool is_nrrd(const std::string &, const std::string &head)
+{
+    return starts_with(head, "NRRD");
+}
+
+static bool is_mrc(const std::string &, const std::string &head)
+{
+    return has_at(head, 208, "MAP");
+}
+
+// Three corners of six floats each.
+static bool is_triangles(const std::string &path, const std::string &)
+{
+    return std::filesystem::file_size(path) % 72 == 0;
+}
+
+// The code of the samples' format, big-endian, one of those that the reader knows.
+static bool is_segy(const std::string &, const std::string &head)
+{
+    return head.size() >= 3600 && head[3224] == 0 &&
+           std::string("\1\2\3\5\10").find(head[3225]) != std::string::npos;
+}
+
+static bool is_anything(const std::string &, const std::string &)
+{
+    return true; // the reader looks for itself
+}
+
 struct by_ending {
     const char *endings; // each between spaces
     reader_ptr (*make)(const std::string &path);
+    bool (*possible)(const std::string &path, const std::string &head);
+    const char *start; // of such a file, in words
 };
 
 static const by_ending readers[] = {
-    {" .stl ", plain<vtkSTLReader>},
-    {" .obj ", plain<vtkOBJReader>},
-    {" .gltf .glb ", plain<vtkGLTFReader>},
-    {" .pts ", plain<vtkPTSReader>},
-    {" .byu ", plain<vtkBYUReader>},
-    {" .tri ", plain<vtkMCubesReader>},
-    {" .inp .ucd ", with_all_arrays<vtkAVSucdReader>},
-    {" .foam ", with_all_arrays<vtkOpenFOAMReader>},
-    {" .cas ", cell_arrays},
-    {" .neu ", plain<vtkGAMBITReader>},
-    {" .vrt .cel ", plain<vtkProStarReader>},
-    {" .tec .tp .dat ", plain<vtkTecplotReader>},
-    {" .case .encas ", ensight},
-    {" .e .ex2 .exo .exii .exodus .gen .g ", exodus},
-    {" .cgns ", cgns},
-    {" .vtkhdf .hdf ", plain<vtkHDFReader>},
-    {" .nc .ncdf .cdf ", plain<vtkNetCDFCFReader>},
-    {" .k .key .lsdyna ", dyna},
-    {" .sgy .segy ", plain<vtkSegYReader>},
-    {" .cube ", plain<vtkGaussianCubeReader>},
-    {" .dem ", plain<vtkDEMReader>},
-    {" .nrrd .nhdr ", plain<vtkNrrdReader>},
-    {" .mrc .map .ccp4 ", plain<vtkMRCReader>},
-    {" .mnc ", plain<vtkMINCImageReader>},
-    {" .dcm ", plain<vtkDICOMImageReader>},
+    {" .stl ", plain<vtkSTLReader>, is_stl, "\"solid\", or a count of triangles that suits its size,"},
+    {" .obj ", plain<vtkOBJReader>, is_text, "text"},
+    {" .gltf .glb ", plain<vtkGLTFReader>, is_gltf, "\"glTF\" or text"},
+    {" .pts ", plain<vtkPTSReader>, is_text, "text"},
+    {" .byu ", plain<vtkBYUReader>, is_text, "text"},
+    {" .tri ", plain<vtkMCubesReader>, is_triangles, "a number of whole triangles"},
+    {" .inp .ucd ", with_all_arrays<vtkAVSucdReader>, is_ucd, "text or the byte 7"},
+    {" .foam ", with_all_arrays<vtkOpenFOAMReader>, is_text, "text"},
+    {" .cas ", cell_arrays, is_fluent, "\"(\""},
+    {" .neu ", plain<vtkGAMBITReader>, is_text, "text"},
+    {" .vrt .cel ", plain<vtkProStarReader>, is_text, "text"},
+    {" .tec .tp .dat ", plain<vtkTecplotReader>, is_text, "text"},
+    {" .case .encas ", ensight, is_text, "text"},
+    {" .e .ex2 .exo .exii .exodus .gen .g ", exodus, is_netcdf, "the mark of NetCDF or HDF5"},
+    {" .cgns ", cgns, is_cgns, "the mark of HDF5 or ADF"},
+    {" .vtkhdf .hdf ", plain<vtkHDFReader>, is_hdf, "the mark of HDF5"},
+    {" .nc .ncdf .cdf ", plain<vtkNetCDFCFReader>, is_netcdf, "the mark of NetCDF or HDF5"},
+    {" .k .key .lsdyna ", dyna, is_text, "text"},
+    {" .sgy .segy ", plain<vtkSegYReader>, is_segy, "a known format of samples at byte 3225"},
+    {" .cube ", plain<vtkGaussianCubeReader>, is_text, "text"},
+    {" .dem ", plain<vtkDEMReader>, is_text, "text"},
+    {" .nrrd .nhdr ", plain<vtkNrrdReader>, is_nrrd, "\"NRRD\""},
+    {" .mrc .map .ccp4 ", plain<vtkMRCReader>, is_mrc, "\"MAP\" at byte 209"},
+    {" .mnc ", plain<vtkMINCImageReader>, is_netcdf, "the mark of NetCDF"},
+    {" .dcm ", plain<vtkDICOMImageReader>, is_anything, ""},
 };
 
 // Formats that are told by their first bytes alone.
@@ -222,25 +319,19 @@ static std::string first_bytes(const std::string &path)
         throw failure(path + ": is a directory; give the name of a file");
     std::ifstream file(path, std::ios::binary);
     if (!file) throw failure(path + ": cannot be opened: " + strerror(errno));
-    std::string head(1024, '\0');
+    std::string head(4096, '\0');
     file.read(head.data(), static_cast<std::streamsize>(head.size()));
     head.resize(static_cast<size_t>(file.gcount()));
-    if (head.empty()) throw failure(path + ": is empty");
+    // that of an OpenFOAM case only says where the case is
+    if (head.empty() && ending_of(path) != ".foam")
+        throw failure(path + ": is empty; a mesh with data is wanted");
     return head;
 }
 
-static bool starts_with(const std::string &text, const char *mark)
+[[noreturn]] static void wrong_start(const std::string &path, const std::string &start)
 {
-    return text.compare(0, strlen(mark), mark) == 0;
-}
-
-// Binary STL has no mark, but its size follows from the count of triangles at byte 80.
-static bool is_binary_stl(const std::string &path, const std::string &head)
-{
-    if (head.size() < 84) return false;
-    uint32_t triangles;
-    memcpy(&triangles, head.data() + 80, sizeof triangles);
-    return std::filesystem::file_size(path) == 84 + uintmax_t{50} * triangles;
+    throw failure(path + ": has the ending " + ending_of(path) + " but does not start as such a file does (" +
+                  start + " is missing); it may be damaged or of another format");
 }
 
 static reader_ptr choose_reader(const std::string &path, const read_options &options, const std::string &head,
@@ -254,11 +345,9 @@ static reader_ptr choose_reader(const std::string &path, const read_options &opt
 
     const std::string ending = ending_of(path);
     if (has_ending(marked_endings, ending))
-        throw failure(path + ": has the ending " + ending + " but does not start as such a file does (" +
-                      (ending == ".vtk"   ? "\"# vtk DataFile\""
-                       : ending == ".ply" ? "\"ply\""
-                                          : "\"<VTKFile\"") +
-                      " is missing); it may be damaged or of another format");
+        wrong_start(path, ending == ".vtk"   ? "\"# vtk DataFile\""
+                          : ending == ".ply" ? "\"ply\""
+                                             : "\"<VTKFile\"");
     if (!options.solution.empty() || has_ending(plot3d_endings, ending)) {
         const std::string solution = options.solution.empty() ? solution_beside(path) : options.solution;
         if (solution.empty())
@@ -268,8 +357,11 @@ static reader_ptr choose_reader(const std::string &path, const read_options &opt
             first_bytes(solution); // complains where it cannot be read
         return plot3d(path, solution);
     }
-    for (const by_ending &reader : readers)
-        if (has_ending(reader.endings, ending)) return reader.make(path);
+    for (const by_ending &reader : readers) {
+        if (!has_ending(reader.endings, ending)) continue;
+        if (!reader.possible(path, head)) wrong_start(path, reader.start);
+        return reader.make(path);
+    }
     vtkImageReader2 *image = vtkImageReader2Factory::CreateImageReader2(path.c_str());
     if (image != nullptr) {
         image->SetFileName(path.c_str());
@@ -291,8 +383,11 @@ static void check_complaints(const std::string &path, std::vector<std::string> *
     const auto errors = vtk_messages::take_errors();
     if (!errors.empty())
         throw failure(path + ": is damaged or not what its name says; the reader's words: " + errors.front());
-    for (const std::string &warning : vtk_messages::take_warnings())
+    for (const std::string &warning : vtk_messages::take_warnings()) {
+        if (starts_with(warning, "Error")) // of a legacy file that is cut short
+            throw failure(path + ": is damaged or cut short; the reader's words: " + warning);
         if (notes->size() < 3) notes->push_back("the reader warns: " + warning);
+    }
 }
 
 // The data sets of a composite, without the empty ones.
@@ -348,6 +443,7 @@ input_file read_file(const std::string &path, const read_options &options)
     input_file file;
     file.path = path;
     const std::string head = first_bytes(path);
+    const crash_guard guard(path);
     try {
         vtk_messages::take_errors();
         const reader_ptr reader = choose_reader(path, options, head, &file.notes);

@@ -71,7 +71,8 @@ static vtkSmartPointer<vtkDataSet> to_cells(const samples::mesh &mesh)
     nodes->SetNumberOfValues(mesh.ncells * n);
     for (int64_t c = 0; c < mesh.ncells; ++c)
         for (int i = 0; i < n; ++i)
-            nodes->SetValue(c * n + order->node[i], mesh.connect[static_cast<size_t>(c * n + i)]);
+            nodes->SetValue(c * n + order->node[place_in_list(mesh.cell_kind, mesh.order, i)],
+                            mesh.connect[static_cast<size_t>(c * n + i)]);
     vtkNew<vtkCellArray> cells;
     cells->SetData(n, nodes);
     data->SetCells(order->vtk, cells);

@@ -27,6 +27,7 @@ namespace fs = std::filesystem;
 
 void write_beside(const std::string &path, const std::function<void(const std::string &)> &write)
 {
+    stop_if_asked();
     const fs::path target(path);
     const fs::path folder = target.has_parent_path() ? target.parent_path() : fs::path(".");
     std::error_code code;
@@ -72,6 +73,20 @@ template <typename Writer> static void run(Writer *writer, const std::string &pa
         throw failure(vtkErrorCode::GetStringFromErrorCode(writer->GetErrorCode()));
 }
 
+// VTK's PLY writer doesn't look whether its writes succeed: the length of the file tells.
+static void check_ply(const std::string &path, vtkPolyData *data)
+{
+    std::ifstream file(path, std::ios::binary);
+    std::string header(4096, '\0');
+    file.read(header.data(), static_cast<std::streamsize>(header.size()));
+    const std::string mark = "end_header\n";
+    const size_t end = header.find(mark);
+    const auto nodes = static_cast<uintmax_t>(data->GetNumberOfPoints());
+    const auto triangles = static_cast<uintmax_t>(data->GetNumberOfPolys());
+    if (end == std::string::npos || fs::file_size(path) != end + mark.size() + nodes * 12 + triangles * 13)
+        throw failure("the disk may be full");
+}
+
 // A name and its parts as columns: "v" or "v:0", "v:1", "v:2".
 static std::string column_names(vtkDataArray *array)
 {
@@ -98,8 +113,14 @@ static void write_csv(const std::string &path, vtkDataSet *data)
         for (int a = 0; a < arrays->GetNumberOfArrays(); ++a) {
             vtkDataArray *array = arrays->GetArray(a);
             file.precision(array->GetDataTypeSize() > 4 ? 17 : 9);
-            for (int c = 0; c < array->GetNumberOfComponents(); ++c)
-                file << ',' << array->GetComponent(node, c);
+            for (int c = 0; c < array->GetNumberOfComponents(); ++c) {
+                file << ',';
+                if (array->GetDataType() == VTK_LONG_LONG) // a double cannot hold them all
+                    file << static_cast<const long long *>(
+                        array->GetVoidPointer(0))[node * array->GetNumberOfComponents() + c];
+                else
+                    file << array->GetComponent(node, c);
+            }
         }
         file << '\n';
     }
@@ -115,7 +136,8 @@ void write_data_set(const std::string &path, vtkDataSet *data)
         if (ending == ".csv") return write_csv(beside, data);
         if (ending == ".ply") {
             vtkNew<vtkPLYWriter> writer;
-            return run(writer.Get(), beside, data);
+            run(writer.Get(), beside, data);
+            return check_ply(beside, vtkPolyData::SafeDownCast(data));
         }
         if (ending == ".stl") {
             vtkNew<vtkSTLWriter> writer;

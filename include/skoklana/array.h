@@ -1,4 +1,23 @@
-/* Kernels on typed arrays. */
+/* Kernels on typed arrays: values clamped, replaced or classified against bounds, rows copied by a list,
+ * components taken out of rows and put together.
+ *
+ * The arrays know nothing of meshes. Each operation stands in a form for any type, which takes a data_type of
+ * skoklana/types.h, and in a form a type, named with the suffix _char, _byte, _short, _int, _float, _double
+ * or _qx_long, which takes its elements as they are.
+ *
+ *   count            elements or rows to go through; below 1 nothing is written and the result is 1
+ *   stride, offset   in elements: element i of a component is array[offset + i * stride], so that component c
+ *                    of rows of veclen elements has stride veclen and offset c
+ *   null_flag        not 0: elements that equal the null value are null. In the forms for any type
+ *                    null_value points to one element
+ *
+ * Every operation returns 1. An unknown type makes the forms for any type report "unknown data type" under
+ * their own name and return 0, whatever the count; UTILthreshold returns 0 without a word.
+ *
+ * All arrays are borrowed and nothing is allocated. An output array may not overlap an input unless the text
+ * allows it. Any thread may call these functions, on arrays of its own.
+ *
+ * NaN is neither below nor above a bound, and equals no null value. */
 #ifndef SKOKLANA_ARRAY_H
 #define SKOKLANA_ARRAY_H
 
@@ -6,19 +25,23 @@
 
 SKOKLANA_BEGIN
 
+/* ---- clamp ----------------------------------------------------------------------------------------- */
+
+/* Holds one component of an array within bounds.
+ *
+ * in         the values, at offset + i * stride
+ * min_flag   not 0: values below min become min; this goes first, so that with min above max a value below
+ *            both becomes min
+ * max_flag   not 0: values above max become max
+ * min, max   bounds as double: truncated for integer types, to 32 bits for char, byte, short and int, of
+ *            which the narrow types take the low bits (300 is 44 as a byte), and to 64 bits for qx_long;
+ *            rounded to single precision for float. An integer bound beyond those bits is beyond all values
+ * out        out, at the same places as in; nothing else of it is written. May be in
+ *
+ * Null elements stay null, also outside the bounds. With neither bound the component is copied. */
 int UTILclamp(qx_long count, const void *in, int stride, int offset, int data_type, int null_flag,
               const void *null_value, int min_flag, double min, int max_flag, double max, void *out);
-int UTILcopy_array_list(qx_long nnodes, int veclen, int data_type, const void *in, qx_long count,
-                        const qx_long *list, void *out);
-int UTILextract_scalar(qx_long count, int stride, const void *in, int data_type, int offset, void *out);
-int UTILextract_vector(qx_long count, const int *strides, void **arrays, int data_type, int ncomp,
-                       const int *offsets, void *out);
-int UTILthreshold(qx_long count, const void *data, int stride, int offset, int data_type, int null_flag,
-                  const void *null_value, int min_flag, double min, int max_flag, double max,
-                  const void *target, int target_veclen, int target_data_type, double fill, void *out);
-int UTILthreshold_scalar(qx_long count, const void *data, int data_type, int null_flag,
-                         const void *null_value, int inclusive, double level, int below, int above,
-                         int null_code, unsigned char *out);
+/* The same by type, with bounds that are elements already. */
 int UTILclamp_char(qx_long count, const signed char *in, int stride, int offset, int null_flag,
                    signed char null_value, int min_flag, signed char min, int max_flag, signed char max,
                    signed char *out);
@@ -35,6 +58,19 @@ int UTILclamp_double(qx_long count, const double *in, int stride, int offset, in
                      double null_value, int min_flag, double min, int max_flag, double max, double *out);
 int UTILclamp_qx_long(qx_long count, const qx_long *in, int stride, int offset, int null_flag,
                       qx_long null_value, int min_flag, qx_long min, int max_flag, qx_long max, qx_long *out);
+
+/* ---- copies ---------------------------------------------------------------------------------------- */
+
+/* Gathers rows: row i of out is row list[i] of in.
+ *
+ * nnodes   rows of in; not read
+ * veclen   elements a row
+ * in       rows of veclen elements
+ * list     count row numbers, each row of in; a number may stand in it many times
+ * out      out, count rows of veclen elements */
+int UTILcopy_array_list(qx_long nnodes, int veclen, int data_type, const void *in, qx_long count,
+                        const qx_long *list, void *out);
+/* The same by type. */
 int UTILcopy_array_list_char(int veclen, const signed char *in, qx_long count, const qx_long *list,
                              signed char *out);
 int UTILcopy_array_list_byte(int veclen, const unsigned char *in, qx_long count, const qx_long *list,
@@ -45,6 +81,12 @@ int UTILcopy_array_list_float(int veclen, const float *in, qx_long count, const 
 int UTILcopy_array_list_double(int veclen, const double *in, qx_long count, const qx_long *list, double *out);
 int UTILcopy_array_list_qx_long(int veclen, const qx_long *in, qx_long count, const qx_long *list,
                                 qx_long *out);
+
+/* Takes one component out of rows: out[i] = in[offset + i * stride].
+ *
+ * out   out, count elements side by side */
+int UTILextract_scalar(qx_long count, int stride, const void *in, int data_type, int offset, void *out);
+/* The same by type; ints go through the form for any type. */
 int UTILextract_scalar_char(qx_long count, int stride, const signed char *in, int offset, signed char *out);
 int UTILextract_scalar_byte(qx_long count, int stride, const unsigned char *in, int offset,
                             unsigned char *out);
@@ -52,6 +94,17 @@ int UTILextract_scalar_short(qx_long count, int stride, const short *in, int off
 int UTILextract_scalar_float(qx_long count, int stride, const float *in, int offset, float *out);
 int UTILextract_scalar_double(qx_long count, int stride, const double *in, int offset, double *out);
 int UTILextract_scalar_qx_long(qx_long count, int stride, const qx_long *in, int offset, qx_long *out);
+
+/* Puts components out of several arrays together to rows: component c of row i is
+ * arrays[c][offsets[c] + i * strides[c]].
+ *
+ * strides, offsets   ncomp entries, in elements
+ * arrays             ncomp pointers to elements of one type; an array may stand in it many times
+ * ncomp              components a row
+ * out                out, count rows of ncomp elements */
+int UTILextract_vector(qx_long count, const int *strides, void **arrays, int data_type, int ncomp,
+                       const int *offsets, void *out);
+/* The same by type. */
 int UTILextract_vector_char(qx_long count, const int *strides, signed char **arrays, int ncomp,
                             const int *offsets, signed char *out);
 int UTILextract_vector_byte(qx_long count, const int *strides, unsigned char **arrays, int ncomp,
@@ -66,6 +119,47 @@ int UTILextract_vector_double(qx_long count, const int *strides, double **arrays
                               const int *offsets, double *out);
 int UTILextract_vector_qx_long(qx_long count, const int *strides, qx_long **arrays, int ncomp,
                                const int *offsets, qx_long *out);
+
+/* ---- thresholds ------------------------------------------------------------------------------------ */
+
+/* Keeps the rows of an array whose values lie within bounds and replaces the others.
+ *
+ * data               values to test, one for each row: data[offset + i * stride]
+ * null_flag          not 0: rows whose value is null are replaced
+ * min_flag, min      min_flag not 0: rows whose value is below min are replaced
+ * max_flag, max      max_flag not 0: rows whose value is above max are replaced. The bounds are brought into
+ *                    the type of data as those of UTILclamp are
+ * target             count rows of target_veclen elements of target_data_type, any of the seven types
+ *                    whatever that of data
+ * fill               what every element of a replaced row becomes, brought into the target's type as the
+ *                    bounds are into that of data
+ * out                out, rows as those of target. May be target; may be data where the values and their rows
+ *                    lie at the same places
+ *
+ * An unknown type of either array gives 0, unreported. */
+int UTILthreshold(qx_long count, const void *data, int stride, int offset, int data_type, int null_flag,
+                  const void *null_value, int min_flag, double min, int max_flag, double max,
+                  const void *target, int target_veclen, int target_data_type, double fill, void *out);
+
+/* Tells for each value of an array on which side of a level it lies: a byte a value, the node flags of every
+ * extraction (which take 0 below the level, 1 at or above it, 2 for null).
+ *
+ * data        count values, side by side
+ * inclusive   not 0: above is value >= level; 0: above is value > level
+ * level       integers are compared with its ceiling if inclusive and its floor if not, so that a level
+ *             between two integers parts them either way, and one outside the type's range has all
+ *             values on one side; floats with the level rounded to single precision; doubles with the
+ *             level itself
+ * below       the byte for values below; the codes are taken modulo 256
+ * above       the byte for values above
+ * null_code   the byte for null values, whichever side they lie on
+ * out         out, count bytes
+ *
+ * NaN is below every level, and all values are below a NaN. Cost: one pass at the speed of memory. */
+int UTILthreshold_scalar(qx_long count, const void *data, int data_type, int null_flag,
+                         const void *null_value, int inclusive, double level, int below, int above,
+                         int null_code, unsigned char *out);
+/* The same by type. */
 int UTILthreshold_scalar_char(qx_long count, const signed char *data, int null_flag, signed char null_value,
                               int inclusive, double level, int below, int above, int null_code,
                               unsigned char *out);

@@ -78,9 +78,11 @@ struct mesh_info {
     float max_ext[3];      /* upper corner */
     mesh_methods *methods; /* the operations bound for the mesh's kind */
 
-    /* Fetch functions; a result below 1 is failure. */
+    /* Fetch functions of the host, called on the thread of the operation; a result below 1 is failure. What
+     * they store through their last argument stays the host's, valid for the life of the record. */
     int (*get_coords)(mesh_info *mesh, float **coords);
-    /* lo and hi: index triples, both ends included; coords: rows of nspace floats, axis 0 fastest */
+    /* Copies instead. lo and hi: index triples, both ends included; coords: borrowed, room for the rows of
+     * nspace floats of that box, axis 0 fastest */
     int (*get_coords_range)(mesh_info *mesh, const qx_long *lo, const qx_long *hi, float *coords);
     int (*get_points)(mesh_info *mesh, float **points);
 
@@ -200,8 +202,8 @@ int UTILreplace_cell_set(mesh_info *mesh, int set, qx_long count, qx_long *conne
  *
  * out has room for what the map or list asks for, and may not overlap the input. */
 
-/* Coordinates, rows of nspace floats, by the form bound to the mesh. With none bound: a line on standard
- * error, 0. */
+/* Coordinates, rows of nspace floats, by the form bound to the mesh. With none bound the line
+ * "UTILcoord_list_func: no coord_list function found" on standard error, and 0. */
 int UTILget_coord_list(mesh_info *mesh, qx_long count, const qx_long *list, float *out);
 /* Cell sets: row map[i] of out is the position of node i, for each node with map[i] >= 0. */
 int UTILcoord_list(mesh_info *mesh, qx_long count, const qx_long *map, float *out);
@@ -212,8 +214,8 @@ int UTILcoord_list_struct(mesh_info *mesh, qx_long count, const qx_long *list, f
 int UTILcoord_list_unif(mesh_info *mesh, qx_long count, const qx_long *list, float *out);
 int UTILcoord_list_rect(mesh_info *mesh, qx_long count, const qx_long *list, float *out);
 
-/* Data rows by the form bound to the mesh: veclen elements a row, copied as they stand. With none
- * bound: a line on standard error, 0. */
+/* Data rows by the form bound to the mesh: veclen elements a row, a row a node, copied as they stand. With
+ * none bound the line "UTILdata_list_func: no data_list function found" on standard error, and 0. */
 qx_long UTILget_data_list(mesh_info *mesh, int data_type, int veclen, const void *data, qx_long count,
                           const qx_long *list, void *out);
 /* Cell sets, by node map. Returns veclen times the rows copied; 0 for an unknown type, unreported. */
@@ -235,7 +237,8 @@ qx_long UTILdata_list_struct(mesh_info *mesh, int data_type, int veclen, const v
  * A pair with a negative number is left out: its row of out keeps what it held. NaN in the data comes out as
  * the arithmetic has it. */
 
-/* Positions between nodes by the form bound to the mesh. With none bound: a line on standard error, 0. */
+/* Positions between nodes by the form bound to the mesh. With none bound the line
+ * "UTILeval_coord_func: no eval_coord function found" on standard error, and 0. */
 int UTILeval_coord(mesh_info *mesh, qx_long count, const qx_long *list_a, const qx_long *list_b,
                    const float *t, float *out);
 /* Row i of out is the point at t[i] between nodes list_a[i] and list_b[i]: (b - a) * t + a, in float, for each
@@ -256,7 +259,7 @@ int UTILeval_param_coord_rect(mesh_info *mesh, qx_long count, const qx_long *lis
  *
  * (b - a) * t + a, in float for types up to DTYPE_FLOAT and in double for the others, truncated towards
  * zero for the integer types; ints therefore keep 24 bits. A result past the range of int, or of qx_long,
- * stops at its end. An unknown type reports "unknown data type" under "UTILeval_param" and gives 0. */
+ * stops at its end, and NaN gives the lower end; narrower types keep the low bits of an int. An unknown type reports "unknown data type" under "UTILeval_param" and gives 0. */
 int UTILeval_param(qx_long count, int veclen, int data_type, const void *data, int null_flag,
                    const void *null_value, const qx_long *list_a, const qx_long *list_b, const float *t,
                    void *out);
@@ -277,8 +280,8 @@ int UTILget_param(qx_long count, int data_type, const void *data, double value, 
  * dims   nodes an axis, ndim entries
  * out    end - start rows of 2, 4 or 8 node numbers: around the lower face, then around the upper one
  *
- * Returns 1, also where there is nothing to write; for an ndim other than 1, 2 and 3 a line on standard
- * error, 0. With lowest node b and d0, d1 nodes along the first axes a row is b, b + 1, b + 1 + d0, b + d0,
+ * Returns 1, also where there is nothing to write; for an ndim other than 1, 2 and 3 the line
+ * "get_connect_struct: cannot compute connect for ndim" with the number on standard error, and 0. With lowest node b and d0, d1 nodes along the first axes a row is b, b + 1, b + 1 + d0, b + d0,
  * then the same four plus d0 * d1. That is not the corner order in which shape functions and point location
  * see a structured cell. */
 int UTILget_connect_struct(int ndim, const qx_long *dims, qx_long start, qx_long end, qx_long *out);
@@ -312,8 +315,8 @@ int UTILcell_extent_rect(mesh_info *mesh, qx_long cell, float *min, float *max);
 /* The box of all nodes that cells use, nspace entries each: unused nodes do not count, so it may be smaller
  * than min_ext and max_ext. For any kind of mesh whose host delivers coordinates and connect lists.
  *
- * Returns 1, with min and max as they were if there is no cell; 0 where coordinates or a connect list
- * cannot be had. */
+ * Returns 1, with min and max as they were if there is no cell; 0 where coordinates, which are fetched in
+ * any case, or a connect list cannot be had. */
 int UTILfield_extent(mesh_info *mesh, float *min, float *max);
 
 SKOKLANA_END

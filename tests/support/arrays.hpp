@@ -108,6 +108,20 @@ template <typename T> std::vector<T> mixed_values(uint64_t seed, qx_long count, 
     return values;
 }
 
+// A bound as an element, by its definition: the whole part of the real number, then the low
+// bits of the 32-bit or 64-bit integer. Bounds beyond those integers are beyond every element.
+template <typename T> T slow_bound(double bound)
+{
+    if constexpr (std::is_floating_point_v<T>) {
+        return static_cast<T>(bound);
+    } else {
+        const double end = sizeof(T) == 8 ? 9223372036854775808.0 : 2147483648.0;
+        if (bound >= end) return std::numeric_limits<T>::max();
+        if (std::trunc(bound) < -end) return std::numeric_limits<T>::min();
+        return static_cast<T>(static_cast<qx_long>(bound));
+    }
+}
+
 // The same bytes: NaN is itself, and zeros of different sign differ.
 template <typename T> bool same_bytes(const std::vector<T> &a, const std::vector<T> &b)
 {

@@ -2,8 +2,8 @@
 // looked up in a map.
 #pragma once
 
+#include <skoklana/mesh.h>
 #include <skoklana/tables.h>
-#include <skoklana/types.h>
 
 #include <algorithm>
 #include <array>
@@ -14,6 +14,25 @@
 namespace lattice_reference {
 
 using numbers = std::vector<qx_long>;
+
+// A mesh record of the given axes and nothing else: walks over a lattice read no coordinates.
+struct lattice {
+    numbers dims;
+    mesh_info mesh = {};
+
+    explicit lattice(numbers dims_) : dims(std::move(dims_))
+    {
+        mesh.ndim = static_cast<int>(dims.size());
+        mesh.dims = dims.data();
+        mesh.nnodes = 1;
+        for (qx_long n : dims)
+            mesh.nnodes *= n;
+    }
+    lattice(const lattice &) = delete;
+    lattice &operator=(const lattice &) = delete;
+
+    qx_long nnodes() const { return mesh.nnodes; }
+};
 
 struct level_set {
     numbers min_node, max_node; // of each new node

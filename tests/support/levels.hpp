@@ -11,9 +11,14 @@
 #include <skoklana/iso.h>
 #include <skoklana/tables.h>
 
+#include <gtest/gtest.h>
+
 #include <algorithm>
 #include <cstdlib>
+#include <limits>
 #include <map>
+#include <string>
+#include <type_traits>
 #include <vector>
 
 namespace levels {
@@ -398,6 +403,51 @@ inline output taken(raw_output raw)
 inline output run(const call &c)
 {
     return taken(run_raw(c));
+}
+
+// ---- comparison ------------------------------------------------------------------------------------------
+
+template <typename T> constexpr int code_of()
+{
+    return std::is_same_v<T, signed char>     ? DTYPE_CHAR
+           : std::is_same_v<T, unsigned char> ? DTYPE_BYTE
+           : std::is_same_v<T, short>         ? DTYPE_SHORT
+           : std::is_same_v<T, int>           ? DTYPE_INT
+           : std::is_same_v<T, float>         ? DTYPE_FLOAT
+           : std::is_same_v<T, double>        ? DTYPE_DOUBLE
+                                              : DTYPE_QX_LONG;
+}
+
+// Random values with some on the level, some null and, where the type has it, some NaN.
+template <typename T> std::vector<T> rough_values(uint64_t seed, qx_long count, T level, T null_value)
+{
+    std::vector<T> values = meshes::random_values<T>(seed, count, 0, 100);
+    for (size_t i = 0; i < values.size(); ++i) {
+        if (i % 7 == 3) values[i] = level;
+        if (i % 31 == 5) values[i] = null_value;
+        if (std::numeric_limits<T>::has_quiet_NaN && i % 41 == 9)
+            values[i] = std::numeric_limits<T>::quiet_NaN();
+    }
+    return values;
+}
+
+// Runs one call on any mesh against the reference.
+template <typename T>
+output expect_reference(operation what, const meshes::test_mesh &mesh, const std::vector<T> &data,
+                        double level, bool nulls, T null_value, bool with_maps, const std::string &where)
+{
+    const call request = {mesh.mesh, data.data(), code_of<T>(), nulls ? 1 : 0, nulls ? &null_value : nullptr,
+                          level,     what,        with_maps};
+    const output got = run(request);
+    const output wanted =
+        expected(mesh, classify(data, level, nulls ? &null_value : nullptr), nulls, what, with_maps);
+    EXPECT_EQ(got.status, 1) << where;
+    EXPECT_EQ(got.nodes, wanted.nodes) << where;
+    EXPECT_EQ(got.triangles, wanted.triangles) << where;
+    EXPECT_EQ(got.lines, wanted.lines) << where;
+    EXPECT_EQ(got.maps, wanted.maps) << where;
+    EXPECT_TRUE(got == wanted) << where;
+    return got;
 }
 
 } // namespace levels

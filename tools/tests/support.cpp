@@ -1,0 +1,388 @@
+#include "support.hpp"
+
+#include <gtest/gtest.h>
+
+#include <vtkCell.h>
+#include <vtkCellData.h>
+#include <vtkContourFilter.h>
+#include <vtkDEMReader.h>
+#include <vtkDataArray.h>
+#include <vtkDataSet.h>
+#include <vtkDataSetWriter.h>
+#include <vtkFloatArray.h>
+#include <vtkGenericDataObjectReader.h>
+#include <vtkIdList.h>
+#include <vtkIdTypeArray.h>
+#include <vtkMath.h>
+#include <vtkMultiBlockDataSet.h>
+#include <vtkMultiBlockPLOT3DReader.h>
+#include <vtkNew.h>
+#include <vtkPLYReader.h>
+#include <vtkPLYWriter.h>
+#include <vtkPointData.h>
+#include <vtkPoints.h>
+#include <vtkPolyData.h>
+#include <vtkSTLReader.h>
+#include <vtkSTLWriter.h>
+#include <vtkTetra.h>
+#include <vtkXMLDataSetWriter.h>
+#include <vtkXMLGenericDataObjectReader.h>
+
+#include <cmath>
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <poll.h>
+#include <pty.h>
+#include <sstream>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace fs = std::filesystem;
+
+// ---- the command --------------------------------------------------------------------------------------------
+
+namespace {
+
+struct pipe_ends {
+    int read = -1, write = -1;
+};
+
+pipe_ends open_pipe(bool terminal)
+{
+    pipe_ends ends;
+    int pair[2];
+    if (terminal) {
+        EXPECT_EQ(openpty(&ends.read, &ends.write, nullptr, nullptr, nullptr), 0);
+    } else {
+        EXPECT_EQ(pipe(pair), 0);
+        ends = {pair[0], pair[1]};
+    }
+    return ends;
+}
+
+[[noreturn]] void become_command(const std::vector<std::string> &arguments, const surroundings &around,
+                                 int out, int err)
+{
+    dup2(out, STDOUT_FILENO);
+    dup2(err, STDERR_FILENO);
+    for (const char *display : {"DISPLAY", "WAYLAND_DISPLAY"})
+        unsetenv(display);
+    for (const std::string &one : around.set) {
+        const size_t equals = one.find('=');
+        setenv(one.substr(0, equals).c_str(), one.substr(equals + 1).c_str(), 1);
+    }
+    std::vector<char *> list = {const_cast<char *>(SKOKLANA_COMMAND)};
+    for (const std::string &one : arguments)
+        list.push_back(const_cast<char *>(one.c_str()));
+    list.push_back(nullptr);
+    execv(list[0], list.data());
+    _exit(127);
+}
+
+// Reads both until both end. A terminal ends with an error where a pipe ends with 0.
+void read_both(int out, int err, ran *result, const std::function<void()> &after_each)
+{
+    pollfd ends[2] = {{out, POLLIN, 0}, {err, POLLIN, 0}};
+    std::string *to[2] = {&result->out, &result->err};
+    while (ends[0].fd >= 0 || ends[1].fd >= 0) {
+        poll(ends, 2, -1);
+        for (int i = 0; i < 2; ++i) {
+            if (ends[i].fd < 0 || ends[i].revents == 0) continue;
+            char bytes[4096];
+            const ssize_t n = ::read(ends[i].fd, bytes, sizeof bytes);
+            if (n > 0)
+                to[i]->append(bytes, static_cast<size_t>(n));
+            else
+                ends[i].fd = -1;
+        }
+        after_each();
+    }
+}
+
+} // namespace
+
+ran run(const std::vector<std::string> &arguments, const surroundings &around)
+{
+    ran result;
+    const pipe_ends out = open_pipe(false), err = open_pipe(around.terminal);
+    const pid_t child = fork();
+    if (child == 0) become_command(arguments, around, out.write, err.write);
+    close(out.write);
+    close(err.write);
+    bool asked = around.until.empty();
+    read_both(out.read, err.read, &result, [&] {
+        if (asked || result.err.find(around.until) == std::string::npos) return;
+        kill(child, SIGINT);
+        asked = true;
+    });
+    int status = 0;
+    waitpid(child, &status, 0);
+    close(out.read);
+    close(err.read);
+    result.code = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    return result;
+}
+
+std::string shown(const ran &result)
+{
+    return "exit code " + std::to_string(result.code) + "\n" + result.out + result.err;
+}
+
+ran run_well(const std::vector<std::string> &arguments)
+{
+    ran result = run(arguments);
+    std::string line;
+    for (const std::string &one : arguments)
+        line += " " + one;
+    EXPECT_EQ(result.code, 0) << "skoklana" << line << "\n" << shown(result);
+    return result;
+}
+
+// ---- files --------------------------------------------------------------------------------------------------
+
+namespace {
+
+struct scratch_folder {
+    fs::path path = fs::temp_directory_path() / ("skoklana_test" + std::to_string(getpid()));
+    scratch_folder() { fs::create_directories(path); }
+    ~scratch_folder() { fs::remove_all(path); }
+};
+
+const scratch_folder &folder()
+{
+    static const scratch_folder made;
+    return made;
+}
+
+template <typename Reader> vtkSmartPointer<vtkDataSet> read_by(Reader *reader, const std::string &path)
+{
+    reader->SetFileName(path.c_str());
+    reader->Update();
+    return vtkDataSet::SafeDownCast(reader->GetOutputDataObject(0));
+}
+
+std::string ending_of(const std::string &path)
+{
+    return fs::path(path).extension().string();
+}
+
+} // namespace
+
+std::string scratch(const std::string &name)
+{
+    return (folder().path / name).string();
+}
+
+std::vector<std::string> files_in_scratch()
+{
+    std::vector<std::string> names;
+    for (const auto &entry : fs::directory_iterator(folder().path))
+        names.push_back(entry.path().filename().string());
+    return names;
+}
+
+std::string real_data(const std::string &name)
+{
+    for (const char *place : {SKOKLANA_REAL_DATA, SKOKLANA_SAMPLE_DATA})
+        if (fs::exists(fs::path(place) / name)) return (fs::path(place) / name).string();
+    return "";
+}
+
+vtkSmartPointer<vtkDataSet> read(const std::string &path)
+{
+    const std::string ending = ending_of(path);
+    vtkSmartPointer<vtkDataSet> data;
+    if (ending == ".vtk") {
+        vtkNew<vtkGenericDataObjectReader> reader;
+        reader->ReadAllScalarsOn();
+        reader->ReadAllVectorsOn();
+        reader->ReadAllFieldsOn();
+        data = read_by(reader.Get(), path);
+    } else if (ending == ".ply") {
+        data = read_by(vtkNew<vtkPLYReader>().Get(), path);
+    } else if (ending == ".stl") {
+        data = read_by(vtkNew<vtkSTLReader>().Get(), path);
+    } else if (ending == ".dem") {
+        data = read_by(vtkNew<vtkDEMReader>().Get(), path);
+    } else if (ending == ".bin") {
+        vtkNew<vtkMultiBlockPLOT3DReader> reader;
+        std::string solution = path;
+        solution.replace(solution.rfind("xyz"), 3, "q");
+        reader->SetXYZFileName(path.c_str());
+        reader->SetQFileName(solution.c_str());
+        reader->AutoDetectFormatOn();
+        reader->Update();
+        data = vtkDataSet::SafeDownCast(reader->GetOutput()->GetBlock(0));
+    } else {
+        data = read_by(vtkNew<vtkXMLGenericDataObjectReader>().Get(), path);
+    }
+    EXPECT_NE(data, nullptr) << path;
+    return data;
+}
+
+vtkSmartPointer<vtkPolyData> read_surface(const std::string &path)
+{
+    vtkSmartPointer<vtkPolyData> data = vtkPolyData::SafeDownCast(read(path));
+    EXPECT_NE(data, nullptr) << path;
+    return data;
+}
+
+template <typename Writer> static void write_by(Writer *writer, const std::string &path, vtkDataSet *data)
+{
+    writer->SetFileName(path.c_str());
+    writer->SetInputData(data);
+    EXPECT_EQ(writer->Write(), 1) << path;
+}
+
+void write(const std::string &path, vtkDataSet *data)
+{
+    const std::string ending = ending_of(path);
+    if (ending == ".vtk")
+        write_by(vtkNew<vtkDataSetWriter>().Get(), path, data);
+    else if (ending == ".ply")
+        write_by(vtkNew<vtkPLYWriter>().Get(), path, data);
+    else if (ending == ".stl")
+        write_by(vtkNew<vtkSTLWriter>().Get(), path, data);
+    else
+        write_by(vtkNew<vtkXMLDataSetWriter>().Get(), path, data);
+}
+
+std::string bytes_of(const std::string &path)
+{
+    std::ifstream file(path, std::ios::binary);
+    EXPECT_TRUE(file.good()) << path;
+    std::ostringstream bytes;
+    bytes << file.rdbuf();
+    return bytes.str();
+}
+
+void write_bytes(const std::string &path, const std::string &bytes)
+{
+    std::ofstream(path, std::ios::binary) << bytes;
+}
+
+// ---- figures ------------------------------------------------------------------------------------------------
+
+namespace {
+
+// Sums measure(points of simplex) over the simplices of all cells of a dimension.
+double sum_over_cells(vtkDataSet *data, int ndim, double (*measure)(const double (*)[3]))
+{
+    double sum = 0;
+    vtkNew<vtkIdList> nodes;
+    vtkNew<vtkPoints> points;
+    for (vtkIdType c = 0; c < data->GetNumberOfCells(); ++c) {
+        vtkCell *cell = data->GetCell(c);
+        if (cell->GetCellDimension() != ndim) continue;
+        cell->Triangulate(0, nodes, points);
+        for (vtkIdType i = 0; i + ndim < points->GetNumberOfPoints(); i += ndim + 1) {
+            double corner[4][3];
+            for (int k = 0; k <= ndim; ++k)
+                points->GetPoint(i + k, corner[k]);
+            sum += measure(corner);
+        }
+    }
+    return sum;
+}
+
+double distance(const double (*p)[3])
+{
+    return std::sqrt(vtkMath::Distance2BetweenPoints(p[0], p[1]));
+}
+
+double triangle_area(const double (*p)[3])
+{
+    double a[3], b[3], cross[3];
+    vtkMath::Subtract(p[1], p[0], a);
+    vtkMath::Subtract(p[2], p[0], b);
+    vtkMath::Cross(a, b, cross);
+    return vtkMath::Norm(cross) / 2;
+}
+
+double tetrahedron_volume(const double (*p)[3])
+{
+    double corner[4][3];
+    std::copy(&p[0][0], &p[0][0] + 12, &corner[0][0]);
+    return std::abs(vtkTetra::ComputeVolume(corner[0], corner[1], corner[2], corner[3]));
+}
+
+} // namespace
+
+double area_of(vtkPolyData *data)
+{
+    return sum_over_cells(data, 2, triangle_area);
+}
+
+double length_of(vtkPolyData *data)
+{
+    return sum_over_cells(data, 1, distance);
+}
+
+double volume_of(vtkDataSet *data)
+{
+    return sum_over_cells(data, 3, tetrahedron_volume);
+}
+
+static vtkDataArray *array_in(vtkDataSetAttributes *attributes, const std::string &name)
+{
+    vtkDataArray *array = attributes->GetArray(name.c_str());
+    EXPECT_NE(array, nullptr) << name;
+    return array;
+}
+
+vtkDataArray *node_array(vtkDataSet *data, const std::string &name)
+{
+    return array_in(data->GetPointData(), name);
+}
+
+vtkDataArray *cell_array(vtkDataSet *data, const std::string &name)
+{
+    return array_in(data->GetCellData(), name);
+}
+
+vtkSmartPointer<vtkPolyData> contour(vtkDataSet *data, const std::string &array,
+                                     const std::vector<double> &levels)
+{
+    vtkNew<vtkContourFilter> filter;
+    filter->SetInputData(data);
+    filter->SetInputArrayToProcess(0, 0, 0, vtkDataObject::FIELD_ASSOCIATION_POINTS, array.c_str());
+    for (size_t i = 0; i < levels.size(); ++i)
+        filter->SetValue(static_cast<int>(i), levels[i]);
+    filter->ComputeNormalsOff();
+    filter->Update();
+    return filter->GetOutput();
+}
+
+static vtkSmartPointer<vtkDataArray> numbers(const char *name, vtkIdType count)
+{
+    auto array = vtkSmartPointer<vtkIdTypeArray>::New();
+    array->SetName(name);
+    for (vtkIdType i = 0; i < count; ++i)
+        array->InsertNextValue(i);
+    return array;
+}
+
+void number_all(vtkDataSet *data)
+{
+    data->GetPointData()->AddArray(numbers("node", data->GetNumberOfPoints()));
+    data->GetCellData()->AddArray(numbers("cell", data->GetNumberOfCells()));
+}
+
+void add_node_array(vtkDataSet *data, const std::string &name,
+                    const std::function<double(const double *)> &value)
+{
+    vtkNew<vtkFloatArray> array;
+    array->SetName(name.c_str());
+    for (vtkIdType i = 0; i < data->GetNumberOfPoints(); ++i)
+        array->InsertNextValue(static_cast<float>(value(data->GetPoint(i))));
+    data->GetPointData()->AddArray(array);
+    if (data->GetPointData()->GetScalars() == nullptr) data->GetPointData()->SetActiveScalars(name.c_str());
+}
+
+double random_numbers::next()
+{
+    state = state * 6364136223846793005u + 1442695040888963407u;
+    return static_cast<double>(state >> 11) / static_cast<double>(1ul << 53);
+}

@@ -1,0 +1,83 @@
+// Running the command, and VTK's own view of its files.
+#pragma once
+
+#include <vtkSmartPointer.h>
+#include <vtkType.h>
+
+#include <functional>
+#include <string>
+#include <vector>
+
+class vtkDataArray;
+class vtkDataSet;
+class vtkPolyData;
+
+// ---- the command --------------------------------------------------------------------------------------------
+
+struct ran {
+    int code = -1; // exit code; 128 + signal where one ended it
+    std::string out, err;
+};
+
+struct surroundings {
+    std::vector<std::string> set; // NAME=VALUE; displays are always taken away
+    bool terminal = false;        // standard error is one
+    std::string until;            // interrupt as soon as standard error holds this
+};
+
+ran run(const std::vector<std::string> &arguments, const surroundings &around = {});
+
+// The same, and the test fails where it does not exit with 0.
+ran run_well(const std::vector<std::string> &arguments);
+
+std::string shown(const ran &result);
+
+// ---- files --------------------------------------------------------------------------------------------------
+
+// A path in a folder of this process that is removed at its end.
+std::string scratch(const std::string &name);
+// Nothing is left beside path, whose name a failed or stopped write would have started with.
+std::vector<std::string> files_in_scratch();
+
+// A data set of this name, of those that come with the project's other tests or out of scripts/sample-data;
+// empty where it is not there.
+std::string real_data(const std::string &name);
+
+// By the reader that VTK has for the ending.
+vtkSmartPointer<vtkDataSet> read(const std::string &path);
+vtkSmartPointer<vtkPolyData> read_surface(const std::string &path);
+// By the writer for the ending.
+void write(const std::string &path, vtkDataSet *data);
+
+std::string bytes_of(const std::string &path);
+void write_bytes(const std::string &path, const std::string &bytes);
+
+// ---- figures ------------------------------------------------------------------------------------------------
+
+double area_of(vtkPolyData *data);
+double length_of(vtkPolyData *data);
+double volume_of(vtkDataSet *data);
+
+vtkDataArray *node_array(vtkDataSet *data, const std::string &name);
+vtkDataArray *cell_array(vtkDataSet *data, const std::string &name);
+
+// What VTK's contour filter makes of an array.
+vtkSmartPointer<vtkPolyData> contour(vtkDataSet *data, const std::string &array,
+                                     const std::vector<double> &levels);
+
+// Adds a cell array "cell" that numbers the cells, and a node array "node".
+void number_all(vtkDataSet *data);
+
+// Adds a float node array.
+void add_node_array(vtkDataSet *data, const std::string &name,
+                    const std::function<double(const double *)> &value);
+
+// Numbers of 0 to 1, the same on every machine.
+class random_numbers {
+  public:
+    explicit random_numbers(unsigned seed) : state(seed) {}
+    double next();
+
+  private:
+    unsigned long state;
+};
