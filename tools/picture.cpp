@@ -261,18 +261,14 @@ static bool averaged(const std::vector<unsigned char> &drawn, int width, int hei
     image->SetDimensions(width, height, 1);
     image->AllocateScalars(VTK_UNSIGNED_CHAR, 3);
     auto *to = static_cast<unsigned char *>(image->GetScalarPointer());
-    const int area = oversampling * oversampling;
-    for (int y = 0; y < height; ++y)
-        for (int x = 0; x < width; ++x)
-            for (int c = 0; c < 3; ++c) {
-                int sum = area / 2;
-                for (int s = 0; s < area; ++s) {
-                    const size_t row = static_cast<size_t>(y * oversampling + s / oversampling);
-                    const size_t column = static_cast<size_t>(x * oversampling + s % oversampling);
-                    const size_t row_length = static_cast<size_t>(width * oversampling);
-                    sum += drawn[(row * row_length + column) * 3 + static_cast<size_t>(c)];
-                }
-                *to++ = static_cast<unsigned char>(sum / area);
+    const size_t n = oversampling, rows = static_cast<size_t>(height), columns = static_cast<size_t>(width);
+    for (size_t y = 0; y < rows; ++y)
+        for (size_t x = 0; x < columns; ++x)
+            for (size_t c = 0; c < 3; ++c) {
+                size_t sum = n * n / 2;
+                for (size_t s = 0; s < n * n; ++s)
+                    sum += drawn[((y * n + s / n) * columns * n + x * n + s % n) * 3 + c];
+                *to++ = static_cast<unsigned char>(sum / (n * n));
             }
     return std::any_of(drawn.begin(), drawn.end(), [&](unsigned char value) { return value != drawn[0]; });
 }

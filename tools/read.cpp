@@ -383,11 +383,14 @@ static void check_complaints(const std::string &path, std::vector<std::string> *
     const auto errors = vtk_messages::take_errors();
     if (!errors.empty())
         throw failure(path + ": is damaged or not what its name says; the reader's words: " + errors.front());
-    for (const std::string &warning : vtk_messages::take_warnings()) {
-        if (starts_with(warning, "Error")) // of a legacy file that is cut short
-            throw failure(path + ": is damaged or cut short; the reader's words: " + warning);
+    const auto warnings = vtk_messages::take_warnings();
+    const auto cut_short =
+        std::find_if(warnings.begin(), warnings.end(), // of legacy files
+                     [](const std::string &warning) { return starts_with(warning, "Error"); });
+    if (cut_short != warnings.end())
+        throw failure(path + ": is damaged or cut short; the reader's words: " + *cut_short);
+    for (const std::string &warning : warnings)
         if (notes->size() < 3) notes->push_back("the reader warns: " + warning);
-    }
 }
 
 // The data sets of a composite, without the empty ones.

@@ -103,7 +103,7 @@ static vtkSmartPointer<vtkDataSet> to_mesh(const samples::mesh &mesh)
 
 vtkSmartPointer<vtkDataSet> sample_to_vtk(const samples::mesh &mesh, const samples::field &field)
 {
-    const auto data = to_mesh(mesh);
+    auto data = to_mesh(mesh);
     const auto array = floats(samples::values(field, mesh), field.veclen);
     array->SetName(field.array);
     if (field.veclen == 1)

@@ -293,7 +293,7 @@ TEST(CellsWithoutAKind, AloneAreRefused)
     vtkNew<vtkPoints> points;
     grid->SetPoints(points);
     for (int i = 0; i < 3; ++i)
-        points->InsertNextPoint(i % 2, i / 2, 0);
+        points->InsertNextPoint(i & 1, i >> 1, 0);
     const vtkIdType all[3] = {0, 1, 2};
     grid->InsertNextCell(VTK_BEZIER_TRIANGLE, 3, all);
     add_node_array(grid, "x", [](const double *x) { return x[0]; });

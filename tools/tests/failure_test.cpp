@@ -33,7 +33,7 @@ void expect_failure(const ran &result, int code, const std::string &about, const
 std::string sphere()
 {
     static const std::string path = [] {
-        const std::string made = scratch("sphere.vti");
+        std::string made = scratch("sphere.vti");
         run_well({"sample", "noisy-sphere", "--size", "12", "-o", made});
         return made;
     }();

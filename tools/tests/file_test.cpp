@@ -29,7 +29,7 @@ bool holds(const std::string &text, const std::string &part)
 
 std::string made(const char *mesh, const std::string &name, const char *size = "9")
 {
-    const std::string path = scratch(name);
+    std::string path = scratch(name);
     run_well({"sample", "noisy-sphere", "--mesh", mesh, "--size", size, "-o", path});
     return path;
 }

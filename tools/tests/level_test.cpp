@@ -43,7 +43,8 @@ const made_mesh made_meshes[] = {
 
 std::string make(const char *sample, const made_mesh &mesh, int n)
 {
-    const std::string path = scratch("made" + std::string(mesh.ending)), size = std::to_string(n);
+    std::string path = scratch("made" + std::string(mesh.ending));
+    const std::string size = std::to_string(n);
     std::vector<std::string> arguments = {
         "sample", sample, "--mesh", mesh.mesh, "--order", std::to_string(mesh.order), "--size", size};
     if (mesh.flat) arguments.insert(arguments.end(), {size, "1"});
