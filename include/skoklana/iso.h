@@ -191,7 +191,6 @@ typedef qx_long (*slice_cell_func)(mesh_info *mesh, int set, int null_flag, unsi
                                    edge_table *table, qx_long **connect, qx_long *used, qx_long *capacity,
                                    qx_long **cell_map);
 
-
 /* Extracts the level surface of volume cells, and with it the level lines of surface cells, by the form bound
  * to the mesh: UTILslice_cells or UTILslice_struct. The arguments are told above.
  *
