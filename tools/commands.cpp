@@ -64,7 +64,7 @@ __attribute__((format(printf, 2, 3))) void say(const settings &from, const char 
     if (from.quiet) return;
     va_list arguments;
     va_start(arguments, format);
-    vprintf(format, arguments); // NOLINT(clang-analyzer-valist.Uninitialized): the line above sets it
+    vprintf(format, arguments);
     va_end(arguments);
     putchar('\n');
 }
