@@ -785,29 +785,31 @@ TEST(SurfaceTrace, InterruptionReleasesEverything)
     host_calls::reset();
 }
 
-// A row of cells of six entries each: two triangles, or of four: two lines.
+// A row of cells of six entries each, two triangles, or of four, two lines; the last one may have a single line.
 TEST(Traces, ListsGrowWhereACellLeavesTooLittle)
 {
     const struct {
         bool surface;
-        qx_long ncells;
+        qx_long nprim;
         std::vector<qx_long> sizes; // of all lists
-    } rows[] = {{true, 166, {}},    // 996 entries of 1024, 25 are to be left
-                {true, 167, {2048}},
-                {true, 337, {2048}},
-                {true, 338, {2048, 3584}},
-                {false, 253, {}}, // 1012 entries of 1024, 10 are to be left
-                {false, 254, {2048}},
-                {false, 509, {2048, 2048, 2048}}, // and of both lists of new nodes
-                {false, 510, {2048, 2048, 2048, 3584}}};
+    } rows[] = {{true, 332, {}},    // 996 entries of 1024, 25 are to be left
+                {true, 334, {2048}},
+                {true, 674, {2048}},
+                {true, 676, {2048, 3584}},
+                {false, 507, {}}, // 1014 entries of 1024, 10 are to be left
+                {false, 508, {2048}},
+                {false, 1019, {2048, 2048, 2048}}, // and of both lists of new nodes
+                {false, 1020, {2048, 2048, 2048, 3584}}};
     for (const auto &row : rows) {
-        SCOPED_TRACE(row.ncells);
-        seeded_lattice in(row.surface ? numbers{row.ncells + 1, 2, 2} : numbers{row.ncells + 1, 2});
+        SCOPED_TRACE(row.nprim);
+        const qx_long ncells = (row.nprim + 1) / 2;
+        seeded_lattice in(row.surface ? numbers{ncells + 1, 2, 2} : numbers{ncells + 1, 2});
         std::vector<float> data = checkered(in.dims);
         if (row.surface) { // above in one row of nodes
             data.assign(static_cast<size_t>(in.nnodes()), 0.0f);
-            std::fill(data.begin(), data.begin() + row.ncells + 1, 1.0f);
+            std::fill(data.begin(), data.begin() + ncells + 1, 1.0f);
         } else {
+            if (row.nprim % 2 != 0) data[static_cast<size_t>(ncells)] = data.back() = 0;
             in.mesh.cell_count = nullptr; // a trace of lines tells no progress
         }
         answer = seed_answer();
@@ -816,7 +818,7 @@ TEST(Traces, ListsGrowWhereACellLeavesTooLittle)
         trace_call call;
         call.run(row.surface, &in.mesh, data.data(), DTYPE_FLOAT, nullptr);
         ASSERT_EQ(call.result, 1);
-        EXPECT_EQ(call.nprim, 2 * row.ncells);
+        EXPECT_EQ(call.nprim, row.nprim);
         EXPECT_EQ(host_calls::resized_counts(), row.sizes);
         for (const host_calls::array &array : host_calls::seen().arrays) {
             EXPECT_EQ(array.type, DTYPE_QX_LONG);
