@@ -1,4 +1,4 @@
-#include "support/host_calls.hpp"
+#include "support/fresh_host.hpp"
 #include "support/levels.hpp"
 
 #include "extract.hpp"
@@ -20,10 +20,7 @@ namespace {
 
 constexpr int volume_kinds[] = {CELL_TET, CELL_PYR, CELL_PRISM, CELL_HEX};
 
-class IsoCells : public testing::Test {
-  protected:
-    void SetUp() override { host_calls::reset(); }
-};
+class IsoCells : public FreshHost {};
 
 template <typename T> class IsoCellsTyped : public IsoCells {
 };
@@ -494,16 +491,13 @@ TEST_F(IsoCells, StatusIsCheckedOnEvery257thCellAndAtTheEnd)
         set.mesh.nnodes = 8;
         levels::kernel_call call(UTILslice_hex, one_above);
         EXPECT_EQ(call.run(&set.mesh), ncells);
-        std::vector<int> wanted, seen;
+        std::vector<int> wanted;
         const float percent = static_cast<float>(100.0 / static_cast<double>(ncells));
         for (qx_long cell = 256; cell < ncells; cell += 257)
             wanted.push_back(static_cast<int>(static_cast<float>(cell) * percent));
         wanted.push_back(100);
-        for (const host_calls::status &status : host_calls::seen().statuses) {
-            seen.push_back(status.percent);
-            EXPECT_EQ(status.message, "");
-        }
-        EXPECT_EQ(seen, wanted) << ncells;
+        SCOPED_TRACE(ncells);
+        host_calls::expect_checks(wanted);
     }
 }
 

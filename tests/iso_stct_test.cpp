@@ -1,7 +1,7 @@
 #include <skoklana/iso.h>
 
 #include "support/arrays.hpp"
-#include "support/host_calls.hpp"
+#include "support/fresh_host.hpp"
 #include "support/lattice_calls.hpp"
 #include "support/lattices.hpp"
 #include "support/meshes.hpp"
@@ -462,15 +462,12 @@ TEST(Surface, ChecksTheStatusAtEveryEighthSlab)
         const std::vector<float> data(static_cast<size_t>(in.nnodes()), 0.0f);
         host_calls::reset();
         extracted<float>(&in.mesh, data, 0.5, nullptr);
-        std::vector<int> percents, wanted;
+        std::vector<int> wanted;
         const float factor = static_cast<float>(100.0 / static_cast<double>(nslabs));
         for (qx_long k = 7; k < nslabs; k += 8)
             wanted.push_back(static_cast<int>(static_cast<float>(k) * factor));
         wanted.push_back(100);
-        for (const host_calls::status &status : host_calls::seen().statuses)
-            percents.push_back(status.percent);
-        EXPECT_EQ(percents, wanted);
-        EXPECT_TRUE(host_calls::seen().pushes.empty());
+        host_calls::expect_checks(wanted);
     }
 }
 

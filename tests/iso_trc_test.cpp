@@ -1,7 +1,7 @@
 #include <skoklana/iso.h>
 
 #include "support/arrays.hpp"
-#include "support/host_calls.hpp"
+#include "support/fresh_host.hpp"
 #include "support/lattice_reference.hpp"
 #include "support/meshes.hpp"
 
@@ -285,11 +285,7 @@ reference_walk expect_as_reference(bool surface, seeded_lattice &in, const std::
     EXPECT_EQ(got.min_node, expected.out.min_node);
     EXPECT_EQ(got.max_node, expected.out.max_node);
     EXPECT_EQ(got.connect, expected.out.connect);
-    std::vector<int> percents;
-    for (const host_calls::status &status : host_calls::seen().statuses)
-        percents.push_back(status.percent);
-    EXPECT_EQ(percents, expected.percents);
-    EXPECT_TRUE(host_calls::seen().pushes.empty());
+    host_calls::expect_checks(expected.percents);
     return expected;
 }
 

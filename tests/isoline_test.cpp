@@ -1,4 +1,4 @@
-#include "support/host_calls.hpp"
+#include "support/fresh_host.hpp"
 #include "support/levels.hpp"
 
 #include <skoklana/host/tool.h>
@@ -13,10 +13,7 @@ namespace {
 
 constexpr int surface_kinds[] = {CELL_TRI, CELL_QUAD};
 
-class Isolines : public testing::Test {
-  protected:
-    void SetUp() override { host_calls::reset(); }
-};
+class Isolines : public FreshHost {};
 
 template <typename T> class IsolinesTyped : public Isolines {
 };
