@@ -1028,30 +1028,32 @@ TEST(CellTestCompact, ParametersThatAreNoNumbersAreInNoCell)
 
 namespace {
 
-// Points in batches by a locator, against each by itself.
-void expect_located_alike(mesh_info *mesh, const blk_tbl *table, const std::vector<triple> &points)
+// Points in batches of up to most by a locator, against each by itself.
+void expect_located_alike(mesh_info *mesh, const blk_tbl *table, const std::vector<triple> &points,
+                          qx_long most = point_locator::longest_batch)
 {
     const qx_long npts = static_cast<qx_long>(points.size());
     point_locator locator(mesh, table, npts);
     std::mt19937_64 random(points.size());
+    std::vector<std::array<float, 3>> places(points.begin(), points.end());
     for (qx_long first = 0; first < npts;) {
-        const int most = locator.batch();
-        ASSERT_GE(most, 1);
-        ASSERT_LE(most, point_locator::most_points);
-        const int n = static_cast<int>(std::min<qx_long>(
-            npts - first, 1 + static_cast<qx_long>(random() % static_cast<uint64_t>(most))));
-        float places[point_locator::most_points][3];
-        located got[point_locator::most_points] = {};
-        for (int i = 0; i < n; ++i)
-            std::copy_n(points[static_cast<size_t>(first + i)].data(), 3, places[i]);
-        locator.locate(n, places, got);
-        for (int i = 0; i < n; ++i) {
+        const qx_long batch = std::min(most, locator.batch());
+        ASSERT_GE(batch, 1);
+        ASSERT_LE(batch, point_locator::longest_batch);
+        const qx_long n = std::min<qx_long>(
+            npts - first, 1 + static_cast<qx_long>(random() % static_cast<uint64_t>(batch)));
+        const auto rows = reinterpret_cast<const float(*)[3]>(places.data() + first);
+        EXPECT_EQ(locator.worthwhile(n, rows), n) << "lists are short";
+        std::vector<located> got(static_cast<size_t>(n));
+        locator.locate(n, rows, got.data());
+        for (qx_long i = 0; i < n; ++i) {
             const triple &p = points[static_cast<size_t>(first + i)];
+            const located &at = got[static_cast<size_t>(i)];
             const found expected = find(mesh, table, p);
-            ASSERT_EQ(got[i].found, expected.result == 1) << text(p);
-            if (!got[i].found) continue;
-            ASSERT_EQ(got[i].cell, expected.cell) << text(p);
-            ASSERT_TRUE(same_bits({got[i].uvw[0], got[i].uvw[1], got[i].uvw[2]}, expected.uvw)) << text(p);
+            ASSERT_EQ(at.found, expected.result == 1) << text(p);
+            if (!at.found) continue;
+            ASSERT_EQ(at.cell, expected.cell) << text(p);
+            ASSERT_TRUE(same_bits({at.uvw[0], at.uvw[1], at.uvw[2]}, expected.uvw)) << text(p);
         }
         first += n;
     }
@@ -1094,7 +1096,7 @@ TEST(PointLocator, FetchesAndForeignFunctionsAreAskedPointByPoint)
     point_locator before(made->mesh, table.get(), 100);
     EXPECT_EQ(before.batch(), 1);
     expect_located_alike(made->mesh, table.get(), many_points(*made, 200));
-    EXPECT_EQ(before.batch(), point_locator::most_points) << "all lists are there by now";
+    EXPECT_EQ(before.batch(), point_locator::short_batch) << "all lists are there by now";
 
     mesh_methods own = *made->mesh->methods, *const bound = made->mesh->methods;
     own.interp_cell_func = [](mesh_info *, qx_long, const float *, int, double, float *uvw) {
