@@ -26,6 +26,10 @@ struct queued_point {
 
 constexpr int tile_cells = 32;
 
+// A table is filled cell by cell: where a block's list passes a row of cells, the entries of the next block
+// stand close behind.
+constexpr int entries_ahead = 16;
+
 struct cell_tile {
     alignas(16) float low[3][tile_cells];
     alignas(16) float high[3][tile_cells];
@@ -44,6 +48,9 @@ struct cell_tile {
             }
             cells[ncells++] = cell;
             from.template ask_for_cell<Nspace>(coords, cell);
+            const qx_long behind = std::min(entry + entries_ahead, table->list_used - 1);
+            __builtin_prefetch(table->next_list + behind);
+            __builtin_prefetch(table->cell_list + behind);
         }
         for (int k = 0; k < ncells; ++k) {
             cell_view view;
@@ -105,17 +112,20 @@ void search_block(const Cells &cells, const float *coords, const blk_tbl *table,
         if (tile.ncells == 0) return;
         queued_point *rest = queue;
         for (const queued_point *q = queue; q != end; ++q) {
-            located *at = out + q->index;
-            for (unsigned mask = tile.meeting(box_window(q->point, tol)); mask != 0 && !at->found;
+            located *at = out + q->index; // far from the last one: written, not read
+            bool found = false;
+            for (unsigned mask = tile.meeting(box_window(q->point, tol)); mask != 0 && !found;
                  mask &= mask - 1) {
                 const int k = __builtin_ctz(mask);
                 cell_view view;
                 if (!box_holds(tile.box_of(k), q->point, tol) || !cells.look_up(tile.cells[k], &view))
                     continue;
+                found = map_into_cell<Nspace>(coords, view, q->point, at->uvw) > 0;
+                if (!found) continue;
                 at->cell = tile.cells[k];
-                at->found = map_into_cell<Nspace>(coords, view, q->point, at->uvw) > 0;
+                at->found = true;
             }
-            if (!at->found) *rest++ = *q;
+            if (!found) *rest++ = *q;
         }
         end = rest;
     }
