@@ -11,12 +11,14 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cmath>
 #include <cstring>
 #include <limits>
 #include <memory>
 #include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace reference = locate_reference;
@@ -1108,6 +1110,65 @@ TEST(PointLocator, FetchesAndForeignFunctionsAreAskedPointByPoint)
     EXPECT_EQ(foreign.batch(), 1);
     expect_located_alike(made->mesh, table.get(), many_points(*made, 200));
     made->mesh->methods = bound;
+}
+
+namespace {
+
+std::vector<triple> mapped_points;
+
+int recorded_mapping(const float *coords, const float *point, float *uvw)
+{
+    mapped_points.push_back({point[0], point[1], point[2]});
+    return UTILrev_par_hex_1(coords, point, uvw);
+}
+
+} // namespace
+
+TEST(PointLocator, ForeignMappingsAreAskedInTheOrderOfThePoints)
+{
+    const meshes::mesh_ptr hexes = meshes::cells(CELL_HEX, 1, {4, 4, 4}, 1, 0.2);
+    const meshes::mesh_ptr lattice = meshes::curvilinear({5, 5, 5}, 3, {0, 0, 0}, {1, 1, 1}, 1);
+    for (const meshes::test_mesh *made : {hexes.get(), lattice.get()}) {
+        const table_ptr table = table_of(made->mesh);
+        const std::vector<triple> points = many_points(*made, 500);
+        find(made->mesh, table.get(), points[0]); // fetches
+        made->mesh->cell_funcs[SLOT_REV_PAR] = reinterpret_cast<cell_func>(recorded_mapping);
+        mapped_points.clear();
+        for (const triple &p : points)
+            find(made->mesh, table.get(), p);
+        const std::vector<triple> expected = std::exchange(mapped_points, {});
+        EXPECT_GT(expected.size(), 200u);
+
+        point_locator locator(made->mesh, table.get(), 500);
+        std::vector<std::array<float, 3>> places(points.begin(), points.end());
+        for (size_t first = 0; first < places.size(); first += 100) {
+            ASSERT_GE(locator.batch(), 100);
+            located got[100];
+            locator.locate(100, reinterpret_cast<const float(*)[3]>(places.data() + first), got);
+        }
+        EXPECT_EQ(mapped_points, expected);
+    }
+}
+
+// With an extent far beyond the cells, all of them lie in one block.
+TEST(PointLocator, LongListsAreSearchedForFewerPointsAtATime)
+{
+    const meshes::mesh_ptr made = meshes::cells(CELL_HEX, 1, {13, 13, 13}, 1, 0.2);
+    for (int d = 0; d < 3; ++d)
+        made->mesh->max_ext[d] = 1000;
+    const table_ptr table = table_of(made->mesh);
+    const qx_long ncells = made->mesh->ncells;
+    ASSERT_EQ(table->list_used, ncells + 1);
+    const qx_long npts = 100000;
+    point_locator locator(made->mesh, table.get(), npts);
+    ASSERT_EQ(locator.batch(), npts);
+    const std::vector<std::array<float, 3>> places(static_cast<size_t>(npts), {0.5f, 0.5f, 0.5f});
+    const auto rows = reinterpret_cast<const float(*)[3]>(places.data());
+    const qx_long worthwhile = locator.worthwhile(npts, rows);
+    EXPECT_GE(worthwhile, point_locator::short_batch);
+    EXPECT_LT(worthwhile, npts);
+    EXPECT_EQ(locator.worthwhile(200, rows), 200);
+    expect_located_alike(made->mesh, table.get(), many_points(*made, 700));
 }
 
 TEST(PointLocator, DisorderedAxesAndBadLists)
