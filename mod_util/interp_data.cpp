@@ -69,20 +69,18 @@ template <typename T> int interpolate_nodes(const node_request &request)
 
     // What the interpolation is told of null data is the caller's flags: a point outside, which raises the
     // flags here, doesn't make the data's own values null.
-    point_locator locator(request.mesh, request.table, request.npts);
-    const auto sample = [&](qx_long first, qx_long end) {
-        sample_nodes<T>(request.mesh, &locator, request.points, fields, first, end, flags, values);
-    };
+    located_points points(request.mesh, request.table, request.points, request.npts);
+    node_rows_writer<T> rows(request.mesh, fields, values, flags);
     status_cadence cadence(256);
     qx_long done = 0;
     for (qx_long i = 0; i < request.npts; ++i) {
         if (!cadence.due()) continue;
-        sample(done, i);
+        sample_nodes(&points, done, i, &rows);
         done = i;
         if (interrupted(static_cast<int>(static_cast<double>(i) * 100.0 / static_cast<double>(request.npts))))
             return 0;
     }
-    sample(done, request.npts);
+    sample_nodes(&points, done, request.npts, &rows);
     std::copy_n(flags, fields.ncomp, request.null_flags);
     return 1;
 }
@@ -97,8 +95,8 @@ template <typename T> int interpolate_cells(const cell_request &request)
     if (*request.null_flag == 0)
         put_null_in_slot(fields.null_value, 0, null_for_range<T>(fields.veclen, request.max_values, 0));
     if (request.npts < 1) return 1;
-    point_locator locator(request.mesh, request.table, request.npts);
-    sample_cells<T>(request.mesh, &locator, request.points, fields, 0, request.npts, request.null_flag);
+    located_points points(request.mesh, request.table, request.points, request.npts);
+    sample_cells<T>(request.mesh, &points, fields, 0, request.npts, request.null_flag);
     return 1;
 }
 

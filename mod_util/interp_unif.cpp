@@ -149,22 +149,6 @@ bool copy_nearest_rows(const unif_node_request &request, qx_long cell, const flo
     return true;
 }
 
-// Row i of all components by interpolation. False: the mesh has none.
-template <typename T>
-bool interpolate_rows(const unif_node_request &request, const located &at, qx_long i, int *flags,
-                      float *values)
-{
-    const node_fields &fields = request.fields;
-    for (int j = 0; j < fields.ncomp; ++j) {
-        if (request.mesh->methods->interp_data_func == nullptr) {
-            print_error("UTILinterpolate_data: unable to find interp_cell function\n");
-            return false;
-        }
-        write_node_row<T>(fields, request.mesh, at, j, i, flags, values);
-    }
-    return true;
-}
-
 template <typename T> int sample_nodes_of_lattice(const unif_node_request &request)
 {
     const node_fields &fields = request.fields;
@@ -174,21 +158,23 @@ template <typename T> int sample_nodes_of_lattice(const unif_node_request &reque
     std::copy_n(request.null_flags, fields.ncomp, flags);
 
     const unif_finder finder(request.mesh, request.table, request.single);
+    node_rows_writer<T> rows(request.mesh, fields, values, flags);
     const float step = 100.0f / static_cast<float>(request.npts);
     status_cadence cadence(1024);
     for (qx_long i = 0; i < request.npts; ++i) {
         if (cadence.due() && interrupted(static_cast<int>(static_cast<float>(i) * step))) return 0;
         float place[3];
         const located at = finder.locate(request.points, i, place);
-        bool good = true;
-        if (!at.found)
-            for (int j = 0; j < fields.ncomp; ++j)
-                write_null_row<T>(fields, j, i, flags);
-        else if (request.single)
-            good = copy_nearest_rows<T>(request, at.cell, place, i, flags);
-        else
-            good = interpolate_rows<T>(request, at, i, flags, values);
-        if (!good) return 0;
+        if (!at.found) {
+            rows.write_null(i);
+        } else if (request.single) {
+            if (!copy_nearest_rows<T>(request, at.cell, place, i, flags)) return 0;
+        } else if (fields.ncomp > 0 && request.mesh->methods->interp_data_func == nullptr) {
+            print_error("UTILinterpolate_data: unable to find interp_cell function\n");
+            return 0;
+        } else {
+            rows.write(i, at);
+        }
     }
     std::copy_n(flags, fields.ncomp, request.null_flags);
     return 1;

@@ -24,11 +24,17 @@ struct lane_box {
     lanes4 min, max;
 };
 
+FORCE_INLINE lane_box empty_lane_box()
+{
+    constexpr float far = std::numeric_limits<float>::infinity();
+    const lane_box box = {{far, far, far, far}, {-far, -far, -far, -far}};
+    return box;
+}
+
 template <int Nspace>
 FORCE_INLINE lane_box box_of_nodes(const float *coords, const qx_long *nodes, int nnodes)
 {
-    constexpr float far = std::numeric_limits<float>::infinity();
-    lane_box box = {{far, far, far, far}, {-far, -far, -far, -far}};
+    lane_box box = empty_lane_box();
     for (int k = 0; k < nnodes; ++k) {
         const lanes4 node = load_node<Nspace>(coords, nodes[k]);
         box.min = node < box.min ? node : box.min;

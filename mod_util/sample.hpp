@@ -6,6 +6,7 @@
 #pragma once
 
 #include "cell_set.hpp"
+#include "cell_val.hpp"
 #include "dtype.hpp"
 #include "locator.hpp"
 
@@ -13,45 +14,6 @@
 #include <cmath>
 #include <limits>
 #include <type_traits>
-
-// Points as an operation is given them: rows of nspace floats, and the matrix that takes them into the space of
-// the mesh, or null.
-struct sample_points {
-    const float *points;
-    int nspace;
-    const float *xform;
-
-    // Row i as it stands, with zeros beyond nspace.
-    void read(qx_long i, float *point) const
-    {
-        for (int d = 0; d < 3; ++d)
-            point[d] = d < nspace ? points[i * nspace + d] : 0;
-    }
-
-    // Row i in the space of the mesh.
-    void place(qx_long i, float *point) const
-    {
-        read(i, point);
-        if (xform != nullptr) MATvec3_mat4_multiply(point, xform);
-    }
-};
-
-// Calls take(i, place) for each of the points first to end - 1, located.
-template <typename Take>
-void locate_range(point_locator *locator, const sample_points &points, qx_long first, qx_long end, Take take)
-{
-    float places[point_locator::most_points][3];
-    located found[point_locator::most_points];
-    while (first < end) {
-        const int n = static_cast<int>(std::min<qx_long>(locator->batch(), end - first));
-        for (int k = 0; k < n; ++k)
-            points.place(first + k, places[k]);
-        locator->locate(n, places, found);
-        for (int k = 0; k < n; ++k)
-            take(first + k, found[k]);
-        first += n;
-    }
-}
 
 // ---- values ------------------------------------------------------------------------------------------------
 
@@ -122,41 +84,84 @@ template <typename T> void write_null_row(const node_fields &fields, int compone
     flags[component] = 1;
 }
 
-// Row i of one component from a located cell. values: room for the longest row.
-template <typename T>
-void write_node_row(const node_fields &fields, mesh_info *mesh, const located &at, int component, qx_long i,
-                    int *flags, float *values)
-{
-    const int veclen = fields.veclens[component];
-    T *row = row_of<T>(fields, component, i);
-    float *sampled = values;
-    if constexpr (std::is_same_v<T, float>) sampled = row;
-    const int result = mesh->methods->interp_data_func(
-        mesh, at.cell, veclen, fields.data[component], fields.data_type, fields.null_flags[component],
-        null_slot(fields.null_values, component), 1, at.uvw, sampled);
-    if (result != 1) {
-        write_null_row<T>(fields, component, i, flags);
-        return;
+// Row i of all components from located cells.
+template <typename T> class node_rows_writer {
+  public:
+    // values: room for the longest row. flags: ncomp entries, raised where a component gets a null row.
+    node_rows_writer(mesh_info *mesh_, const node_fields &fields_, float *values_, int *flags_)
+        : mesh(mesh_), fields(fields_), values(values_), flags(flags_), cells(mesh_)
+    {
     }
-    if constexpr (!std::is_same_v<T, float>)
-        for (int c = 0; c < veclen; ++c)
-            row[c] = truncate_to<T>(sampled[c]);
-}
 
-// Samples node data at the points first to end - 1. flags: ncomp entries, raised where a component gets a null
-// row.
-template <typename T>
-void sample_nodes(mesh_info *mesh, point_locator *locator, const sample_points &points,
-                  const node_fields &fields, qx_long first, qx_long end, int *flags, float *values)
-{
-    locate_range(locator, points, first, end, [&](qx_long i, const located &at) {
+    void write(qx_long i, const located &at)
+    {
+        cell_view room;
+        valued_cell cell;
+        const bool is_seen = cells.look_up(at.cell, &room, &cell);
         for (int j = 0; j < fields.ncomp; ++j) {
-            if (at.found)
-                write_node_row<T>(fields, mesh, at, j, i, flags, values);
-            else
+            const int veclen = fields.veclens[j];
+            const node_data of = {veclen, fields.data[j], fields.data_type, fields.null_flags[j],
+                                  null_slot(fields.null_values, j)};
+            T *row = row_of<T>(fields, j, i);
+            float *sampled = values;
+            if constexpr (std::is_same_v<T, float>) sampled = row;
+            const int result =
+                is_seen ? interpolate_in_cell<T>(cell, of, 1, at.uvw, sampled)
+                        : mesh->methods->interp_data_func(mesh, at.cell, veclen, of.data, of.data_type,
+                                                          of.null_flag, of.null_value, 1, at.uvw, sampled);
+            if (result != 1) {
                 write_null_row<T>(fields, j, i, flags);
+                continue;
+            }
+            if constexpr (!std::is_same_v<T, float>)
+                for (int c = 0; c < veclen; ++c)
+                    row[c] = truncate_to<T>(sampled[c]);
         }
-    });
+    }
+
+    void write_null(qx_long i)
+    {
+        for (int j = 0; j < fields.ncomp; ++j)
+            write_null_row<T>(fields, j, i, flags);
+    }
+
+    // Ask for what write reads, in two steps: the second one needs what the first one asks for.
+    void ask_for_nodes(const located &at) const { cells.ask_for_nodes(at.cell); }
+    void ask_for_data(const located &at)
+    {
+        cell_view room;
+        valued_cell cell;
+        if (!cells.look_up(at.cell, &room, &cell)) return;
+        for (int j = 0; j < fields.ncomp; ++j) {
+            if (fields.data[j] == nullptr) continue;
+            for (int k = 0; k < cell.nnodes; ++k)
+                __builtin_prefetch(static_cast<const T *>(fields.data[j]) +
+                                   cell.nodes[k] * fields.veclens[j]);
+        }
+    }
+
+  private:
+    mesh_info *mesh;
+    const node_fields &fields;
+    float *values;
+    int *flags;
+    valued_cells cells;
+};
+
+// Samples node data at the points first to end - 1.
+template <typename T>
+void sample_nodes(located_points *points, qx_long first, qx_long end, node_rows_writer<T> *rows)
+{
+    constexpr qx_long ahead = 8; // points whose data is on its way
+    for (qx_long i = first; i < end; ++i) {
+        const located &at = points->at(i);
+        if (const located *next = points->ahead(i + 2 * ahead)) rows->ask_for_nodes(*next);
+        if (const located *next = points->ahead(i + ahead)) rows->ask_for_data(*next);
+        if (at.found)
+            rows->write(i, at);
+        else
+            rows->write_null(i);
+    }
 }
 
 // ---- cell data ---------------------------------------------------------------------------------------------
@@ -187,9 +192,9 @@ void write_cell_row(const cell_fields &fields, const mesh_info *mesh, const loca
 
 // Samples cell data at the points first to end - 1.
 template <typename T>
-void sample_cells(mesh_info *mesh, point_locator *locator, const sample_points &points,
-                  const cell_fields &fields, qx_long first, qx_long end, int *flag)
+void sample_cells(const mesh_info *mesh, located_points *points, const cell_fields &fields, qx_long first,
+                  qx_long end, int *flag)
 {
-    locate_range(locator, points, first, end,
-                 [&](qx_long i, const located &at) { write_cell_row<T>(fields, mesh, at, i, flag); });
+    for (qx_long i = first; i < end; ++i)
+        write_cell_row<T>(fields, mesh, points->at(i), i, flag);
 }

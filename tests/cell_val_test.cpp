@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <cfloat>
+#include <cstring>
 #include <numeric>
 
 using namespace cell_reference;
@@ -142,6 +143,36 @@ TYPED_TEST(CellValues, AreTheWeightedValuesOfTheNodes)
         }
     }
     EXPECT_TRUE(host_calls::seen().reports.empty());
+}
+
+TYPED_TEST(CellValues, OfAScalarAreThoseOfTheFirstComponentBitForBit)
+{
+    using T = TypeParam;
+    for (const cell_functions &cell : cells) {
+        SCOPED_TRACE(cell.name);
+        const meshes::mesh_ptr made = cell_mesh(cell);
+        const double low = std::is_unsigned<T>::value ? 0 : -100;
+        std::vector<T> scalars = meshes::random_values<T>(3, made->nnodes(), low, 120), pairs;
+        scalars[0] = std::numeric_limits<T>::max();
+        scalars[1] = static_cast<T>(-0.0);
+        const T null = scalars[made->connect[0][0]];
+        for (T value : scalars)
+            pairs.insert(pairs.end(), {value, static_cast<T>(1)});
+        const std::vector<float> uvw = random_uvw(cell, 4, 40);
+        int nulls = 0;
+        for (size_t i = 0; i < 40; ++i)
+            for (int null_flag : {0, 1}) {
+                const qx_long c = static_cast<qx_long>(i) % made->mesh->ncells;
+                float out = unwritten, both[2] = {unwritten, unwritten};
+                const int result = UTILinterp_cell_val(made->mesh, c, 1, scalars.data(), code_of<T>(),
+                                                       null_flag, &null, 1, &uvw[3 * i], &out);
+                EXPECT_EQ(result, UTILinterp_cell_val(made->mesh, c, 2, pairs.data(), code_of<T>(), null_flag,
+                                                      &null, 1, &uvw[3 * i], both));
+                EXPECT_EQ(memcmp(&out, both, sizeof out), 0) << out << " and " << both[0];
+                nulls += result == 0;
+            }
+        EXPECT_GT(nulls, 0);
+    }
 }
 
 TYPED_TEST(CellValues, KeepTheSignOfTheirType)

@@ -11,12 +11,14 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cmath>
 #include <cstring>
 #include <limits>
 #include <memory>
 #include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace reference = locate_reference;
@@ -1028,30 +1030,32 @@ TEST(CellTestCompact, ParametersThatAreNoNumbersAreInNoCell)
 
 namespace {
 
-// Points in batches by a locator, against each by itself.
-void expect_located_alike(mesh_info *mesh, const blk_tbl *table, const std::vector<triple> &points)
+// Points in batches of up to most by a locator, against each by itself.
+void expect_located_alike(mesh_info *mesh, const blk_tbl *table, const std::vector<triple> &points,
+                          qx_long most = point_locator::longest_batch)
 {
     const qx_long npts = static_cast<qx_long>(points.size());
     point_locator locator(mesh, table, npts);
     std::mt19937_64 random(points.size());
+    std::vector<std::array<float, 3>> places(points.begin(), points.end());
     for (qx_long first = 0; first < npts;) {
-        const int most = locator.batch();
-        ASSERT_GE(most, 1);
-        ASSERT_LE(most, point_locator::most_points);
-        const int n = static_cast<int>(std::min<qx_long>(
-            npts - first, 1 + static_cast<qx_long>(random() % static_cast<uint64_t>(most))));
-        float places[point_locator::most_points][3];
-        located got[point_locator::most_points] = {};
-        for (int i = 0; i < n; ++i)
-            std::copy_n(points[static_cast<size_t>(first + i)].data(), 3, places[i]);
-        locator.locate(n, places, got);
-        for (int i = 0; i < n; ++i) {
+        const qx_long batch = std::min(most, locator.batch());
+        ASSERT_GE(batch, 1);
+        ASSERT_LE(batch, point_locator::longest_batch);
+        const qx_long n = std::min<qx_long>(
+            npts - first, 1 + static_cast<qx_long>(random() % static_cast<uint64_t>(batch)));
+        const auto rows = reinterpret_cast<const float(*)[3]>(places.data() + first);
+        EXPECT_EQ(locator.worthwhile(n, rows), n) << "lists are short";
+        std::vector<located> got(static_cast<size_t>(n));
+        locator.locate(n, rows, got.data());
+        for (qx_long i = 0; i < n; ++i) {
             const triple &p = points[static_cast<size_t>(first + i)];
+            const located &at = got[static_cast<size_t>(i)];
             const found expected = find(mesh, table, p);
-            ASSERT_EQ(got[i].found, expected.result == 1) << text(p);
-            if (!got[i].found) continue;
-            ASSERT_EQ(got[i].cell, expected.cell) << text(p);
-            ASSERT_TRUE(same_bits({got[i].uvw[0], got[i].uvw[1], got[i].uvw[2]}, expected.uvw)) << text(p);
+            ASSERT_EQ(at.found, expected.result == 1) << text(p);
+            if (!at.found) continue;
+            ASSERT_EQ(at.cell, expected.cell) << text(p);
+            ASSERT_TRUE(same_bits({at.uvw[0], at.uvw[1], at.uvw[2]}, expected.uvw)) << text(p);
         }
         first += n;
     }
@@ -1094,7 +1098,7 @@ TEST(PointLocator, FetchesAndForeignFunctionsAreAskedPointByPoint)
     point_locator before(made->mesh, table.get(), 100);
     EXPECT_EQ(before.batch(), 1);
     expect_located_alike(made->mesh, table.get(), many_points(*made, 200));
-    EXPECT_EQ(before.batch(), point_locator::most_points) << "all lists are there by now";
+    EXPECT_EQ(before.batch(), point_locator::short_batch) << "all lists are there by now";
 
     mesh_methods own = *made->mesh->methods, *const bound = made->mesh->methods;
     own.interp_cell_func = [](mesh_info *, qx_long, const float *, int, double, float *uvw) {
@@ -1106,6 +1110,65 @@ TEST(PointLocator, FetchesAndForeignFunctionsAreAskedPointByPoint)
     EXPECT_EQ(foreign.batch(), 1);
     expect_located_alike(made->mesh, table.get(), many_points(*made, 200));
     made->mesh->methods = bound;
+}
+
+namespace {
+
+std::vector<triple> mapped_points;
+
+int recorded_mapping(const float *coords, const float *point, float *uvw)
+{
+    mapped_points.push_back({point[0], point[1], point[2]});
+    return UTILrev_par_hex_1(coords, point, uvw);
+}
+
+} // namespace
+
+TEST(PointLocator, ForeignMappingsAreAskedInTheOrderOfThePoints)
+{
+    const meshes::mesh_ptr hexes = meshes::cells(CELL_HEX, 1, {4, 4, 4}, 1, 0.2);
+    const meshes::mesh_ptr lattice = meshes::curvilinear({5, 5, 5}, 3, {0, 0, 0}, {1, 1, 1}, 1);
+    for (const meshes::test_mesh *made : {hexes.get(), lattice.get()}) {
+        const table_ptr table = table_of(made->mesh);
+        const std::vector<triple> points = many_points(*made, 500);
+        find(made->mesh, table.get(), points[0]); // fetches
+        made->mesh->cell_funcs[SLOT_REV_PAR] = reinterpret_cast<cell_func>(recorded_mapping);
+        mapped_points.clear();
+        for (const triple &p : points)
+            find(made->mesh, table.get(), p);
+        const std::vector<triple> expected = std::exchange(mapped_points, {});
+        EXPECT_GT(expected.size(), 200u);
+
+        point_locator locator(made->mesh, table.get(), 500);
+        std::vector<std::array<float, 3>> places(points.begin(), points.end());
+        for (size_t first = 0; first < places.size(); first += 100) {
+            ASSERT_GE(locator.batch(), 100);
+            located got[100];
+            locator.locate(100, reinterpret_cast<const float(*)[3]>(places.data() + first), got);
+        }
+        EXPECT_EQ(mapped_points, expected);
+    }
+}
+
+// With an extent far beyond the cells, all of them lie in one block.
+TEST(PointLocator, LongListsAreSearchedForFewerPointsAtATime)
+{
+    const meshes::mesh_ptr made = meshes::cells(CELL_HEX, 1, {13, 13, 13}, 1, 0.2);
+    for (int d = 0; d < 3; ++d)
+        made->mesh->max_ext[d] = 1000;
+    const table_ptr table = table_of(made->mesh);
+    const qx_long ncells = made->mesh->ncells;
+    ASSERT_EQ(table->list_used, ncells + 1);
+    const qx_long npts = 100000;
+    point_locator locator(made->mesh, table.get(), npts);
+    ASSERT_EQ(locator.batch(), npts);
+    const std::vector<std::array<float, 3>> places(static_cast<size_t>(npts), {0.5f, 0.5f, 0.5f});
+    const auto rows = reinterpret_cast<const float(*)[3]>(places.data());
+    const qx_long worthwhile = locator.worthwhile(npts, rows);
+    EXPECT_GE(worthwhile, point_locator::short_batch);
+    EXPECT_LT(worthwhile, npts);
+    EXPECT_EQ(locator.worthwhile(200, rows), 200);
+    expect_located_alike(made->mesh, table.get(), many_points(*made, 700));
 }
 
 TEST(PointLocator, DisorderedAxesAndBadLists)

@@ -515,6 +515,28 @@ TEST_F(Sampling, AllocatesNothingByThePoint)
     EXPECT_EQ(allocations[0], allocations[1]);
 }
 
+TEST_F(Sampling, OfMorePointsThanAreLocatedTogetherIsTheSame)
+{
+    const meshes::mesh_ptr hexes = meshes::cells(CELL_HEX, 1, {2, 2, 2}, 5, 0.1);
+    const meshes::mesh_ptr even = meshes::uniform({4, 3, 5}, 3, {0, 0, 0}, {1, 1, 1});
+    for (const meshes::test_mesh *made : {hexes.get(), even.get()}) {
+        node_request<float> r = scalar_request(affine_field(*made));
+        const table_ptr table = place_in(&r, *made);
+        const qx_long npts = made == hexes.get() ? (1 << 18) + 700 : 5000;
+        const std::vector<float> all = meshes::random_values<float>(8, 3 * npts, -0.1, 1.1);
+        r.points = all;
+        const samples<float> s = sample(r);
+        EXPECT_EQ(s.null_flags[0], 1);
+        for (qx_long first = 0; first < npts; first += npts / 3 + 1) {
+            const qx_long end = std::min(npts, first + npts / 3 + 1);
+            r.points.assign(all.begin() + 3 * first, all.begin() + 3 * end);
+            const samples<float> part = sample(r);
+            EXPECT_TRUE(std::equal(part.rows[0].begin(), part.rows[0].end(), s.rows[0].begin() + first))
+                << "from point " << first;
+        }
+    }
+}
+
 // ---- fetches -------------------------------------------------------------------------------------------------------------
 
 TEST_F(Sampling, ReportsOnceAPointWhatCanNotBeFetched)

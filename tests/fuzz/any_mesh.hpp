@@ -161,6 +161,7 @@ struct any_interruption {
         auto *self = static_cast<any_interruption *>(user);
         return self->left-- == 0;
     }
+    bool armed() const { return left >= 0; } // not once it has struck
     explicit any_interruption(FuzzedDataProvider &bytes)
         : left(bytes.ConsumeIntegralInRange(0, 3) == 0 ? bytes.ConsumeIntegralInRange(0, 6) : -1)
     {
