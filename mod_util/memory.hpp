@@ -23,9 +23,9 @@ inline qx_long *alloc_numbers(qx_long count, const char *file, int line)
 
 // A hint to the system that a block of this size will be filled from end to end. The first touch of fresh
 // memory costs a page fault each 4 KiB, more than most kernels need to fill them; where the system backs
-// the block by pages of 2 MiB that goes away. Whoever owns the block, its contents and release are untouched.
-// Pages at the ends are hinted at whole, so that a block mapped on its own stays one mapping and can be resized
-// in place.
+// the block by pages of 2 MiB that goes away. Whoever owns the block, its contents and its release are
+// untouched. Pages at the ends are hinted at whole, so that a block mapped on its own stays one mapping and
+// can be resized in place.
 inline void expect_to_fill(void *block, qx_long bytes)
 {
 #if defined(__linux__) && defined(MADV_HUGEPAGE)
