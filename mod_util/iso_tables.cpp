@@ -546,80 +546,62 @@ static_assert(polygons_fit(tet, 4), "tet polygons");
 // ---- exported arrays -------------------------------------------------------------------------------------
 
 // clang-format off
-#define LIST_4(ENTRY, i) ENTRY(i), ENTRY(i + 1), ENTRY(i + 2), ENTRY(i + 3)
-#define LIST_16(ENTRY, i) LIST_4(ENTRY, i), LIST_4(ENTRY, i + 4), LIST_4(ENTRY, i + 8), LIST_4(ENTRY, i + 12)
-#define LIST_32(ENTRY, i) LIST_16(ENTRY, i), LIST_16(ENTRY, i + 16)
-#define LIST_64(ENTRY, i) LIST_32(ENTRY, i), LIST_32(ENTRY, i + 32)
-#define LIST_256(ENTRY, i) LIST_64(ENTRY, i), LIST_64(ENTRY, i + 64), LIST_64(ENTRY, i + 128), LIST_64(ENTRY, i + 192)
+#define LIST_4(ENTRY, kind, i) ENTRY(kind, i), ENTRY(kind, i + 1), ENTRY(kind, i + 2), ENTRY(kind, i + 3)
+#define LIST_16(ENTRY, kind, i) LIST_4(ENTRY, kind, i), LIST_4(ENTRY, kind, i + 4), LIST_4(ENTRY, kind, i + 8), LIST_4(ENTRY, kind, i + 12)
+#define LIST_32(ENTRY, kind, i) LIST_16(ENTRY, kind, i), LIST_16(ENTRY, kind, i + 16)
+#define LIST_64(ENTRY, kind, i) LIST_32(ENTRY, kind, i), LIST_32(ENTRY, kind, i + 32)
+#define LIST_256(ENTRY, kind, i) LIST_64(ENTRY, kind, i), LIST_64(ENTRY, kind, i + 64), LIST_64(ENTRY, kind, i + 128), LIST_64(ENTRY, kind, i + 192)
 
 #define FIRST_4(a) {a[0], a[1], a[2], a[3]}
 #define FIRST_12(a) {a[0], a[1], a[2], a[3], a[4], a[5], a[6], a[7], a[8], a[9], a[10], a[11]}
 
-#define HEX_POINTS(i) hex.row[i].npoints
-#define HEX_POLYS(i) hex.row[i].npolygons
-#define HEX_SIZES(i) FIRST_4(hex.row[i].polygon_size)
-#define HEX_LEFT(i) FIRST_12(hex.row[i].left)
-#define HEX_RIGHT(i) FIRST_12(hex.row[i].right)
-#define HEX_FLAT(i) flatten(hex.row[i], triangles_to_7)
+#define POINTS(kind, i) kind.row[i].npoints
+#define POLYGONS(kind, i) kind.row[i].npolygons
+#define SIZES(kind, i) FIRST_4(kind.row[i].polygon_size)
+#define LEFT_12(kind, i) FIRST_12(kind.row[i].left)
+#define RIGHT_12(kind, i) FIRST_12(kind.row[i].right)
+#define LEFT_4(kind, i) FIRST_4(kind.row[i].left)
+#define RIGHT_4(kind, i) FIRST_4(kind.row[i].right)
+#define FLAT(kind, i) flatten(kind.row[i], triangles_to_7)
+#define FLAT_MIRRORED(kind, i) flatten(kind.row[i], mirrored_to_6)
 
-const int ISOninter_pts_hex[256] = {LIST_256(HEX_POINTS, 0)};
-const int ISOninter_polys_hex[256] = {LIST_256(HEX_POLYS, 0)};
-const unsigned char ISOnppoly_hex[256][4] = {LIST_256(HEX_SIZES, 0)};
-const unsigned char ISOleft_vert_hex[256][12] = {LIST_256(HEX_LEFT, 0)};
-const unsigned char ISOright_vert_hex[256][12] = {LIST_256(HEX_RIGHT, 0)};
+const int ISOninter_pts_hex[256] = {LIST_256(POINTS, hex, 0)};
+const int ISOninter_polys_hex[256] = {LIST_256(POLYGONS, hex, 0)};
+const unsigned char ISOnppoly_hex[256][4] = {LIST_256(SIZES, hex, 0)};
+const unsigned char ISOleft_vert_hex[256][12] = {LIST_256(LEFT_12, hex, 0)};
+const unsigned char ISOright_vert_hex[256][12] = {LIST_256(RIGHT_12, hex, 0)};
 const iso_pair ISOncell_hex[8] = {POLYGONS_TO_6, {5, 7}, {0, 0}};
 const iso_triple ISOnpcel_hex[12] = {TRIANGLES_TO_7};
-constexpr iso_case iso_rows_hex[256] = {LIST_256(HEX_FLAT, 0)};
+constexpr iso_case iso_rows_hex[256] = {LIST_256(FLAT, hex, 0)};
 
 const int ISOedge_table_hex[12] = {0, 1, 0, 2, 0, 3, 1, 2, 1, 3, 2, 3};
 
-#define PRISM_POINTS(i) prism.row[i].npoints
-#define PRISM_POLYS(i) prism.row[i].npolygons
-#define PRISM_SIZES(i) FIRST_4(prism.row[i].polygon_size)
-#define PRISM_LEFT(i) FIRST_12(prism.row[i].left)
-#define PRISM_RIGHT(i) FIRST_12(prism.row[i].right)
-#define PRISM_FLAT(i) flatten(prism.row[i], triangles_to_7)
-
-const int ISOninter_pts_prism[64] = {LIST_64(PRISM_POINTS, 0)};
-const int ISOninter_polys_prism[64] = {LIST_64(PRISM_POLYS, 0)};
-const int ISOnppoly_prism[64][4] = {LIST_64(PRISM_SIZES, 0)};
-const unsigned char ISOleft_vert_prism[64][12] = {LIST_64(PRISM_LEFT, 0)};
-const unsigned char ISOright_vert_prism[64][12] = {LIST_64(PRISM_RIGHT, 0)};
+const int ISOninter_pts_prism[64] = {LIST_64(POINTS, prism, 0)};
+const int ISOninter_polys_prism[64] = {LIST_64(POLYGONS, prism, 0)};
+const int ISOnppoly_prism[64][4] = {LIST_64(SIZES, prism, 0)};
+const unsigned char ISOleft_vert_prism[64][12] = {LIST_64(LEFT_12, prism, 0)};
+const unsigned char ISOright_vert_prism[64][12] = {LIST_64(RIGHT_12, prism, 0)};
 const iso_pair ISOncell_prism[6] = {POLYGONS_TO_6};
 const iso_triple ISOnpcel_prism[8] = {TRIANGLES_TO_6, {{0, 0, 0}}};
-constexpr iso_case iso_rows_prism[64] = {LIST_64(PRISM_FLAT, 0)};
+constexpr iso_case iso_rows_prism[64] = {LIST_64(FLAT, prism, 0)};
 
-#define PYR_POINTS(i) pyr.row[i].npoints
-#define PYR_POLYS(i) pyr.row[i].npolygons
-#define PYR_SIZES(i) FIRST_4(pyr.row[i].polygon_size)
-#define PYR_LEFT(i) FIRST_12(pyr.row[i].left)
-#define PYR_RIGHT(i) FIRST_12(pyr.row[i].right)
-#define PYR_FLAT(i) flatten(pyr.row[i], triangles_to_7)
-
-const int ISOninter_pts_pyr[32] = {LIST_32(PYR_POINTS, 0)};
-const int ISOninter_polys_pyr[32] = {LIST_32(PYR_POLYS, 0)};
-const int ISOnppoly_pyr[32][4] = {LIST_32(PYR_SIZES, 0)};
-const unsigned char ISOleft_vert_pyr[32][12] = {LIST_32(PYR_LEFT, 0)};
-const unsigned char ISOright_vert_pyr[32][12] = {LIST_32(PYR_RIGHT, 0)};
+const int ISOninter_pts_pyr[32] = {LIST_32(POINTS, pyr, 0)};
+const int ISOninter_polys_pyr[32] = {LIST_32(POLYGONS, pyr, 0)};
+const int ISOnppoly_pyr[32][4] = {LIST_32(SIZES, pyr, 0)};
+const unsigned char ISOleft_vert_pyr[32][12] = {LIST_32(LEFT_12, pyr, 0)};
+const unsigned char ISOright_vert_pyr[32][12] = {LIST_32(RIGHT_12, pyr, 0)};
 const iso_pair ISOncell_pyr[6] = {POLYGONS_TO_6};
 const iso_triple ISOnpcel_pyr[8] = {TRIANGLES_TO_6, {{0, 0, 0}}};
-constexpr iso_case iso_rows_pyr[32] = {LIST_32(PYR_FLAT, 0)};
+constexpr iso_case iso_rows_pyr[32] = {LIST_32(FLAT, pyr, 0)};
 
-#define TET_POINTS(i) tet.row[i].npoints
-#define TET_POLYS(i) tet.row[i].npolygons
-#define TET_SIZES(i) FIRST_4(tet.row[i].polygon_size)
-#define TET_LEFT(i) FIRST_4(tet.row[i].left)
-#define TET_RIGHT(i) FIRST_4(tet.row[i].right)
-#define TET_FLAT(i) flatten(tet.row[i], mirrored_to_6)
-
-const int ISOninter_pts_tet[16] = {LIST_16(TET_POINTS, 0)};
-const int ISOninter_polys_tet[16] = {LIST_16(TET_POLYS, 0)};
-const int ISOnppoly_tet[16][4] = {LIST_16(TET_SIZES, 0)};
-const int ISOleft_vert_tet[16][4] = {LIST_16(TET_LEFT, 0)};
-const int ISOright_vert_tet[16][4] = {LIST_16(TET_RIGHT, 0)};
+const int ISOninter_pts_tet[16] = {LIST_16(POINTS, tet, 0)};
+const int ISOninter_polys_tet[16] = {LIST_16(POLYGONS, tet, 0)};
+const int ISOnppoly_tet[16][4] = {LIST_16(SIZES, tet, 0)};
+const int ISOleft_vert_tet[16][4] = {LIST_16(LEFT_4, tet, 0)};
+const int ISOright_vert_tet[16][4] = {LIST_16(RIGHT_4, tet, 0)};
 const iso_pair ISOncell_tet[6] = {POLYGONS_TO_6};
 const iso_triple ISOnpcel_tet[8] = {MIRRORED_TO_6, {{0, 0, 0}}};
-constexpr iso_case iso_rows_tet[16] = {LIST_16(TET_FLAT, 0)};
+constexpr iso_case iso_rows_tet[16] = {LIST_16(FLAT_MIRRORED, tet, 0)};
 // clang-format on
 
 constexpr lattice_case_table lattice_cases = derive_lattice_cases(iso_rows_hex);

@@ -245,7 +245,9 @@ static trace_state walk_from(trace_walk *walk, const traced_data<T> &data, qx_lo
     const qx_long last_cell = walk->mesh->nnodes - 1 - (1 + walk->step.row + walk->step.plane);
     const list_growth growth = {&walk->connect.capacity, &walk->connect.step, true};
     const float factor =
-        static_cast<float>(percent_of_quarter / static_cast<double>(walk->mesh->cell_count[0]));
+        Kind::checks_status
+            ? static_cast<float>(percent_of_quarter / static_cast<double>(walk->mesh->cell_count[0]))
+            : 0;
     status_cadence cadence(visits_a_check);
     qx_long nvisits = 0;
     if (UTILadd_cell_to_list(walk->to_visit, 1, &seed_cell) < 1) return trace_state::no_memory;

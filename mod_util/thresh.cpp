@@ -7,8 +7,10 @@
 //     flags       0 1 1 0 1     next = 7
 //     numbers    -1 7 8 -1 9    (next + flags before) | (flag - 1)
 //
-// The wide form numbers eight nodes a step. Their flags before are one product: eight bytes times 0x0101..01
-// leave in each byte the sum of it and of those before it.
+// The wide form turns 32 flags into bits. Words without or full of survivors are done at once; of others each
+// byte picks a row of a table: the flags before each of its nodes, and the places of its survivors. A sweep's
+// list is made of the places of a block, which are packed in 16 bits each first: so each entry of the list is
+// written once, in order and none past its end, and a list that outgrows the caches can be written around them.
 
 #include <skoklana/cut.h>
 
@@ -17,8 +19,17 @@
 
 #include <algorithm>
 
-// Nodes that are flagged before they are numbered: flags and numbers stay in the first-level cache.
-constexpr qx_long node_block = 2048;
+// Nodes that are flagged before they are numbered, so that flags stay in the first-level cache. A map is written
+// to memory while the values are read: short blocks keep both going. A sweep writes the map of one plane again
+// and again, and its list in runs that should be long.
+constexpr qx_long map_block = 512;
+constexpr qx_long sweep_block = 4096;
+
+// The values of the block that follows, as many as the block has.
+struct values_ahead {
+    const char *at;
+    qx_long bytes_a_node;
+};
 
 // What a node that does not survive finds in the map.
 enum class dropped { minus_one, untouched };
@@ -73,19 +84,13 @@ TARGET_AVX2 KEPT_APART static qx_long count_flags_wide(const unsigned char *flag
 }
 
 // Four numbers: befores and flags hold four bytes each.
-template <dropped others>
 TARGET_AVX2 FORCE_INLINE void store_four(__m128i befores, __m128i flags, qx_long next, qx_long *map)
 {
     const __m256i numbers = _mm256_add_epi64(_mm256_set1_epi64x(next), _mm256_cvtepu8_epi64(befores));
     const __m256i none = _mm256_sub_epi64(_mm256_cvtepu8_epi64(flags), _mm256_set1_epi64x(1)); // -1 or 0
-    __m256i *at = reinterpret_cast<__m256i *>(map);
-    if (others == dropped::minus_one)
-        _mm256_storeu_si256(at, _mm256_or_si256(numbers, none));
-    else // a load and a blend: masked stores are slow on some machines
-        _mm256_storeu_si256(at, _mm256_blendv_epi8(numbers, _mm256_loadu_si256(at), none));
+    _mm256_storeu_si256(reinterpret_cast<__m256i *>(map), _mm256_or_si256(numbers, none));
 }
 
-template <dropped others>
 TARGET_AVX2 KEPT_APART static void number_flags_wide(const unsigned char *flags, qx_long count, qx_long next,
                                                      qx_long *map)
 {
@@ -96,51 +101,155 @@ TARGET_AVX2 KEPT_APART static void number_flags_wide(const unsigned char *flags,
         const uint64_t up_to = eight * 0x0101010101010101u;
         const __m128i befores = _mm_cvtsi64_si128(static_cast<qx_long>(up_to - eight));
         const __m128i some = _mm_cvtsi64_si128(static_cast<qx_long>(eight));
-        store_four<others>(befores, some, next, map + i);
-        store_four<others>(_mm_srli_si128(befores, 4), _mm_srli_si128(some, 4), next, map + i + 4);
+        store_four(befores, some, next, map + i);
+        store_four(_mm_srli_si128(befores, 4), _mm_srli_si128(some, 4), next, map + i + 4);
         next += static_cast<qx_long>(up_to >> 56);
     }
-    number_flags_plain<others>(flags + i, count - i, next, map + i);
+    number_flags_plain<dropped::minus_one>(flags + i, count - i, next, map + i);
 }
 
-// Which of four numbers go where in a list: row m holds the positions of the bits that are set in m, as pairs
-// of 32-bit halves.
-struct packing_table {
-    alignas(32) int row[16][8];
+// By the bits of eight flags: for each the number of flags before it, beyond 127 where it is not set itself; and
+// the places of those that are set, in order. What follows the last place is of no meaning.
+struct bit_tables {
+    alignas(64) unsigned char before[256][8], place[256][8];
 };
 
-static constexpr packing_table packing_rows()
+static constexpr bit_tables tables_of_bits()
 {
-    packing_table table = {};
-    for (int mask = 0; mask < 16; ++mask)
-        for (int bit = 0, place = 0; bit < 4; ++bit)
-            if ((mask >> bit & 1) != 0) {
-                table.row[mask][2 * place] = 2 * bit;
-                table.row[mask][2 * place + 1] = 2 * bit + 1;
-                ++place;
-            }
-    return table;
+    bit_tables tables = {};
+    for (int bits = 0; bits < 256; ++bits)
+        for (int bit = 0, before = 0; bit < 8; ++bit) {
+            const bool set = (bits >> bit & 1) != 0;
+            tables.before[bits][bit] = static_cast<unsigned char>(set ? before : 128 + before);
+            if (set) tables.place[bits][before++] = static_cast<unsigned char>(bit);
+        }
+    return tables;
 }
 
-static constexpr packing_table packing = packing_rows();
+static constexpr bit_tables by_bits = tables_of_bits();
 
-TARGET_AVX2 KEPT_APART static void list_flags_wide(const unsigned char *flags, qx_long survivors,
-                                                   qx_long first, qx_long *list)
+constexpr uint32_t all_bits = 0xffffffff;
+
+TARGET_AVX2 FORCE_INLINE uint32_t bits_of_flags(const unsigned char *flags)
 {
-    __m256i nodes = _mm256_add_epi64(_mm256_set1_epi64x(first), _mm256_setr_epi64x(0, 1, 2, 3));
-    qx_long i = 0, listed = 0;
-    // Four are stored whatever their flags, and the places kept of those that are set.
-    for (; listed + 4 <= survivors; i += 4) {
-        uint32_t four;
-        memcpy(&four, flags + i, sizeof four);
-        const uint32_t mask = four * 0x01020408u >> 24; // byte k to bit k
-        const __m256i order = _mm256_load_si256(reinterpret_cast<const __m256i *>(packing.row[mask & 15]));
-        _mm256_storeu_si256(reinterpret_cast<__m256i *>(list + listed),
-                            _mm256_permutevar8x32_epi32(nodes, order));
-        nodes = _mm256_add_epi64(nodes, _mm256_set1_epi64x(4));
-        listed += __builtin_popcount(mask & 15);
+    const __m256i some = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(flags));
+    return static_cast<uint32_t>(_mm256_movemask_epi8(_mm256_slli_epi16(some, 7)));
+}
+
+// Four numbers, next and what before holds for each.
+TARGET_AVX2 FORCE_INLINE void number_four(const unsigned char *before, __m256i next, qx_long *map)
+{
+    int four;
+    memcpy(&four, before, sizeof four);
+    const __m256i signed_before = _mm256_cvtepi8_epi64(_mm_cvtsi32_si128(four)); // negative where not set
+    const __m256i numbers = _mm256_add_epi64(next, signed_before);
+    // A load and a blend: masked stores are slow on some machines.
+    __m256i *at = reinterpret_cast<__m256i *>(map);
+    _mm256_storeu_si256(at, _mm256_blendv_epi8(numbers, _mm256_loadu_si256(at), signed_before));
+}
+
+// Count numbers from first on, count a multiple of four.
+TARGET_AVX2 FORCE_INLINE void store_ascending(qx_long first, int count, qx_long *out)
+{
+    __m256i numbers = _mm256_add_epi64(_mm256_set1_epi64x(first), _mm256_setr_epi64x(0, 1, 2, 3));
+    for (int i = 0; i < count; i += 4) {
+        _mm256_storeu_si256(reinterpret_cast<__m256i *>(out + i), numbers);
+        numbers = _mm256_add_epi64(numbers, _mm256_set1_epi64x(4));
     }
-    list_flags_plain(flags + i, survivors - listed, first + i, list + listed);
+}
+
+// 32 numbers; nodes whose bits are not set are left alone.
+TARGET_AVX2 FORCE_INLINE void number_bits(uint32_t bits, qx_long next, qx_long *map)
+{
+    if (bits == all_bits) return store_ascending(next, 32, map);
+    for (int i = 0; i < 32; i += 8, bits >>= 8) {
+        const unsigned char *before = by_bits.before[bits & 255];
+        const __m256i nexts = _mm256_set1_epi64x(next);
+        number_four(before, nexts, map + i);
+        number_four(before + 4, nexts, map + i + 4);
+        next += __builtin_popcount(bits & 255);
+    }
+}
+
+// Adds the places of bits, the first of them first, to those before; gives the end. Eight are stored at a time.
+TARGET_AVX2 FORCE_INLINE unsigned short *add_places(uint32_t bits, qx_long first, unsigned short *end)
+{
+    __m128i base = _mm_set1_epi16(static_cast<short>(first));
+    for (int i = 0; i < 32; i += 8, bits >>= 8) {
+        const void *place = by_bits.place[bits & 255];
+        const __m128i eight = _mm_cvtepu8_epi16(_mm_loadl_epi64(static_cast<const __m128i *>(place)));
+        _mm_storeu_si128(reinterpret_cast<__m128i *>(end), _mm_add_epi16(base, eight));
+        base = _mm_add_epi16(base, _mm_set1_epi16(8));
+        end += __builtin_popcount(bits & 255);
+    }
+    return end;
+}
+
+// Lists of more nodes are written around the caches: who has listed so many finds no room for them there.
+constexpr qx_long cached_list = 1 << 20;
+
+// The nodes at the places, from first on; streamed says whether around the caches.
+template <bool streamed>
+TARGET_AVX2 FORCE_INLINE void list_places(const unsigned short *places, qx_long count, qx_long first,
+                                          qx_long *list)
+{
+    const __m256i base = _mm256_set1_epi64x(first);
+    qx_long i = 0;
+    if (streamed)
+        for (; i < count && reinterpret_cast<uintptr_t>(list + i) % 64 != 0; ++i)
+            list[i] = first + places[i];
+    for (; i + 8 <= count; i += 8) { // a line of the cache when streamed, and never a part of one
+        const __m128i eight = _mm_loadu_si128(reinterpret_cast<const __m128i *>(places + i));
+        const __m256i low = _mm256_add_epi64(base, _mm256_cvtepu16_epi64(eight));
+        const __m256i high = _mm256_add_epi64(base, _mm256_cvtepu16_epi64(_mm_srli_si128(eight, 8)));
+        __m256i *at = reinterpret_cast<__m256i *>(list + i);
+        if (streamed) {
+            _mm256_stream_si256(at, low);
+            _mm256_stream_si256(at + 1, high);
+        } else {
+            _mm256_storeu_si256(at, low);
+            _mm256_storeu_si256(at + 1, high);
+        }
+    }
+    for (; i < count; ++i)
+        list[i] = first + places[i];
+}
+
+// Asks for the values of 32 nodes of the block to come: while lists are written nothing else reads them.
+TARGET_AVX2 FORCE_INLINE void fetch_ahead(values_ahead ahead, qx_long node)
+{
+    constexpr int line = 64, second_level = 2;
+    const char *values = ahead.at + node * ahead.bytes_a_node;
+    for (qx_long i = 0; i < 32 * ahead.bytes_a_node; i += line)
+        __builtin_prefetch(values + i, 0, second_level);
+}
+
+// Numbers the survivors of a block from next on and lists them from list[next] on. Gives the next number.
+TARGET_AVX2 KEPT_APART static qx_long sweep_flags_wide(const unsigned char *flags, qx_long count,
+                                                       qx_long next, qx_long first, qx_long *list,
+                                                       qx_long *map, values_ahead ahead)
+{
+    static_assert(sweep_block <= 1 << 16, "places are of 16 bits");
+    unsigned short places[sweep_block + 8], *end = places;
+    qx_long number = next, i = 0;
+    for (; i + 32 <= count; i += 32) {
+        const uint32_t bits = bits_of_flags(flags + i);
+        fetch_ahead(ahead, i);
+        if (bits == 0) continue;
+        number_bits(bits, number, map + i);
+        end = add_places(bits, i, end);
+        number += __builtin_popcount(bits);
+    }
+    for (; i < count; ++i) {
+        if (flags[i] == 0) continue;
+        map[i] = number++;
+        *end++ = static_cast<unsigned short>(i);
+    }
+    if (next > cached_list)
+        list_places<true>(places, number - next, first, list + next);
+    else
+        list_places<false>(places, number - next, first, list + next);
+    return number;
 }
 
 #endif
@@ -153,21 +262,35 @@ static qx_long count_flags(const unsigned char *flags, qx_long count)
     return count_flags_plain(flags, count);
 }
 
-template <dropped others>
 static void number_flags(const unsigned char *flags, qx_long count, qx_long next, qx_long *map)
 {
 #if SKOKLANA_HAVE_AVX2_FORM
-    if (have_avx2()) return number_flags_wide<others>(flags, count, next, map);
+    if (have_avx2()) return number_flags_wide(flags, count, next, map);
 #endif
-    number_flags_plain<others>(flags, count, next, map);
+    number_flags_plain<dropped::minus_one>(flags, count, next, map);
 }
 
-static void list_flags(const unsigned char *flags, qx_long survivors, qx_long first, qx_long *list)
+static qx_long sweep_flags(const unsigned char *flags, qx_long count, qx_long next, qx_long first,
+                           qx_long *list, qx_long *map, values_ahead ahead)
 {
 #if SKOKLANA_HAVE_AVX2_FORM
-    if (have_avx2()) return list_flags_wide(flags, survivors, first, list);
+    if (have_avx2()) return sweep_flags_wide(flags, count, next, first, list, map, ahead);
 #endif
-    list_flags_plain(flags, survivors, first, list);
+    (void)ahead;
+    const qx_long survivors = count_flags_plain(flags, count);
+    number_flags_plain<dropped::untouched>(flags, count, next, map);
+    list_flags_plain(flags, survivors, first, list + next);
+    return next + survivors;
+}
+
+// Lists written around the caches are complete before anything that follows.
+static void end_sweep(qx_long listed)
+{
+#if SKOKLANA_HAVE_AVX2_FORM
+    if (listed > cached_list) _mm_sfence();
+#else
+    (void)listed;
+#endif
 }
 
 // ---- from values to survivors --------------------------------------------------------------------------
@@ -181,12 +304,12 @@ template <typename T, typename Test> struct node_test {
 };
 
 // Calls use(first, count, flags) for each block of nodes.
-template <typename T, typename Test, typename Use>
+template <qx_long block, typename T, typename Test, typename Use>
 static void for_flagged_blocks(qx_long nnodes, const node_test<T, Test> &nodes, Use use)
 {
-    unsigned char flags[node_block];
-    for (qx_long first = 0; first < nnodes; first += node_block) {
-        const qx_long count = std::min(node_block, nnodes - first);
+    unsigned char flags[block];
+    for (qx_long first = 0; first < nnodes; first += block) {
+        const qx_long count = std::min(block, nnodes - first);
         classify(nodes.data + first, count, nodes.test, nodes.has_null, nodes.null_value, survivor_flags,
                  flags);
         use(first, count, flags);
@@ -197,7 +320,7 @@ template <typename T, typename Test>
 static qx_long count_survivors(qx_long nnodes, const node_test<T, Test> &nodes)
 {
     qx_long survivors = 0;
-    for_flagged_blocks(nnodes, nodes, [&](qx_long, qx_long count, const unsigned char *flags) {
+    for_flagged_blocks<sweep_block>(nnodes, nodes, [&](qx_long, qx_long count, const unsigned char *flags) {
         survivors += count_flags(flags, count);
     });
     return survivors;
@@ -207,10 +330,11 @@ template <typename T, typename Test>
 static qx_long number_survivors(qx_long nnodes, const node_test<T, Test> &nodes, qx_long *map)
 {
     qx_long survivors = 0;
-    for_flagged_blocks(nnodes, nodes, [&](qx_long first, qx_long count, const unsigned char *flags) {
-        number_flags<dropped::minus_one>(flags, count, survivors, map + first);
-        survivors += count_flags(flags, count);
-    });
+    for_flagged_blocks<map_block>(nnodes, nodes,
+                                  [&](qx_long first, qx_long count, const unsigned char *flags) {
+                                      number_flags(flags, count, survivors, map + first);
+                                      survivors += count_flags(flags, count);
+                                  });
     return survivors;
 }
 
@@ -221,12 +345,13 @@ static qx_long append_survivors(qx_long nnodes, const node_test<T, Test> &nodes,
 {
     const qx_long before = *count;
     qx_long next = before;
-    for_flagged_blocks(nnodes, nodes, [&](qx_long first, qx_long some, const unsigned char *flags) {
-        const qx_long survivors = count_flags(flags, some);
-        number_flags<dropped::untouched>(flags, some, next, map + first);
-        list_flags(flags, survivors, base + first, list + next);
-        next += survivors;
-    });
+    for_flagged_blocks<sweep_block>(
+        nnodes, nodes, [&](qx_long first, qx_long some, const unsigned char *flags) {
+            const T *ahead = nodes.data + std::min(first + some, nnodes - some);
+            next = sweep_flags(flags, some, next, base + first, list, map + first,
+                               {reinterpret_cast<const char *>(ahead), sizeof(T)});
+        });
+    end_sweep(next);
     *count = next;
     return next - before;
 }

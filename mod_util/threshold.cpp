@@ -15,8 +15,10 @@
 
 #include <algorithm>
 
-// Values that are tested before their rows are written.
-constexpr qx_long threshold_block = 512;
+// Values that are tested before their rows are written: few, so that reading and writing keep close together,
+// and more of the narrow ones, whose blocks would be over before they pay for their start.
+template <typename T>
+constexpr qx_long threshold_block = std::max<qx_long>(512, 2048 / static_cast<qx_long>(sizeof(T)));
 
 // The tested values of an array of rows: data[offset + i * stride].
 template <typename T> struct tested_component {
@@ -30,7 +32,7 @@ template <typename T> struct tested_component {
     void flag(qx_long first, qx_long count, unsigned char *passed) const
     {
         const T *from = data + offset + first * stride;
-        T gathered[threshold_block];
+        T gathered[threshold_block<T>];
         if (stride != 1) {
             for (qx_long i = 0; i < count; ++i)
                 gathered[i] = from[i * stride];
@@ -96,9 +98,9 @@ static void write_target_rows(const row_writer &rows, qx_long first, qx_long cou
 template <typename T>
 static int threshold_rows(qx_long count, const tested_component<T> &tested, const row_writer &rows)
 {
-    unsigned char passed[threshold_block];
-    for (qx_long first = 0; first < count; first += threshold_block) {
-        const qx_long some = std::min(threshold_block, count - first);
+    unsigned char passed[threshold_block<T>];
+    for (qx_long first = 0; first < count; first += threshold_block<T>) {
+        const qx_long some = std::min(threshold_block<T>, count - first);
         tested.flag(first, some, passed);
         rows.write(rows, first, some, passed);
     }

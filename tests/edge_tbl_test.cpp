@@ -222,6 +222,27 @@ TEST(EdgeTable, AgreesWithAMapThroughSeveralGrowths)
     }
 }
 
+TEST(EdgeTable, NodeListsAreHostArraysAndGrowWithTheTable)
+{
+    host_calls::reset();
+    edge_table *table = UTILedge_table_create(4000);
+    for (int e = 0; e < 2047; ++e)
+        add(table, e, 4000);
+    UTILedge_table_delete(table);
+    edge_table_str *band = UTILedge_table_create_str(4000, 1000);
+    for (int e = 0; e < 1001; ++e)
+        add_str(band, 0, e, 4000);
+    UTILedge_table_delete_str(band);
+    UTILcell_table_delete(UTILcell_table_create(64, 10000));
+    std::vector<qx_long> counts;
+    for (const host_calls::array &array : host_calls::seen().arrays) {
+        EXPECT_EQ(array.type, DTYPE_QX_LONG);
+        counts.push_back(array.count);
+    }
+    EXPECT_EQ(counts, (std::vector<qx_long>{1024, 1024, 2048, 2048, 3584, 3584, 1000, 1000, 2500, 2500}));
+    EXPECT_EQ(host_calls::resized_counts(), (std::vector<qx_long>{2048, 2048, 3584, 3584, 2500, 2500}));
+}
+
 TEST(EdgeTable, HandsItsListsOver)
 {
     host_calls::watch watch;

@@ -1,7 +1,7 @@
 // Sampling at points anywhere, against the point-by-point reference and by what must hold.
 #include "support/cell_reference.hpp"
 #include "support/fetches.hpp"
-#include "support/host_calls.hpp"
+#include "support/fresh_host.hpp"
 #include "support/sample_reference.hpp"
 
 #include <gtest/gtest.h>
@@ -49,22 +49,15 @@ meshes::mesh_ptr ruler(qx_long n)
     return meshes::uniform({n}, 1, {0}, {static_cast<float>(n - 1)});
 }
 
-template <typename T> class NodeSampling : public testing::Test {
-  protected:
-    void SetUp() override { host_calls::reset(); }
+template <typename T> class NodeSampling : public FreshHost {
 };
 TYPED_TEST_SUITE(NodeSampling, arrays::all_types);
 
-template <typename T> class CellSampling : public testing::Test {
-  protected:
-    void SetUp() override { host_calls::reset(); }
+template <typename T> class CellSampling : public FreshHost {
 };
 TYPED_TEST_SUITE(CellSampling, arrays::all_types);
 
-class Sampling : public testing::Test {
-  protected:
-    void SetUp() override { host_calls::reset(); }
-};
+class Sampling : public FreshHost {};
 
 } // namespace
 
@@ -402,16 +395,11 @@ TYPED_TEST(NodeSampling, ChecksForInterruptionEvery257thPoint)
         r.points = points_about(*made, 4, npts, 3);
         host_calls::reset();
         expect_same(sample(r), slow_sample(r, false));
-        std::vector<int> percents, seen;
+        std::vector<int> percents;
         for (qx_long i = 256; i < npts; i += 257)
             percents.push_back(static_cast<int>(static_cast<double>(i) * 100.0 / static_cast<double>(npts)));
-        for (const host_calls::status &s : host_calls::seen().statuses) {
-            seen.push_back(s.percent);
-            EXPECT_EQ(s.message, "");
-            EXPECT_EQ(s.depth, 0);
-        }
-        EXPECT_EQ(seen, percents) << npts;
-        EXPECT_TRUE(host_calls::seen().pushes.empty());
+        SCOPED_TRACE(npts);
+        host_calls::expect_checks(percents);
 
         for (size_t k = 0; k < percents.size(); ++k) {
             host_calls::reset();

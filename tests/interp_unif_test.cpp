@@ -1,6 +1,6 @@
 // Sampling onto the nodes of a uniform lattice, against the point-by-point reference and by what must hold.
 #include "support/fetches.hpp"
-#include "support/host_calls.hpp"
+#include "support/fresh_host.hpp"
 #include "support/sample_reference.hpp"
 
 #include <gtest/gtest.h>
@@ -119,22 +119,15 @@ node_request<T> on_ruler(const meshes::test_mesh &made, const blk_tbl_unif *tabl
     return r;
 }
 
-template <typename T> class UnifNodeSampling : public testing::Test {
-  protected:
-    void SetUp() override { host_calls::reset(); }
+template <typename T> class UnifNodeSampling : public FreshHost {
 };
 TYPED_TEST_SUITE(UnifNodeSampling, arrays::all_types);
 
-template <typename T> class UnifCellSampling : public testing::Test {
-  protected:
-    void SetUp() override { host_calls::reset(); }
+template <typename T> class UnifCellSampling : public FreshHost {
 };
 TYPED_TEST_SUITE(UnifCellSampling, arrays::all_types);
 
-class UnifSampling : public testing::Test {
-  protected:
-    void SetUp() override { host_calls::reset(); }
-};
+class UnifSampling : public FreshHost {};
 
 // One array a set in another order than the sets, and one set without.
 template <typename T> void fill_cell_data(cell_request<T> *r, int veclen, uint64_t seed)
@@ -320,17 +313,12 @@ TYPED_TEST(UnifNodeSampling, ChecksForInterruptionEvery1025thPoint)
                 r.points.push_back(nodes[static_cast<size_t>(k) % nodes.size()]);
             host_calls::reset();
             expect_same(sample_to_unif(r), slow_sample(r, true));
-            std::vector<int> percents, seen;
+            std::vector<int> percents;
             for (qx_long i = 1024; i < npts; i += 1025)
                 percents.push_back(
                     static_cast<int>(static_cast<float>(i) * (100.0f / static_cast<float>(npts))));
-            for (const host_calls::status &s : host_calls::seen().statuses) {
-                seen.push_back(s.percent);
-                EXPECT_EQ(s.message, "");
-                EXPECT_EQ(s.depth, 0);
-            }
-            EXPECT_EQ(seen, percents) << npts;
-            EXPECT_TRUE(host_calls::seen().pushes.empty());
+            SCOPED_TRACE(npts);
+            host_calls::expect_checks(percents);
             for (size_t k = 0; k < percents.size(); ++k) {
                 host_calls::reset();
                 host_calls::interrupt_at(static_cast<int>(k));

@@ -1,8 +1,8 @@
 #include <skoklana/iso.h>
 
 #include "support/arrays.hpp"
-#include "support/host_calls.hpp"
-#include "support/lattice_reference.hpp"
+#include "support/fresh_host.hpp"
+#include "support/lattice_calls.hpp"
 #include "support/lattices.hpp"
 #include "support/meshes.hpp"
 
@@ -18,88 +18,7 @@
 namespace {
 
 using arrays::dtype_of;
-using lattice_reference::lattice;
-using lattice_reference::level_set;
-using lattice_reference::numbers;
-
-// The outputs of one call, as they were left.
-struct surface_call {
-    int result = -7;
-    qx_long nnodes = -7, nline = -7, nline_conn = -7, ntri = -7, ntri_conn = -7, map_count = -7;
-    qx_long *min_node = nullptr, *max_node = nullptr, *line_conn = nullptr, *tri_conn = nullptr,
-            *map = nullptr;
-
-    surface_call()
-    {
-        min_node = max_node = line_conn = tri_conn = map = &nnodes;
-    } // not null, not to be freed
-    surface_call(const surface_call &) = delete;
-    surface_call &operator=(const surface_call &) = delete;
-    ~surface_call() { release(); }
-
-    void run(mesh_info *mesh, const void *data, int type, int null_flag, const void *null_value, double level,
-             bool mapped)
-    {
-        result = UTILslice_struct(mesh, data, type, null_flag, null_value, level, &nnodes, &min_node,
-                                  &max_node, &nline, &line_conn, &nline_conn, &ntri, &tri_conn, &ntri_conn,
-                                  mapped ? &map_count : nullptr, mapped ? &map : nullptr);
-    }
-
-    void release()
-    {
-        for (qx_long **list : {&min_node, &max_node, &line_conn, &tri_conn, &map}) {
-            if (*list != &nnodes) free(*list);
-            *list = nullptr;
-        }
-    }
-
-    bool is_empty() const
-    {
-        return nnodes == 0 && nline == 0 && nline_conn == 0 && ntri == 0 && ntri_conn == 0 &&
-               min_node == nullptr && max_node == nullptr && line_conn == nullptr && tri_conn == nullptr;
-    }
-};
-
-numbers copied(const qx_long *list, qx_long count)
-{
-    return numbers(list, list + count);
-}
-
-// The surface of a mesh of three axes, with the counts held against each other.
-template <typename T>
-level_set surface_of(mesh_info *mesh, const std::vector<T> &data, double level, const T *null,
-                     bool mapped = true)
-{
-    surface_call call;
-    call.run(mesh, data.data(), dtype_of<T>, null != nullptr, null, level, mapped);
-    EXPECT_EQ(call.result, 1);
-    level_set out;
-    if (call.result != 1) return out;
-    EXPECT_EQ(call.nline, 0);
-    EXPECT_EQ(call.nline_conn, 0);
-    EXPECT_EQ(call.line_conn, nullptr);
-    EXPECT_EQ(call.ntri_conn, 3 * call.ntri);
-    out.min_node = copied(call.min_node, call.nnodes);
-    out.max_node = copied(call.max_node, call.nnodes);
-    out.connect = copied(call.tri_conn, call.ntri_conn);
-    if (mapped) {
-        EXPECT_EQ(call.map_count, call.ntri);
-        out.cell = copied(call.map, call.map_count);
-    }
-    return out;
-}
-
-template <typename T>
-level_set expect_as_reference(lattice &in, const std::vector<T> &data, double level, const T *null)
-{
-    level_set expected = lattice_reference::surface(in.dims, data, level, null);
-    const level_set got = surface_of(&in.mesh, data, level, null);
-    EXPECT_EQ(got.min_node, expected.min_node);
-    EXPECT_EQ(got.max_node, expected.max_node);
-    EXPECT_EQ(got.connect, expected.connect);
-    EXPECT_EQ(got.cell, expected.cell);
-    return expected;
-}
+using namespace lattice_calls;
 
 // A block that holds the values to the byte, so that a read past them is seen.
 template <typename T> std::vector<T> exact(std::vector<T> values)
@@ -288,8 +207,8 @@ TYPED_TEST(SurfaceOfReals, NullThatIsNanMatchesNothing)
         data.push_back(random() % 4 == 0 ? std::numeric_limits<T>::quiet_NaN()
                                          : static_cast<T>(random() % 3));
     const T nan = std::numeric_limits<T>::quiet_NaN();
-    EXPECT_TRUE(surface_of<T>(&in.mesh, data, 1.0, &nan) == surface_of<T>(&in.mesh, data, 1.0, nullptr));
-    EXPECT_FALSE(surface_of<T>(&in.mesh, data, 1.0, nullptr).connect.empty());
+    EXPECT_TRUE(extracted<T>(&in.mesh, data, 1.0, &nan) == extracted<T>(&in.mesh, data, 1.0, nullptr));
+    EXPECT_FALSE(extracted<T>(&in.mesh, data, 1.0, nullptr).connect.empty());
 }
 
 TEST(Surface, RowsLongerThanAPieceAgreeWithTheReference)
@@ -312,7 +231,7 @@ TEST(Surface, SmoothFieldAgreesWithTheReference)
     lattice in({64, 64, 64});
     const std::vector<float> data = marschner_lobb(64);
     expect_as_reference(in, data, 0.5, static_cast<const float *>(nullptr));
-    EXPECT_GT(surface_of<float>(&in.mesh, data, 0.5, nullptr).cell.size(), 20000u);
+    EXPECT_GT(extracted<float>(&in.mesh, data, 0.5, nullptr).cell.size(), 20000u);
 }
 
 // Every edge of the surface that is not in the mesh's boundary is passed as often in one direction as in the
@@ -325,7 +244,7 @@ TEST(Surface, IsClosedAndOrientedInsideTheMesh)
     std::vector<short> data;
     for (qx_long n = 0; n < in.nnodes(); ++n)
         data.push_back(static_cast<short>(random() % 100));
-    const level_set out = surface_of<short>(&in.mesh, data, 50, nullptr);
+    const level_set out = extracted<short>(&in.mesh, data, 50, nullptr);
 
     std::map<std::pair<qx_long, qx_long>, int> directed;
     for (size_t t = 0; t < out.connect.size(); t += 3)
@@ -372,7 +291,7 @@ TEST(Surface, NormalsPointToLowerValues)
     for (qx_long node = 0; node < n * n * n; ++node)
         data.push_back(value(static_cast<double>(node % n), static_cast<double>(node / n % n),
                              static_cast<double>(node / n / n)));
-    const level_set out = surface_of<double>(&in.mesh, data, 4.0, nullptr);
+    const level_set out = extracted<double>(&in.mesh, data, 4.0, nullptr);
     ASSERT_GT(out.connect.size(), 900u);
     for (size_t t = 0; t < out.connect.size(); t += 3) {
         std::array<std::array<double, 3>, 3> p;
@@ -404,7 +323,7 @@ TEST(Surface, EdgeInThePlaneOfTwoSlabsGetsOneNewNode)
     lattice in({2, 2, 3});
     std::vector<float> data(12, 0.0f);
     data[4] = 1; // a corner of the middle plane
-    const level_set out = surface_of<float>(&in.mesh, data, 0.5, nullptr);
+    const level_set out = extracted<float>(&in.mesh, data, 0.5, nullptr);
     EXPECT_EQ(out.min_node, (numbers{4, 4, 0, 4}));
     EXPECT_EQ(out.max_node, (numbers{6, 5, 4, 8}));
     EXPECT_EQ(out.cell, (numbers{0, 1}));
@@ -419,9 +338,9 @@ TEST(Surface, NullCornerSkipsItsCellsOnly)
     lattice in({3, 2, 2});
     std::vector<int> data = {1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 9};
     const int null = 9;
-    const level_set out = surface_of<int>(&in.mesh, data, 0.5, &null);
+    const level_set out = extracted<int>(&in.mesh, data, 0.5, &null);
     EXPECT_EQ(out.cell, numbers{0});
-    const level_set all = surface_of<int>(&in.mesh, data, 0.5, nullptr);
+    const level_set all = extracted<int>(&in.mesh, data, 0.5, nullptr);
     EXPECT_EQ(all.cell, (numbers{0, 1}));
 }
 
@@ -429,15 +348,15 @@ TEST(Surface, LevelThatEqualsAllValuesGivesNothing)
 {
     lattice in({5, 5, 5});
     const std::vector<short> data(125, 3);
-    EXPECT_TRUE(surface_of<short>(&in.mesh, data, 3.0, nullptr).connect.empty());
+    EXPECT_TRUE(extracted<short>(&in.mesh, data, 3.0, nullptr).connect.empty());
 }
 
 TEST(Surface, NoCrossingHandsOverEmptyLists)
 {
     lattice in({5, 5, 5});
     const std::vector<float> data(125, 0.0f);
-    surface_call call;
-    call.run(&in.mesh, data.data(), DTYPE_FLOAT, 0, nullptr, 1.0, true);
+    level_call call(operation::surface);
+    call.run(&in.mesh, data.data(), DTYPE_FLOAT, nullptr, 1.0, true);
     EXPECT_EQ(call.result, 1);
     EXPECT_EQ(call.nnodes, 0);
     EXPECT_EQ(call.ntri, 0);
@@ -449,15 +368,23 @@ TEST(Surface, NoCrossingHandsOverEmptyLists)
     EXPECT_NE(call.map, nullptr);
 }
 
-TEST(Surface, OnePlaneOrRowOrColumnOfNodesHasNoCells)
+TEST(Surface, OnePlaneOrRowOrColumnOfNodesOrNoneHasNoCells)
 {
-    for (const auto &dims : {std::vector<qx_long>{7, 6, 1}, {7, 1, 6}, {1, 7, 6}, {1, 1, 1}, {2, 2, 1}}) {
+    for (const auto &dims : {numbers{7, 6, 1},
+                             {7, 1, 6},
+                             {1, 7, 6},
+                             {1, 1, 1},
+                             {2, 2, 1},
+                             {0, 3, 3},
+                             {3, 0, 3},
+                             {3, 3, 0},
+                             {0, 0, 0}}) {
         lattice in(dims);
         std::vector<unsigned char> data;
         for (qx_long n = 0; n < in.nnodes(); ++n)
             data.push_back(static_cast<unsigned char>(n % 2));
         host_calls::reset();
-        const level_set out = surface_of<unsigned char>(&in.mesh, data, 0.5, nullptr);
+        const level_set out = extracted<unsigned char>(&in.mesh, data, 0.5, nullptr);
         EXPECT_TRUE(out.connect.empty() && out.min_node.empty() && out.cell.empty());
         ASSERT_FALSE(host_calls::seen().statuses.empty());
         EXPECT_EQ(host_calls::seen().statuses.back().percent, 100);
@@ -468,8 +395,8 @@ TEST(Surface, WithoutAMapTheRestIsTheSame)
 {
     lattice in({40, 9, 9});
     const std::vector<float> data = meshes::random_values<float>(6, in.nnodes(), -1, 1);
-    level_set with_map = surface_of<float>(&in.mesh, data, 0.0, nullptr, true);
-    const level_set without = surface_of<float>(&in.mesh, data, 0.0, nullptr, false);
+    level_set with_map = extracted<float>(&in.mesh, data, 0.0, nullptr, true);
+    const level_set without = extracted<float>(&in.mesh, data, 0.0, nullptr, false);
     EXPECT_EQ(with_map.cell.size() * 3, with_map.connect.size());
     with_map.cell.clear();
     EXPECT_TRUE(with_map == without);
@@ -481,11 +408,11 @@ TEST(Surface, StructuredKindsAreAlike)
     const std::vector<float> lo = {0, 0, 0}, hi = {1, 1, 1};
     const std::vector<double> data = meshes::random_values<double>(12, 9 * 8 * 7, 0, 1);
     lattice bare(dims);
-    const level_set expected = surface_of<double>(&bare.mesh, data, 0.4, nullptr);
-    EXPECT_TRUE(surface_of<double>(meshes::uniform(dims, 3, lo, hi)->mesh, data, 0.4, nullptr) == expected);
-    EXPECT_TRUE(surface_of<double>(meshes::rectilinear(dims, 3, lo, hi, 1)->mesh, data, 0.4, nullptr) ==
+    const level_set expected = extracted<double>(&bare.mesh, data, 0.4, nullptr);
+    EXPECT_TRUE(extracted<double>(meshes::uniform(dims, 3, lo, hi)->mesh, data, 0.4, nullptr) == expected);
+    EXPECT_TRUE(extracted<double>(meshes::rectilinear(dims, 3, lo, hi, 1)->mesh, data, 0.4, nullptr) ==
                 expected);
-    EXPECT_TRUE(surface_of<double>(meshes::curvilinear(dims, 3, lo, hi, 1)->mesh, data, 0.4, nullptr) ==
+    EXPECT_TRUE(extracted<double>(meshes::curvilinear(dims, 3, lo, hi, 1)->mesh, data, 0.4, nullptr) ==
                 expected);
 }
 
@@ -493,15 +420,15 @@ TEST(Surface, TwoCallsGiveTheSameBytes)
 {
     lattice in({50, 20, 10});
     const std::vector<int> data = meshes::random_values<int>(99, in.nnodes(), 0, 10);
-    EXPECT_TRUE(surface_of<int>(&in.mesh, data, 5, nullptr) == surface_of<int>(&in.mesh, data, 5, nullptr));
+    EXPECT_TRUE(extracted<int>(&in.mesh, data, 5, nullptr) == extracted<int>(&in.mesh, data, 5, nullptr));
 }
 
 TEST(Surface, MeshOfTwoAxesYieldsLines)
 {
     lattice in({3, 3});
     const std::vector<short> data = {0, 0, 0, 0, 1, 0, 0, 0, 0};
-    surface_call call;
-    call.run(&in.mesh, data.data(), DTYPE_SHORT, 0, nullptr, 0.5, true);
+    level_call call(operation::surface);
+    call.run(&in.mesh, data.data(), DTYPE_SHORT, nullptr, 0.5, true);
     EXPECT_EQ(call.result, 1);
     EXPECT_EQ(call.nnodes, 4);
     EXPECT_EQ(call.nline, 4);
@@ -515,46 +442,33 @@ TEST(Surface, MeshOfTwoAxesYieldsLines)
 
 TEST(Surface, OtherNumbersOfAxesGiveNothing)
 {
-    const std::vector<float> data(16, 0.0f);
-    for (const auto &dims : {std::vector<qx_long>{16}, {2, 2, 2, 2}}) {
-        lattice in(dims);
-        host_calls::reset();
-        surface_call call;
-        call.run(&in.mesh, data.data(), DTYPE_FLOAT, 0, nullptr, 0.5, true);
-        EXPECT_EQ(call.result, 0);
-        EXPECT_TRUE(call.is_empty());
-        EXPECT_EQ(call.map_count, 0);
-        EXPECT_TRUE(host_calls::seen().reports.empty());
-    }
+    const std::vector<double> data(16, 0.0);
+    for (const numbers &dims : {numbers{16}, numbers{2, 2, 2, 2}})
+        expect_silent_refusal(operation::surface, dims, data, DTYPE_DOUBLE);
 }
 
 TEST(Surface, UnknownTypeIsRefusedInSilence)
 {
-    const std::vector<double> data(27, 0.0);
-    for (int type : {-1, 7, 100}) {
-        lattice in({3, 3, 3});
-        host_calls::reset();
-        surface_call call;
-        call.run(&in.mesh, data.data(), type, 0, nullptr, 0.5, true);
-        EXPECT_EQ(call.result, 0);
-        EXPECT_TRUE(call.is_empty());
-        EXPECT_TRUE(host_calls::seen().reports.empty());
-    }
+    for (int type : {-1, 7, 100})
+        for (const numbers &dims : {numbers{3, 3, 3}, numbers{3, 3}})
+            expect_silent_refusal(operation::surface, dims, std::vector<double>(27, 0.0), type);
 }
 
 TEST(Surface, ChecksTheStatusAtEveryEighthSlab)
 {
-    lattice in({3, 3, 27});
-    const std::vector<float> data(static_cast<size_t>(in.nnodes()), 0.0f);
-    host_calls::reset();
-    surface_of<float>(&in.mesh, data, 0.5, nullptr);
-    std::vector<int> percents;
-    for (const host_calls::status &status : host_calls::seen().statuses)
-        percents.push_back(status.percent);
-    const float factor = static_cast<float>(100.0 / 26);
-    EXPECT_EQ(percents, (std::vector<int>{static_cast<int>(7 * factor), static_cast<int>(15 * factor),
-                                          static_cast<int>(23 * factor), 100}));
-    EXPECT_TRUE(host_calls::seen().pushes.empty());
+    // 14 and 1175: percents that other precisions round otherwise.
+    for (qx_long nslabs : {1, 7, 8, 14, 26, 1175}) {
+        lattice in({3, 3, nslabs + 1});
+        const std::vector<float> data(static_cast<size_t>(in.nnodes()), 0.0f);
+        host_calls::reset();
+        extracted<float>(&in.mesh, data, 0.5, nullptr);
+        std::vector<int> wanted;
+        const float factor = static_cast<float>(100.0 / static_cast<double>(nslabs));
+        for (qx_long k = 7; k < nslabs; k += 8)
+            wanted.push_back(static_cast<int>(static_cast<float>(k) * factor));
+        wanted.push_back(100);
+        host_calls::expect_checks(wanted);
+    }
 }
 
 TEST(Surface, InterruptionReleasesEverything)
@@ -563,21 +477,19 @@ TEST(Surface, InterruptionReleasesEverything)
     const std::vector<float> data = meshes::random_values<float>(1, in.nnodes(), 0, 1);
     for (int k = 0; k < 3; ++k) {
         host_calls::reset();
-        surface_call call;
+        level_call call(operation::surface);
         host_calls::watch watch;
         host_calls::interrupt_at(k);
-        call.run(&in.mesh, data.data(), DTYPE_FLOAT, 0, nullptr, 0.5, true);
+        call.run(&in.mesh, data.data(), DTYPE_FLOAT, nullptr, 0.5, true);
         EXPECT_EQ(call.result, -1);
         EXPECT_TRUE(call.is_empty());
-        EXPECT_EQ(call.map_count, 0);
-        EXPECT_EQ(call.map, nullptr);
         EXPECT_EQ(watch.live_blocks(), 0);
         EXPECT_TRUE(host_calls::seen().reports.empty());
     }
     host_calls::reset();
     host_calls::interrupt_at(3); // the closing check
-    surface_call call;
-    call.run(&in.mesh, data.data(), DTYPE_FLOAT, 0, nullptr, 0.5, true);
+    level_call call(operation::surface);
+    call.run(&in.mesh, data.data(), DTYPE_FLOAT, nullptr, 0.5, true);
     EXPECT_EQ(call.result, 1);
     host_calls::reset();
 }
@@ -585,68 +497,42 @@ TEST(Surface, InterruptionReleasesEverything)
 TEST(Surface, RefusedMemoryIsReportedAndNothingLeaks)
 {
     lattice in({30, 12, 9});
-    const std::vector<short> data = meshes::random_values<short>(4, in.nnodes(), 0, 100);
-    const short null = 3;
-    host_calls::reset();
-    int nallocations = 0;
-    {
-        surface_call call;
-        host_calls::watch watch;
-        call.run(&in.mesh, data.data(), DTYPE_SHORT, 1, &null, 50, true);
-        nallocations = watch.allocations();
-        ASSERT_EQ(call.result, 1);
-        ASSERT_GT(call.ntri, 3000);
-        EXPECT_EQ(watch.live_blocks(), 4);
-        call.release();
-        EXPECT_EQ(watch.live_blocks(), 0);
-    }
-    std::map<std::vector<std::string>, int> reports_of_failures;
-    int insisted = 0;
-    for (int k = 0; k < nallocations; ++k) {
-        SCOPED_TRACE(k);
-        host_calls::reset();
-        surface_call call;
-        host_calls::watch watch;
-        host_calls::fail_allocation(k);
-        call.run(&in.mesh, data.data(), DTYPE_SHORT, 1, &null, 50, true);
-        EXPECT_TRUE(host_calls::allocation_was_refused());
-        if (call.result == 1) {
-            EXPECT_EQ(host_calls::seen().out_of_memory, std::vector<std::string>{"Cannot alloc flags array"});
-            EXPECT_GT(call.ntri, 3000);
-            ++insisted;
-        } else {
-            EXPECT_EQ(call.result, 0);
-            EXPECT_TRUE(call.is_empty());
-            EXPECT_EQ(call.map_count, 0);
-            EXPECT_EQ(call.map, nullptr);
-            EXPECT_EQ(watch.live_blocks(), 0);
-            EXPECT_TRUE(host_calls::seen().out_of_memory.empty());
-            ++reports_of_failures[host_calls::report_texts()];
-        }
-    }
-    EXPECT_GE(insisted, 1);
-    EXPECT_GE(reports_of_failures[{}], 4); // the lists at the start, and new nodes
-    EXPECT_GE(reports_of_failures[{"UTILslice: realloc for cell list failed"}], 2);
-    EXPECT_GE(reports_of_failures[{"slice_struct: realloc for connect list failed"}], 2);
-    EXPECT_EQ(reports_of_failures.size(), 3u);
-    host_calls::reset();
+    expect_clean_failures<short>(
+        operation::surface, in, meshes::random_values<short>(4, in.nnodes(), 0, 100), 50, 3,
+        {"UTILslice: realloc for cell list failed", "slice_struct: realloc for connect list failed"});
 }
 
-// What fits the first lists asks for no more memory: 333 triangles are 999 entries, and 25 are kept free.
-TEST(Surface, SmallSurfacesNeedNoGrowth)
+// A row of cells with one triangle each.
+TEST(Surface, ListsGrowWhereACellLeavesTooLittle)
 {
-    lattice in({11, 4, 2});
-    std::vector<unsigned char> data(88, 0);
-    for (size_t n = 0; n < 88; n += 2)
-        data[n] = 1;
-    surface_call call;
-    host_calls::watch watch;
-    host_calls::fail_allocations_from(6); // four lists, slots, flags
-    call.run(&in.mesh, data.data(), DTYPE_BYTE, 0, nullptr, 0.5, true);
-    EXPECT_EQ(call.result, 1);
-    EXPECT_GT(call.ntri, 100);
-    EXPECT_LT(call.ntri, 333);
-    EXPECT_FALSE(host_calls::allocation_was_refused());
+    const struct {
+        qx_long ncells;
+        bool mapped;
+        std::vector<qx_long> sizes;   // of the list of triangles, and of the map
+    } rows[] = {{333, false, {}},     // 999 entries of 1024, 25 are left
+                {334, false, {2048}}, //
+                {674, false, {2048}}, // 2022 of 2048
+                {675, false, {3584}}, //
+                {1024, true, {3584}}, // the map is full
+                {1025, true, {3584, 2048}}};
+    for (const auto &row : rows) {
+        lattice in({row.ncells + 1, 2, 2});
+        std::vector<unsigned char> data(static_cast<size_t>(in.nnodes()), 0);
+        for (qx_long i = 1; i <= row.ncells; i += 2)
+            data[static_cast<size_t>(i)] = 1;
+        host_calls::reset();
+        const level_set out = extracted<unsigned char>(&in.mesh, data, 0.5, nullptr, row.mapped);
+        EXPECT_EQ(static_cast<qx_long>(out.connect.size()), 3 * row.ncells);
+        std::vector<qx_long> sizes;
+        for (const host_calls::array &array : host_calls::seen().arrays) {
+            EXPECT_EQ(array.type, DTYPE_QX_LONG);
+            if (!array.resized)
+                EXPECT_TRUE(array.count == 1024 || array.count == 1000); // 1000: the new nodes
+            else if (array.count % 1000 != 0 && array.count != 3500)
+                sizes.push_back(array.count);
+        }
+        EXPECT_EQ(sizes, row.sizes) << row.ncells;
+    }
 }
 
 // Random bytes that cross the level nearly everywhere in the slabs from first to last, and nowhere else.
@@ -742,9 +628,9 @@ TEST(Surface, HexahedraOfTheSameGridGiveTheSameTriangles)
             }
     const auto cells = meshes::from_cells(3, grid->coords, {CELL_HEX}, {1}, {connect});
     const std::vector<float> data = meshes::random_values<float>(15, 8 * 7 * 6, 0, 1);
-    const level_set structured = surface_of<float>(grid->mesh, data, 0.6, nullptr);
+    const level_set structured = extracted<float>(grid->mesh, data, 0.6, nullptr);
 
-    surface_call call;
+    level_call call(operation::surface);
     call.result =
         UTILslice_cells(cells->mesh, data.data(), DTYPE_FLOAT, 0, nullptr, 0.6, &call.nnodes, &call.min_node,
                         &call.max_node, &call.nline, &call.line_conn, &call.nline_conn, &call.ntri,
@@ -772,13 +658,12 @@ TEST(Surface, MeshesDescribedInAllWaysHaveTheSameSurface)
     using outlines = std::map<qx_long, std::map<std::pair<corner, corner>, int>>;
     std::vector<outlines> all;
     for (const auto &way : ways) {
-        surface_call call;
-        const auto operation = way->ndim == 0 ? UTILslice_cells : UTILslice_struct;
+        level_call call(operation::surface);
+        const auto extract = way->ndim == 0 ? UTILslice_cells : UTILslice_struct;
         qx_long *map = nullptr;
-        call.result =
-            operation(way->mesh, data.data(), DTYPE_FLOAT, 0, nullptr, 0.55, &call.nnodes, &call.min_node,
-                      &call.max_node, &call.nline, &call.line_conn, &call.nline_conn, &call.ntri,
-                      &call.tri_conn, &call.ntri_conn, &call.map_count, &map);
+        call.result = extract(way->mesh, data.data(), DTYPE_FLOAT, 0, nullptr, 0.55, &call.nnodes,
+                              &call.min_node, &call.max_node, &call.nline, &call.line_conn, &call.nline_conn,
+                              &call.ntri, &call.tri_conn, &call.ntri_conn, &call.map_count, &map);
         call.map = map;
         ASSERT_EQ(call.result, 1);
         outlines made;

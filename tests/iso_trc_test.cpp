@@ -1,7 +1,7 @@
 #include <skoklana/iso.h>
 
 #include "support/arrays.hpp"
-#include "support/host_calls.hpp"
+#include "support/fresh_host.hpp"
 #include "support/lattice_reference.hpp"
 #include "support/meshes.hpp"
 
@@ -10,7 +10,9 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <cstdlib>
 #include <map>
+#include <memory>
 #include <random>
 #include <set>
 #include <string>
@@ -283,11 +285,7 @@ reference_walk expect_as_reference(bool surface, seeded_lattice &in, const std::
     EXPECT_EQ(got.min_node, expected.out.min_node);
     EXPECT_EQ(got.max_node, expected.out.max_node);
     EXPECT_EQ(got.connect, expected.out.connect);
-    std::vector<int> percents;
-    for (const host_calls::status &status : host_calls::seen().statuses)
-        percents.push_back(status.percent);
-    EXPECT_EQ(percents, expected.percents);
-    EXPECT_TRUE(host_calls::seen().pushes.empty());
+    host_calls::expect_checks(expected.percents);
     return expected;
 }
 
@@ -738,6 +736,26 @@ TEST(SurfaceTrace, ChecksTheStatusAtEvery401stVisit)
     EXPECT_EQ(walk.percents[1], static_cast<int>(801 * factor));
 }
 
+// Cells of which the percents come out otherwise in other precisions.
+TEST(SurfaceTrace, PercentsAreFormedInSinglePrecision)
+{
+    for (qx_long ncells : {625, 1335}) {
+        seeded_lattice in({13, 13, 13});
+        in.ncells = ncells;
+        const std::vector<float> data = meshes::random_values<float>(2, in.nnodes(), 0, 1);
+        answer = seed_answer();
+        answer.value = 0.5f;
+        host_calls::reset();
+        trace_call call;
+        call.run(true, &in.mesh, data.data(), DTYPE_FLOAT, nullptr);
+        EXPECT_EQ(call.result, 1);
+        const std::vector<host_calls::status> &seen = host_calls::seen().statuses;
+        ASSERT_GE(seen.size(), 2u);
+        EXPECT_EQ(seen[0].percent, ncells == 625 ? 256 : 119);
+        EXPECT_EQ(seen[1].percent, ncells == 625 ? 512 : 239);
+    }
+}
+
 TEST(SurfaceTrace, InterruptionReleasesEverything)
 {
     seeded_lattice in({13, 13, 13});
@@ -761,6 +779,73 @@ TEST(SurfaceTrace, InterruptionReleasesEverything)
         EXPECT_TRUE(host_calls::seen().reports.empty());
     }
     host_calls::reset();
+}
+
+// A row of cells of six entries each, two triangles, or of four, two lines; the last one may have a single line.
+TEST(Traces, ListsGrowWhereACellLeavesTooLittle)
+{
+    const struct {
+        bool surface;
+        qx_long nprim;
+        std::vector<qx_long> sizes; // of all lists
+    } rows[] = {{true, 332, {}},    // 996 entries of 1024, 25 are to be left
+                {true, 334, {2048}},
+                {true, 674, {2048}},
+                {true, 676, {2048, 3584}},
+                {false, 507, {}}, // 1014 entries of 1024, 10 are to be left
+                {false, 508, {2048}},
+                {false, 1019, {2048, 2048, 2048}}, // and of both lists of new nodes
+                {false, 1020, {2048, 2048, 2048, 3584}}};
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.nprim);
+        const qx_long ncells = (row.nprim + 1) / 2;
+        seeded_lattice in(row.surface ? numbers{ncells + 1, 2, 2} : numbers{ncells + 1, 2});
+        std::vector<float> data = checkered(in.dims);
+        if (row.surface) { // above in one row of nodes
+            data.assign(static_cast<size_t>(in.nnodes()), 0.0f);
+            std::fill(data.begin(), data.begin() + ncells + 1, 1.0f);
+        } else {
+            if (row.nprim % 2 != 0) data[static_cast<size_t>(ncells)] = data.back() = 0;
+            in.mesh.cell_count = nullptr; // a trace of lines tells no progress
+        }
+        answer = seed_answer();
+        answer.value = 0.5f;
+        host_calls::reset();
+        trace_call call;
+        call.run(row.surface, &in.mesh, data.data(), DTYPE_FLOAT, nullptr);
+        ASSERT_EQ(call.result, 1);
+        EXPECT_EQ(call.nprim, row.nprim);
+        EXPECT_EQ(host_calls::resized_counts(), row.sizes);
+        for (const host_calls::array &array : host_calls::seen().arrays) {
+            EXPECT_EQ(array.type, DTYPE_QX_LONG);
+            EXPECT_TRUE(array.resized || array.count == 1024);
+        }
+    }
+}
+
+// A table has 4 bytes a bucket: one for 256 nodes and 1024 besides, 100000 at most, and one to spare.
+TEST(Traces, TablesStaySmallInLargeMeshes)
+{
+    const std::pair<qx_long, size_t> meshes[] = {{1000000, 1000000 / 256 + 1024},
+                                                 {25337600, 99999}, // (100000 - 1024) * 256 is 25337856
+                                                 {25337856, 100000},
+                                                 {40000000, 100000}};
+    for (const auto &[nnodes, nbuckets] : meshes)
+        for (bool surface : {true, false}) {
+            seeded_lattice in(surface ? numbers{nnodes / 4, 2, 2} : numbers{nnodes / 2, 2});
+            const std::unique_ptr<unsigned char, decltype(&free)> data(
+                static_cast<unsigned char *>(calloc(static_cast<size_t>(nnodes), 1)), free);
+            answer = seed_answer();
+            answer.cell = in.dims[0] - 2; // the last cell, from where the walk goes nowhere
+            answer.value = 0.5f;
+            data.get()[answer.cell + 1] = 1;
+            trace_call call;
+            host_calls::watch watch;
+            call.run(surface, &in.mesh, data.get(), DTYPE_BYTE, nullptr);
+            EXPECT_EQ(call.result, 1);
+            EXPECT_EQ(call.nprim, 1);
+            EXPECT_EQ(watch.largest(), 4 * (nbuckets + 1));
+        }
 }
 
 TEST(Traces, RefusedMemoryIsReportedAndNothingLeaks)

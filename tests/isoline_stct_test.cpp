@@ -2,7 +2,7 @@
 
 #include "support/arrays.hpp"
 #include "support/host_calls.hpp"
-#include "support/lattice_reference.hpp"
+#include "support/lattice_calls.hpp"
 #include "support/meshes.hpp"
 
 #include <gtest/gtest.h>
@@ -16,79 +16,7 @@
 namespace {
 
 using arrays::dtype_of;
-using lattice_reference::lattice;
-using lattice_reference::level_set;
-using lattice_reference::numbers;
-
-// The outputs of one call, as they were left.
-struct line_call {
-    int result = -7;
-    qx_long nnodes = -7, nline = -7, nline_conn = -7, map_count = -7;
-    qx_long *min_node, *max_node, *line_conn, *map;
-
-    line_call() { min_node = max_node = line_conn = map = &nnodes; } // not null, not to be freed
-    line_call(const line_call &) = delete;
-    line_call &operator=(const line_call &) = delete;
-    ~line_call() { release(); }
-
-    void run(mesh_info *mesh, const void *data, int type, const void *null, double level, bool mapped)
-    {
-        result = UTILisoline_struct(mesh, data, type, null != nullptr, null, level, &nnodes, &min_node,
-                                    &max_node, &nline, &line_conn, &nline_conn, mapped ? &map_count : nullptr,
-                                    mapped ? &map : nullptr);
-    }
-
-    void release()
-    {
-        for (qx_long **list : {&min_node, &max_node, &line_conn, &map}) {
-            if (*list != &nnodes) free(*list);
-            *list = nullptr;
-        }
-    }
-
-    bool is_empty() const
-    {
-        return nnodes == 0 && nline == 0 && nline_conn == 0 && map_count == 0 && min_node == nullptr &&
-               max_node == nullptr && line_conn == nullptr && map == nullptr;
-    }
-};
-
-numbers copied(const qx_long *list, qx_long count)
-{
-    return numbers(list, list + count);
-}
-
-template <typename T>
-level_set lines_of(mesh_info *mesh, const std::vector<T> &data, double level, const T *null,
-                   bool mapped = true)
-{
-    line_call call;
-    call.run(mesh, data.data(), dtype_of<T>, null, level, mapped);
-    EXPECT_EQ(call.result, 1);
-    level_set out;
-    if (call.result != 1) return out;
-    EXPECT_EQ(call.nline_conn, 2 * call.nline);
-    out.min_node = copied(call.min_node, call.nnodes);
-    out.max_node = copied(call.max_node, call.nnodes);
-    out.connect = copied(call.line_conn, call.nline_conn);
-    if (mapped) {
-        EXPECT_EQ(call.map_count, call.nline);
-        out.cell = copied(call.map, call.map_count);
-    }
-    return out;
-}
-
-template <typename T>
-level_set expect_as_reference(lattice &in, const std::vector<T> &data, double level, const T *null)
-{
-    level_set expected = lattice_reference::lines(in.dims, data, level, null);
-    const level_set got = lines_of(&in.mesh, data, level, null);
-    EXPECT_EQ(got.min_node, expected.min_node);
-    EXPECT_EQ(got.max_node, expected.max_node);
-    EXPECT_EQ(got.connect, expected.connect);
-    EXPECT_EQ(got.cell, expected.cell);
-    return expected;
-}
+using namespace lattice_calls;
 
 template <typename T> class LinesOfType : public testing::Test {
 };
@@ -154,7 +82,7 @@ TEST(Lines, NanIsBelowAndAsANullMatchesNothing)
         data.push_back(random() % 4 == 0 ? nan : static_cast<float>(random() % 3));
     const level_set expected = expect_as_reference(in, data, 1.0, static_cast<const float *>(nullptr));
     EXPECT_FALSE(expected.cell.empty());
-    EXPECT_TRUE(lines_of<float>(&in.mesh, data, 1.0, &nan) == expected);
+    EXPECT_TRUE(extracted<float>(&in.mesh, data, 1.0, &nan) == expected);
 }
 
 TEST(Lines, SmoothFieldGrowsTheListsManyTimes)
@@ -182,7 +110,7 @@ TEST(Lines, OneCellGivesTheLinesOfItsCase)
         std::vector<int> complement;
         for (int value : data)
             complement.push_back(1 - value);
-        EXPECT_TRUE(lines_of<int>(&in.mesh, complement, 1.0, nullptr) == out);
+        EXPECT_TRUE(extracted<int>(&in.mesh, complement, 1.0, nullptr) == out);
     }
 }
 
@@ -191,7 +119,7 @@ TEST(Lines, BothAmbiguousCasesCutOffCornersZeroAndTwo)
 {
     lattice in({2, 2});
     for (const auto &data : {std::vector<int>{1, 0, 0, 1}, std::vector<int>{0, 1, 1, 0}}) {
-        const level_set out = lines_of<int>(&in.mesh, data, 0.5, nullptr);
+        const level_set out = extracted<int>(&in.mesh, data, 0.5, nullptr);
         EXPECT_EQ(out.min_node, (numbers{0, 0, 1, 2}));
         EXPECT_EQ(out.max_node, (numbers{1, 2, 3, 3}));
         EXPECT_EQ(out.connect, (numbers{0, 1, 2, 3}));
@@ -204,8 +132,8 @@ TEST(Lines, NullCornerSkipsItsCellsOnly)
     lattice in({3, 2});
     const std::vector<short> data = {0, 1, 9, 0, 0, 0};
     const short null = 9;
-    EXPECT_EQ(lines_of<short>(&in.mesh, data, 0.5, &null).cell, numbers{0});
-    EXPECT_EQ(lines_of<short>(&in.mesh, data, 0.5, nullptr).cell, (numbers{0, 1}));
+    EXPECT_EQ(extracted<short>(&in.mesh, data, 0.5, &null).cell, numbers{0});
+    EXPECT_EQ(extracted<short>(&in.mesh, data, 0.5, nullptr).cell, (numbers{0, 1}));
 }
 
 // Every new node inside the mesh ends two lines, every one on the rim one.
@@ -213,7 +141,7 @@ TEST(Lines, AreClosedInsideTheMesh)
 {
     lattice in({60, 50});
     const std::vector<float> data = meshes::random_values<float>(3, in.nnodes(), 0, 1);
-    const level_set out = lines_of<float>(&in.mesh, data, 0.5, nullptr);
+    const level_set out = extracted<float>(&in.mesh, data, 0.5, nullptr);
     std::map<qx_long, int> ends;
     for (qx_long node : out.connect)
         ++ends[node];
@@ -235,7 +163,7 @@ TEST(Lines, NoCrossingHandsOverEmptyLists)
 {
     lattice in({5, 5});
     const std::vector<float> data(25, 0.0f);
-    line_call call;
+    level_call call(operation::lines);
     call.run(&in.mesh, data.data(), DTYPE_FLOAT, nullptr, 1.0, true);
     EXPECT_EQ(call.result, 1);
     EXPECT_EQ(call.nnodes, 0);
@@ -252,10 +180,10 @@ TEST(Lines, WithoutAMapTheRestIsTheSame)
 {
     lattice in({140, 9});
     const std::vector<float> data = meshes::random_values<float>(6, in.nnodes(), -1, 1);
-    level_set with_map = lines_of<float>(&in.mesh, data, 0.0, nullptr, true);
+    level_set with_map = extracted<float>(&in.mesh, data, 0.0, nullptr, true);
     EXPECT_FALSE(with_map.cell.empty());
     with_map.cell.clear();
-    EXPECT_TRUE(with_map == lines_of<float>(&in.mesh, data, 0.0, nullptr, false));
+    EXPECT_TRUE(with_map == extracted<float>(&in.mesh, data, 0.0, nullptr, false));
 }
 
 TEST(Lines, AreTheSameByWayOfTheSurfaceOperation)
@@ -263,8 +191,8 @@ TEST(Lines, AreTheSameByWayOfTheSurfaceOperation)
     lattice in({70, 20});
     const std::vector<unsigned char> data = meshes::random_values<unsigned char>(8, in.nnodes(), 0, 9);
     const unsigned char null = 4;
-    const level_set expected = lines_of<unsigned char>(&in.mesh, data, 5.5, &null);
-    line_call call;
+    const level_set expected = extracted<unsigned char>(&in.mesh, data, 5.5, &null);
+    level_call call(operation::lines);
     qx_long ntri = -7, ntri_conn = -7, *tri_conn = &ntri;
     call.result =
         UTILslice_struct(&in.mesh, data.data(), DTYPE_BYTE, 1, &null, 5.5, &call.nnodes, &call.min_node,
@@ -292,10 +220,10 @@ TEST(Lines, QuadrilateralsOfTheSameGridGiveTheSame)
                 connect.push_back(node);
     const auto cells = meshes::from_cells(2, grid->coords, {CELL_QUAD}, {1}, {connect});
     const std::vector<double> data = meshes::random_values<double>(15, 72, 0, 1);
-    const level_set structured = lines_of<double>(grid->mesh, data, 0.5, nullptr);
+    const level_set structured = extracted<double>(grid->mesh, data, 0.5, nullptr);
     EXPECT_GT(structured.cell.size(), 20u);
 
-    line_call call;
+    level_call call(operation::lines);
     call.result = UTILisoline_cells(cells->mesh, data.data(), DTYPE_DOUBLE, 0, nullptr, 0.5, &call.nnodes,
                                     &call.min_node, &call.max_node, &call.nline, &call.line_conn,
                                     &call.nline_conn, &call.map_count, &call.map);
@@ -311,20 +239,51 @@ TEST(Lines, QuadrilateralsOfTheSameGridGiveTheSame)
 TEST(Lines, UnknownTypesAndTooFewAxesAreRefusedInSilence)
 {
     const std::vector<double> data(9, 0.0);
-    host_calls::reset();
-    for (int type : {-1, 7, 100}) {
-        lattice in({3, 3});
-        line_call call;
-        call.run(&in.mesh, data.data(), type, nullptr, 0.5, true);
-        EXPECT_EQ(call.result, 0);
-        EXPECT_TRUE(call.is_empty());
+    for (int type : {-1, 7, 100})
+        expect_silent_refusal(operation::lines, {3, 3}, data, type);
+    expect_silent_refusal(operation::lines, {9}, data, DTYPE_DOUBLE);
+}
+
+TEST(Lines, AxesWithoutCellsGiveNothing)
+{
+    for (const numbers &dims : {numbers{5, 1}, {1, 5}, {1, 1}, {0, 5}, {5, 0}, {0, 0}}) {
+        lattice in(dims);
+        std::vector<float> data;
+        for (qx_long n = 0; n < in.nnodes(); ++n)
+            data.push_back(static_cast<float>(n % 2));
+        const level_set out = extracted<float>(&in.mesh, data, 0.5, nullptr);
+        EXPECT_TRUE(out.connect.empty() && out.min_node.empty() && out.cell.empty());
     }
-    lattice in({9});
-    line_call call;
-    call.run(&in.mesh, data.data(), DTYPE_DOUBLE, nullptr, 0.5, true);
-    EXPECT_EQ(call.result, 0);
-    EXPECT_TRUE(call.is_empty());
-    EXPECT_TRUE(host_calls::seen().reports.empty());
+}
+
+// A row of cells with one line each, and three new nodes for two of them.
+TEST(Lines, ListsGrowWhereACellLeavesTooLittle)
+{
+    const struct {
+        qx_long ncells;
+        bool mapped;
+        std::vector<qx_long> sizes;                     // of all lists
+    } rows[] = {{496, false, {}},                       // 992 entries of 1000, 8 are left
+                {497, false, {2000}},                   // new nodes: still less than 1000
+                {996, false, {2000, 2000, 2000}},       // both lists of new nodes, and 1992 entries of 2000
+                {997, false, {2000, 2000, 3500}},       //
+                {1000, true, {2000, 2000, 3500}},       // the map is full
+                {1001, true, {2000, 2000, 2000, 3500}}, //
+                {1024, false, {2000, 2000, 3500}}};
+    for (const auto &row : rows) {
+        lattice in({row.ncells + 1, 2});
+        std::vector<unsigned char> data(static_cast<size_t>(in.nnodes()), 0);
+        for (qx_long i = 1; i <= row.ncells; i += 2)
+            data[static_cast<size_t>(i)] = 1;
+        host_calls::reset();
+        const level_set out = extracted<unsigned char>(&in.mesh, data, 0.5, nullptr, row.mapped);
+        EXPECT_EQ(static_cast<qx_long>(out.connect.size()), 2 * row.ncells);
+        EXPECT_EQ(host_calls::resized_counts(), row.sizes) << row.ncells;
+        for (const host_calls::array &array : host_calls::seen().arrays) {
+            EXPECT_EQ(array.type, DTYPE_QX_LONG);
+            EXPECT_TRUE(array.resized || array.count == 1000);
+        }
+    }
 }
 
 TEST(Lines, NeverCheckTheStatus)
@@ -332,7 +291,7 @@ TEST(Lines, NeverCheckTheStatus)
     lattice in({40, 900});
     const std::vector<float> data = meshes::random_values<float>(1, in.nnodes(), 0, 1);
     host_calls::reset();
-    lines_of<float>(&in.mesh, data, 0.5, nullptr);
+    extracted<float>(&in.mesh, data, 0.5, nullptr);
     EXPECT_TRUE(host_calls::seen().statuses.empty());
     EXPECT_TRUE(host_calls::seen().pushes.empty());
 }
@@ -340,56 +299,16 @@ TEST(Lines, NeverCheckTheStatus)
 TEST(Lines, RefusedMemoryIsReportedAndNothingLeaks)
 {
     lattice in({130, 60});
-    const std::vector<short> data = meshes::random_values<short>(4, in.nnodes(), 0, 100);
-    const short null = 3;
-    host_calls::reset();
-    int nallocations = 0;
-    {
-        line_call call;
-        host_calls::watch watch;
-        call.run(&in.mesh, data.data(), DTYPE_SHORT, &null, 50, true);
-        nallocations = watch.allocations();
-        ASSERT_EQ(call.result, 1);
-        ASSERT_GT(call.nline, 4000);
-        EXPECT_EQ(watch.live_blocks(), 4);
-        call.release();
-        EXPECT_EQ(watch.live_blocks(), 0);
-    }
-    std::map<std::vector<std::string>, int> reports_of_failures;
-    int insisted = 0;
-    for (int k = 0; k < nallocations; ++k) {
-        SCOPED_TRACE(k);
-        host_calls::reset();
-        line_call call;
-        host_calls::watch watch;
-        host_calls::fail_allocation(k);
-        call.run(&in.mesh, data.data(), DTYPE_SHORT, &null, 50, true);
-        EXPECT_TRUE(host_calls::allocation_was_refused());
-        if (call.result == 1) {
-            EXPECT_EQ(host_calls::seen().out_of_memory, std::vector<std::string>{"Cannot alloc flags array"});
-            EXPECT_GT(call.nline, 4000);
-            ++insisted;
-        } else {
-            EXPECT_EQ(call.result, 0);
-            EXPECT_TRUE(call.is_empty());
-            EXPECT_EQ(watch.live_blocks(), 0);
-            EXPECT_TRUE(host_calls::seen().out_of_memory.empty());
-            ++reports_of_failures[host_calls::report_texts()];
-        }
-    }
-    EXPECT_GE(insisted, 1);
-    EXPECT_GE(reports_of_failures[{}], 4); // the lists at the start, and new nodes
-    EXPECT_GE(reports_of_failures[{"UTILisoline: realloc for cell list failed"}], 2);
-    EXPECT_GE(reports_of_failures[{"UTILisoline: realloc for connect list failed"}], 2);
-    EXPECT_EQ(reports_of_failures.size(), 3u);
-    host_calls::reset();
+    expect_clean_failures<short>(
+        operation::lines, in, meshes::random_values<short>(4, in.nnodes(), 0, 100), 50, 3,
+        {"UTILisoline: realloc for cell list failed", "UTILisoline: realloc for connect list failed"});
 }
 
 TEST(Lines, TwoCallsGiveTheSameBytes)
 {
     lattice in({300, 40});
     const std::vector<int> data = meshes::random_values<int>(99, in.nnodes(), 0, 10);
-    EXPECT_TRUE(lines_of<int>(&in.mesh, data, 5, nullptr) == lines_of<int>(&in.mesh, data, 5, nullptr));
+    EXPECT_TRUE(extracted<int>(&in.mesh, data, 5, nullptr) == extracted<int>(&in.mesh, data, 5, nullptr));
 }
 
 } // namespace

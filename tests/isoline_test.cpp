@@ -1,11 +1,10 @@
-#include "support/host_calls.hpp"
+#include "support/fresh_host.hpp"
 #include "support/levels.hpp"
 
 #include <skoklana/host/tool.h>
 
 #include <gtest/gtest.h>
 
-#include <set>
 #include <string>
 
 using levels::operation;
@@ -14,10 +13,7 @@ namespace {
 
 constexpr int surface_kinds[] = {CELL_TRI, CELL_QUAD};
 
-class Isolines : public testing::Test {
-  protected:
-    void SetUp() override { host_calls::reset(); }
-};
+class Isolines : public FreshHost {};
 
 template <typename T> class IsolinesTyped : public Isolines {
 };
@@ -49,34 +45,6 @@ const std::vector<unsigned char> one_above = {1, 0, 0, 0}, diagonal_above = {1, 
 } // namespace
 
 // ---- against the reference -------------------------------------------------------------------------------
-
-TYPED_TEST(IsolinesTyped, EveryKindAndOrderAgreesWithTheReference)
-{
-    using T = TypeParam;
-    const T null_value = 77, level = 40;
-    for (int kind : surface_kinds)
-        for (int order : {1, 2})
-            for (bool nulls : {false, true}) {
-                const meshes::mesh_ptr mesh = levels::bind(meshes::cells(kind, order, {9, 8}, 1));
-                const std::vector<T> data = levels::rough_values<T>(static_cast<uint64_t>(kind * 4 + order),
-                                                                    mesh->nnodes(), level, null_value);
-                qx_long with_nulls_skipped = 0;
-                for (double at : {40.0, 39.5})
-                    for (bool with_maps : {false, true}) {
-                        const levels::output got =
-                            levels::expect_reference<T>(operation::isoline, *mesh, data, at, nulls,
-                                                        null_value, with_maps, name_of(kind, order));
-                        EXPECT_GT(got.nline, 20);
-                        EXPECT_EQ(static_cast<qx_long>(got.lines.size()), 2 * got.nline);
-                        if (nulls) with_nulls_skipped = got.nline;
-                    }
-                if (nulls) {
-                    const levels::output all = levels::expect_reference<T>(
-                        operation::isoline, *mesh, data, 39.5, false, null_value, false, "null as a value");
-                    EXPECT_GT(all.nline, with_nulls_skipped) << "the nulls took cells out";
-                }
-            }
-}
 
 TYPED_TEST(IsolinesTyped, SurfaceSetsAmongOthersShareOneSequenceOfNewNodes)
 {
@@ -178,33 +146,6 @@ using edge_ends = std::vector<std::pair<qx_long, qx_long>>;
 
 } // namespace
 
-TEST_F(Isolines, EveryCaseOfASingleCell)
-{
-    const slice_cell_func kernels[] = {UTILisoline_tri, UTILisoline_quad};
-    for (size_t k = 0; k < 2; ++k) {
-        const int ncorners = cell_kinds[surface_kinds[k]].ncorners;
-        // Node numbers that don't rise with the corners, so that pairs need ordering.
-        std::vector<qx_long> nodes;
-        for (int c = 0; c < ncorners; ++c)
-            nodes.push_back((5 * c + 3) % 11);
-        for (int mask = 0; mask < 1 << ncorners; ++mask) {
-            std::vector<unsigned char> flags(11, 0);
-            for (int c = 0; c < ncorners; ++c)
-                flags[static_cast<size_t>(nodes[static_cast<size_t>(c)])] = mask >> c & 1;
-            levels::reference wanted(flags);
-            qx_long made = 0;
-            wanted.add_cell(surface_kinds[k], nodes.data(), false, &made);
-
-            levels::bare_set set(ncorners, 2, nodes);
-            levels::kernel_call call(kernels[k], flags);
-            ASSERT_EQ(call.run(&set.mesh), made) << mask;
-            EXPECT_EQ(call.list(), wanted.result.lines) << mask;
-            EXPECT_EQ(call.nodes(), wanted.result.nodes) << mask;
-            EXPECT_EQ(made == 0, mask == 0 || mask == (1 << ncorners) - 1);
-        }
-    }
-}
-
 TEST_F(Isolines, ACaseAndItsComplementGiveTheSameLinesInTheSameDirection)
 {
     for (int mask = 1; mask < 8; ++mask)
@@ -249,21 +190,6 @@ TEST_F(Isolines, NeighboursShareTheirNewNode)
     EXPECT_EQ(got.maps[0], (std::vector<qx_long>{0, 1}));
 }
 
-// ---- nulls -----------------------------------------------------------------------------------------------
-
-TEST_F(Isolines, NullsCountInAllNodesOfARowNotOnlyTheCorners)
-{
-    // Rows of five nodes, of which the kernel takes the first four as corners.
-    levels::bare_set set(5, 2, {0, 1, 2, 3, 4, 0, 1, 2, 3, 5});
-    const std::vector<unsigned char> flags = {1, 0, 0, 0, 2, 0};
-    levels::kernel_call call(UTILisoline_quad, flags);
-    call.map = static_cast<qx_long *>(ARRalloc_f(nullptr, DTYPE_QX_LONG, 1000, 0, "test", 0));
-    EXPECT_EQ(call.run(&set.mesh, 1), 1);
-    EXPECT_EQ(call.map[0], 1);
-    levels::kernel_call no_nulls(UTILisoline_quad, flags);
-    EXPECT_EQ(no_nulls.run(&set.mesh, 0), 2);
-}
-
 // ---- a kernel's lists ------------------------------------------------------------------------------------
 
 TEST_F(Isolines, ConnectListsGrowBy1000WhenLessThan8EntriesAreLeft)
@@ -306,21 +232,6 @@ TEST_F(Isolines, AppendToWhatIsThere)
     EXPECT_EQ(call.table->nedges, 2);
     const std::vector<qx_long> list = call.list();
     EXPECT_TRUE(std::equal(list.begin(), list.begin() + 1200, list.begin() + 1200));
-}
-
-TEST_F(Isolines, AListOfCapacityZeroIsReplaced)
-{
-    host_calls::watch watch;
-    {
-        levels::bare_set set(4, 2, quad_nodes);
-        levels::kernel_call call(UTILisoline_quad, one_above);
-        call.connect = static_cast<qx_long *>(ARRalloc_f(nullptr, DTYPE_QX_LONG, 4, 0, "test", 0));
-        call.used = 2;
-        EXPECT_EQ(call.run(&set.mesh), 1);
-        EXPECT_EQ(call.used, 2);
-        EXPECT_EQ(call.capacity, 1000);
-    }
-    EXPECT_EQ(watch.live_blocks(), 0);
 }
 
 // ---- sets that take no part ------------------------------------------------------------------------------
@@ -376,18 +287,6 @@ TEST_F(Isolines, SetsWithoutCells)
     EXPECT_TRUE(host_calls::seen().pushes.empty());
 }
 
-TEST_F(Isolines, AnUnknownTypeFails)
-{
-    const meshes::mesh_ptr mesh = levels::bind(meshes::cells(CELL_QUAD, 1, {1, 1}, 1));
-    const std::vector<double> data(4, 0.0);
-    host_calls::watch watch;
-    const levels::raw_output raw =
-        levels::run_raw({mesh->mesh, data.data(), 7, 0, nullptr, 0.5, operation::isoline});
-    EXPECT_EQ(raw.status, 0);
-    EXPECT_TRUE(raw.all_zero());
-    EXPECT_EQ(watch.live_blocks(), 0);
-}
-
 // ---- second order ----------------------------------------------------------------------------------------
 
 // A range a block and none a set; the last block holds up to 1000 cells.
@@ -425,182 +324,4 @@ TEST_F(Isolines, FirstOrderSetsOpenNoRange)
     EXPECT_GT(got.nline, 100);
     EXPECT_TRUE(host_calls::seen().pushes.empty());
     EXPECT_TRUE(host_calls::seen().statuses.empty());
-}
-
-TEST_F(Isolines, TheSetIsPutBack)
-{
-    const meshes::mesh_ptr mesh = levels::bind(meshes::cells(CELL_TRI, 2, {30, 30}, 1));
-    const std::vector<float> data = meshes::random_values<float>(5, mesh->nnodes(), 0, 1);
-    levels::run(isolines(*mesh, data, 0.5));
-    EXPECT_EQ(mesh->mesh->cell_count[0], 1800);
-    EXPECT_EQ(mesh->mesh->cell_connect[0], mesh->connect[0].data());
-    EXPECT_EQ(mesh->mesh->cell_nnodes[0], 6);
-}
-
-// ---- kernels of other makers -----------------------------------------------------------------------------
-
-namespace {
-
-int foreign_calls = 0, foreign_gives_up_at = -1;
-
-// Makes nothing, or gives up as an interrupted kernel does: with all that it was given released.
-qx_long foreign_kernel(mesh_info *, int, int, unsigned char *flags, edge_table *table, qx_long **connect,
-                       qx_long *, qx_long *, qx_long **)
-{
-    if (foreign_calls++ != foreign_gives_up_at) return 0;
-    UTILedge_table_delete(table);
-    free(flags);
-    ARRfree_f(*connect, "foreign", 0);
-    return -1;
-}
-
-} // namespace
-
-TEST_F(Isolines, AKernelThatGivesUpEndsTheCallInTheMiddleOfASet)
-{
-    const meshes::mesh_ptr mesh =
-        levels::bind(meshes::mixed({CELL_QUAD, CELL_QUAD, CELL_QUAD}, {1, 2, 1}, 35, 1));
-    ASSERT_EQ(mesh->mesh->cell_count[1], 1225);
-    mesh->mesh->cell_funcs[CELL_METHOD_SLOTS + SLOT_SUB_ISOLINE] =
-        reinterpret_cast<cell_func>(foreign_kernel);
-    const std::vector<float> data = meshes::random_values<float>(5, mesh->nnodes(), 0, 1);
-    for (int block : {0, 1}) {
-        host_calls::reset();
-        foreign_calls = 0;
-        foreign_gives_up_at = block;
-        host_calls::watch watch;
-        const levels::raw_output raw = levels::run_raw(isolines(*mesh, data, 0.5));
-        EXPECT_EQ(raw.status, 0);
-        EXPECT_TRUE(raw.all_zero());
-        for (qx_long *map : raw.map)
-            EXPECT_EQ(map, nullptr);
-        EXPECT_EQ(raw.map_count[0], 0) << "the map of the set before is taken back";
-        EXPECT_EQ(foreign_calls, block + 1);
-        EXPECT_EQ(watch.live_blocks(), 0);
-        EXPECT_EQ(host_calls::seen().depth, 0);
-        EXPECT_EQ(mesh->mesh->cell_connect[1], mesh->connect[1].data());
-        EXPECT_EQ(mesh->mesh->cell_count[1], 1225);
-    }
-}
-
-// ---- memory ----------------------------------------------------------------------------------------------
-
-TEST_F(Isolines, EachAllocationRefusedInTurn)
-{
-    const meshes::mesh_ptr mesh =
-        levels::bind(meshes::mixed({CELL_QUAD, CELL_TRI, CELL_QUAD, CELL_TRI}, {1, 1, 2, 2}, 33, 1));
-    const std::vector<float> data = meshes::random_values<float>(5, mesh->nnodes(), 0, 1);
-    const levels::call call = isolines(*mesh, data, 0.5);
-    int nallocations = 0;
-    levels::output clean;
-    {
-        host_calls::watch watch;
-        levels::raw_output raw = levels::run_raw(call);
-        nallocations = watch.allocations();
-        clean = levels::taken(raw);
-        EXPECT_EQ(watch.live_blocks(), 0);
-    }
-    ASSERT_GT(nallocations, 30);
-    std::set<std::string> texts;
-    int retried = 0;
-    for (int k = 0; k < nallocations; ++k) {
-        host_calls::reset();
-        host_calls::watch watch;
-        host_calls::fail_allocation(k);
-        const levels::raw_output raw = levels::run_raw(call);
-        ASSERT_TRUE(host_calls::allocation_was_refused()) << k;
-        if (raw.status == 1) { // asked again
-            EXPECT_EQ(host_calls::seen().out_of_memory, std::vector<std::string>{"Cannot alloc flags array"})
-                << k;
-            EXPECT_TRUE(levels::taken(raw) == clean) << k;
-            ++retried;
-        } else {
-            EXPECT_EQ(raw.status, 0) << k;
-            EXPECT_TRUE(raw.all_zero()) << k;
-            for (qx_long *map : raw.map)
-                EXPECT_EQ(map, nullptr) << k;
-            ASSERT_EQ(host_calls::seen().reports.size(), 1u) << k;
-            EXPECT_EQ(host_calls::seen().reports[0].zero, 0);
-            EXPECT_EQ(host_calls::seen().reports[0].severity, 2);
-            texts.insert(host_calls::report_texts()[0]);
-        }
-        EXPECT_EQ(watch.live_blocks(), 0) << k;
-        EXPECT_EQ(host_calls::seen().depth, 0) << k;
-        for (size_t set = 0; set < mesh->kinds.size(); ++set)
-            EXPECT_EQ(mesh->mesh->cell_connect[set], mesh->connect[set].data()) << k;
-    }
-    EXPECT_EQ(retried, 1);
-    EXPECT_EQ(texts,
-              (std::set<std::string>{
-                  "UTILisoline: realloc for cell list failed", "isoline: realloc for connect list failed",
-                  "isoline: realloc for edge table failed", "UTILisoline: alloc for edge table failed",
-                  "UTILisoline: alloc for cell list failed", "isoline: alloc for connect list failed",
-                  "UTILisoline: alloc for mesh copy failed", "UTILisoline: tesselation failed"}));
-    host_calls::reset();
-    EXPECT_TRUE(levels::run(call) == clean);
-}
-
-TEST_F(Isolines, AKernelThatCannotGrowReleasesTableAndFlagsAndKeepsTheList)
-{
-    host_calls::watch watch;
-    for (bool map : {false, true}) {
-        host_calls::reset();
-        levels::bare_set set(4, 2, levels::repeated(quad_nodes, 2000));
-        {
-            levels::kernel_call call(UTILisoline_quad, one_above);
-            if (map) {
-                // Room for all the lines, so that the map is what has to grow.
-                call.connect = static_cast<qx_long *>(ARRalloc_f(nullptr, DTYPE_QX_LONG, 9000, 0, "test", 0));
-                call.capacity = 9000;
-                call.used = 0;
-                call.map = static_cast<qx_long *>(ARRalloc_f(nullptr, DTYPE_QX_LONG, 1000, 0, "test", 0));
-            }
-            host_calls::fail_allocation(map ? 0 : 1); // without a list, beginning one comes first
-            EXPECT_EQ(call.run(&set.mesh), 0);
-            call.owned = false;
-            EXPECT_EQ(host_calls::report_texts(),
-                      std::vector<std::string>{map ? "UTILisoline: realloc for cell list failed"
-                                                   : "isoline: realloc for connect list failed"});
-            ASSERT_NE(call.connect, nullptr);
-            for (qx_long i = 0; i < call.used; ++i)
-                ASSERT_LT(call.connect[i], 2);
-        }
-        EXPECT_EQ(watch.live_blocks(), 0);
-    }
-}
-
-TEST_F(Isolines, NoConnectListNoLines)
-{
-    for (int order : {1, 2}) {
-        host_calls::reset();
-        const meshes::mesh_ptr mesh = levels::bind(meshes::mixed({CELL_TRI, CELL_QUAD}, {1, order}, 6, 1));
-        const std::vector<float> data = meshes::random_values<float>(5, mesh->nnodes(), 0, 1);
-        mesh->mesh->cell_connect[0] = mesh->connect[0].data();
-        mesh->mesh->cell_connect[1] = nullptr;
-        mesh->mesh->get_connect = [](mesh_info *, int, qx_long **) { return 0; };
-        host_calls::watch watch;
-        const levels::raw_output raw = levels::run_raw(isolines(*mesh, data, 0.5));
-        EXPECT_EQ(raw.status, 0);
-        EXPECT_TRUE(raw.all_zero());
-        EXPECT_EQ(raw.map[0], nullptr);
-        EXPECT_EQ(watch.live_blocks(), 0);
-        EXPECT_EQ(host_calls::report_texts(),
-                  std::vector<std::string>{"fld_info: unable to get cell set connect list"});
-        EXPECT_EQ(mesh->mesh->cell_connect[1], nullptr);
-        EXPECT_EQ(host_calls::seen().depth, 0);
-    }
-}
-
-TEST_F(Isolines, NoMapsNoMapLists)
-{
-    const meshes::mesh_ptr mesh = levels::bind(meshes::mixed({CELL_QUAD, CELL_TRI}, {1, 2}, 2, 1));
-    const std::vector<float> data(static_cast<size_t>(mesh->nnodes()), 0.0f);
-    levels::call call = isolines(*mesh, data, 0.5);
-    call.with_maps = false;
-    host_calls::watch watch;
-    levels::run(call);
-    const int without = watch.allocations();
-    call.with_maps = true;
-    levels::run(call);
-    EXPECT_EQ(watch.allocations() - without, without + 3) << "one a set and one a block";
 }

@@ -297,6 +297,27 @@ int cell_nodes_of(const meshes::test_mesh &mesh, size_t set)
     return mesh.orders[set] == 1 ? kind.ncorners : kind.nnodes_2;
 }
 
+// How the nulls of a mesh struck its cells.
+struct losses {
+    int some = 0, all = 0, none = 0;
+
+    void note(const remains &left, const std::vector<numbers> &rows)
+    {
+        ++(left.cells.empty() ? all : left.cells.size() == rows.size() ? none : some);
+    }
+    int rarest() const { return std::min({some, all, none}); }
+};
+
+// The cells in a call's list, which goes.
+void expect_cells(const remains &expected, list_outputs *out, const std::string &name)
+{
+    EXPECT_EQ(1, out->status) << name;
+    EXPECT_EQ(static_cast<qx_long>(expected.cells.size()), out->ncells) << name;
+    EXPECT_EQ(static_cast<qx_long>(expected.connect.size()), out->conn_size) << name;
+    EXPECT_EQ(expected.cells.empty(), out->conn == nullptr) << name;
+    EXPECT_EQ(expected.connect, take(out->conn, out->conn_size)) << name;
+}
+
 template <typename T> class NullRemoval : public testing::Test {
 };
 TYPED_TEST_SUITE(NullRemoval, all_types);
@@ -310,7 +331,7 @@ TYPED_TEST(NullRemoval, CellSetsKeepTheCellsWithoutANullNode)
     using T = TypeParam;
     host_calls::reset();
     const T null_value = T(5);
-    int lost_some = 0, lost_all = 0, lost_none = 0;
+    losses lost;
     for (const mesh_case &one : cell_meshes())
         for (int one_in : null_shares) {
             meshes::test_mesh &mesh = *one.mesh;
@@ -333,14 +354,12 @@ TYPED_TEST(NullRemoval, CellSetsKeepTheCellsWithoutANullNode)
                     ASSERT_EQ(expected.cells.empty(), out.cell_list[set] == nullptr);
                     ASSERT_EQ(expected.cells, take(out.cell_list[set], out.ncells[set])) << one.name;
                     ASSERT_EQ(expected.connect, take(out.conn[set], out.conn_size[set])) << one.name;
-                    ++(expected.cells.empty()                 ? lost_all
-                       : expected.cells.size() == rows.size() ? lost_none
-                                                              : lost_some);
+                    lost.note(expected, rows);
                 }
                 ASSERT_EQ(0, watch.live_blocks()) << one.name;
             }
         }
-    EXPECT_GT(std::min({lost_some, lost_all, lost_none}), 20);
+    EXPECT_GT(lost.rarest(), 20);
     EXPECT_TRUE(host_calls::seen().reports.empty());
 }
 
@@ -510,7 +529,7 @@ TYPED_TEST(NullRemoval, LatticesKeepTheCellsWithoutANullNode)
     using T = TypeParam;
     host_calls::reset();
     const T null_value = T(5);
-    int lost_some = 0, lost_all = 0, lost_none = 0;
+    losses lost;
     for (const mesh_case &one : lattice_meshes())
         for (int one_in : null_shares) {
             meshes::test_mesh &mesh = *one.mesh;
@@ -523,18 +542,13 @@ TYPED_TEST(NullRemoval, LatticesKeepTheCellsWithoutANullNode)
                 host_calls::watch watch;
                 list_outputs out = dispatched ? dispatch_to_lattice(mesh.mesh, data, null_value)
                                               : remove_from_lattice(mesh.mesh, data, null_value);
-                ASSERT_EQ(1, out.status) << one.name;
-                ASSERT_EQ(static_cast<qx_long>(expected.cells.size()), out.ncells) << one.name;
-                ASSERT_EQ(expected.cells.empty(), out.conn == nullptr);
-                ASSERT_EQ(kept_of(map), take(out.node_list, out.nkept)) << one.name;
-                ASSERT_EQ(expected.connect, take(out.conn, out.conn_size)) << one.name;
-                ASSERT_EQ(0, watch.live_blocks());
+                expect_cells(expected, &out, one.name);
+                EXPECT_EQ(kept_of(map), take(out.node_list, out.nkept)) << one.name;
+                ASSERT_EQ(0, watch.live_blocks()) << one.name;
             }
-            ++(expected.cells.empty()                 ? lost_all
-               : expected.cells.size() == rows.size() ? lost_none
-                                                      : lost_some);
+            lost.note(expected, rows);
         }
-    EXPECT_GT(std::min({lost_some, lost_all, lost_none}), 20);
+    EXPECT_GT(lost.rarest(), 20);
     EXPECT_TRUE(host_calls::seen().reports.empty());
 }
 
@@ -605,7 +619,7 @@ TYPED_TEST(NullRemoval, NullCellsOfASetGoAndNodesKeepTheirNumbers)
 {
     using T = TypeParam;
     const T null_value = T(5);
-    int lost_some = 0, lost_all = 0, lost_none = 0;
+    losses lost;
     for (const mesh_case &one : cell_meshes())
         for (size_t set = 0; set < one.mesh->kinds.size(); ++set)
             for (int one_in : null_shares) {
@@ -616,24 +630,18 @@ TYPED_TEST(NullRemoval, NullCellsOfASetGoAndNodesKeepTheirNumbers)
                 const remains expected = slow_remove_cells(rows, data, null_value);
                 host_calls::watch watch;
                 list_outputs out = remove_cells(mesh.mesh, static_cast<int>(set), data, null_value);
-                ASSERT_EQ(1, out.status) << one.name;
-                ASSERT_EQ(static_cast<qx_long>(expected.cells.size()), out.ncells) << one.name;
-                ASSERT_EQ(static_cast<qx_long>(expected.connect.size()), out.conn_size) << one.name;
-                ASSERT_EQ(expected.cells.empty(), out.conn == nullptr);
-                ASSERT_EQ(expected.connect, take(out.conn, out.conn_size)) << one.name;
-                ASSERT_EQ(0, watch.live_blocks());
-                ++(expected.cells.empty()                 ? lost_all
-                   : expected.cells.size() == rows.size() ? lost_none
-                                                          : lost_some);
+                expect_cells(expected, &out, one.name);
+                ASSERT_EQ(0, watch.live_blocks()) << one.name;
+                lost.note(expected, rows);
             }
-    EXPECT_GT(std::min({lost_some, lost_all, lost_none}), 20);
+    EXPECT_GT(lost.rarest(), 20);
 }
 
 TYPED_TEST(NullRemoval, NullCellsOfALatticeGoAndNodesKeepTheirNumbers)
 {
     using T = TypeParam;
     const T null_value = T(5);
-    int lost_some = 0;
+    losses lost;
     for (const mesh_case &one : lattice_meshes())
         for (int one_in : null_shares) {
             const std::vector<numbers> rows = lattice_rows(one.mesh->dims);
@@ -643,15 +651,12 @@ TYPED_TEST(NullRemoval, NullCellsOfALatticeGoAndNodesKeepTheirNumbers)
             host_calls::watch watch;
             for (int set : {0, -3, 99}) { // a lattice has none to choose from
                 list_outputs out = remove_cells(one.mesh->mesh, set, data, null_value);
-                ASSERT_EQ(1, out.status) << one.name;
-                ASSERT_EQ(static_cast<qx_long>(expected.cells.size()), out.ncells) << one.name;
-                ASSERT_EQ(expected.cells.empty(), out.conn == nullptr);
-                ASSERT_EQ(expected.connect, take(out.conn, out.conn_size)) << one.name;
+                expect_cells(expected, &out, one.name);
             }
             ASSERT_EQ(0, watch.live_blocks());
-            lost_some += !expected.cells.empty() && expected.cells.size() < rows.size();
+            lost.note(expected, rows);
         }
-    EXPECT_GT(lost_some, 20);
+    EXPECT_GT(lost.some, 20);
 }
 
 TEST(NullRemovalOfCells, NaNIsNoNull)

@@ -4,6 +4,7 @@
 #include <skoklana/cut.h>
 
 #include <algorithm>
+#include <iterator>
 
 using namespace arrays;
 
@@ -335,6 +336,91 @@ TYPED_TEST(NodeThreshold, SweepGoesOnFromAnyCount)
     EXPECT_EQ(7, count);
     EXPECT_EQ((std::vector<qx_long>{guard, guard, guard, guard, guard, 100, 102}), list);
     EXPECT_EQ((std::vector<qx_long>{5, guard, 6}), map);
+}
+
+namespace {
+
+// Stretches of nodes that all survive a level of 2, that none survives and that are mixed, of lengths around the
+// widths of vectors and words. Saw counts words of 32 nodes by what they hold: nothing, all, some.
+template <typename T> std::vector<T> values_in_runs(uint64_t seed, size_t count, int (&saw)[3])
+{
+    std::mt19937_64 random(seed);
+    const size_t lengths[] = {1, 3, 4, 5, 7, 8, 9, 31, 32, 33, 63, 64, 65, 96, 500};
+    std::vector<T> values;
+    while (values.size() < count) {
+        const uint64_t kind = random() % 3;
+        for (size_t left = lengths[random() % std::size(lengths)]; left > 0; --left)
+            values.push_back(T(kind == 0 ? random() % 2 : kind == 1 ? 2 + random() % 3 : random() % 5));
+    }
+    values.resize(count);
+    for (size_t i = 0; i + 32 <= count; i += 32) {
+        const auto kept =
+            std::count_if(values.begin() + static_cast<qx_long>(i),
+                          values.begin() + static_cast<qx_long>(i) + 32, [](T v) { return v >= T(2); });
+        ++saw[kept == 0 ? 0 : kept == 32 ? 1 : 2];
+    }
+    return values;
+}
+
+// Sweeps one plane after before nodes have been listed, into a list without room for a store too many.
+template <typename T>
+void check_sweep(const std::vector<T> &data, const level_test<T> &test, qx_long before,
+                 std::vector<qx_long> *list)
+{
+    const qx_long base = 1000;
+    const size_t room = list->size();
+    std::vector<qx_long> expected_map(data.size(), guard), expected_list;
+    for (size_t i = 0; i < data.size(); ++i)
+        if (test.survives(data[i])) {
+            expected_map[i] = before + static_cast<qx_long>(expected_list.size());
+            expected_list.push_back(base + static_cast<qx_long>(i));
+        }
+    const size_t survivors = expected_list.size();
+    ASSERT_LE(static_cast<size_t>(before) + survivors + 1, room);
+    qx_long *end = list->data() + room - survivors, count = before; // where the list would go on
+    end[-1] = guard;
+    std::vector<qx_long> map(data.size(), guard);
+    ASSERT_EQ(static_cast<qx_long>(survivors),
+              UTILnode_thresh_struct(static_cast<qx_long>(data.size()), data.data(), dtype_of<T>,
+                                     test.has_null, &test.null_value, test.level, test.direction, base,
+                                     &count, end - before, map.data()));
+    ASSERT_EQ(before + static_cast<qx_long>(survivors), count);
+    ASSERT_EQ(expected_map, map) << data.size() << " after " << before;
+    ASSERT_TRUE(std::equal(expected_list.begin(), expected_list.end(), end))
+        << data.size() << " after " << before;
+    ASSERT_EQ(guard, end[-1]);
+}
+
+} // namespace
+
+TYPED_TEST(NodeThreshold, SweepTakesRunsOfKeptAndOfDroppedNodes)
+{
+    using T = TypeParam;
+    int saw[3] = {};
+    for (size_t count : {31, 32, 33, 64, 100, 1000, 4095, 4096, 4097, 9000})
+        for (int variant = 0; variant < 8; ++variant) {
+            const std::vector<T> data =
+                values_in_runs<T>(count * 8 + static_cast<size_t>(variant), count, saw);
+            const level_test<T> test = {(variant & 1) != 0, T(3), 2, (variant & 2) != 0 ? -1 : 1};
+            std::vector<qx_long> list(count + 9);
+            check_sweep(data, test, variant, &list);
+        }
+    EXPECT_GT(std::min({saw[0], saw[1], saw[2]}), 50);
+}
+
+TYPED_TEST(NodeThreshold, SweepGoesOnBehindAListLongerThanTheCaches)
+{
+    using T = TypeParam;
+    int saw[3] = {};
+    std::vector<qx_long> list((3 << 20) + 8192);
+    for (qx_long before : {(1 << 20) - 100, 1 << 20, (1 << 20) + 1, 3 << 20})
+        for (size_t count : {0, 1, 7, 9, 40, 4096, 7000})
+            for (int variant = 0; variant < 4; ++variant) { // the list's end falls on any place of a line
+                const std::vector<T> data =
+                    values_in_runs<T>(count + static_cast<size_t>(variant), count, saw);
+                check_sweep(data, {variant % 2 != 0, T(3), 2, 1}, before, &list);
+            }
+    EXPECT_GT(std::min({saw[0], saw[1], saw[2]}), 50);
 }
 
 // ---- null alone ----------------------------------------------------------------------------------------

@@ -76,8 +76,9 @@ qx_long UTILnode_thresh_null(qx_long nnodes, int data_type, const void *data, co
  * Each returns 1. On failure it returns 0, outputs are 0 and NULL and nothing is left behind. What failed
  * stands on the standard error stream, in a line that begins with the function's name
  * ("UTILthresh_null_struct: cannot allocate node indx array"), but for a connect list that cannot be
- * fetched, which is reported through ERRerror as for every mesh operation, and an unknown type, "unknown
- * data type". None of them checks the status. */
+ * fetched, which is reported through ERRerror as for every mesh operation, and an unknown type: "unknown
+ * data type" under "UTILthresh_null_struct" by UTILthresh_null_struct, under "UTILnode_thresh_null" by the
+ * others, as that makes their test. None of them checks the status. */
 
 /* Removes null nodes, by the form bound to the mesh, which gets all arguments and a 0 behind them. With none
  * bound: a line on standard error, 0.

@@ -267,8 +267,9 @@ int UTILget_cell_id(mesh_info *mesh, qx_long cell, qx_long *local, int *set);
  * mapping is exact. qx_long and double values keep 24 bits. Use single, or cell data, for values that must
  * come through unchanged.
  *
- * Reports. Each gives 1; 0 and "unknown data type" under its own name for a code that is none. An unfetchable
- * coordinate or connect list is reported at each point that needs it and leaves that point outside.
+ * Reports. Each gives 1; 0 and "unknown data type" under its own name for a code that is none. Coordinates
+ * that cannot be fetched are reported at each point, a connect list at each cell of its set that is tried;
+ * what can only be found by way of them lies outside.
  * Interruption is looked for every 257th point of node data, every 1025th in the _to_unif form, and never in
  * cell data. An interrupted operation returns 0: rows of the points before are written, flags are as they
  * were. Memory for flags and one row must be had: the host is asked to make room until there is. What the

@@ -45,21 +45,28 @@ typedef struct blk_tbl_unif blk_tbl_unif;
 /* Any function of a cell_methods row; cast it to the type of its slot before a call. */
 typedef void (*cell_func)(void);
 
-/* Slots of a cell_methods row. A set's row has CELL_METHOD_SLOTS entries, the rest of them NULL. */
+/* Slots of a cell_methods row. A set's row has CELL_METHOD_SLOTS entries, the rest of them NULL. Behind each
+ * slot: the stem of the names under which FLD_METHinit hands over its functions, stem_kind_order. The kinds
+ * are line, tri, quad, tet, hex, prism and pyr, the orders 1 and 2. Where there is no function of a name the
+ * slot stays NULL, and operations on whole meshes pass over the set.
+ *
+ * Slots 9 to 12 have no names of their own. A second-order set takes there what slots 3, 4, 5 and 7 are for
+ * the first-order cells that its tesselation makes: line cells of lines, tri cells of surfaces, tet cells of
+ * solids. In first-order sets they stay NULL. */
 enum {
-    SLOT_SHAPE_FUNC = 0,
-    SLOT_SHAPE_DERIV = 1,
-    SLOT_REV_PAR = 2,
-    SLOT_SLICE = 3,
-    SLOT_CUT = 4,
-    SLOT_ISOLINE = 5,
-    SLOT_VOL_INTEGR = 6,
-    SLOT_CONTOUR = 7,
-    SLOT_TESSELATE = 8,
-    SLOT_SUB_SLICE = 9, /* 9 to 12: the same operations for the cells of a tesselation */
-    SLOT_SUB_CUT = 10,
-    SLOT_SUB_ISOLINE = 11,
-    SLOT_SUB_CONTOUR = 12,
+    SLOT_SHAPE_FUNC = 0,   /* shape_func */
+    SLOT_SHAPE_DERIV = 1,  /* shape_deriv */
+    SLOT_REV_PAR = 2,      /* rev_par */
+    SLOT_SLICE = 3,        /* slice_cell */
+    SLOT_CUT = 4,          /* cut_cell */
+    SLOT_ISOLINE = 5,      /* isoline */
+    SLOT_VOL_INTEGR = 6,   /* vol_integr */
+    SLOT_CONTOUR = 7,      /* contour_cell */
+    SLOT_TESSELATE = 8,    /* tesselate */
+    SLOT_SUB_SLICE = 9,    /* slice_cell of the pieces */
+    SLOT_SUB_CUT = 10,     /* cut_cell of the pieces */
+    SLOT_SUB_ISOLINE = 11, /* isoline of the pieces */
+    SLOT_SUB_CONTOUR = 12, /* contour_cell of the pieces */
     CELL_METHOD_SLOTS = 256
 };
 
@@ -259,7 +266,8 @@ int UTILeval_param_coord_rect(mesh_info *mesh, qx_long count, const qx_long *lis
  *
  * (b - a) * t + a, in float for types up to DTYPE_FLOAT and in double for the others, truncated towards
  * zero for the integer types; ints therefore keep 24 bits. A result past the range of int, or of qx_long,
- * stops at its end, and NaN gives the lower end; narrower types keep the low bits of an int. An unknown type reports "unknown data type" under "UTILeval_param" and gives 0. */
+ * stops at its end, and NaN gives the lower end; narrower types keep the low bits of an int. An unknown type
+ * reports "unknown data type" under "UTILeval_param" and gives 0. */
 int UTILeval_param(qx_long count, int veclen, int data_type, const void *data, int null_flag,
                    const void *null_value, const qx_long *list_a, const qx_long *list_b, const float *t,
                    void *out);
@@ -280,10 +288,12 @@ int UTILget_param(qx_long count, int data_type, const void *data, double value, 
  * dims   nodes an axis, ndim entries
  * out    end - start rows of 2, 4 or 8 node numbers: around the lower face, then around the upper one
  *
+ * With lowest node b and d0, d1 nodes along the first axes a row is b, b + 1, b + 1 + d0, b + d0, then the
+ * same four plus d0 * d1. That is not the corner order in which shape functions and point location see a
+ * structured cell.
+ *
  * Returns 1, also where there is nothing to write; for an ndim other than 1, 2 and 3 the line
- * "get_connect_struct: cannot compute connect for ndim" with the number on standard error, and 0. With lowest node b and d0, d1 nodes along the first axes a row is b, b + 1, b + 1 + d0, b + d0,
- * then the same four plus d0 * d1. That is not the corner order in which shape functions and point location
- * see a structured cell. */
+ * "get_connect_struct: cannot compute connect for ndim" with the number on standard error, and 0. */
 int UTILget_connect_struct(int ndim, const qx_long *dims, qx_long start, qx_long end, qx_long *out);
 
 /* Coordinates of structured nodes start to end - 1 from compact points.

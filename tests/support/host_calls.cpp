@@ -10,6 +10,7 @@ namespace {
 struct allocator_state {
     bool watching = false;
     int asked = 0;
+    size_t largest = 0;
     int refuse_from = INT_MAX, refuse_to = INT_MAX; // of the counter asked
     bool refused = false;
     std::unordered_set<void *> *live = nullptr;
@@ -35,8 +36,9 @@ bool counted()
 }
 
 // Counts one request; true: to be refused.
-bool refuse()
+bool refuse(size_t bytes = 0)
 {
+    if (bytes > allocator.largest) allocator.largest = bytes;
     const int number = allocator.asked++;
     const bool no = number >= allocator.refuse_from && number <= allocator.refuse_to;
     allocator.refused = allocator.refused || no;
@@ -53,6 +55,12 @@ void untrack(void *block)
 {
     guard g;
     if (block != nullptr && allocator.live != nullptr) allocator.live->erase(block);
+}
+
+void note_array(int type, qx_long count, bool resized)
+{
+    const std::lock_guard<std::recursive_mutex> hold(lock);
+    seen_calls.arrays.push_back({type, count, resized});
 }
 
 } // namespace
@@ -81,6 +89,14 @@ std::vector<std::string> report_texts()
     return texts;
 }
 
+std::vector<qx_long> resized_counts()
+{
+    std::vector<qx_long> counts;
+    for (const array &a : seen_calls.arrays)
+        if (a.resized) counts.push_back(a.count);
+    return counts;
+}
+
 void interrupt_at(int k)
 {
     stop_at = static_cast<int>(seen_calls.statuses.size()) + k;
@@ -90,6 +106,7 @@ watch::watch()
 {
     allocator.live = new std::unordered_set<void *>;
     allocator.asked = 0;
+    allocator.largest = 0;
     allocator.watching = true;
 }
 
@@ -108,6 +125,11 @@ int watch::allocations() const
 long watch::live_blocks() const
 {
     return static_cast<long>(allocator.live->size());
+}
+
+size_t watch::largest() const
+{
+    return allocator.largest;
 }
 
 void fail_allocation(int k)
@@ -160,7 +182,7 @@ int __real_OMadd_named_funcs(const OM_named_func *rows, int count);
 void *__wrap_malloc(size_t size)
 {
     if (!counted()) return __real_malloc(size);
-    if (refuse()) return nullptr;
+    if (refuse(size)) return nullptr;
     void *block = __real_malloc(size);
     track(block);
     return block;
@@ -169,7 +191,7 @@ void *__wrap_malloc(size_t size)
 void *__wrap_calloc(size_t count, size_t size)
 {
     if (!counted()) return __real_calloc(count, size);
-    if (refuse()) return nullptr;
+    if (refuse(count * size)) return nullptr;
     void *block = __real_calloc(count, size);
     track(block);
     return block;
@@ -178,7 +200,7 @@ void *__wrap_calloc(size_t count, size_t size)
 void *__wrap_realloc(void *old, size_t size)
 {
     if (!counted()) return __real_realloc(old, size);
-    if (refuse()) return nullptr;
+    if (refuse(size)) return nullptr;
     untrack(old);
     void *block = __real_realloc(old, size);
     track(block);
@@ -196,6 +218,7 @@ void *__wrap_ARRalloc_f(void *zero, int type, qx_long count, int zero2, const ch
     const bool count_it = counted();
     if (count_it && refuse()) return nullptr;
     guard g;
+    note_array(type, count, false);
     void *block = __real_ARRalloc_f(zero, type, count, zero2, file, line);
     if (count_it) track(block);
     return block;
@@ -206,6 +229,7 @@ void *__wrap_ARRrealloc_f(void *array, int type, qx_long count, int zero2, const
     const bool count_it = counted();
     if (count_it && refuse()) return nullptr;
     guard g;
+    note_array(type, count, true);
     if (count_it) untrack(array);
     void *block = __real_ARRrealloc_f(array, type, count, zero2, file, line);
     if (count_it) track(block);

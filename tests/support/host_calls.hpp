@@ -8,6 +8,7 @@
 #include <skoklana/host/om.h>
 #include <skoklana/host/tool.h>
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -34,12 +35,20 @@ struct range {
     int low, high;
 };
 
+// A host array that was made, or brought to another size.
+struct array {
+    int type;
+    qx_long count;
+    bool resized;
+};
+
 // All that was recorded since the last reset.
 struct record {
     std::vector<report> reports;
     std::vector<std::string> out_of_memory; // texts of ERRout_of_memory
     std::vector<status> statuses;
     std::vector<range> pushes;
+    std::vector<array> arrays;
     int depth = 0;        // status ranges open now
     int lowest_depth = 0; // below 0: a pop too many
 };
@@ -51,6 +60,9 @@ void reset();
 
 // The reports as "module: message", for comparison in one go.
 std::vector<std::string> report_texts();
+
+// The sizes to which arrays were brought, in the order of the calls.
+std::vector<qx_long> resized_counts();
 
 // The k-th status check from now (0: the next) asks to stop, and so do all after it.
 void interrupt_at(int k);
@@ -64,6 +76,7 @@ struct watch {
 
     int allocations() const;  // asked for so far, refused ones included; a resize counts as one
     long live_blocks() const; // blocks handed out since the watch began and not released
+    size_t largest() const;   // bytes of the largest block asked for by malloc, calloc and realloc
 };
 
 // While watched: the k-th allocation from now (0: the next) is refused, once.
