@@ -566,31 +566,31 @@ TEST(Surface, LargeListsGrowAsFarAsTheyMustWhereMoreIsRefused)
     const std::vector<qx_long> dims = {40, 40, 40};
     lattice in(dims);
     const auto data = dense_slabs(dims, 0, 39);
-    const level_set expected = surface_of<unsigned char>(&in.mesh, data, 128, nullptr);
+    const level_set expected = extracted<unsigned char>(&in.mesh, data, 128, nullptr);
     int nallocations = 0;
     {
-        surface_call call;
+        level_call call(operation::surface);
         host_calls::watch watch;
-        call.run(&in.mesh, data.data(), DTYPE_BYTE, 0, nullptr, 128, true);
+        call.run(&in.mesh, data.data(), DTYPE_BYTE, nullptr, 128, true);
         nallocations = watch.allocations();
     }
     int refused_ahead = 0;
     for (int k = 0; k < nallocations; ++k) {
         SCOPED_TRACE(k);
         host_calls::reset();
-        surface_call call;
+        level_call call(operation::surface);
         host_calls::watch watch;
         host_calls::fail_allocation(k);
-        call.run(&in.mesh, data.data(), DTYPE_BYTE, 0, nullptr, 128, true);
+        call.run(&in.mesh, data.data(), DTYPE_BYTE, nullptr, 128, true);
         EXPECT_TRUE(host_calls::allocation_was_refused());
         if (call.result == 1 && host_calls::seen().out_of_memory.empty()) {
             ++refused_ahead;
             EXPECT_TRUE(host_calls::report_texts().empty());
-            ASSERT_EQ(call.ntri_conn, static_cast<qx_long>(expected.connect.size()));
-            EXPECT_EQ(copied(call.tri_conn, call.ntri_conn), expected.connect);
-            EXPECT_EQ(copied(call.min_node, call.nnodes), expected.min_node);
-            EXPECT_EQ(copied(call.max_node, call.nnodes), expected.max_node);
-            EXPECT_EQ(copied(call.map, call.map_count), expected.cell);
+            const level_set made = call.out();
+            EXPECT_EQ(made.connect, expected.connect);
+            EXPECT_EQ(made.min_node, expected.min_node);
+            EXPECT_EQ(made.max_node, expected.max_node);
+            EXPECT_EQ(made.cell, expected.cell);
         }
         call.release();
         EXPECT_EQ(watch.live_blocks(), 0);
@@ -601,10 +601,10 @@ TEST(Surface, LargeListsGrowAsFarAsTheyMustWhereMoreIsRefused)
     int failed = 0;
     for (int k = 6; k < nallocations; ++k) {
         host_calls::reset();
-        surface_call call;
+        level_call call(operation::surface);
         host_calls::watch watch;
         host_calls::fail_allocations_from(k);
-        call.run(&in.mesh, data.data(), DTYPE_BYTE, 0, nullptr, 128, true);
+        call.run(&in.mesh, data.data(), DTYPE_BYTE, nullptr, 128, true);
         failed += call.result == 0;
         EXPECT_TRUE(call.is_empty());
         EXPECT_EQ(watch.live_blocks(), 0);
