@@ -6,7 +6,12 @@
 // part of those contracts.
 #pragma once
 
-#include <skoklana/host/tool.h>
+#include "memory.hpp"
+
+#include <algorithm>
+
+// A batch_list of fewer entries grows only as far as it must.
+constexpr qx_long large_list = 65536;
 
 inline qx_long raised_step(qx_long step)
 {
@@ -29,6 +34,7 @@ inline bool make_room(qx_long **list, qx_long used, qx_long margin, const list_g
     if (growth.raise) *growth.step = raised_step(*growth.step);
     void *grown = ARRrealloc_f(*list, DTYPE_QX_LONG, *growth.capacity, 0, file, line);
     if (grown == nullptr) return false;
+    expect_to_fill(grown, *growth.capacity * static_cast<qx_long>(sizeof(qx_long)));
     *list = static_cast<qx_long *>(grown);
     return true;
 }
@@ -52,18 +58,38 @@ inline void release_list(batch_list *list, const char *file, int line)
     *list = batch_list();
 }
 
+inline bool resize_list(batch_list *list, qx_long needed, const char *file, int line)
+{
+    qx_long capacity = list->capacity, step = list->step;
+    while (capacity < needed) {
+        capacity += step;
+        step = raised_step(step);
+    }
+    void *grown = ARRrealloc_f(list->data, DTYPE_QX_LONG, capacity, 0, file, line);
+    if (grown == nullptr) return false;
+    expect_to_fill(grown, capacity * static_cast<qx_long>(sizeof(qx_long)));
+    list->data = static_cast<qx_long *>(grown);
+    list->capacity = capacity;
+    list->step = step;
+    return true;
+}
+
 // Room for more entries and a margin behind them. The steps rise by half, and as many are taken at once as
 // single cells would have taken one after the other.
-inline bool make_room_for(batch_list *list, qx_long more, qx_long margin, const char *file, int line)
+//
+// done is the share of the walk, up to 1, that will be behind it when these entries are in. Growth may copy a
+// list, and the copy touches fresh memory, so a large list takes the steps at once that the rest of the walk
+// will ask for if it goes on as before, up to four times what is needed now. What stays unused of that is
+// never touched. If there is no memory for it, what is needed now will do.
+inline bool make_room_for(batch_list *list, qx_long more, qx_long margin, double done, const char *file,
+                          int line)
 {
     const qx_long needed = list->used + more + margin;
     if (needed <= list->capacity) return true;
-    while (list->capacity < needed) {
-        list->capacity += list->step;
-        list->step = raised_step(list->step);
+    if (needed >= large_list && done < 1) {
+        const qx_long expected =
+            static_cast<qx_long>(static_cast<double>(needed) * std::min(1.125 / done, 4.0));
+        if (expected > needed && resize_list(list, expected, file, line)) return true;
     }
-    void *grown = ARRrealloc_f(list->data, DTYPE_QX_LONG, list->capacity, 0, file, line);
-    if (grown == nullptr) return false;
-    list->data = static_cast<qx_long *>(grown);
-    return true;
+    return resize_list(list, needed, file, line);
 }

@@ -252,19 +252,21 @@ static cell_row bits_of_row(const slab &slab, bool nulls, qx_long k, qx_long j)
             walked(false, 1)};
 }
 
-static walk_result grow_surface(surface *out, const row_piece &piece)
+static walk_result grow_surface(surface *out, const row_piece &piece, double done)
 {
-    if (!make_room_for(&out->max_node, piece.nnodes, node_margin, ALLOC_AT("iso_stct")) ||
-        !make_room_for(&out->min_node, piece.nnodes, node_margin, ALLOC_AT("iso_stct")))
+    if (!make_room_for(&out->max_node, piece.nnodes, node_margin, done, ALLOC_AT("iso_stct")) ||
+        !make_room_for(&out->min_node, piece.nnodes, node_margin, done, ALLOC_AT("iso_stct")))
         return walk_result::no_node_memory;
-    if (out->map.data != nullptr && !make_room_for(&out->map, piece.ntriangles, 0, ALLOC_AT("iso_stct")))
+    if (out->map.data != nullptr &&
+        !make_room_for(&out->map, piece.ntriangles, 0, done, ALLOC_AT("iso_stct")))
         return walk_result::no_map_memory;
-    if (!make_room_for(&out->triangles, 3 * piece.ntriangles, triangle_margin, ALLOC_AT("iso_stct")))
+    if (!make_room_for(&out->triangles, 3 * piece.ntriangles, triangle_margin, done, ALLOC_AT("iso_stct")))
         return walk_result::no_connect_memory;
     return walk_result::done;
 }
 
-static walk_result walk_row(const slab &slab, bool nulls, qx_long k, qx_long j, surface *out)
+// done: the share of the mesh's slabs that is behind the walk after this one.
+static walk_result walk_row(const slab &slab, bool nulls, qx_long k, qx_long j, double done, surface *out)
 {
     const cell_row row = bits_of_row(slab, nulls, k, j);
     const qx_long nwords = words_for(slab.nx - 1);
@@ -272,7 +274,7 @@ static walk_result walk_row(const slab &slab, bool nulls, qx_long k, qx_long j, 
     for (qx_long w = 0; w < nwords; w += words_a_piece) {
         list_crossed(row, w, static_cast<int>(std::min<qx_long>(nwords - w, words_a_piece)), &piece);
         if (piece.ncells == 0) continue;
-        const walk_result grown = grow_surface(out, piece);
+        const walk_result grown = grow_surface(out, piece, done);
         if (grown != walk_result::done) return grown;
         const qx_long first = w * word_bits;
         write_cells(piece, edges_of_row(slab, slab.plane * k, j, first),
@@ -290,13 +292,14 @@ static walk_result walk_slabs(slab *slab, const flag_source &source, qx_long npl
         if (k % 8 == 7 && interrupted(static_cast<int>(static_cast<float>(k) * factor)))
             return walk_result::interrupted;
         source.flag_rows(source, slab->plane * (k + 1), slab->nx, slab->ny, slab->above[1], slab->null[1]);
+        const double done = static_cast<double>(k + 1) / static_cast<double>(nplanes - 1);
         for (qx_long j = 0; j < slab->ny - 1; ++j) {
             const bit_word *null_rows[4] = {slab->null[0].row(j), slab->null[1].row(j),
                                             slab->null[0].row(j + 1), slab->null[1].row(j + 1)};
             if (source.nulls)
                 find_walked(slab->constant.row(1), null_rows, 4, words_for(slab->nx - 1),
                             slab->walked[1].row(j));
-            const walk_result walked = walk_row(*slab, source.nulls, k, j, out);
+            const walk_result walked = walk_row(*slab, source.nulls, k, j, done, out);
             if (walked != walk_result::done) return walked;
             std::swap(slab->z_slots[0], slab->z_slots[1]);
         }

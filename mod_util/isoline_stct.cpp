@@ -147,15 +147,15 @@ static void write_rings(const strip &strip, const strip_piece &piece, qx_long fi
     out->lines.used += piece.nentries;
 }
 
-static walk_result grow_lines(line_set *out, const strip_piece &piece)
+static walk_result grow_lines(line_set *out, const strip_piece &piece, double done)
 {
-    if (!make_room_for(&out->max_node, piece.nnodes, line_node_margin, ALLOC_AT("isoline_stct")) ||
-        !make_room_for(&out->min_node, piece.nnodes, line_node_margin, ALLOC_AT("isoline_stct")))
+    if (!make_room_for(&out->max_node, piece.nnodes, line_node_margin, done, ALLOC_AT("isoline_stct")) ||
+        !make_room_for(&out->min_node, piece.nnodes, line_node_margin, done, ALLOC_AT("isoline_stct")))
         return walk_result::no_node_memory;
     if (out->map.data != nullptr &&
-        !make_room_for(&out->map, piece.nentries / 2, 0, ALLOC_AT("isoline_stct")))
+        !make_room_for(&out->map, piece.nentries / 2, 0, done, ALLOC_AT("isoline_stct")))
         return walk_result::no_map_memory;
-    if (!make_room_for(&out->lines, piece.nentries, line_margin, ALLOC_AT("isoline_stct")))
+    if (!make_room_for(&out->lines, piece.nentries, line_margin, done, ALLOC_AT("isoline_stct")))
         return walk_result::no_connect_memory;
     return walk_result::done;
 }
@@ -171,11 +171,12 @@ static walk_result walk_strips(strip *strip, const flag_source &source, qx_long 
         const bit_word *null_rows[2] = {strip->null[0].row(0), strip->null[1].row(0)};
         find_walked(strip->all_cells.row(0), null_rows, source.nulls ? 2 : 0, nwords,
                     strip->walked[1].row(0));
+        const double done = static_cast<double>(j + 1) / static_cast<double>(nrows - 1);
         for (qx_long w = 0; w < nwords; w += words_a_piece) {
             list_crossed_rings(*strip, w, static_cast<int>(std::min<qx_long>(nwords - w, words_a_piece)),
                                &piece);
             if (piece.ncells == 0) continue;
-            const walk_result grown = grow_lines(out, piece);
+            const walk_result grown = grow_lines(out, piece, done);
             if (grown != walk_result::done) return grown;
             const qx_long i = w * word_bits;
             write_rings(*strip, piece, i, nx * j + i, (nx - 1) * j + i, out);

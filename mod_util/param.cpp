@@ -12,6 +12,7 @@
 #include "compact.hpp"
 #include "dtype.hpp"
 #include "fetch.hpp"
+#include "memory.hpp"
 #include "rows.hpp"
 
 #include <algorithm>
@@ -78,6 +79,7 @@ template <typename T, bool nulls>
 static void eval(const node_pairs &pairs, int veclen, const void *data, T null_value, const float *t,
                  void *out)
 {
+    expect_to_fill(out, pairs.count * veclen * static_cast<qx_long>(sizeof(T)));
     with_constant<int, 1, 2, 3>(veclen, [&](auto constant) {
         eval_rows<T, nulls, constant()>(pairs, veclen, static_cast<const T *>(data), null_value, t,
                                         static_cast<T *>(out));
@@ -132,6 +134,7 @@ template <typename Axes>
 static int eval_on_axes(const Axes &axes, const node_pairs &pairs, const float *t, float *out)
 {
     const compact_rows<Axes> rows(axes);
+    expect_to_fill(out, pairs.count * axes.nspace * static_cast<qx_long>(sizeof(float)));
     (have_avx2() ? eval_compact_avx2<Axes> : eval_compact_plain<Axes>)(rows, pairs, t, out);
     return 1;
 }
@@ -183,6 +186,7 @@ int UTILget_param(qx_long count, int data_type, const void *data, double value, 
         using T = typename decltype(type)::type;
         const T *values = static_cast<const T *>(data);
         const node_pairs pairs = {count, list_a, list_b};
+        expect_to_fill(out, count * static_cast<qx_long>(sizeof(float)));
         pairs.each_row(values, sizeof(T), [=](qx_long i, qx_long a, qx_long b) {
             const double from = static_cast<double>(values[a]), to = static_cast<double>(values[b]);
             // Equal in the data's own type: large qx_long values may differ and yet be one double.

@@ -535,6 +535,84 @@ TEST(Surface, ListsGrowWhereACellLeavesTooLittle)
     }
 }
 
+// Random bytes that cross the level nearly everywhere in the slabs from first to last, and nowhere else.
+std::vector<unsigned char> dense_slabs(const std::vector<qx_long> &dims, qx_long first, qx_long last)
+{
+    std::mt19937 random(7);
+    std::vector<unsigned char> data;
+    for (qx_long k = 0; k < dims[2]; ++k)
+        for (qx_long n = 0; n < dims[0] * dims[1]; ++n)
+            data.push_back(k >= first && k <= last ? random() % 256 : 0);
+    return data;
+}
+
+// Large lists are grown ahead by what the slabs so far tell of the rest, rightly or wrongly.
+TEST(Surface, LargeListsHoldTheSameWhereverTheSurfaceLies)
+{
+    const std::vector<qx_long> dims = {40, 40, 40};
+    lattice in(dims);
+    const std::pair<qx_long, qx_long> ranges[] = {{0, 39}, {0, 15}, {24, 39}};
+    for (const auto &[first, last] : ranges) {
+        SCOPED_TRACE(first);
+        const auto data = dense_slabs(dims, first, last);
+        const level_set expected = expect_as_reference<unsigned char>(in, data, 128, nullptr);
+        EXPECT_GT(expected.connect.size(), 200000u);
+    }
+}
+
+// Growth ahead is a wish: where it is refused, the list grows as far as it must.
+TEST(Surface, LargeListsGrowAsFarAsTheyMustWhereMoreIsRefused)
+{
+    const std::vector<qx_long> dims = {40, 40, 40};
+    lattice in(dims);
+    const auto data = dense_slabs(dims, 0, 39);
+    const level_set expected = extracted<unsigned char>(&in.mesh, data, 128, nullptr);
+    int nallocations = 0;
+    {
+        level_call call(operation::surface);
+        host_calls::watch watch;
+        call.run(&in.mesh, data.data(), DTYPE_BYTE, nullptr, 128, true);
+        nallocations = watch.allocations();
+    }
+    int refused_ahead = 0;
+    for (int k = 0; k < nallocations; ++k) {
+        SCOPED_TRACE(k);
+        host_calls::reset();
+        level_call call(operation::surface);
+        host_calls::watch watch;
+        host_calls::fail_allocation(k);
+        call.run(&in.mesh, data.data(), DTYPE_BYTE, nullptr, 128, true);
+        EXPECT_TRUE(host_calls::allocation_was_refused());
+        if (call.result == 1 && host_calls::seen().out_of_memory.empty()) {
+            ++refused_ahead;
+            EXPECT_TRUE(host_calls::report_texts().empty());
+            const level_set made = call.out();
+            EXPECT_EQ(made.connect, expected.connect);
+            EXPECT_EQ(made.min_node, expected.min_node);
+            EXPECT_EQ(made.max_node, expected.max_node);
+            EXPECT_EQ(made.cell, expected.cell);
+        }
+        call.release();
+        EXPECT_EQ(watch.live_blocks(), 0);
+    }
+    EXPECT_GE(refused_ahead, 4); // of each list
+    EXPECT_LT(refused_ahead, 12);
+    // Refused for good, the surface fails and leaves nothing.
+    int failed = 0;
+    for (int k = 6; k < nallocations; ++k) {
+        host_calls::reset();
+        level_call call(operation::surface);
+        host_calls::watch watch;
+        host_calls::fail_allocations_from(k);
+        call.run(&in.mesh, data.data(), DTYPE_BYTE, nullptr, 128, true);
+        failed += call.result == 0;
+        EXPECT_TRUE(call.is_empty());
+        EXPECT_EQ(watch.live_blocks(), 0);
+    }
+    EXPECT_EQ(failed, nallocations - 6);
+    host_calls::reset();
+}
+
 // The same grid as a set of hexahedra: the same new nodes, the same triangles, each turned round.
 TEST(Surface, HexahedraOfTheSameGridGiveTheSameTriangles)
 {
