@@ -80,13 +80,18 @@ static void select_rows(qx_long count, const unsigned char *passed, const T *tar
         }
 }
 
+// Bytes are moved as chars, of which GCC makes vectors where it makes none of bytes.
+template <typename T>
+using selected_as = std::conditional_t<std::is_same_v<T, unsigned char>, signed char, T>;
+
 template <typename T>
 static void write_target_rows(const row_writer &rows, qx_long first, qx_long count,
                               const unsigned char *passed)
 {
-    const T *target = static_cast<const T *>(rows.target) + first * rows.veclen;
-    T *out = static_cast<T *>(rows.out) + first * rows.veclen;
-    const T fill = truncate_to<T>(rows.fill);
+    using S = selected_as<T>;
+    const S *target = static_cast<const S *>(rows.target) + first * rows.veclen;
+    S *out = static_cast<S *>(rows.out) + first * rows.veclen;
+    const S fill = static_cast<S>(truncate_to<T>(rows.fill));
     if (rows.veclen != 1)
         select_rows(count, passed, target, rows.veclen, fill, out);
     else if (have_avx2())
