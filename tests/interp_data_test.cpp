@@ -537,6 +537,25 @@ TEST_F(Sampling, OfMorePointsThanAreLocatedTogetherIsTheSame)
     }
 }
 
+// With an extent far beyond the cells, all of them lie in one block: fewer points are then located together.
+TEST_F(Sampling, OfPointsInALongListIsThatOfEachAlone)
+{
+    const meshes::mesh_ptr made = meshes::cells(CELL_HEX, 1, {13, 13, 13}, 1, 0.2);
+    for (int d = 0; d < 3; ++d)
+        made->mesh->max_ext[d] = 1000;
+    node_request<float> r = scalar_request(affine_field(*made));
+    const table_ptr table = place_in(&r, *made);
+    ASSERT_EQ(table->list_used, made->mesh->ncells + 1);
+    const qx_long npts = 100000;
+    const std::vector<float> all = meshes::random_values<float>(8, 3 * npts, -0.1, 1.1);
+    r.points = all;
+    const samples<float> s = sample(r);
+    for (qx_long i = 0; i < npts; i += 97) {
+        r.points.assign(all.begin() + 3 * i, all.begin() + 3 * i + 3);
+        EXPECT_EQ(sample(r).rows[0][0], s.rows[0][static_cast<size_t>(i)]) << "point " << i;
+    }
+}
+
 // ---- fetches -------------------------------------------------------------------------------------------------------------
 
 TEST_F(Sampling, ReportsOnceAPointWhatCanNotBeFetched)
