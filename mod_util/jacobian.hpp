@@ -1,5 +1,12 @@
-// Vectors of three floats and the local frames of curves and surfaces. All in float, each operation rounded and
-// sums from left to right, so that the exported Jacobians and the reverse mapping agree bit for bit.
+// Vectors of three floats and the local frames of curves and surfaces. The host includes this header too.
+//
+// Whose arithmetic. What a caller sees as one evaluation at one position goes through the host's services, as
+// promised: the exported Jacobians through MATvec_by_mat, MATmat2_inverse and MATmat3_inverse, the derivative
+// at a point through these and MATmat3_transpose. A host may do as it likes there. Loops over many cells or
+// many estimates (the reverse mapping, derivatives of whole meshes) write the products out, with lanes of
+// their own, under one condition: every operation is in float, rounded by itself, sums run from left to
+// right, inverses are adjugates times 1 / determinant, so that behind the embedded host both roads agree bit
+// for bit.
 //
 // A vector fills three lanes of a register of four. The fourth is arbitrary and never looked at.
 #pragma once

@@ -4,22 +4,17 @@
 //
 //     J = N'(uvw) x coords,   d = (point - x(uvw)) x inverse of J,   uvw += d   until every |d| < 0.05
 //
-// A chart is what the loop moves in. For solids it is space itself. For surfaces and curves it is the local
-// axes of the cell at the estimate: what they measure off the surface or curve takes no part in the step and
-// is tested separately. Lines, triangles and tetrahedra of first order have closed forms.
+// The loop moves in a chart of cell_chart.hpp: what a point measures off a surface or curve takes no part in
+// the step and is tested separately. Lines, triangles and tetrahedra of first order have closed forms.
 //
 // The mapping serves to find a cell and to interpolate in it, so it is coarse by design: the step that is
 // found small is not applied, and a cell accepts points up to 5 percent beyond its parametric boundary.
-// This is the inner loop of point location. All arithmetic is in float, products summed in index order as
-// the host's matrix services do, but written out here: a call for a product of 3 x 8 costs more than the
-// product. Rows of three floats sit in one register, a lane each, which changes no bit.
+// This is the inner loop of point location.
 
-#include "jacobian.hpp"
+#include "cell_chart.hpp"
 #include "shape.hpp"
 
 #include <skoklana/cell.h>
-
-#include <type_traits>
 
 namespace {
 
@@ -29,150 +24,6 @@ constexpr double slack = 0.05;         // how far beyond a parametric boundary a
 constexpr double most = 1.05;          // the same from the other end
 constexpr double most_offset = 0.05;   // how far off a surface or curve, in coordinates whatever its size
 constexpr double early_offset = 0.001; // off a quadrilateral's plane, relative to its determinant
-
-// ---- a cell's nodes --------------------------------------------------------------------------------------
-
-template <int N> struct node_rows {
-    vec3 row[N];
-
-    FORCE_INLINE void load(const float *coords)
-    {
-        for (int k = 0; k < N; ++k)
-            row[k] = vec3_at(coords + 3 * k);
-    }
-
-    // A row of N factors times the nodes.
-    FORCE_INLINE vec3 weighted(const float *factors) const
-    {
-        vec3 sum = factors[0] * row[0];
-        for (int k = 1; k < N; ++k)
-            sum += factors[k] * row[k];
-        return sum;
-    }
-};
-
-// ---- charts ----------------------------------------------------------------------------------------------
-//
-// lay      puts the chart at an estimate, given the shape derivatives there; the Jacobian's determinant
-// step     from the estimate towards the point, given the shape values there
-// far_off  whether the point is not worth a step
-// on_cell  whether the point lies on the surface or curve that the last step was taken in
-
-template <int N> struct solid_chart {
-    node_rows<N> nodes;
-    vec3 point;
-    vec3 inverse[3]; // columns of the inverse Jacobian
-
-    FORCE_INLINE solid_chart(const float *coords, const float *at) : point(vec3_at(at))
-    {
-        nodes.load(coords);
-    }
-
-    FORCE_INLINE float lay(const float *d)
-    {
-        const vec3 u = nodes.weighted(d), v = nodes.weighted(d + N), w = nodes.weighted(d + 2 * N);
-        inverse[0] = cross(v, w);
-        inverse[1] = cross(w, u);
-        inverse[2] = cross(u, v);
-        const float det = dot(u, inverse[0]), scale = 1 / det;
-        for (vec3 &column : inverse)
-            column *= scale;
-        return det;
-    }
-
-    FORCE_INLINE void step(const float *n, float *delta) const
-    {
-        const vec3 d = dots(point - nodes.weighted(n), inverse[0], inverse[1], inverse[2]);
-        for (int k = 0; k < 3; ++k)
-            delta[k] = d[k];
-    }
-
-    FORCE_INLINE bool on_cell() const { return true; }
-};
-
-// Nodes and point in the local axes of a surface or curve.
-template <int N> struct local_view {
-    node_rows<N> nodes, local;
-    vec3 point, local_point, offset;
-
-    FORCE_INLINE local_view(const float *coords, const float *at) : point(vec3_at(at)) { nodes.load(coords); }
-
-    FORCE_INLINE void turn(const local_axes &axes)
-    {
-        for (int k = 0; k < N; ++k)
-            local.row[k] = axes(nodes.row[k]);
-        local_point = axes(point);
-    }
-
-    // From the position at the estimate to the point.
-    FORCE_INLINE void measure(const float *n) { offset = local_point - local.weighted(n); }
-
-    FORCE_INLINE bool is_near(int axis) const
-    {
-        return std::fabs(static_cast<double>(offset[axis])) <= most_offset;
-    }
-};
-
-template <int N> struct surface_chart {
-    local_view<N> view;
-    float inverse[4];
-
-    FORCE_INLINE surface_chart(const float *coords, const float *at) : view(coords, at) {}
-
-    FORCE_INLINE float lay(const float *d)
-    {
-        view.turn(surface_axes(view.nodes.weighted(d), view.nodes.weighted(d + N)));
-        const vec3 u = view.local.weighted(d), v = view.local.weighted(d + N);
-        const float det = u[0] * v[1] - u[1] * v[0], scale = 1 / det;
-        inverse[0] = v[1] * scale;
-        inverse[1] = -u[1] * scale;
-        inverse[2] = -v[0] * scale;
-        inverse[3] = u[0] * scale;
-        return det;
-    }
-
-    FORCE_INLINE bool far_off(double limit) const
-    {
-        return std::fabs(static_cast<double>(view.local_point[2] - view.local.row[0][2])) > limit;
-    }
-
-    FORCE_INLINE void step(const float *n, float *delta)
-    {
-        view.measure(n);
-        for (int k = 0; k < 2; ++k)
-            delta[k] = view.offset[0] * inverse[k] + view.offset[1] * inverse[2 + k];
-    }
-
-    FORCE_INLINE bool on_cell() const { return view.is_near(2); }
-};
-
-template <int N> struct curve_chart {
-    local_view<N> view;
-    float inverse;
-
-    FORCE_INLINE curve_chart(const float *coords, const float *at) : view(coords, at) {}
-
-    FORCE_INLINE float lay(const float *d)
-    {
-        const vec3 tangent = view.nodes.weighted(d);
-        const float len = length(tangent);
-        view.turn(curve_axes(tangent / len));
-        inverse = static_cast<float>(1.0 / len);
-        return len;
-    }
-
-    FORCE_INLINE void step(const float *n, float *delta)
-    {
-        view.measure(n);
-        delta[0] = view.offset[0] * inverse;
-    }
-
-    FORCE_INLINE bool on_cell() const { return view.is_near(1) && view.is_near(2); }
-};
-
-template <int Ndim, int N>
-using chart_of = std::conditional_t<Ndim == 3, solid_chart<N>,
-                                    std::conditional_t<Ndim == 2, surface_chart<N>, curve_chart<N>>>;
 
 // ---- parameters ------------------------------------------------------------------------------------------
 
@@ -257,7 +108,7 @@ template <typename Cell> FORCE_INLINE int approach(const float *coords, const fl
         state = step<Cell>(chart, at, &sign, false);
     if (state == newton::degenerate) return -1;
     if (state == newton::off_plane) return 0;
-    return in_cell<Cell::Kind>(at) && chart.on_cell();
+    return in_cell<Cell::Kind>(at) && chart.on_cell(most_offset);
 }
 
 template <int Kind, int Order> int locate_in_cell(const float *coords, const float *point, float *uvw)

@@ -1,4 +1,6 @@
-// Shape functions and their parametric derivatives, generated from the node positions of cell_nodes.h.
+// Shape functions and their parametric derivatives. The host includes this header too.
+//
+// Generated from the node positions of cell_nodes.h.
 //
 // A node's function follows from where the node stands:
 //

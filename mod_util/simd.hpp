@@ -1,4 +1,4 @@
-// Wider instructions, chosen at run time.
+// Wider instructions, chosen at run time. The host includes this header too.
 //
 // A kernel that gains from them is written once as an always-inline body and instantiated twice: plainly,
 // and inside a wrapper marked TARGET_AVX2. The caller picks by have_avx2(), which tests all that the mark
