@@ -289,8 +289,7 @@ host_field *host_uniform(int ndim, const qx_long *dims, int nspace, const float 
     if (field == nullptr) return nullptr;
     field->corners = corners;
     for (int d = 0; d < ndim; ++d)
-        if (dims[d] > 1)
-            field->step[d] = (corners[nspace + d] - corners[d]) / static_cast<float>(dims[d] - 1);
+        field->step[d] = uniform_step(corners[d], corners[nspace + d], dims[d]);
     if (check_length(field)) return field;
     host_free_field(field);
     return nullptr;

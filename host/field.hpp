@@ -3,6 +3,8 @@
 
 #include "bind.hpp"
 
+#include "mod_util/lattice.hpp"
+
 #include <cstdint>
 #include <cstdlib>
 
@@ -55,7 +57,7 @@ inline float axis_coordinate(const host_field *field, int d, qx_long position)
 {
     if (field->kind == KIND_RECT) return field->axes[d] != nullptr ? field->axes[d][position] : 0.0f;
     if (d >= field->ndim) return field->corners[d];
-    return static_cast<float>(position) * field->step[d] + field->corners[d];
+    return uniform_coordinate(position, field->step[d], field->corners[d]);
 }
 
 // count elements, at least one, so that NULL always means that there is no memory.

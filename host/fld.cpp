@@ -195,14 +195,12 @@ int get_connect_struct(int ndim, const qx_long *dims, qx_long start, qx_long end
     if (start >= end) return 1;
     const qx_long cells_i = dims[0] - 1, cells_j = ndim > 1 ? dims[1] - 1 : 1;
     if (cells_i < 1 || cells_j < 1) return 0;
-    const qx_long row = ndim > 1 ? dims[0] : 0, plane = ndim > 2 ? dims[0] * dims[1] : 0;
-    const qx_long offsets[8] = {0, 1, 1 + row, row, plane, plane + 1, plane + 1 + row, plane + row};
+    const lattice_steps step = steps_of(ndim, dims);
     const int ncorners = 1 << ndim;
     qx_long i = start % cells_i, j = start / cells_i % cells_j, k = start / cells_i / cells_j;
     for (qx_long cell = start; cell < end; ++cell) {
-        const qx_long lowest = i + j * row + k * plane;
-        for (int corner = 0; corner < ncorners; ++corner)
-            *connect++ = lowest + offsets[corner];
+        connect_order_nodes(i + j * step.row + k * step.plane, step, ncorners, connect);
+        connect += ncorners;
         if (++i < cells_i) continue;
         i = 0;
         if (++j < cells_j) continue;

@@ -1,4 +1,6 @@
 // Tools: typed arrays, conversions, small matrices, the number of processors.
+#include "mod_util/type_switch.hpp"
+
 #include <skoklana/host/tool.h>
 
 #include <cstdint>
@@ -13,25 +15,6 @@
 namespace {
 
 // ---- element types -------------------------------------------------------------------------------------------
-
-template <typename T> struct element {
-    using type = T;
-};
-
-// Calls body with the C type of a code; 0 for a code that is none.
-template <typename Body> int with_element(int code, Body body)
-{
-    switch (code) {
-    case DTYPE_CHAR: return body(element<signed char>{});
-    case DTYPE_BYTE: return body(element<unsigned char>{});
-    case DTYPE_SHORT: return body(element<short>{});
-    case DTYPE_INT: return body(element<int>{});
-    case DTYPE_FLOAT: return body(element<float>{});
-    case DTYPE_DOUBLE: return body(element<double>{});
-    case DTYPE_QX_LONG: return body(element<qx_long>{});
-    default: return 0;
-    }
-}
 
 // To the nearest value of a floating type; to an integer type by cutting off the fraction, the nearest
 // end of the type's range for values beyond it, and 0 for NaN.
@@ -57,7 +40,7 @@ template <typename To, typename From> To converted(From value)
 
 template <typename To> int to_type(int type, const void *value, To *out)
 {
-    return with_element(type, [=](auto tag) {
+    return with_dtype_silent(type, [=](auto tag) {
         typename decltype(tag)::type stored;
         memcpy(&stored, value, sizeof stored);
         *out = converted<To>(stored);
@@ -110,8 +93,8 @@ extern "C" {
 
 int DTYPEtype_size(int type)
 {
-    return with_element(type,
-                        [](auto tag) { return static_cast<int>(sizeof(typename decltype(tag)::type)); });
+    return with_dtype_silent(type,
+                             [](auto tag) { return static_cast<int>(sizeof(typename decltype(tag)::type)); });
 }
 
 void *ARRalloc_f(void *, int type, qx_long count, int, const char *, int)
@@ -134,8 +117,8 @@ void ARRfree_f(void *array, const char *, int)
 int DTYPEcvt_copy_array_list(int from_type, const void *from, int to_type, void *to, int veclen,
                              qx_long count, const qx_long *list)
 {
-    return with_element(from_type, [=](auto from_tag) {
-        return with_element(to_type, [=](auto to_tag) {
+    return with_dtype_silent(from_type, [=](auto from_tag) {
+        return with_dtype_silent(to_type, [=](auto to_tag) {
             const auto *in = static_cast<const typename decltype(from_tag)::type *>(from);
             auto *out = static_cast<typename decltype(to_tag)::type *>(to);
             for (qx_long i = 0; i < count; ++i)
@@ -159,7 +142,7 @@ int UTILtype_to_double(int type, const void *value, double *out)
 
 int UTILdouble_to_type(int type, double value, void *out)
 {
-    return with_element(type, [=](auto tag) {
+    return with_dtype_silent(type, [=](auto tag) {
         const auto stored = converted<typename decltype(tag)::type>(value);
         memcpy(out, &stored, sizeof stored);
         return 1;

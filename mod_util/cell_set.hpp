@@ -1,3 +1,5 @@
+// The embedded host includes this header too.
+//
 // Cell sets: which set holds a cell, and the functions of a set's row.
 #pragma once
 

@@ -1,3 +1,5 @@
+// The embedded host includes this header too.
+//
 // Index arithmetic of structured meshes, and the two corner orders of their cells.
 //
 //        k                       corner offsets from the lowest node b, with the steps
@@ -68,8 +70,20 @@ inline void location_order_nodes(qx_long lowest, const lattice_steps &step, int 
         nodes[corner] = lowest + offsets[corner & 3] + (corner > 3 ? step.plane : 0);
 }
 
-// Compact coordinates, prepared once an operation. Positions on an axis become coordinates as
-// pos * step + first corner in float, with one rounding each, or by a look at the axis's list.
+// The corners of an axis of n evenly spaced nodes become a step, and a position on it a coordinate; in float,
+// rounded at each operation.
+inline float uniform_step(float first, float last, qx_long n)
+{
+    return n != 1 ? (last - first) / static_cast<float>(n - 1) : 0;
+}
+
+inline float uniform_coordinate(qx_long position, float step, float first)
+{
+    return static_cast<float>(position) * step + first;
+}
+
+// Compact coordinates, prepared once an operation: positions on an axis become coordinates by the rule above, or
+// by a look at the axis's list.
 struct uniform_axes {
     int ndim, nspace;
     const qx_long *dims;
@@ -80,12 +94,12 @@ struct uniform_axes {
         : ndim(ndim_), nspace(nspace_), dims(dims_), points(points_), step{0, 0, 0}
     {
         for (int d = 0; d < ndim; ++d)
-            if (dims[d] != 1) step[d] = (points[nspace + d] - points[d]) / static_cast<float>(dims[d] - 1);
+            step[d] = uniform_step(points[d], points[nspace + d], dims[d]);
     }
 
     float coordinate(int d, qx_long position) const
     {
-        return static_cast<float>(position) * step[d] + points[d];
+        return uniform_coordinate(position, step[d], points[d]);
     }
 };
 
