@@ -121,20 +121,6 @@ std::vector<typed_array> arrays_of(vtkDataSetAttributes *attributes, qx_long cou
 
 // ---- values -------------------------------------------------------------------------------------------------
 
-// Calls body with the values as pointers of their own type.
-template <typename Body> static void with_values(const typed_array &array, Body body)
-{
-    switch (array.type) {
-    case DTYPE_CHAR: body(static_cast<signed char *>(array.values)); break;
-    case DTYPE_BYTE: body(static_cast<unsigned char *>(array.values)); break;
-    case DTYPE_SHORT: body(static_cast<short *>(array.values)); break;
-    case DTYPE_INT: body(static_cast<int *>(array.values)); break;
-    case DTYPE_FLOAT: body(static_cast<float *>(array.values)); break;
-    case DTYPE_DOUBLE: body(static_cast<double *>(array.values)); break;
-    default: body(static_cast<qx_long *>(array.values));
-    }
-}
-
 value_range range_of(const typed_array &array)
 {
     value_range range;

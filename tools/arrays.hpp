@@ -3,13 +3,13 @@
 
 #include <skoklana/types.h>
 
+#include <vtkDataArray.h>
 #include <vtkSmartPointer.h>
 #include <vtkType.h>
 
 #include <string>
 #include <vector>
 
-class vtkDataArray;
 class vtkDataSet;
 class vtkDataSetAttributes;
 
@@ -41,12 +41,31 @@ struct typed_array {
 std::vector<typed_array> arrays_of(vtkDataSetAttributes *attributes, qx_long count,
                                    std::vector<std::string> *notes);
 
+// The arrays that go along onto the nodes and cells of a result.
+struct carried_arrays {
+    std::vector<typed_array> node, cell;
+};
+
 // A new VTK array for count rows of the array's type, with its name; values unset.
 typed_array like(const typed_array &array, qx_long count);
 vtkSmartPointer<vtkDataArray> new_vtk_array(int type, int veclen, qx_long count, const std::string &name);
 void *values_of(vtkDataArray *array);
 
 const char *name_of_type(int type);
+
+// Calls body with the values as pointers of their own type.
+template <typename Body> void with_values(const typed_array &array, Body body)
+{
+    switch (array.type) {
+    case DTYPE_CHAR: body(static_cast<signed char *>(array.values)); break;
+    case DTYPE_BYTE: body(static_cast<unsigned char *>(array.values)); break;
+    case DTYPE_SHORT: body(static_cast<short *>(array.values)); break;
+    case DTYPE_INT: body(static_cast<int *>(array.values)); break;
+    case DTYPE_FLOAT: body(static_cast<float *>(array.values)); break;
+    case DTYPE_DOUBLE: body(static_cast<double *>(array.values)); break;
+    default: body(static_cast<qx_long *>(array.values));
+    }
+}
 
 // The least and greatest value; of the length of rows where veclen is above 1. NaN do not count.
 struct value_range {

@@ -13,11 +13,6 @@ class vtkPolyData;
 
 enum class level_kind { surfaces, lines };
 
-// What goes along onto the new nodes and cells.
-struct carried_arrays {
-    std::vector<typed_array> node, cell;
-};
-
 struct extracted {
     vtkSmartPointer<vtkPolyData> data;
     std::vector<qx_long> ntri; // triangles of each level, which follow one another

@@ -53,9 +53,22 @@ const char *name_of_kind(int kind)
 int input_mesh::cell_ndim() const
 {
     int highest = ndim;
-    for (const cell_set &set : sets)
+    for (const input_set &set : sets)
         highest = std::max(highest, cell_kinds[set.kind].ndim);
     return highest;
+}
+
+void input_mesh::vtk_cells(size_t set, qx_long count, const qx_long *local, std::vector<qx_long> *to) const
+{
+    to->reserve(to->size() + static_cast<size_t>(count));
+    for (qx_long i = 0; i < count; ++i)
+        to->push_back(vtk_cell(set, local[i]));
+}
+
+int input_mesh::kind_of_set(size_t set) const
+{
+    static const int lattice_kinds[] = {CELL_LINE, CELL_LINE, CELL_QUAD, CELL_HEX};
+    return structured() ? lattice_kinds[ndim] : sets[set].kind;
 }
 
 std::string input_mesh::size_in_words() const
@@ -66,7 +79,7 @@ std::string input_mesh::size_in_words() const
             words += (words.empty() ? "" : " x ") + std::to_string(dim);
         return words + " nodes";
     }
-    for (const cell_set &set : sets)
+    for (const input_set &set : sets)
         words += (words.empty() ? "" : ", ") + std::to_string(set.ncells) +
                  (set.order == 2 ? " second-order " : " ") + name_of_kind(set.kind);
     return words.empty() ? "no cells" : words;
@@ -85,12 +98,12 @@ static void note_rounding(input_mesh *mesh, double worst)
     mesh->notes.push_back(text);
 }
 
-static const float *float_coords(input_mesh *mesh)
+static const float *set_positions(input_mesh *mesh)
 {
     auto *points = vtkPointSet::SafeDownCast(mesh->data);
     vtkDataArray *array = points != nullptr ? points->GetPoints()->GetData() : nullptr;
     if (array != nullptr && array->GetDataType() == VTK_FLOAT && array->HasStandardMemoryLayout())
-        return static_cast<float *>(array->GetVoidPointer(0));
+        return mesh->positions = static_cast<float *>(array->GetVoidPointer(0));
     mesh->coords.resize(static_cast<size_t>(mesh->nnodes) * 3);
     double worst = 0;
     for (vtkIdType node = 0; node < mesh->nnodes; ++node) {
@@ -103,7 +116,7 @@ static const float *float_coords(input_mesh *mesh)
         }
     }
     note_rounding(mesh, worst);
-    return mesh->coords.data();
+    return mesh->positions = mesh->coords.data();
 }
 
 // ---- lattices -----------------------------------------------------------------------------------------------
@@ -140,7 +153,7 @@ static bool any_dropped(vtkDataSet *data)
 static void curvilinear(input_mesh *mesh)
 {
     mesh->kind = "curvilinear";
-    const float *coords = float_coords(mesh);
+    const float *coords = set_positions(mesh);
     mesh->field = host_curvilinear(mesh->ndim, mesh->dims.data(), 3, coords);
 }
 
@@ -236,8 +249,8 @@ class cell_sorter {
     const float *coords;
     ghosts marks;
     float deriv[CELL_KINDS][3 * 8];
-    cell_set *sets[CELL_KINDS][3] = {};
-    cell_set made[CELL_KINDS][3] = {};
+    input_set *sets[CELL_KINDS][3] = {};
+    input_set made[CELL_KINDS][3] = {};
     std::map<int, vtkIdType> split, reduced, refused; // by VTK type: how many
     vtkIdType points = 0, turned = 0, dropped = 0;
     vtkNew<vtkIdList> pieces;
@@ -257,7 +270,7 @@ bool cell_sorter::inside_out(int kind, const vtkIdType *nodes, const cell_order 
 void cell_sorter::add_one(vtkIdType number, const cell_order &order, const vtkIdType *nodes)
 {
     const cell_kind_nodes &kind = cell_kinds[order.kind];
-    cell_set &set = made[order.kind][order.order];
+    input_set &set = made[order.kind][order.order];
     const int n = order.order == 2 ? kind.nnodes_2 : kind.ncorners;
     const bool turn = kind.ndim == 3 && inside_out(order.kind, nodes, order);
     const signed char *mirror = mirror_of_kind(order.kind);
@@ -362,7 +375,7 @@ static std::string counts_in_words(const std::map<int, vtkIdType> &counts)
 void cell_sorter::finish()
 {
     for (auto &orders : made)
-        for (cell_set &set : orders) {
+        for (input_set &set : orders) {
             if (set.ncells == 0) continue;
             set.kind = static_cast<int>(&orders - made);
             set.order = static_cast<int>(&set - orders);
@@ -428,7 +441,7 @@ static bool share_list(input_mesh *mesh, vtkCellArray *cells, int type)
     if (cells->IsHomogeneous() != order->vtk_nodes) return false;
     for (int i = 0; i < order->vtk_nodes; ++i)
         if (i >= 20 || order->node[i] != i) return false;
-    cell_set set;
+    input_set set;
     set.kind = order->kind;
     set.order = order->order;
     set.ncells = cells->GetNumberOfCells();
@@ -471,7 +484,7 @@ static void explicit_cells(const std::string &path, input_mesh *mesh, cell_sorte
 // to 1 and the latter have none. To be sampled they are taken apart into first-order cells.
 static void take_apart(const std::string &path, input_mesh *mesh)
 {
-    for (cell_set &set : mesh->sets) {
+    for (input_set &set : mesh->sets) {
         if (set.order != 2 || (set.kind != CELL_PRISM && set.kind != CELL_PYR)) continue;
         qx_long count, *connect = nullptr;
         int nnodes;
@@ -479,7 +492,7 @@ static void take_apart(const std::string &path, input_mesh *mesh)
         if (tesselate(set.ncells, set.connect, &count, &connect, &nnodes) != 1)
             throw failure(path +
                           ": its second-order cells could not be split; there may be too little memory");
-        cell_set parts;
+        input_set parts;
         parts.order = 1;
         parts.kind = nnodes == 4 ? CELL_TET : nnodes == 5 ? CELL_PYR : nnodes == 6 ? CELL_PRISM : CELL_HEX;
         parts.ncells = count;
@@ -497,7 +510,7 @@ static void take_apart(const std::string &path, input_mesh *mesh)
 static void cell_sets(const std::string &path, input_mesh *mesh, mesh_use use)
 {
     const bool lattice = mesh->structured();
-    const float *coords = float_coords(mesh);
+    const float *coords = set_positions(mesh);
     cell_sorter sorter(path, mesh, coords);
     if (lattice) {
         lattice_cells(mesh, &sorter);
@@ -510,7 +523,7 @@ static void cell_sets(const std::string &path, input_mesh *mesh, mesh_use use)
     mesh->dims.clear();
     if (use == mesh_use::sample) take_apart(path, mesh);
     mesh->field = host_cells(mesh->nnodes, 3, coords);
-    for (const cell_set &set : mesh->sets)
+    for (const input_set &set : mesh->sets)
         if (mesh->field != nullptr &&
             host_add_cells(mesh->field, set.kind, set.order, set.ncells, set.connect) == 0)
             throw failure(path + ": " + host_error());

@@ -12,7 +12,7 @@
 
 class vtkDataSet;
 
-struct cell_set {
+struct input_set {
     int kind, order;
     qx_long ncells = 0;
     const qx_long *connect = nullptr; // VTK's own list, or own
@@ -36,17 +36,28 @@ struct input_mesh {
     int ndim = 0;     // computational axes; 0 for cell sets
     std::vector<qx_long> dims;
     qx_long nnodes = 0;
-    std::vector<cell_set> sets; // of cell sets; cells of structured meshes are numbered as VTK's
+    std::vector<input_set> sets; // of cell sets; cells of structured meshes are numbered as VTK's
     host_field *field = nullptr;
     mesh_info *mesh = nullptr;
     std::vector<std::string> notes; // what is not as in the file
 
     bool structured() const { return ndim > 0; }
+    // VTK's number of a cell of the library's, which is counted within its set.
+    vtkIdType vtk_cell(size_t set, qx_long local) const
+    {
+        return structured() ? static_cast<vtkIdType>(local) : sets[set].vtk_cell(local);
+    }
+    // The same for a list of them, appended.
+    void vtk_cells(size_t set, qx_long count, const qx_long *local, std::vector<qx_long> *to) const;
+    // The cell kind of a set; of structured meshes, lines, quadrilaterals or hexahedra.
+    int kind_of_set(size_t set) const;
+    size_t nsets() const { return structured() ? 1 : sets.size(); }
     // The highest dimension of any cell.
     int cell_ndim() const;
     // In words: "20 x 30 x 40 nodes", "1522 tetrahedra".
     std::string size_in_words() const;
 
+    const float *positions = nullptr; // of curvilinear meshes and cell sets: rows of 3
     // what the field borrows where VTK has nothing of that layout
     std::vector<float> coords, axes[3], corners;
 };

@@ -10,10 +10,12 @@
 #include <vtkActor.h>
 #include <vtkCamera.h>
 #include <vtkCellArray.h>
+#include <vtkCellData.h>
 #include <vtkColorTransferFunction.h>
 #include <vtkDataArray.h>
 #include <vtkFloatArray.h>
 #include <vtkGenericOpenGLRenderWindow.h>
+#include <vtkGeometryFilter.h>
 #include <vtkImageData.h>
 #include <vtkLightKit.h>
 #include <vtkMatrix4x4.h>
@@ -49,7 +51,7 @@ static vtkSmartPointer<vtkColorTransferFunction> colours_between(double lo, doub
     return colours;
 }
 
-// A unit normal for each node: the sum of its triangles' normals, which weighs them by their area.
+// A unit normal for each node: the sum of its polygons' normals, which weighs them by their area.
 static vtkSmartPointer<vtkFloatArray> normals_of(vtkPolyData *data)
 {
     const vtkIdType n = data->GetNumberOfPoints();
@@ -62,14 +64,18 @@ static vtkSmartPointer<vtkFloatArray> normals_of(vtkPolyData *data)
     const vtkIdType *corner;
     vtkCellArray *polys = data->GetPolys();
     for (polys->InitTraversal(); polys->GetNextCell(count, corner) != 0;) {
-        double p[3][3], cross[3];
-        for (int i = 0; i < 3; ++i)
-            data->GetPoint(corner[i], p[i]);
-        for (int d = 0; d < 3; ++d) {
-            const int e = (d + 1) % 3, f = (d + 2) % 3;
-            cross[d] = (p[1][e] - p[0][e]) * (p[2][f] - p[0][f]) - (p[1][f] - p[0][f]) * (p[2][e] - p[0][e]);
+        double p[3][3], cross[3] = {0, 0, 0};
+        data->GetPoint(corner[0], p[0]);
+        for (vtkIdType i = 1; i + 1 < count; ++i) {
+            data->GetPoint(corner[i], p[1]);
+            data->GetPoint(corner[i + 1], p[2]);
+            for (int d = 0; d < 3; ++d) {
+                const int e = (d + 1) % 3, f = (d + 2) % 3;
+                cross[d] +=
+                    (p[1][e] - p[0][e]) * (p[2][f] - p[0][f]) - (p[1][f] - p[0][f]) * (p[2][e] - p[0][e]);
+            }
         }
-        for (int i = 0; i < 3; ++i)
+        for (vtkIdType i = 0; i < count; ++i)
             for (int d = 0; d < 3; ++d)
                 sum[corner[i] * 3 + d] += static_cast<float>(cross[d]);
     }
@@ -111,14 +117,33 @@ static vtkSmartPointer<vtkActor> outline_of(const double *box)
     return actor;
 }
 
+// One colour a band, in equal steps whatever their widths.
+static vtkSmartPointer<vtkColorTransferFunction> stepped_colours(const std::vector<double> &limits)
+{
+    auto stepped = vtkSmartPointer<vtkColorTransferFunction>::New();
+    const size_t nbands = limits.size() - 1;
+    const auto smooth = colours_between(0, static_cast<double>(std::max<size_t>(nbands - 1, 1)));
+    for (size_t band = 0; band < nbands; ++band) {
+        double rgb[3];
+        smooth->GetColor(static_cast<double>(band), rgb);
+        const double end = limits[band + 1];
+        stepped->AddRGBPoint(limits[band], rgb[0], rgb[1], rgb[2]);
+        // bands are half open, but for the last
+        stepped->AddRGBPoint(band + 1 < nbands ? std::nextafter(end, limits[band]) : end, rgb[0], rgb[1],
+                             rgb[2]);
+    }
+    return stepped;
+}
+
 // Colours by an array of one component, or by the length of its rows.
-static vtkSmartPointer<vtkColorTransferFunction> colours_of(vtkDataArray *array)
+static vtkSmartPointer<vtkColorTransferFunction> colours_of(vtkDataArray *array,
+                                                            const std::vector<double> &limits)
 {
     const int component = array->GetNumberOfComponents() > 1 ? -1 : 0;
     double range[2];
     array->GetFiniteRange(range, component);
     if (!(range[0] < range[1])) range[1] = range[0] + std::max(1e-6, 1e-6 * std::abs(range[0]));
-    auto colours = colours_between(range[0], range[1]);
+    auto colours = limits.size() > 1 ? stepped_colours(limits) : colours_between(range[0], range[1]);
     if (component < 0) colours->SetVectorModeToMagnitude();
     return colours;
 }
@@ -132,10 +157,14 @@ static void set_text(vtkTextProperty *text)
     text->ShadowOff();
 }
 
-static void colour(vtkPolyDataMapper *mapper, vtkColorTransferFunction *colours, vtkDataArray *array)
+static void colour(vtkPolyDataMapper *mapper, vtkColorTransferFunction *colours, vtkDataArray *array,
+                   bool cells)
 {
     mapper->SetLookupTable(colours);
-    mapper->SetScalarModeToUsePointFieldData();
+    if (cells)
+        mapper->SetScalarModeToUseCellFieldData();
+    else
+        mapper->SetScalarModeToUsePointFieldData();
     mapper->SelectColorArray(array->GetName());
     mapper->InterpolateScalarsBeforeMappingOn();
     mapper->ScalarVisibilityOn();
@@ -219,32 +248,52 @@ static void place_camera(vtkRenderer *renderer, const double *box, double aspect
     fit(renderer, box, aspect);
 }
 
-// The triangles of each level as a surface of its own, over the nodes of all, and the lines as one more.
+// What is seen of a data set: itself where it is polygonal, else its flat cells, lines and skin.
+static vtkSmartPointer<vtkPolyData> seen_of(vtkDataSet *data)
+{
+    if (auto *poly = vtkPolyData::SafeDownCast(data)) return poly;
+    vtkNew<vtkGeometryFilter> skin;
+    skin->SetInputData(data);
+    skin->Update();
+    return skin->GetOutput();
+}
+
+// Some cells of data as a piece of its own, over the nodes of all: numbers first on of lines or polygons.
+static vtkSmartPointer<vtkPolyData> piece_of(vtkPolyData *data, vtkIdType first, vtkIdType n, bool lines)
+{
+    vtkCellArray *from = lines ? data->GetLines() : data->GetPolys();
+    vtkNew<vtkCellArray> cells;
+    vtkIdType count;
+    const vtkIdType *corners;
+    for (vtkIdType cell = first; cell < first + n; ++cell) {
+        from->GetCellAtId(cell, count, corners);
+        cells->InsertNextCell(count, corners);
+    }
+    auto piece = vtkSmartPointer<vtkPolyData>::New();
+    piece->SetPoints(data->GetPoints());
+    piece->GetPointData()->ShallowCopy(data->GetPointData());
+    if (lines)
+        piece->SetLines(cells);
+    else
+        piece->SetPolys(cells);
+    const vtkIdType row = data->GetNumberOfVerts() + (lines ? 0 : data->GetNumberOfLines()) + first;
+    piece->GetCellData()->CopyAllocate(data->GetCellData(), n);
+    piece->GetCellData()->CopyData(data->GetCellData(), 0, n, row);
+    return piece;
+}
+
+// The triangles of each level as a surface, and the lines as one more piece.
 static std::vector<vtkSmartPointer<vtkPolyData>> pieces_of(vtkPolyData *data,
                                                            const std::vector<int64_t> &triangles)
 {
+    if (triangles.empty()) return {data};
     std::vector<vtkSmartPointer<vtkPolyData>> pieces;
-    vtkIdType first = 0, count;
-    const vtkIdType *corners;
+    vtkIdType first = 0;
     for (const int64_t n : triangles) {
-        vtkNew<vtkCellArray> polys;
-        for (vtkIdType cell = first; cell < first + n; ++cell) {
-            data->GetPolys()->GetCellAtId(cell, count, corners);
-            polys->InsertNextCell(count, corners);
-        }
+        if (n > 0) pieces.push_back(piece_of(data, first, n, false));
         first += n;
-        auto piece = vtkSmartPointer<vtkPolyData>::New();
-        piece->ShallowCopy(data);
-        piece->SetLines(nullptr);
-        piece->SetPolys(polys);
-        if (n > 0) pieces.push_back(piece);
     }
-    if (data->GetNumberOfLines() > 0) {
-        auto lines = vtkSmartPointer<vtkPolyData>::New();
-        lines->ShallowCopy(data);
-        lines->SetPolys(nullptr);
-        pieces.push_back(lines);
-    }
+    if (data->GetNumberOfLines() > 0) pieces.push_back(piece_of(data, 0, data->GetNumberOfLines(), true));
     return pieces;
 }
 
@@ -273,8 +322,9 @@ static bool averaged(const std::vector<unsigned char> &drawn, int width, int hei
     return std::any_of(drawn.begin(), drawn.end(), [&](unsigned char value) { return value != drawn[0]; });
 }
 
-static void draw(const std::string &path, vtkPolyData *data, const picture_options &options)
+static void draw(const std::string &path, const drawing &options)
 {
+    const auto data = seen_of(options.data);
     const int width = options.width * oversampling, height = options.height * oversampling;
     const offscreen_context context;
     vtkNew<vtkGenericOpenGLRenderWindow> window;
@@ -287,7 +337,9 @@ static void draw(const std::string &path, vtkPolyData *data, const picture_optio
     window->SetSize(width, height);
     window->OpenGLInit();
 
-    vtkDataArray *array = data->GetPointData()->GetArray(options.colour_by.c_str());
+    vtkDataSetAttributes *arrays = data->GetPointData();
+    if (options.colour_cells) arrays = data->GetCellData();
+    vtkDataArray *array = arrays->GetArray(options.colour_by.c_str());
     if (data->GetNumberOfPoints() == 0) array = nullptr;
     const double scene_share = array != nullptr ? 0.86 : 1;
     vtkNew<vtkRenderer> scene, side;
@@ -306,7 +358,7 @@ static void draw(const std::string &path, vtkPolyData *data, const picture_optio
     if (data->GetNumberOfPolys() > 0) shaded->GetPointData()->SetNormals(normals_of(data));
     vtkSmartPointer<vtkColorTransferFunction> colours;
     if (array != nullptr) {
-        colours = colours_of(array);
+        colours = colours_of(array, options.limits);
         add_bar(side, colours, array, static_cast<int>(width * (1 - scene_share)), height);
     }
     auto pieces = pieces_of(shaded, options.level_triangles);
@@ -326,7 +378,8 @@ static void draw(const std::string &path, vtkPolyData *data, const picture_optio
             look->LightingOff();
         else if (box_length(pieces[i]) > 1.02 * box_length(pieces[0]))
             look->SetOpacity(0.35);
-        if (array != nullptr) colour(vtkPolyDataMapper::SafeDownCast(actor->GetMapper()), colours, array);
+        if (array != nullptr)
+            colour(vtkPolyDataMapper::SafeDownCast(actor->GetMapper()), colours, array, options.colour_cells);
         scene->AddActor(actor);
     }
     scene->AddActor(outline_of(options.box));
@@ -356,7 +409,7 @@ static void draw(const std::string &path, vtkPolyData *data, const picture_optio
     window->Finalize();
 }
 
-void write_picture(const std::string &path, vtkPolyData *data, const picture_options &options)
+void write_picture(const std::string &path, const drawing &what)
 {
-    write_beside(path, [&](const std::string &beside) { draw(beside, data, options); });
+    write_beside(path, [&](const std::string &beside) { draw(beside, what); });
 }

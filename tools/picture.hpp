@@ -1,20 +1,26 @@
-// Pictures of surfaces and lines, with or without a display.
+// Pictures of meshes, surfaces, lines and points, with or without a display.
 #pragma once
+
+#include <vtkSmartPointer.h>
 
 #include <cstdint>
 #include <string>
 #include <vector>
 
-class vtkPolyData;
+class vtkDataSet;
 
-struct picture_options {
-    int width = 1200, height = 900;
-    std::string colour_by; // a node array of the data; empty: one colour and no colour bar
-    double box[6];         // of the mesh: drawn as the outline
-    // Triangles of each level, which stand in the data one level after another. Of several, the wider ones are
+// What is drawn. Of solid cells that is their skin.
+struct drawing {
+    vtkSmartPointer<vtkDataSet> data;
+    std::string colour_by; // an array of the data, of vectors their length; empty: one colour, no colour bar
+    bool colour_cells = false;  // it is a cell array
+    std::vector<double> limits; // of bands, ascending: one colour from each to the next
+    double box[6];              // drawn as the outline, such as that of the mesh that data came from
+    // Polygonal data of several levels: the triangles of each, which follow one another. The wider surfaces are
     // drawn so that the narrower ones shine through.
     std::vector<int64_t> level_triangles;
+    int width = 1200, height = 900;
 };
 
-// Draws data into a PNG file. Throws failure; an empty picture is one.
-void write_picture(const std::string &path, vtkPolyData *data, const picture_options &options);
+// Draws into a PNG file. Throws failure; an empty picture is one.
+void write_picture(const std::string &path, const drawing &what);

@@ -70,9 +70,9 @@ null_slot null_of(const typed_array &array)
 
 } // namespace
 
-sample_points lattice_over(const input_mesh &mesh, const qx_long dims[3])
+probe_points lattice_over(const input_mesh &mesh, const qx_long dims[3])
 {
-    sample_points points;
+    probe_points points;
     points.lattice = true;
     for (int d = 0; d < 3; ++d) {
         points.dims[d] = dims[d];
@@ -95,9 +95,9 @@ sample_points lattice_over(const input_mesh &mesh, const qx_long dims[3])
     return points;
 }
 
-sample_points points_on_line(const float a[3], const float b[3], qx_long n)
+probe_points points_on_line(const float a[3], const float b[3], qx_long n)
 {
-    sample_points points;
+    probe_points points;
     for (qx_long i = 0; i < n; ++i)
         for (int d = 0; d < 3; ++d)
             points.xyz.push_back(i == n - 1 && n > 1
@@ -112,7 +112,7 @@ namespace {
 // One probe: the mesh, its table, the points, and where to put what.
 class prober {
   public:
-    prober(const std::string &path, input_mesh &mesh_, const sample_points &points_)
+    prober(const std::string &path, input_mesh &mesh_, const probe_points &points_)
         : what(path + ": sampling"), mesh(mesh_), points(points_), run("sampling")
     {
     }
@@ -125,7 +125,7 @@ class prober {
 
     std::string what;
     input_mesh &mesh;
-    const sample_points &points;
+    const probe_points &points;
     operation run;
     table_ptr table;
     lattice_table_ptr lattice_table;
@@ -276,7 +276,7 @@ std::vector<typed_array> prober::all(const std::vector<typed_array> &node,
 
 } // namespace
 
-std::vector<typed_array> probe(const std::string &path, input_mesh &mesh, const sample_points &points,
+std::vector<typed_array> probe(const std::string &path, input_mesh &mesh, const probe_points &points,
                                const std::vector<typed_array> &node, const std::vector<typed_array> &cell)
 {
     return prober(path, mesh, points).all(node, cell);

@@ -8,7 +8,7 @@
 #include <vector>
 
 // Where values are wanted: rows of 3, and the lattice that they are the nodes of where they are one.
-struct sample_points {
+struct probe_points {
     std::vector<float> xyz;
     bool lattice = false;
     qx_long dims[3] = {0, 0, 0};
@@ -17,12 +17,12 @@ struct sample_points {
 };
 
 // The nodes of a lattice over the mesh's box.
-sample_points lattice_over(const input_mesh &mesh, const qx_long dims[3]);
-sample_points points_on_line(const float a[3], const float b[3], qx_long n);
+probe_points lattice_over(const input_mesh &mesh, const qx_long dims[3]);
+probe_points points_on_line(const float a[3], const float b[3], qx_long n);
 
 // Node arrays interpolated at the points, and cell arrays taken from the cell that holds the point; arrays of
 // the same names and types, a row a point. Where there is no value, outside the mesh and in cells with null
 // data, floats are NaN and integers a value that the array does not hold. The last array, vtkValidPointMask,
 // is 1 for points inside the mesh and 0 elsewhere. Throws failure or interrupted; text starts with path.
-std::vector<typed_array> probe(const std::string &path, input_mesh &mesh, const sample_points &points,
+std::vector<typed_array> probe(const std::string &path, input_mesh &mesh, const probe_points &points,
                                const std::vector<typed_array> &node, const std::vector<typed_array> &cell);

@@ -8,33 +8,35 @@
 #include <skoklana/host/om.h>
 #include <skoklana_host.h>
 
-#include <climits>
+#include <atomic>
 #include <csignal>
 #include <cstdio>
-#include <cstring>
+#include <mutex>
 #include <unistd.h>
 
-static volatile sig_atomic_t in_operation, stop_asked;
-static char partial_file[PATH_MAX];
-static volatile sig_atomic_t partial_file_set;
+// Handlers of signals look at these; any thread may be the one that runs them.
+static std::atomic<bool> in_operation, stop_asked;
+static std::atomic<const char *> partial_path;
 
+// Status checks may come from several threads.
+static std::mutex bar_mutex; // of all below
 static const char *bar_title;
 static int bar_percent = -1; // shown now; -1: no bar on the screen
 static bool bar_wanted;
 
 static void on_signal(int number)
 {
-    if (number == SIGINT && in_operation != 0 && stop_asked == 0) {
-        stop_asked = 1;
+    if (number == SIGINT && in_operation && !stop_asked.exchange(true)) {
         host_interrupt();
         return;
     }
-    if (partial_file_set != 0) unlink(partial_file);
+    if (const char *path = partial_path.exchange(nullptr)) unlink(path);
     _exit(128 + number);
 }
 
 static int show_progress(void *, int percent, const char *)
 {
+    const std::lock_guard<std::mutex> lock(bar_mutex);
     if (!bar_wanted || bar_title == nullptr || percent == bar_percent) return 0;
     const int width = 30, done = percent * width / 100;
     fprintf(stderr, "\r%s [%.*s%.*s] %3d %%", bar_title, done, "##############################", width - done,
@@ -48,7 +50,10 @@ static void keep_report(void *, const char *, int, const char *) {} // host_last
 
 void start_progress(bool bar)
 {
-    bar_wanted = bar && isatty(STDERR_FILENO) != 0;
+    {
+        const std::lock_guard<std::mutex> lock(bar_mutex);
+        bar_wanted = bar && isatty(STDERR_FILENO) != 0;
+    }
     host_set_error_handler(keep_report, nullptr);
     host_set_progress_handler(show_progress, nullptr);
     struct sigaction action = {};
@@ -71,22 +76,28 @@ status_part::~status_part()
 
 void stop_if_asked()
 {
-    if (stop_asked != 0) throw interrupted();
+    if (stop_asked) throw interrupted();
+}
+
+static void set_bar(const char *title)
+{
+    const std::lock_guard<std::mutex> lock(bar_mutex);
+    if (bar_percent >= 0) fputs("\r\033[K", stderr);
+    bar_percent = -1;
+    bar_title = title;
 }
 
 operation::operation(const char *title)
 {
-    bar_title = title;
+    set_bar(title);
     host_clear_reports();
-    in_operation = 1;
+    in_operation = true;
 }
 
 operation::~operation()
 {
-    in_operation = 0;
-    if (bar_percent >= 0) fputs("\r\033[K", stderr);
-    bar_percent = -1;
-    bar_title = nullptr;
+    in_operation = false;
+    set_bar(nullptr);
 }
 
 void operation::check(bool succeeded, const std::string &what) const
@@ -99,10 +110,12 @@ void operation::check(bool succeeded, const std::string &what) const
     throw failure(what + " failed without a report");
 }
 
-void set_partial_file(const std::string &path)
+partial_file::partial_file(const std::string &path_) : path(path_)
 {
-    partial_file_set = 0;
-    if (path.empty() || path.size() >= sizeof partial_file) return;
-    memcpy(partial_file, path.c_str(), path.size() + 1);
-    partial_file_set = 1;
+    partial_path = path.c_str();
+}
+
+partial_file::~partial_file()
+{
+    if (partial_path.exchange(nullptr) != nullptr) unlink(path.c_str());
 }

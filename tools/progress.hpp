@@ -1,4 +1,4 @@
-// The progress bar, Ctrl-C, and the library's reports.
+// The progress bar, Ctrl-C, and the library's reports. Safe with operations that use several threads.
 #pragma once
 
 #include <string>
@@ -13,7 +13,7 @@ struct status_part {
 };
 
 // While one lives, Ctrl-C asks the library to stop at its next status check; otherwise it ends the program at
-// once. title stands before the bar.
+// once. title stands before the bar. One at a time.
 class operation {
   public:
     explicit operation(const char *title);
@@ -27,5 +27,14 @@ class operation {
 // Throws interrupted if Ctrl-C was pressed in an operation, after its last look at the flag.
 void stop_if_asked();
 
-// A file that is being written, removed if Ctrl-C ends the program; empty: none.
-void set_partial_file(const std::string &path);
+// A file that is being written: removed with the record, and if Ctrl-C ends the program. One at a time.
+class partial_file {
+  public:
+    explicit partial_file(const std::string &path);
+    ~partial_file();
+    partial_file(const partial_file &) = delete;
+    partial_file &operator=(const partial_file &) = delete;
+
+  private:
+    std::string path;
+};

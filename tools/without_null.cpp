@@ -1,34 +1,16 @@
 #include "without_null.hpp"
 
-#include "cell_order.hpp"
+#include "carry.hpp"
 #include "failure.hpp"
 #include "progress.hpp"
 
-#include <skoklana/array.h>
 #include <skoklana/cut.h>
 
-#include <vtkCellArray.h>
-#include <vtkCellData.h>
-#include <vtkDataArray.h>
-#include <vtkFloatArray.h>
-#include <vtkPointData.h>
-#include <vtkPoints.h>
-#include <vtkTypeInt64Array.h>
-#include <vtkUnsignedCharArray.h>
 #include <vtkUnstructuredGrid.h>
 
-#include <algorithm>
-#include <cstdlib>
+#include <utility>
 
 namespace {
-
-// What was kept of one cell set, or of a structured mesh.
-struct kept_cells {
-    const cell_order *order;
-    qx_long ncells = 0;
-    qx_long *connect = nullptr;    // in our node order, kept nodes renumbered
-    std::vector<qx_long> vtk_cell; // VTK's number of each
-};
 
 // The cells of a lattice that have only kept nodes, in the order in which the library lists them.
 std::vector<qx_long> kept_lattice_cells(const input_mesh &mesh, const std::vector<char> &kept)
@@ -59,111 +41,54 @@ class remover {
     remover(const std::string &path, input_mesh &mesh_) : what(path + ": removal of null nodes"), mesh(mesh_)
     {
     }
-    ~remover()
-    {
-        free(nodes);
-        for (const kept_cells &set : sets)
-            free(set.connect);
-    }
     vtkSmartPointer<vtkUnstructuredGrid> run(const scalar_array &scalar, const carried_arrays &carried);
 
   private:
     void remove_from_sets(const scalar_array &scalar);
     void remove_from_lattice(const scalar_array &scalar);
-    void carry_nodes(vtkUnstructuredGrid *out, const std::vector<typed_array> &arrays);
-    void carry_cells(vtkUnstructuredGrid *out, const std::vector<typed_array> &arrays);
 
     std::string what;
     input_mesh &mesh;
-    qx_long nkept = 0;
-    qx_long *nodes = nullptr; // cell sets: new number or -1 by node; structured: the nodes kept
-    std::vector<kept_cells> sets;
+    std::vector<qx_long> kept; // nodes
+    cell_results cells;
 };
 
 void remover::remove_from_sets(const scalar_array &scalar)
 {
     const size_t n = mesh.sets.size();
-    std::vector<qx_long *> cells(n), connect(n);
+    std::vector<qx_long *> local(n), connect(n);
     std::vector<qx_long> ncells(n), sizes(n);
+    qx_long nkept = 0, *map = nullptr;
     const operation run("null nodes");
-    const int done =
-        UTILthresh_null(mesh.mesh, scalar.array.values, scalar.array.type, scalar.null_value(), &nkept,
-                        &nodes, cells.data(), ncells.data(), connect.data(), sizes.data());
+    const int done = UTILthresh_null(mesh.mesh, scalar.array.values, scalar.array.type, scalar.null_value(),
+                                     &nkept, &map, local.data(), ncells.data(), connect.data(), sizes.data());
     run.check(done == 1, what);
+    const owned_list new_number(map); // by node: its new number or -1
     for (size_t s = 0; s < n; ++s) {
-        kept_cells set;
-        set.order = order_of_kind(mesh.sets[s].kind, mesh.sets[s].order);
-        set.ncells = ncells[s];
-        set.connect = connect[s];
-        for (qx_long c = 0; c < ncells[s]; ++c)
-            set.vtk_cell.push_back(mesh.sets[s].vtk_cell(cells[s][c]));
-        free(cells[s]);
-        sets.push_back(std::move(set));
+        const owned_list numbers(local[s]);
+        std::vector<qx_long> vtk_cell;
+        mesh.vtk_cells(s, ncells[s], numbers.get(), &vtk_cell);
+        cells.add(mesh.sets[s].kind, mesh.sets[s].order, ncells[s], owned_list(connect[s]),
+                  std::move(vtk_cell));
     }
+    kept.reserve(static_cast<size_t>(nkept));
+    for (qx_long node = 0; node < mesh.nnodes; ++node)
+        if (new_number[static_cast<size_t>(node)] >= 0) kept.push_back(node);
 }
 
 void remover::remove_from_lattice(const scalar_array &scalar)
 {
-    static const int kinds[] = {CELL_LINE, CELL_LINE, CELL_QUAD, CELL_HEX};
-    kept_cells set;
-    set.order = order_of_kind(kinds[mesh.ndim], 1);
-    qx_long size = 0;
+    qx_long nkept = 0, *nodes = nullptr, *connect = nullptr, ncells = 0, size = 0;
     const operation run("null nodes");
     const int done = UTILthresh_null(mesh.mesh, scalar.array.values, scalar.array.type, scalar.null_value(),
-                                     &nkept, &nodes, &set.connect, &set.ncells, &size, nullptr);
+                                     &nkept, &nodes, &connect, &ncells, &size, nullptr);
     run.check(done == 1, what);
-    std::vector<char> kept(static_cast<size_t>(mesh.nnodes));
-    for (qx_long i = 0; i < nkept; ++i)
-        kept[static_cast<size_t>(nodes[i])] = 1;
-    set.vtk_cell = kept_lattice_cells(mesh, kept);
-    sets.push_back(std::move(set));
-}
-
-void remover::carry_nodes(vtkUnstructuredGrid *out, const std::vector<typed_array> &arrays)
-{
-    auto coords = vtkSmartPointer<vtkFloatArray>::New();
-    coords->SetNumberOfComponents(3);
-    coords->SetNumberOfTuples(nkept);
-    if (nkept > 0 && UTILget_coord_list(mesh.mesh, nkept, nodes, coords->GetPointer(0)) != 1)
-        throw failure(what + " failed: the nodes' positions could not be had");
-    auto points = vtkSmartPointer<vtkPoints>::New();
-    points->SetData(coords);
-    out->SetPoints(points);
-    for (const typed_array &array : arrays) {
-        const typed_array made = like(array, nkept);
-        UTILget_data_list(mesh.mesh, array.type, array.veclen, array.values, nkept, nodes, made.values);
-        out->GetPointData()->AddArray(made.kept);
-    }
-}
-
-void remover::carry_cells(vtkUnstructuredGrid *out, const std::vector<typed_array> &arrays)
-{
-    auto offsets = vtkSmartPointer<vtkTypeInt64Array>::New(),
-         connect = vtkSmartPointer<vtkTypeInt64Array>::New();
-    auto types = vtkSmartPointer<vtkUnsignedCharArray>::New();
-    std::vector<qx_long> cells;
-    offsets->InsertNextValue(0);
-    for (const kept_cells &set : sets) {
-        const int n = set.order->vtk_nodes;
-        for (qx_long c = 0; c < set.ncells; ++c) {
-            qx_long row[20];
-            for (int i = 0; i < n; ++i)
-                row[set.order->node[i]] = set.connect[c * n + i];
-            for (int i = 0; i < n; ++i)
-                connect->InsertNextValue(row[i]);
-            offsets->InsertNextValue(connect->GetNumberOfValues());
-            types->InsertNextValue(static_cast<unsigned char>(set.order->vtk));
-        }
-        cells.insert(cells.end(), set.vtk_cell.begin(), set.vtk_cell.end());
-    }
-    auto list = vtkSmartPointer<vtkCellArray>::New();
-    list->SetData(offsets, connect);
-    out->SetCells(types, list);
-    for (const typed_array &array : arrays) {
-        const typed_array made = like(array, static_cast<qx_long>(cells.size()));
-        UTILcopy_array_list(0, array.veclen, array.type, array.values, made.count, cells.data(), made.values);
-        out->GetCellData()->AddArray(made.kept);
-    }
+    const owned_list numbers(nodes);
+    kept.assign(nodes, nodes + nkept);
+    std::vector<char> marks(static_cast<size_t>(mesh.nnodes));
+    for (const qx_long node : kept)
+        marks[static_cast<size_t>(node)] = 1;
+    cells.add(mesh.kind_of_set(0), 1, ncells, owned_list(connect), kept_lattice_cells(mesh, marks));
 }
 
 vtkSmartPointer<vtkUnstructuredGrid> remover::run(const scalar_array &scalar, const carried_arrays &carried)
@@ -173,8 +98,12 @@ vtkSmartPointer<vtkUnstructuredGrid> remover::run(const scalar_array &scalar, co
     else
         remove_from_sets(scalar);
     auto out = vtkSmartPointer<vtkUnstructuredGrid>::New();
-    carry_nodes(out, carried.node);
-    carry_cells(out, carried.cell);
+    const auto nkept = static_cast<qx_long>(kept.size());
+    node_results nodes(mesh, carried.node, nkept);
+    if (!nodes.add(nkept, kept.data()))
+        throw failure(what + " failed: the nodes' positions could not be had");
+    nodes.hand_over(out);
+    cells.hand_over(out, carried.cell);
     return out;
 }
 

@@ -38,7 +38,7 @@ void write_beside(const std::string &path, const std::function<void(const std::s
     const std::string beside = (folder / ("." + target.stem().string() + ".part" + std::to_string(getpid()) +
                                           target.extension().string()))
                                    .string();
-    set_partial_file(beside);
+    const partial_file part(beside);
     try {
         write(beside);
         if (!fs::exists(beside, code) || fs::file_size(beside, code) == 0)
@@ -46,11 +46,10 @@ void write_beside(const std::string &path, const std::function<void(const std::s
         fs::rename(beside, target, code);
         if (code) throw failure(code.message());
     } catch (const failure &wrong) {
-        fs::remove(beside, code);
-        set_partial_file("");
         throw failure(path + ": cannot be written: " + wrong.what());
+    } catch (const fs::filesystem_error &wrong) {
+        throw failure(path + ": cannot be written: " + wrong.code().message());
     }
-    set_partial_file("");
 }
 
 void check_ending(const std::string &path, const char *endings, const char *what)
@@ -151,5 +150,15 @@ void write_data_set(const std::string &path, vtkDataSet *data)
         writer->SetCompressionLevel(2); // four times as quick as level 5, and a tenth larger
         writer->SetHeaderTypeToUInt64();
         run(writer.Get(), beside, data);
+    });
+}
+
+void write_text(const std::string &path, const std::string &text)
+{
+    write_beside(path, [&](const std::string &beside) {
+        std::ofstream file(beside, std::ios::binary);
+        file << text;
+        file.close();
+        if (!file) throw failure(strerror(errno));
     });
 }

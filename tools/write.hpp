@@ -5,7 +5,6 @@
 #include <string>
 
 class vtkDataSet;
-class vtkAlgorithm;
 
 // Calls write with the name of a file beside path, then gives that file the name path. If write throws or the
 // file is missing or empty, path is as it was. Throws failure.
@@ -18,3 +17,6 @@ void check_ending(const std::string &path, const char *endings, const char *what
 // By the ending: VTK XML (.vtp .vtu .vti .vtr .vts: binary, compressed), .ply, .stl, or .csv (nodes with their
 // arrays, a row each). Throws failure.
 void write_data_set(const std::string &path, vtkDataSet *data);
+
+// A text as it stands, such as a table. Throws failure.
+void write_text(const std::string &path, const std::string &text);

@@ -162,7 +162,7 @@ TEST(Usage, IsToldAndExitsWith2)
         const char *wrong;
     } cases[] = {
         {{}, "subcommand is required"},
-        {{"nonsense"}, "there is no command nonsense; there are info, iso"},
+        {{"nonsense"}, "there is no command nonsense; there are info, iso, isoline, probe, threshold-null"},
         {{"iso"}, "FILE is required"},
         {{"iso", in, "-o", out}, "--level is required"},
         {{"iso", in, "-l", "high", "-o", out}, "--level"},
@@ -174,7 +174,9 @@ TEST(Usage, IsToldAndExitsWith2)
         {{"iso", in, "-l", "0", "-o", out, "--nonsense"}, "--nonsense"},
         {{"probe", in, "-o", out}, "give one of --points FILE, --line A B N and --grid NX NY NZ"},
         {{"probe", in, "--line", "0,0", "1,1,1", "5", "-o", out}, "three numbers x,y,z"},
-        {{"probe", in, "--line", "0,0,0", "1,1,1", "0", "-o", out}, "is no count of points"},
+        {{"probe", in, "--line", "0,0,0", "1,1,1", "0", "-o", out}, "--line: 0 is no count"},
+        {{"probe", in, "--line", "0,0,0x", "1,0,0", "10", "-o", out}, "--line: 0,0,0x is no point"},
+        {{"probe", in, "--line", "0,0,0", "1,0,0", "10abc", "-o", out}, "--line: 10abc is no count"},
         {{"probe", in, "--grid", "0", "2", "2", "-o", scratch("a.vti")}, "each number is at least 1"},
         {{"probe", in, "--grid", "2", "2", "2", "-o", out}, "ends in .vti .csv"},
         {{"clamp", in, "-o", scratch("a.vti")}, "give --min X, --max X or both"},

@@ -1,0 +1,216 @@
+// A list that is the only one of its kind, in VTK's order and numbered from 0 becomes VTK's without a copy.
+#include "carry.hpp"
+
+#include "cell_order.hpp"
+
+#include <skoklana/array.h>
+#include <skoklana/host/tool.h>
+#include <skoklana/iso.h>
+
+#include <vtkCellArray.h>
+#include <vtkCellData.h>
+#include <vtkDataArray.h>
+#include <vtkFloatArray.h>
+#include <vtkPointData.h>
+#include <vtkPoints.h>
+#include <vtkPolyData.h>
+#include <vtkTypeInt64Array.h>
+#include <vtkUnsignedCharArray.h>
+#include <vtkUnstructuredGrid.h>
+
+#include <algorithm>
+
+std::vector<typed_array> rows_of(const std::vector<typed_array> &arrays, const std::vector<qx_long> &rows)
+{
+    std::vector<typed_array> out;
+    for (const typed_array &array : arrays) {
+        out.push_back(like(array, static_cast<qx_long>(rows.size())));
+        if (rows.empty()) continue;
+        UTILcopy_array_list(0, array.veclen, array.type, array.values, out.back().count, rows.data(),
+                            out.back().values);
+    }
+    return out;
+}
+
+// ---- nodes --------------------------------------------------------------------------------------------------
+
+node_results::node_results(input_mesh &mesh_, const std::vector<typed_array> &arrays, qx_long count)
+    : mesh(mesh_), from(arrays), places(vtkSmartPointer<vtkFloatArray>::New())
+{
+    places->SetNumberOfComponents(3);
+    places->SetNumberOfTuples(count);
+    for (const typed_array &array : from)
+        made.push_back(like(array, count));
+}
+
+float *node_results::coords(qx_long row)
+{
+    return places->GetPointer(row * 3);
+}
+
+static void *row_at(const typed_array &array, qx_long row)
+{
+    return static_cast<char *>(array.values) + row * array.veclen * DTYPEtype_size(array.type);
+}
+
+bool node_results::add(qx_long count, const qx_long *nodes)
+{
+    if (count == 0) return true;
+    if (mesh.positions != nullptr) // the library's own call takes a map of all nodes for cell sets
+        UTILcopy_array_list(0, 3, DTYPE_FLOAT, mesh.positions, count, nodes, coords(filled));
+    else if (UTILget_coord_list(mesh.mesh, count, nodes, coords(filled)) != 1)
+        return false;
+    for (size_t i = 0; i < from.size(); ++i)
+        UTILcopy_array_list(0, from[i].veclen, from[i].type, from[i].values, count, nodes,
+                            row_at(made[i], filled));
+    filled += count;
+    return true;
+}
+
+bool node_results::add_between(qx_long count, const qx_long *a, const qx_long *b, const float *t)
+{
+    if (count == 0) return true;
+    if (UTILeval_coord(mesh.mesh, count, a, b, t, coords(filled)) != 1) return false;
+    for (size_t i = 0; i < from.size(); ++i)
+        if (UTILeval_param(count, from[i].veclen, from[i].type, from[i].values, 0, nullptr, a, b, t,
+                           row_at(made[i], filled)) != 1)
+            return false;
+    filled += count;
+    return true;
+}
+
+void node_results::hand_over(vtkPointSet *data)
+{
+    auto points = vtkSmartPointer<vtkPoints>::New();
+    points->SetData(places);
+    data->SetPoints(points);
+    for (const typed_array &array : made)
+        data->GetPointData()->AddArray(array.kept);
+}
+
+// ---- cells --------------------------------------------------------------------------------------------------
+
+void cell_results::add(int kind, int order, qx_long ncells, owned_list connect, std::vector<qx_long> vtk_cell,
+                       qx_long first_node)
+{
+    if (ncells > 0)
+        parts.push_back({kind, order, ncells, std::move(connect), std::move(vtk_cell), first_node});
+}
+
+qx_long cell_results::count(int ndim) const
+{
+    qx_long sum = 0;
+    for (const part &one : parts)
+        sum += cell_kinds[one.kind].ndim == ndim ? one.ncells : 0;
+    return sum;
+}
+
+// Rows in VTK's order, written from to on; what follows them.
+static qx_long *write_rows(const cell_order &order, qx_long ncells, const qx_long *connect,
+                           qx_long first_node, qx_long *to)
+{
+    const int n = order.vtk_nodes;
+    for (qx_long c = 0; c < ncells; ++c, connect += n, to += n)
+        for (int i = 0; i < n; ++i)
+            to[order.node[i]] = connect[i] + first_node;
+    return to;
+}
+
+static bool in_vtk_order(const cell_order &order)
+{
+    for (int i = 0; i < order.vtk_nodes; ++i)
+        if (order.node[i] != i) return false;
+    return true;
+}
+
+static vtkSmartPointer<vtkTypeInt64Array> list_of(qx_long entries)
+{
+    auto made = vtkSmartPointer<vtkTypeInt64Array>::New();
+    made->SetNumberOfValues(entries);
+    return made;
+}
+
+static void add_cell_arrays(vtkDataSet *data, const std::vector<typed_array> &arrays,
+                            const std::vector<qx_long> &cells)
+{
+    for (const typed_array &array : rows_of(arrays, cells))
+        data->GetCellData()->AddArray(array.kept);
+}
+
+void cell_results::hand_over(vtkPolyData *data, const std::vector<typed_array> &arrays)
+{
+    std::vector<qx_long> cells;
+    for (const int ndim : {1, 2}) {
+        std::vector<part *> chosen;
+        qx_long entries = 0, ncells = 0;
+        bool one_kind = true;
+        for (part &one : parts) {
+            if (cell_kinds[one.kind].ndim != ndim) continue;
+            chosen.push_back(&one);
+            one_kind = one_kind && one.kind == chosen[0]->kind;
+            entries += one.ncells * cell_kinds[one.kind].ncorners;
+            ncells += one.ncells;
+            cells.insert(cells.end(), one.vtk_cell.begin(), one.vtk_cell.end());
+        }
+        if (chosen.empty()) continue;
+        const cell_order &order = *order_of_kind(chosen[0]->kind, 1);
+        vtkSmartPointer<vtkTypeInt64Array> connect;
+        if (chosen.size() == 1 && chosen[0]->first_node == 0 && in_vtk_order(order)) {
+            connect = vtkSmartPointer<vtkTypeInt64Array>::New();
+            connect->SetArray(vtk_list(chosen[0]->connect.release()), entries, 0,
+                              vtkTypeInt64Array::VTK_DATA_ARRAY_FREE);
+        } else {
+            connect = list_of(entries);
+            qx_long *to = our_list(connect->GetPointer(0));
+            for (const part *one : chosen)
+                to = write_rows(*order_of_kind(one->kind, 1), one->ncells, one->connect.get(),
+                                one->first_node, to);
+        }
+        auto rows = vtkSmartPointer<vtkCellArray>::New();
+        if (one_kind) {
+            rows->SetData(order.vtk_nodes, connect);
+        } else {
+            const auto offsets = list_of(ncells + 1);
+            qx_long *to = our_list(offsets->GetPointer(0));
+            *to = 0;
+            for (const part *one : chosen)
+                for (qx_long c = 0; c < one->ncells; ++c, ++to)
+                    to[1] = to[0] + cell_kinds[one->kind].ncorners;
+            rows->SetData(offsets, connect);
+        }
+        if (ndim == 1)
+            data->SetLines(rows);
+        else
+            data->SetPolys(rows);
+    }
+    add_cell_arrays(data, arrays, cells);
+}
+
+void cell_results::hand_over(vtkUnstructuredGrid *data, const std::vector<typed_array> &arrays)
+{
+    qx_long entries = 0, ncells = 0;
+    std::vector<qx_long> cells;
+    for (const part &one : parts) {
+        entries += one.ncells * order_of_kind(one.kind, one.order)->vtk_nodes;
+        ncells += one.ncells;
+        cells.insert(cells.end(), one.vtk_cell.begin(), one.vtk_cell.end());
+    }
+    const auto offsets = list_of(ncells + 1), connect = list_of(entries);
+    auto types = vtkSmartPointer<vtkUnsignedCharArray>::New();
+    types->SetNumberOfValues(ncells);
+    qx_long *to = entries > 0 ? our_list(connect->GetPointer(0)) : nullptr;
+    qx_long *offset = our_list(offsets->GetPointer(0));
+    unsigned char *type = ncells > 0 ? types->GetPointer(0) : nullptr;
+    *offset = 0;
+    for (const part &one : parts) {
+        const cell_order &order = *order_of_kind(one.kind, one.order);
+        to = write_rows(order, one.ncells, one.connect.get(), one.first_node, to);
+        type = std::fill_n(type, one.ncells, static_cast<unsigned char>(order.vtk));
+        for (qx_long c = 0; c < one.ncells; ++c, ++offset)
+            offset[1] = offset[0] + order.vtk_nodes;
+    }
+    auto rows = vtkSmartPointer<vtkCellArray>::New();
+    rows->SetData(offsets, connect);
+    data->SetCells(types, rows);
+    add_cell_arrays(data, arrays, cells);
+}

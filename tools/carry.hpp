@@ -1,0 +1,75 @@
+// Results of the library as VTK data sets: nodes with the mesh's node arrays, cells with its cell arrays.
+//
+// A result's nodes are nodes of the mesh, or lie between two of them; its cells come with the cell of the mesh
+// that each lies in. Results of several calls follow one another in one data set.
+#pragma once
+
+#include "arrays.hpp"
+#include "mesh_from_vtk.hpp"
+
+#include <vtkSmartPointer.h>
+
+#include <cstdlib>
+#include <memory>
+#include <vector>
+
+class vtkFloatArray;
+class vtkPointSet;
+class vtkPolyData;
+class vtkUnstructuredGrid;
+
+// A list that the library made, released with its owner.
+struct list_release {
+    void operator()(void *list) const { free(list); }
+};
+template <typename T> using owned = std::unique_ptr<T[], list_release>;
+using owned_list = owned<qx_long>;
+
+// Nodes with their arrays.
+class node_results {
+  public:
+    // count: the nodes that will be added in all.
+    node_results(input_mesh &mesh, const std::vector<typed_array> &arrays, qx_long count);
+    // Nodes of the mesh, by number.
+    bool add(qx_long count, const qx_long *nodes);
+    // Nodes at the places a + t (b - a) between nodes of the mesh. False: the library reported a failure.
+    bool add_between(qx_long count, const qx_long *a, const qx_long *b, const float *t);
+    // Where nodes that were added last stand: rows of 3, for results with positions of their own.
+    float *coords(qx_long from);
+    // Gives data the nodes and the arrays.
+    void hand_over(vtkPointSet *data);
+
+  private:
+    input_mesh &mesh;
+    const std::vector<typed_array> &from;
+    std::vector<typed_array> made;
+    vtkSmartPointer<vtkFloatArray> places;
+    qx_long filled = 0;
+};
+
+// Cells with their arrays.
+class cell_results {
+  public:
+    // ncells rows of node numbers, in the order of cell_nodes.h as the command's connect lists are, to each of
+    // which first_node is added; vtk_cell: the mesh's cell that each row lies in, or empty where no cell arrays
+    // are wanted. Kinds of order 2 have rows of all their nodes.
+    void add(int kind, int order, qx_long ncells, owned_list connect, std::vector<qx_long> vtk_cell,
+             qx_long first_node = 0);
+    qx_long count(int ndim) const;
+    // Gives data the cells and the arrays. Polygonal data has lines before triangles and quadrilaterals.
+    void hand_over(vtkPolyData *data, const std::vector<typed_array> &arrays);
+    void hand_over(vtkUnstructuredGrid *data, const std::vector<typed_array> &arrays);
+
+  private:
+    struct part {
+        int kind, order;
+        qx_long ncells;
+        owned_list connect;
+        std::vector<qx_long> vtk_cell;
+        qx_long first_node;
+    };
+    std::vector<part> parts;
+};
+
+// Rows of arrays, by their numbers.
+std::vector<typed_array> rows_of(const std::vector<typed_array> &arrays, const std::vector<qx_long> &rows);

@@ -1,0 +1,24 @@
+// A file, its arrays and its mesh, and the choice of arrays.
+#pragma once
+
+#include "arrays.hpp"
+#include "mesh_from_vtk.hpp"
+#include "read.hpp"
+
+#include <memory>
+#include <string>
+#include <vector>
+
+struct input {
+    input_file file;
+    std::vector<typed_array> node, cell;
+    std::unique_ptr<input_mesh> mesh; // of load_input only
+};
+
+// Both tell the user what came up. Throw failure.
+input read_input(const std::string &path, const read_options &how);
+input load_input(const std::string &path, const read_options &how, mesh_use use);
+
+// "a, b, c", or "none".
+std::string names_of(const std::vector<typed_array> &arrays);
+const typed_array *find_array(const std::vector<typed_array> &arrays, const std::string &name);

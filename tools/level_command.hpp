@@ -1,0 +1,25 @@
+// What iso and isoline have in common.
+#pragma once
+
+#include "command.hpp"
+#include "extract.hpp"
+#include "options.hpp"
+
+class level_command : public command {
+  public:
+    level_command(CLI::App &app, level_kind kind);
+    void run() override;
+
+  private:
+    bool surfaces() const { return kind == level_kind::surfaces; }
+    void check_cells(const input &in) const;
+    // The array that a picture is coloured by.
+    std::string colour(const typed_array &array, const carried_arrays &carried) const;
+
+    level_kind kind;
+    input_options file;
+    array_options array;
+    level_options levels;
+    result_options result;
+    with_options with;
+};

@@ -1,0 +1,174 @@
+#include "options.hpp"
+
+#include "console.hpp"
+#include "failure.hpp"
+#include "write.hpp"
+
+#include <vtkDataSet.h>
+
+#include <cstdlib>
+#include <cstring>
+
+// ---- input --------------------------------------------------------------------------------------------------
+
+input_options::input_options(CLI::App &app)
+{
+    app.add_option("FILE", file,
+                   "any file that VTK reads: .vtk .vti .vtu .vtp ..., PLOT3D, EnSight, Exodus, STL, ...")
+        ->required();
+    app.add_option("--block", how.block, "of a file of several blocks: take block N only, from 0")
+        ->check(CLI::NonNegativeNumber);
+    app.add_option("--step", how.step, "of a file of several time steps: take step N, from 0; else the first")
+        ->check(CLI::NonNegativeNumber);
+    app.add_option("--solution", how.solution,
+                   "PLOT3D: the file with the data of the grid; else looked for beside it");
+}
+
+input input_options::read() const
+{
+    return read_input(file, how);
+}
+
+input input_options::load(mesh_use use) const
+{
+    return load_input(file, how, use);
+}
+
+// ---- array --------------------------------------------------------------------------------------------------
+
+array_options::array_options(CLI::App &app, array_place at) : array_options(app, at, extent()) {}
+
+array_options::array_options(CLI::App &app, array_place at, extent options) : place(at)
+{
+    const char *kind = place == array_place::node   ? "node array"
+                       : place == array_place::cell ? "cell array"
+                                                    : "node or cell array";
+    app.add_option("--array,-a", name,
+                   std::string("the ") + kind + " to work on; needed where there are several");
+    if (options.component)
+        app.add_option("--component", component,
+                       "of an array of vectors: component N, from 0, or \"length\" (the default)");
+    if (options.null)
+        app.add_option("--null", null, "nodes with this value have none; NaN always means that");
+}
+
+chosen_array array_options::choose(const input &in) const
+{
+    const std::string &path = in.file.path;
+    const bool nodes = place != array_place::cell, cells = place != array_place::node;
+    const char *at = place == array_place::node ? "node " : place == array_place::cell ? "cell " : "";
+    const auto &first = nodes ? in.node : in.cell, &other = nodes ? in.cell : in.node;
+    const std::string other_names =
+        std::string("; its ") + (nodes ? "cell" : "node") + " arrays: " + names_of(other);
+    const std::string choice = std::string("; its ") + (nodes ? "node" : "cell") +
+                               " arrays: " + names_of(first) + (nodes && cells ? other_names : "");
+    const std::string wanted = std::string("values at ") + (nodes ? "nodes" : "cells") + " are wanted";
+    const size_t count = first.size() + (nodes && cells ? other.size() : 0);
+    if (count == 0 && nodes && cells) throw failure(path + ": has no arrays, and values are wanted");
+    if (count == 0)
+        throw failure(path + ": has no " + at + "arrays, and " + wanted + (other.empty() ? "" : other_names));
+    if (name.empty()) {
+        if (count > 1) throw failure(path + ": has several " + at + "arrays; name one with --array" + choice);
+        if (first.empty()) return {other.front(), nodes};
+        return {first.front(), !nodes};
+    }
+    if (const typed_array *array = find_array(first, name)) return {*array, !nodes};
+    const typed_array *array = find_array(other, name);
+    if (array != nullptr && nodes && cells) return {*array, true};
+    if (array != nullptr)
+        throw failure(path + ": " + name + " holds a value a " + (nodes ? "cell" : "node") + ", and " +
+                      wanted + choice);
+    throw failure(path + ": has no array " + name + choice);
+}
+
+int array_options::component_of(const input &in, const typed_array &array) const
+{
+    if (component.empty() || component == "length") return -1;
+    char *end;
+    const long number = strtol(component.c_str(), &end, 10);
+    if (*end != '\0' || number < 0)
+        throw failure("--component " + component + ": is neither a number from 0 nor \"length\"", exit_usage);
+    if (number >= array.veclen)
+        throw failure(in.file.path + ": " + array.name + " has components 0 to " +
+                      std::to_string(array.veclen - 1) + ", not " + component);
+    return static_cast<int>(number);
+}
+
+scalar_array array_options::scalar(const input &in, const typed_array &array) const
+{
+    return scalar_of(array, component_of(in, array), null.has_value(), null.value_or(0));
+}
+
+// ---- arrays to carry ----------------------------------------------------------------------------------------
+
+with_options::with_options(CLI::App &app, const char *about)
+{
+    app.add_option("--with,-w", with, about)->allow_extra_args(false);
+}
+
+carried_arrays with_options::choose(const input &in) const
+{
+    carried_arrays carried;
+    if (with.empty()) {
+        carried.node = in.node;
+        carried.cell = in.cell;
+        return carried;
+    }
+    for (const std::string &name : with) {
+        const typed_array *node = find_array(in.node, name), *cell = find_array(in.cell, name);
+        if (node == nullptr && cell == nullptr)
+            throw failure(in.file.path + ": has no array " + name + " to carry along; its node arrays: " +
+                          names_of(in.node) + "; its cell arrays: " + names_of(in.cell));
+        if (node != nullptr) carried.node.push_back(*node);
+        if (cell != nullptr) carried.cell.push_back(*cell);
+    }
+    return carried;
+}
+
+// ---- levels -------------------------------------------------------------------------------------------------
+
+level_options::level_options(CLI::App &app)
+{
+    app.add_option("--level,-l", levels, "the value to extract; may be repeated, or given as X,Y,Z")
+        ->required()
+        ->delimiter(',')
+        ->allow_extra_args(false);
+}
+
+// ---- results ------------------------------------------------------------------------------------------------
+
+result_options::result_options(CLI::App &app, const char *about, drawn pictures)
+{
+    CLI::Option *file = app.add_option("--out,-o", out, about);
+    if (pictures == drawn::no)
+        file->required();
+    else
+        app.add_option("--picture,-p", picture, "draw the result into a .png file; needs no display");
+}
+
+void result_options::check(const char *endings, const char *what) const
+{
+    if (out.empty() && picture.empty()) {
+        const std::string first(endings + 1, strcspn(endings + 1, " "));
+        throw failure("nowhere to put the result: give -o OUT" + first + ", --picture OUT.png or both",
+                      exit_usage);
+    }
+    if (!out.empty()) check_ending(out, endings, what);
+    if (!picture.empty()) check_ending(picture, " .png ", "a picture");
+}
+
+void result_options::write(vtkDataSet *data, const std::string &counts) const
+{
+    if (out.empty()) return;
+    write_data_set(out, data);
+    stage_done("write");
+    say("%s: %s", out.c_str(), counts.c_str());
+}
+
+void result_options::draw(const drawing &what, const std::string &counts) const
+{
+    if (picture.empty()) return;
+    write_picture(picture, what);
+    stage_done("picture");
+    say("%s: picture of %s", picture.c_str(), counts.c_str());
+}

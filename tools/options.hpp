@@ -1,0 +1,98 @@
+// Groups of options that several commands have. Each adds itself to the command it is constructed for, and
+// gives what was asked for once the command runs. All throw failure.
+#pragma once
+
+#include "arrays.hpp"
+#include "input.hpp"
+#include "picture.hpp"
+
+#include <CLI/CLI.hpp>
+
+#include <optional>
+#include <string>
+#include <vector>
+
+// FILE, --block, --step, --solution.
+class input_options {
+  public:
+    explicit input_options(CLI::App &app);
+    const std::string &path() const { return file; }
+    // The file with its arrays; the user is told what came up. With a mesh of the library: load.
+    input read() const;
+    input load(mesh_use use) const;
+
+  private:
+    std::string file;
+    read_options how;
+};
+
+enum class array_place { node, cell, either };
+
+// What was chosen.
+struct chosen_array {
+    typed_array array;
+    bool cell = false; // a value a cell
+};
+
+// --array, --component, --null: the array that is worked on.
+class array_options {
+  public:
+    struct extent {
+        bool component = true, null = true; // which of the options there are
+    };
+    explicit array_options(CLI::App &app, array_place place = array_place::node);
+    array_options(CLI::App &app, array_place place, extent options);
+
+    // The array that was named, or the only one.
+    chosen_array choose(const input &in) const;
+    // The component that was asked for; -1: the length of rows.
+    int component_of(const input &in, const typed_array &array) const;
+    // One component of the array or its length, with its null value.
+    scalar_array scalar(const input &in, const typed_array &array) const;
+
+    std::optional<double> null;
+
+  private:
+    array_place place;
+    std::string name, component;
+};
+
+// --with: the arrays that are carried along.
+class with_options {
+  public:
+    explicit with_options(CLI::App &app, const char *about = "carry only this array along; may be repeated");
+    // Those that were named, or all.
+    carried_arrays choose(const input &in) const;
+    const std::vector<std::string> &names() const { return with; }
+
+  private:
+    std::vector<std::string> with;
+};
+
+// --level.
+class level_options {
+  public:
+    explicit level_options(CLI::App &app);
+    const std::vector<double> &values() const { return levels; }
+
+  private:
+    std::vector<double> levels;
+};
+
+// --out, and --picture where the result can be drawn. endings: those that the result can be written to, each
+// between spaces; what: the result, as in "a surface".
+class result_options {
+  public:
+    enum class drawn { no, yes };
+    // about: the help text of --out. Without pictures --out is required, with them one of both is.
+    result_options(CLI::App &app, const char *about, drawn pictures = drawn::no);
+    // Before any work: something is asked for, and its names suit.
+    void check(const char *endings, const char *what) const;
+    bool pictured() const { return !picture.empty(); }
+    // Both say so, with the counts.
+    void write(vtkDataSet *data, const std::string &counts) const;
+    void draw(const drawing &picture, const std::string &counts) const;
+
+  private:
+    std::string out, picture;
+};

@@ -1,0 +1,132 @@
+// What the commands share, called directly.
+#include "failure.hpp"
+#include "parse.hpp"
+#include "table.hpp"
+#include "write.hpp"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <filesystem>
+#include <fstream>
+#include <limits>
+#include <new>
+#include <unistd.h>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+class Writing : public testing::Test {
+  protected:
+    void SetUp() override { fs::create_directories(folder); }
+    void TearDown() override { fs::remove_all(folder); }
+    std::vector<std::string> left() const
+    {
+        std::vector<std::string> names;
+        for (const auto &entry : fs::directory_iterator(folder))
+            names.push_back(entry.path().filename().string());
+        return names;
+    }
+    const fs::path folder = fs::temp_directory_path() / ("skoklana_parts" + std::to_string(getpid()));
+    const std::string target = (folder / "result.vtu").string();
+};
+
+void start(const std::string &path)
+{
+    std::ofstream(path) << "half of it";
+}
+
+TEST_F(Writing, LeavesNothingBesideWhateverIsThrown)
+{
+    EXPECT_THROW(write_beside(target,
+                              [](const std::string &beside) {
+                                  start(beside);
+                                  throw std::bad_alloc();
+                              }),
+                 std::bad_alloc);
+    EXPECT_TRUE(left().empty());
+    try {
+        write_beside(target, [](const std::string &beside) {
+            start(beside);
+            throw fs::filesystem_error("x", std::make_error_code(std::errc::no_space_on_device));
+        });
+        ADD_FAILURE() << "nothing was thrown";
+    } catch (const failure &wrong) {
+        EXPECT_EQ(std::string(wrong.what()), target + ": cannot be written: No space left on device");
+    }
+    EXPECT_TRUE(left().empty());
+    EXPECT_THROW(write_beside(target,
+                              [](const std::string &beside) {
+                                  start(beside);
+                                  throw failure("no");
+                              }),
+                 failure);
+    EXPECT_TRUE(left().empty());
+}
+
+TEST_F(Writing, PutsTextsIntoPlace)
+{
+    write_text(target, "a,b\n");
+    ASSERT_EQ(left(), std::vector<std::string>{"result.vtu"});
+    std::string text;
+    std::getline(std::ifstream(target), text);
+    EXPECT_EQ(text, "a,b");
+}
+
+// ---- arguments ----------------------------------------------------------------------------------------------
+
+void expect_usage(const std::function<void()> &call, const std::string &words)
+{
+    try {
+        call();
+        ADD_FAILURE() << "taken: " << words;
+    } catch (const failure &wrong) {
+        EXPECT_EQ(wrong.code, exit_usage);
+        EXPECT_EQ(wrong.what(), words);
+    }
+}
+
+TEST(Arguments, AreTakenAsAWholeOrNotAtAll)
+{
+    EXPECT_EQ(parse_point("--line", "1,-2.5,3e2"), (std::vector<double>{1, -2.5, 300}));
+    EXPECT_EQ(parse_point("--line", "+1,.5,0"), (std::vector<double>{1, 0.5, 0}));
+    for (const char *text :
+         {"0,0,0x", "0,0", "0,0,0,", "0,0,0,0", ",0,0", "", "0;0;0", "0,0,nan", "inf,0,0", "0,0,0 "})
+        expect_usage([&] { parse_point("--line", text); },
+                     "--line: " + std::string(text) + " is no point; three numbers x,y,z are wanted");
+    EXPECT_EQ(parse_count("--line", "10"), 10);
+    for (const char *text : {"10abc", "0", "-3", "", "1.5", "99999999999999999999"})
+        expect_usage([&] { parse_count("--line", text); },
+                     "--line: " + std::string(text) + " is no count; a whole number from 1 is wanted");
+    EXPECT_EQ(parse_number("--min", "-1e-3"), -1e-3);
+    expect_usage([] { parse_number("--min", "1e"); }, "--min: 1e is no number");
+}
+
+// ---- tables -------------------------------------------------------------------------------------------------
+
+TEST(Tables, AreReadableInEveryForm)
+{
+    const double nan = std::numeric_limits<double>::quiet_NaN();
+    const table figures = {
+        {"name", "area", "cells"},
+        {{std::string("a, \"b\""), 0.1, int64_t{12}}, {std::string("c"), nan, int64_t{3}}}};
+    EXPECT_EQ(as_text(figures), "name    area  cells\na, \"b\"   0.1     12\nc        nan      3\n");
+    EXPECT_EQ(as_csv(figures), "name,area,cells\n\"a, \"\"b\"\"\",0.1,12\nc,,3\n");
+    EXPECT_EQ(as_json(figures), "[\n {\"name\": \"a, \\\"b\\\"\", \"area\": 0.1, \"cells\": 12},\n"
+                                " {\"name\": \"c\", \"area\": null, \"cells\": 3}\n]\n");
+    EXPECT_EQ(as_json({{"a"}, {}}), "[\n]\n");
+    EXPECT_EQ(as_text({{"a", "b"}, {}}), "a  b\n");
+}
+
+TEST(Tables, HaveTheDigitsOfTheirType)
+{
+    EXPECT_EQ(csv_number(0.1f), "0.1");
+    EXPECT_EQ(csv_number(0.1), "0.1");
+    EXPECT_EQ(csv_number(static_cast<double>(0.1f)), "0.10000000149011612");
+    EXPECT_EQ(csv_number(std::nanf("")), "");
+    EXPECT_EQ(csv_field("plain"), "plain");
+    EXPECT_EQ(csv_field("a\nb"), "\"a\nb\"");
+}
+
+} // namespace
