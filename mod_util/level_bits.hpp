@@ -1,51 +1,16 @@
-// Node flags of structured meshes as bits: 64 nodes a word, each row of nodes from a word of its own.
+// Node flags of structured meshes as bits: values tested against a level or two, and against the null value.
 //
-// A node is above the level where (double)value >= level, whatever its type; the test is made in the type
-// itself (classify.hpp). Null nodes are those that equal the null value in the type, so NaN is neither.
-//
-//     |zero|row 0, word 0|word 1|...|zero|row 1, word 0|word 1|...|zero|
-//
-// Between the rows stands a word of zeros: bit -1 of a row and the word behind its last are there and 0. What
-// node rows hold behind their last bit is of no meaning: the rows of cells to walk end one bit earlier.
+// A node is above a level where (double)value >= level, whatever its type; the test is made in the type itself
+// (classify.hpp). Null nodes are those that equal the null value in the type, so NaN is neither. What node
+// rows hold behind their last bit is of no meaning: whoever walks over cells ends one bit earlier.
 #pragma once
 
+#include "bit_plane.hpp"
 #include "classify.hpp"
-#include "simd.hpp"
 
 #include <algorithm>
-#include <cstdint>
 #include <cstring>
-
-using bit_word = uint64_t;
-constexpr int word_bits = 64;
-
-inline qx_long words_for(qx_long nbits)
-{
-    return (nbits + word_bits - 1) / word_bits;
-}
-
-// A word's bits moved to the neighbour below or above, its end bit taken from the word on that side.
-FORCE_INLINE bit_word from_next(bit_word word, bit_word next)
-{
-    return word >> 1 | next << (word_bits - 1);
-}
-
-FORCE_INLINE bit_word from_previous(bit_word word, bit_word previous)
-{
-    return word << 1 | previous >> (word_bits - 1);
-}
-
-// Rows of bits in a block of zeroed words that someone else owns.
-struct bit_plane {
-    bit_word *words;
-    qx_long stride; // words from a row to the next
-
-    static qx_long stride_of(qx_long ncols) { return words_for(ncols) + 1; }
-    static qx_long length(qx_long ncols, qx_long nrows) { return 1 + stride_of(ncols) * nrows; }
-
-    // NULL where there are no bits: planes of nulls are left out of meshes without them.
-    bit_word *row(qx_long j) const { return words == nullptr ? nullptr : words + 1 + j * stride; }
-};
+#include <tuple>
 
 // The other test beside those of classify.hpp.
 template <typename T> struct equal_to {
@@ -139,66 +104,50 @@ void test_rows(const T *values, qx_long ncols, qx_long nrows, qx_long readable, 
 
 // ---- flags of a mesh ---------------------------------------------------------------------------------------
 
-// Scalar data of a structured mesh, the test for above, and what is null.
-template <typename T, typename Test> struct tested_data {
+// Scalar data of a structured mesh, the tests of its nodes, and which nodes are null.
+template <typename T, typename Null, typename... Tests> struct tested_data {
     const T *values;
     qx_long nnodes;
-    Test above;
-    equal_to<T> null;
+    Null null;
+    std::tuple<Tests...> tests;
 };
 
 // The same with its type left behind, so that a walk over the mesh is compiled once and not once a type.
 struct flag_source {
     const void *data; // tested_data, borrowed
     bool nulls;       // whether nodes may be null
-    // Flags nrows rows of ncols nodes from first_node on; null is written only where nodes may be null.
+    // Flags nrows rows of ncols nodes from first_node on, in a plane for each test; null is written only where
+    // nodes may be null.
     void (*flag_rows)(const flag_source &source, qx_long first_node, qx_long ncols, qx_long nrows,
-                      const bit_plane &above, const bit_plane &null);
+                      const bit_plane *passed, const bit_plane &null);
 };
 
-template <typename T, typename Test>
+template <typename T, typename Null, typename... Tests>
 void flag_rows_of(const flag_source &source, qx_long first_node, qx_long ncols, qx_long nrows,
-                  const bit_plane &above, const bit_plane &null)
+                  const bit_plane *passed, const bit_plane &null)
 {
-    const tested_data<T, Test> &data = *static_cast<const tested_data<T, Test> *>(source.data);
+    const auto &data = *static_cast<const tested_data<T, Null, Tests...> *>(source.data);
     const T *values = data.values + first_node;
     const qx_long readable = data.nnodes - first_node;
-    test_rows(values, ncols, nrows, readable, data.above, above);
+    std::apply(
+        [&](const auto &...test) { (test_rows(values, ncols, nrows, readable, test, *passed++), ...); },
+        data.tests);
     if (source.nulls) test_rows(values, ncols, nrows, readable, data.null, null);
 }
 
-// Calls body with the flags of a mesh's data.
+// Calls body with the flags of a mesh's data by the given tests.
+template <typename T, typename Body, typename Null, typename... Tests>
+auto with_tested_flags(const T *values, qx_long nnodes, bool nulls, Null null, Body body, Tests... tests)
+{
+    const tested_data<T, Null, Tests...> data = {values, nnodes, null, {tests...}};
+    return body(flag_source{&data, nulls, flag_rows_of<T, Null, Tests...>});
+}
+
+// The same for nodes at or above a level.
 template <typename T, typename Body>
-auto with_flags(const T *values, qx_long nnodes, double level, int null_flag, T null_value, Body body)
+auto with_level_flags(const T *values, qx_long nnodes, double level, int null_flag, T null_value, Body body)
 {
     return with_widened_level_test<T>(level, 1, [&](auto above) {
-        const tested_data<T, decltype(above)> data = {values, nnodes, above, {null_value}};
-        return body(flag_source{&data, null_flag != 0, flag_rows_of<T, decltype(above)>});
+        return with_tested_flags(values, nnodes, null_flag != 0, equal_to<T>{null_value}, body, above);
     });
-}
-
-// ---- walks over the cells ----------------------------------------------------------------------------------
-
-// Words of a row of cells that are taken at a time: what their cells add is counted before any of it is
-// written.
-constexpr int words_a_piece = 16;
-
-enum class walk_result { done, interrupted, no_node_memory, no_map_memory, no_connect_memory };
-
-inline void set_first_bits(bit_word *row, qx_long nbits)
-{
-    for (; nbits > 0; ++row, nbits -= word_bits)
-        *row = nbits < word_bits ? (bit_word(1) << nbits) - 1 : ~bit_word(0);
-}
-
-// The cells of a row that have no null corner, by the bits of the node rows around it.
-inline void find_walked(const bit_word *cells, const bit_word *const *null_rows, int nrows, qx_long nwords,
-                        bit_word *walked)
-{
-    for (qx_long w = 0; w < nwords; ++w) {
-        bit_word null = 0;
-        for (int r = 0; r < nrows; ++r)
-            null |= null_rows[r][w] | from_next(null_rows[r][w], null_rows[r][w + 1]);
-        walked[w] = cells[w] & ~null;
-    }
 }

@@ -180,7 +180,7 @@ reference_walk trace_surface(const numbers &dims, const std::vector<T> &data, do
 {
     constexpr size_t corner_of_bit[8] = {0, 1, 4, 5, 3, 2, 7, 6};
     reference_walk walk;
-    edge_numbers edges = {{}, &walk.out};
+    edge_numbers edges;
     const qx_long d0 = dims[0], plane = dims[0] * dims[1];
     walk_from(seed, (dims[0] - 1) * (dims[1] - 1) * (dims[2] - 1), true, &walk,
               [&](qx_long c, std::vector<qx_long> *next) {
@@ -215,6 +215,8 @@ reference_walk trace_surface(const numbers &dims, const std::vector<T> &data, do
                   }
                   return true;
               });
+    walk.out.min_node = edges.min_node;
+    walk.out.max_node = edges.max_node;
     return walk;
 }
 
@@ -223,7 +225,7 @@ reference_walk trace_lines(const numbers &dims, const std::vector<T> &data, doub
                            qx_long seed, std::map<size_t, int> *by_crossings = nullptr)
 {
     reference_walk walk;
-    edge_numbers edges = {{}, &walk.out};
+    edge_numbers edges;
     const qx_long d0 = dims[0];
     walk_from(seed, (dims[0] - 1) * (dims[1] - 1), false, &walk, [&](qx_long c, std::vector<qx_long> *next) {
         const std::array<qx_long, 4> nodes = {c, c + 1, c + 1 + d0, c + d0};
@@ -259,6 +261,8 @@ reference_walk trace_lines(const numbers &dims, const std::vector<T> &data, doub
         if (crossed[2] && j < dims[1] - 2) next->push_back(c + d0);
         return true;
     });
+    walk.out.min_node = edges.min_node;
+    walk.out.max_node = edges.max_node;
     return walk;
 }
 

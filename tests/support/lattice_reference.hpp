@@ -1,12 +1,12 @@
-// Slow, plain references for level surfaces and lines over structured meshes: one cell after the other, every edge
-// looked up in a map.
+// Slow, plain references for what walks over structured meshes do: cells one after the other, every edge looked
+// up in a map. walk() is the reference of the walk; what becomes of a cell is told by what it calls, such as
+// the level surfaces and lines below.
 #pragma once
 
 #include <skoklana/mesh.h>
 #include <skoklana/tables.h>
 
 #include <algorithm>
-#include <array>
 #include <map>
 #include <utility>
 #include <vector>
@@ -34,6 +34,80 @@ struct lattice {
     qx_long nnodes() const { return mesh.nnodes; }
 };
 
+// Edges get numbers in order of first sight. An edge that is crossed at several levels has a number at each.
+struct edge_numbers {
+    numbers min_node, max_node; // of each new node
+    std::map<std::pair<std::pair<qx_long, qx_long>, int>, qx_long> seen;
+
+    qx_long number(qx_long a, qx_long b, int level = 0)
+    {
+        const std::pair<qx_long, qx_long> ends(std::min(a, b), std::max(a, b));
+        const auto added = seen.insert({{ends, level}, static_cast<qx_long>(seen.size())});
+        if (added.second) {
+            min_node.push_back(ends.first);
+            max_node.push_back(ends.second);
+        }
+        return added.first->second;
+    }
+};
+
+// A cell of two or three axes: its nodes around the lower face and then around the upper one.
+struct cell {
+    numbers nodes;
+    qx_long number;
+    qx_long slab; // on the last axis
+};
+
+template <typename T, typename Nodes>
+bool has_null(const std::vector<T> &data, const Nodes &nodes, const T *null)
+{
+    return null != nullptr && std::any_of(nodes.begin(), nodes.end(),
+                                          [&](qx_long n) { return data[static_cast<size_t>(n)] == *null; });
+}
+
+// Calls take(cell) for the cells of slabs first to end - 1 that have no null node, by i, then j, then k, and
+// gives the number of those that have one. null: none where it is NULL.
+template <typename T, typename Take>
+qx_long walk_slabs(const numbers &dims, qx_long first, qx_long end, const std::vector<T> &data, const T *null,
+                   Take take)
+{
+    const bool solid = dims.size() == 3;
+    const qx_long d0 = dims[0], plane = solid ? d0 * dims[1] : d0;
+    const qx_long nrows = solid ? dims[1] - 1 : 1;
+    qx_long with_null = 0;
+    for (qx_long k = first; k < end; ++k) {
+        for (qx_long j = 0; j < nrows; ++j) {
+            for (qx_long i = 0; i + 1 < d0; ++i) {
+                const qx_long b = i + d0 * j + plane * k;
+                cell c = {{}, (nrows * k + j) * (d0 - 1) + i, k};
+                if (solid)
+                    c.nodes = {b,         b + 1,         b + 1 + d0,         b + d0,
+                               b + plane, b + plane + 1, b + plane + 1 + d0, b + plane + d0};
+                else
+                    c.nodes = {b, b + 1, b + 1 + d0, b + d0};
+                if (has_null(data, c.nodes, null))
+                    ++with_null;
+                else
+                    take(c);
+            }
+        }
+    }
+    return with_null;
+}
+
+template <typename T, typename Take>
+qx_long walk(const numbers &dims, const std::vector<T> &data, const T *null, Take take)
+{
+    return walk_slabs(dims, 0, dims.back() - 1, data, null, take);
+}
+
+template <typename T> bool above(const std::vector<T> &data, qx_long node, double level)
+{
+    return static_cast<double>(data[static_cast<size_t>(node)]) >= level;
+}
+
+// ---- level surfaces and lines ------------------------------------------------------------------------------
+
 struct level_set {
     numbers min_node, max_node; // of each new node
     numbers connect;            // new nodes, three a triangle or two a line
@@ -44,34 +118,6 @@ struct level_set {
 inline bool operator==(const level_set &a, const level_set &b)
 {
     return a.min_node == b.min_node && a.max_node == b.max_node && a.connect == b.connect && a.cell == b.cell;
-}
-
-// Numbers edges in order of first sight.
-struct edge_numbers {
-    std::map<std::pair<qx_long, qx_long>, qx_long> seen;
-    level_set *out;
-
-    qx_long number(qx_long a, qx_long b)
-    {
-        const auto added = seen.insert({{std::min(a, b), std::max(a, b)}, static_cast<qx_long>(seen.size())});
-        if (added.second) {
-            out->min_node.push_back(std::min(a, b));
-            out->max_node.push_back(std::max(a, b));
-        }
-        return added.first->second;
-    }
-};
-
-template <typename T, size_t N>
-bool has_null(const std::vector<T> &data, const std::array<qx_long, N> &nodes, const T *null)
-{
-    return null != nullptr && std::any_of(nodes.begin(), nodes.end(),
-                                          [&](qx_long n) { return data[static_cast<size_t>(n)] == *null; });
-}
-
-template <typename T> bool above(const std::vector<T> &data, qx_long node, double level)
-{
-    return static_cast<double>(data[static_cast<size_t>(node)]) >= level;
 }
 
 // Appends a case's triangles over the given nodes of its crossings, in table order.
@@ -92,35 +138,24 @@ inline void append_triangles(int index, const qx_long *points, qx_long cell, lev
 
 // null: none where it is NULL.
 template <typename T>
-level_set surface(const std::vector<qx_long> &dims, const std::vector<T> &data, double level, const T *null)
+level_set surface(const numbers &dims, const std::vector<T> &data, double level, const T *null)
 {
-    constexpr int corner_of_bit[8] = {0, 1, 4, 5, 3, 2, 7, 6};
+    constexpr size_t corner_of_bit[8] = {0, 1, 4, 5, 3, 2, 7, 6};
     level_set out;
-    edge_numbers edges = {{}, &out};
-    const qx_long d0 = dims[0], plane = dims[0] * dims[1];
-    for (qx_long k = 0; k + 1 < dims[2]; ++k) {
-        for (qx_long j = 0; j + 1 < dims[1]; ++j) {
-            for (qx_long i = 0; i + 1 < dims[0]; ++i) {
-                const qx_long b = i + d0 * j + plane * k;
-                const std::array<qx_long, 8> nodes = {
-                    b,         b + 1,         b + 1 + d0,         b + d0,
-                    b + plane, b + plane + 1, b + plane + 1 + d0, b + plane + d0};
-                if (has_null(data, nodes, null)) {
-                    ++out.cells_with_null;
-                    continue;
-                }
-                int index = 0;
-                for (size_t bit = 0; bit < 8; ++bit)
-                    index |= above(data, nodes[static_cast<size_t>(corner_of_bit[bit])], level) << bit;
-                if (index == 0 || index == 255) continue;
-                qx_long points[12];
-                for (int p = 0; p < ISOninter_pts_hex[index]; ++p)
-                    points[p] =
-                        edges.number(nodes[ISOleft_vert_hex[index][p]], nodes[ISOright_vert_hex[index][p]]);
-                append_triangles(index, points, ((dims[1] - 1) * k + j) * (dims[0] - 1) + i, &out);
-            }
-        }
-    }
+    edge_numbers edges;
+    out.cells_with_null = walk(dims, data, null, [&](const cell &c) {
+        int index = 0;
+        for (size_t bit = 0; bit < 8; ++bit)
+            index |= above(data, c.nodes[corner_of_bit[bit]], level) << bit;
+        if (index == 0 || index == 255) return;
+        qx_long points[12];
+        for (int p = 0; p < ISOninter_pts_hex[index]; ++p)
+            points[p] =
+                edges.number(c.nodes[ISOleft_vert_hex[index][p]], c.nodes[ISOright_vert_hex[index][p]]);
+        append_triangles(index, points, c.number, &out);
+    });
+    out.min_node = edges.min_node;
+    out.max_node = edges.max_node;
     return out;
 }
 
@@ -140,28 +175,21 @@ inline std::vector<std::pair<size_t, size_t>> quad_crossings(int index)
 }
 
 template <typename T>
-level_set lines(const std::vector<qx_long> &dims, const std::vector<T> &data, double level, const T *null)
+level_set lines(const numbers &dims, const std::vector<T> &data, double level, const T *null)
 {
     level_set out;
-    edge_numbers edges = {{}, &out};
-    for (qx_long j = 0; j + 1 < dims[1]; ++j) {
-        for (qx_long i = 0; i + 1 < dims[0]; ++i) {
-            const qx_long b = i + dims[0] * j;
-            const std::array<qx_long, 4> nodes = {b, b + 1, b + 1 + dims[0], b + dims[0]};
-            if (has_null(data, nodes, null)) {
-                ++out.cells_with_null;
-                continue;
-            }
-            int index = 0;
-            for (size_t corner = 0; corner < 4; ++corner)
-                index |= above(data, nodes[corner], level) << corner;
-            int entries = 0;
-            for (const auto &crossing : quad_crossings(index)) {
-                out.connect.push_back(edges.number(nodes[crossing.first], nodes[crossing.second]));
-                if (++entries % 2 == 0) out.cell.push_back((dims[0] - 1) * j + i);
-            }
+    edge_numbers edges;
+    out.cells_with_null = walk(dims, data, null, [&](const cell &c) {
+        int index = 0, entries = 0;
+        for (size_t corner = 0; corner < 4; ++corner)
+            index |= above(data, c.nodes[corner], level) << corner;
+        for (const auto &crossing : quad_crossings(index)) {
+            out.connect.push_back(edges.number(c.nodes[crossing.first], c.nodes[crossing.second]));
+            if (++entries % 2 == 0) out.cell.push_back(c.number);
         }
-    }
+    });
+    out.min_node = edges.min_node;
+    out.max_node = edges.max_node;
     return out;
 }
 

@@ -1,0 +1,408 @@
+#include "lattice_walk.hpp"
+
+#include "support/host_calls.hpp"
+#include "support/lattice_reference.hpp"
+#include "support/meshes.hpp"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <random>
+#include <string>
+
+namespace {
+
+using lattice_reference::cell;
+using lattice_reference::numbers;
+
+constexpr int last_index(int naxes)
+{
+    return (1 << (1 << naxes)) - 1;
+}
+
+// Bit of a case index at a corner's place: i, then the axis from plane to plane, then j.
+constexpr unsigned bit_of_place(int naxes, unsigned place)
+{
+    return naxes == 2 ? place : (place & 1) | (place >> 2 & 1) << 1 | (place >> 1 & 1) << 2;
+}
+
+// Edges by their ends' places, in the order of their numbers.
+template <int naxes> struct ends_of_edges {
+    unsigned low[edges_of_cell<naxes>] = {}, high[edges_of_cell<naxes>] = {};
+
+    constexpr ends_of_edges()
+    {
+        for (unsigned a = 0; a < 1u << naxes; ++a)
+            for (int axis = 0; axis < naxes; ++axis)
+                if ((a >> axis & 1) == 0) {
+                    const int e = edge_between<naxes>(a, a | 1u << axis);
+                    low[e] = a;
+                    high[e] = a | 1u << axis;
+                }
+    }
+};
+template <int naxes> constexpr ends_of_edges<naxes> ends;
+
+// All crossed edges of a case, from the last one down.
+template <int naxes> struct falling_orders {
+    edge_order<naxes> row[last_index(naxes) + 1] = {};
+
+    constexpr falling_orders()
+    {
+        for (int index = 0; index <= last_index(naxes); ++index) {
+            for (int e = edges_of_cell<naxes> - 1; e >= 0; --e) {
+                const int at_low = index >> bit_of_place(naxes, ends<naxes>.low[e]) & 1;
+                const int at_high = index >> bit_of_place(naxes, ends<naxes>.high[e]) & 1;
+                if (at_low != at_high) row[index].append(e);
+            }
+            row[index].rank_own();
+        }
+    }
+};
+template <int naxes> constexpr falling_orders<naxes> falling;
+
+// What a walk hands out: each crossed cell with its cases and the numbers of its edges, the whole cells, and the
+// calls around them.
+struct walked {
+    struct crossed {
+        qx_long cell;
+        int lower, upper;
+        numbers edges;
+    };
+    std::vector<crossed> cells;
+    numbers whole;
+    std::vector<std::string> calls;
+};
+
+bool operator==(const walked::crossed &a, const walked::crossed &b)
+{
+    return a.cell == b.cell && a.lower == b.lower && a.upper == b.upper && a.edges == b.edges;
+}
+
+template <int naxes, int ntests> struct recording_sink : lattice_sink<naxes, ntests> {
+    using cell_type = lattice_cell<ntests>;
+    static constexpr bool wants_whole = true;
+    walked *out;
+    int ncells_ahead = 0, nwhole_ahead = 0; // promised by make_room
+    std::string stop_at;
+
+    explicit recording_sink(walked *out_) : out(out_) {}
+
+    struct tally {
+        int ncells = 0, nnodes = 0;
+        void add(const cell_type &) { ++ncells, nnodes += 2 * edges_of_cell<naxes>; }
+    };
+
+    static const edge_order<naxes> &order(unsigned index) { return falling<naxes>.row[index]; }
+
+    lattice_end enter_plane(qx_long k) { return called("plane " + std::to_string(k)); }
+    lattice_end leave_slab(qx_long k) { return called("slab " + std::to_string(k)); }
+    lattice_end called(const std::string &what)
+    {
+        out->calls.push_back(what);
+        return what == stop_at ? lattice_end::no_map_memory : lattice_end::done;
+    }
+
+    lattice_end make_room(const tally &adds, int nwhole, double done)
+    {
+        EXPECT_EQ(ncells_ahead, 0);
+        EXPECT_EQ(nwhole_ahead, 0);
+        EXPECT_TRUE(done > 0 && done <= 1);
+        ncells_ahead = adds.ncells;
+        nwhole_ahead = nwhole;
+        return lattice_end::done;
+    }
+
+    struct writer {
+        recording_sink *sink;
+        qx_long first_cell;
+        int ntaken;
+
+        void take(const cell_type &cell, const piece_edges<naxes, ntests> &edges, node_writer *nodes)
+        {
+            walked::crossed made = {first_cell + cell.i, cell.index[0], cell.index[ntests - 1], {}};
+            for (int level = 0; level < ntests; ++level) {
+                const edge_order<naxes> &crossed = order(cell.index[level]);
+                if (ntests == 2) number_edges(edges, level, cell.i, crossed, cell.fresh, nodes);
+                for (int e = 0; e < crossed.nedges; ++e)
+                    made.edges.push_back(edges.slot[level][crossed.edges[e]][cell.i]);
+            }
+            sink->out->cells.push_back(made);
+            ++ntaken;
+        }
+    };
+
+    writer begin(const piece_place &place) { return {this, place.cell, 0}; }
+
+    void end(const writer &used, const tally &added)
+    {
+        EXPECT_EQ(used.ntaken, added.ncells);
+        ncells_ahead -= used.ntaken;
+    }
+
+    void take_whole(const piece_place &place, const bit_word *words, int nwords)
+    {
+        for (int i = 0; i < nwords * word_bits; ++i)
+            if (bit_at(words, i) != 0) {
+                out->whole.push_back(place.cell + i);
+                --nwhole_ahead;
+            }
+    }
+};
+
+// Data and how it is looked at; the upper level counts with two tests.
+struct looked_at {
+    numbers dims;
+    std::vector<int> data;
+    const int *null;
+    int lower, upper;
+};
+
+template <int ntests, typename Body> auto with_flags(const looked_at &in, Body body)
+{
+    const qx_long nnodes = static_cast<qx_long>(in.data.size());
+    const equal_to<int> null = {in.null != nullptr ? *in.null : 0};
+    if constexpr (ntests == 1)
+        return with_tested_flags(in.data.data(), nnodes, in.null != nullptr, null, body,
+                                 at_least<int>{in.lower});
+    else
+        return with_tested_flags(in.data.data(), nnodes, in.null != nullptr, null, body,
+                                 at_least<int>{in.lower}, greater_than<int>{in.upper});
+}
+
+// One walk over a range and what it leaves.
+template <int naxes, int ntests> struct ranged_walk {
+    walked out;
+    edge_slots<naxes, ntests> slots;
+    edge_nodes nodes;
+    lattice_end end;
+
+    ranged_walk(const looked_at &in, plane_range range, lattice_checks checks = lattice_checks::never,
+                const std::string &stop_at = "")
+    {
+        recording_sink<naxes, ntests> sink(&out);
+        sink.stop_at = stop_at;
+        EXPECT_TRUE(open_nodes(&nodes, 16));
+        end = with_flags<ntests>(in, [&](const flag_source &flags) {
+            return walk_range(in.dims.data(), flags, range, checks, &slots, &nodes, &sink);
+        });
+        EXPECT_EQ(nodes.min_node.used, nodes.max_node.used);
+    }
+    ranged_walk(const ranged_walk &) = delete;
+    ranged_walk &operator=(const ranged_walk &) = delete;
+    ~ranged_walk() { release_nodes(&nodes); }
+
+    numbers min_node() const { return {nodes.min_node.data, nodes.min_node.data + nodes.min_node.used}; }
+    numbers max_node() const { return {nodes.max_node.data, nodes.max_node.data + nodes.max_node.used}; }
+};
+
+template <int naxes, int ntests>
+walked reference_walk(const looked_at &in, lattice_reference::edge_numbers *edges)
+{
+    walked out;
+    lattice_reference::walk(in.dims, in.data, in.null, [&](const cell &c) {
+        unsigned index[2] = {0, 0};
+        numbers by_place(1 << naxes);
+        for (int corner = 0; corner < 1 << naxes; ++corner) {
+            const unsigned place = place_of_ring_corner(corner), bit = bit_of_place(naxes, place);
+            by_place[place] = c.nodes[static_cast<size_t>(corner)];
+            const int value = in.data[static_cast<size_t>(by_place[place])];
+            index[0] |= static_cast<unsigned>(value >= in.lower) << bit;
+            index[1] |= static_cast<unsigned>(ntests == 2 && value > in.upper) << bit;
+        }
+        const unsigned full = static_cast<unsigned>(last_index(naxes));
+        if (index[0] == 0 || index[1] == full) return;
+        if (index[0] == full && index[1] == 0) return out.whole.push_back(c.number);
+        walked::crossed made = {
+            c.number, static_cast<int>(index[0]), static_cast<int>(index[ntests - 1]), {}};
+        for (int level = 0; level < ntests; ++level)
+            for (int e = edges_of_cell<naxes> - 1; e >= 0; --e) {
+                const unsigned low = ends<naxes>.low[e], high = ends<naxes>.high[e];
+                const bool crossed = (index[level] >> bit_of_place(naxes, low) & 1) !=
+                                     (index[level] >> bit_of_place(naxes, high) & 1);
+                if (crossed) made.edges.push_back(edges->number(by_place[low], by_place[high], level));
+            }
+        out.cells.push_back(made);
+    });
+    return out;
+}
+
+struct random_meshes {
+    std::mt19937 random;
+    int null = 0;
+
+    explicit random_meshes(unsigned seed) : random(seed) {}
+    unsigned below(unsigned n) { return random() % n; }
+
+    looked_at next(int naxes)
+    {
+        const qx_long widths[] = {1,  2,  3,  4,  5,  8,  31, 32, 33,  34,  63,
+                                  64, 65, 66, 67, 96, 97, 98, 99, 129, 1026};
+        looked_at in = {{widths[below(naxes == 3 ? 20 : 21)]}, {}, nullptr, 0, 0};
+        for (int d = 1; d < naxes; ++d)
+            in.dims.push_back(1 + static_cast<qx_long>(below(7)));
+        qx_long nnodes = 1;
+        for (qx_long n : in.dims)
+            nnodes *= n;
+        const unsigned nvalues = 2 + below(9);
+        for (qx_long n = 0; n < nnodes; ++n)
+            in.data.push_back(static_cast<int>(below(nvalues)));
+        in.lower = static_cast<int>(below(nvalues + 1));
+        in.upper = in.lower + static_cast<int>(below(nvalues));
+        null = static_cast<int>(below(nvalues + 2));
+        if (below(2) != 0) in.null = &null;
+        return in;
+    }
+};
+
+template <int naxes_, int ntests_> struct walk_kind {
+    static constexpr int naxes = naxes_, ntests = ntests_;
+};
+using walk_kinds = testing::Types<walk_kind<2, 1>, walk_kind<3, 1>, walk_kind<2, 2>, walk_kind<3, 2>>;
+template <typename Kind> class LatticeWalk : public testing::Test {
+};
+TYPED_TEST_SUITE(LatticeWalk, walk_kinds);
+
+TYPED_TEST(LatticeWalk, HandsOutCellsAndNumbersAsTheReferenceDoes)
+{
+    constexpr int naxes = TypeParam::naxes, ntests = TypeParam::ntests;
+    random_meshes meshes(5);
+    int crossed = 0, whole = 0, with_nulls = 0;
+    for (int pass = 0; pass < 150; ++pass) {
+        SCOPED_TRACE("pass " + std::to_string(pass));
+        const looked_at in = meshes.next(naxes);
+        lattice_reference::edge_numbers edges;
+        const walked expected = reference_walk<naxes, ntests>(in, &edges);
+        const ranged_walk<naxes, ntests> got(in, all_planes<naxes>(in.dims.data()));
+        ASSERT_EQ(got.end, lattice_end::done);
+        ASSERT_TRUE(got.out.cells == expected.cells);
+        ASSERT_EQ(got.out.whole, expected.whole);
+        ASSERT_EQ(got.min_node(), edges.min_node);
+        ASSERT_EQ(got.max_node(), edges.max_node);
+        crossed += expected.cells.size() > 5;
+        whole += expected.whole.size() > 5;
+        with_nulls += in.null != nullptr && expected.cells.size() > 5;
+    }
+    EXPECT_GT(crossed, 50);
+    EXPECT_GT(whole, 5);
+    EXPECT_GT(with_nulls, 20);
+}
+
+// Ranges walked apart and stitched together by the numbers at their seams are the walk over all of them.
+TYPED_TEST(LatticeWalk, RangesStitchToTheWhole)
+{
+    constexpr int naxes = TypeParam::naxes, ntests = TypeParam::ntests;
+    random_meshes meshes(6);
+    int met = 0, not_met = 0;
+    for (int pass = 0; pass < 100; ++pass) {
+        SCOPED_TRACE("pass " + std::to_string(pass));
+        const looked_at in = meshes.next(naxes);
+        const plane_range all = all_planes<naxes>(in.dims.data());
+        const ranged_walk<naxes, ntests> expected(in, all);
+        const qx_long plane = naxes == 3 ? in.dims[0] * in.dims[1] : in.dims[0];
+
+        walked made;
+        numbers min_node, max_node, below_numbers;
+        std::unique_ptr<ranged_walk<naxes, ntests>> below;
+        for (qx_long first = 0; first < all.end || first == 0;) {
+            const qx_long end = std::min(all.end, first + 1 + static_cast<qx_long>(meshes.below(3)));
+            auto part = std::make_unique<ranged_walk<naxes, ntests>>(in, plane_range{first, end});
+            ASSERT_EQ(part->end, lattice_end::done);
+            // The level of each new node, which with two tests the walk leaves to its sink.
+            std::vector<int> level(part->min_node().size(), 0);
+            for (const walked::crossed &c : part->out.cells)
+                for (size_t e = falling<naxes>.row[c.lower].nedges; e < c.edges.size(); ++e)
+                    level[static_cast<size_t>(c.edges[e])] = 1;
+            numbers whole_numbers;
+            for (size_t n = 0; n < part->min_node().size(); ++n) {
+                const qx_long low = part->nodes.min_node.data[n], high = part->nodes.max_node.data[n];
+                qx_long known = -1;
+                if (below != nullptr && high < plane * (first + 1)) {
+                    known = seam_number(below->slots, level[n], plane * first, low, high, below->nodes);
+                    ++(known >= 0 ? met : not_met);
+                }
+                if (known >= 0) {
+                    whole_numbers.push_back(below_numbers[static_cast<size_t>(known)]);
+                } else {
+                    whole_numbers.push_back(static_cast<qx_long>(min_node.size()));
+                    min_node.push_back(low);
+                    max_node.push_back(high);
+                }
+            }
+            for (walked::crossed c : part->out.cells) {
+                for (qx_long &edge : c.edges)
+                    edge = whole_numbers[static_cast<size_t>(edge)];
+                made.cells.push_back(c);
+            }
+            made.whole.insert(made.whole.end(), part->out.whole.begin(), part->out.whole.end());
+            below = std::move(part);
+            below_numbers = whole_numbers;
+            if (end <= first) break;
+            first = end;
+        }
+        ASSERT_EQ(min_node, expected.min_node());
+        ASSERT_EQ(max_node, expected.max_node());
+        ASSERT_TRUE(made.cells == expected.out.cells);
+        ASSERT_EQ(made.whole, expected.out.whole);
+    }
+    EXPECT_GT(met, 1000);
+    EXPECT_GT(not_met, 10) << "nulls no longer leave an edge of a seam to one range";
+}
+
+looked_at rising(const numbers &dims)
+{
+    looked_at in = {dims, {}, nullptr, 1, 2};
+    qx_long nnodes = 1;
+    for (qx_long n : dims)
+        nnodes *= n;
+    for (qx_long n = 0; n < nnodes; ++n)
+        in.data.push_back(static_cast<int>(n % 4));
+    return in;
+}
+
+TYPED_TEST(LatticeWalk, TellsOfPlanesAndSlabsInTurn)
+{
+    constexpr int naxes = TypeParam::naxes, ntests = TypeParam::ntests;
+    const looked_at in = rising(naxes == 3 ? numbers{5, 3, 5} : numbers{5, 5});
+    using strings = std::vector<std::string>;
+    const ranged_walk<naxes, ntests> some(in, {1, 3});
+    EXPECT_EQ(some.out.calls, (strings{"plane 1", "plane 2", "slab 1", "plane 3", "slab 2"}));
+    EXPECT_FALSE(some.out.cells.empty());
+    const ranged_walk<naxes, ntests> none(in, {4, 4}), beyond(in, {5, 5});
+    EXPECT_EQ(none.out.calls, strings{"plane 4"});
+    EXPECT_TRUE(none.out.cells.empty());
+    EXPECT_TRUE(beyond.out.calls.empty());
+    for (const char *stop : {"plane 1", "plane 2", "slab 1", "plane 3", "slab 2"}) {
+        const ranged_walk<naxes, ntests> stopped(in, {1, 3}, lattice_checks::never, stop);
+        EXPECT_EQ(stopped.end, lattice_end::no_map_memory);
+        EXPECT_EQ(stopped.out.calls.back(), stop);
+    }
+}
+
+// The cadence is that of the mesh wherever a range begins.
+TYPED_TEST(LatticeWalk, LooksAtTheStatusWhereItIsAskedTo)
+{
+    constexpr int naxes = TypeParam::naxes, ntests = TypeParam::ntests;
+    const looked_at in = rising(naxes == 3 ? numbers{3, 3, 31} : numbers{3, 31});
+    const auto checks_of = [&](plane_range range, lattice_checks checks) {
+        host_calls::reset();
+        const ranged_walk<naxes, ntests> walk(in, range, checks);
+        EXPECT_EQ(walk.end, lattice_end::done);
+        std::vector<int> percents;
+        for (const host_calls::status &status : host_calls::seen().statuses)
+            percents.push_back(status.percent);
+        return percents;
+    };
+    EXPECT_EQ(checks_of({0, 30}, lattice_checks::every_eighth_slab), (std::vector<int>{23, 50, 76}));
+    EXPECT_EQ(checks_of({8, 20}, lattice_checks::every_eighth_slab), std::vector<int>{50});
+    EXPECT_TRUE(checks_of({0, 30}, lattice_checks::never).empty());
+
+    host_calls::reset();
+    host_calls::interrupt_at(1);
+    const ranged_walk<naxes, ntests> stopped(in, {0, 30}, lattice_checks::every_eighth_slab);
+    EXPECT_EQ(stopped.end, lattice_end::interrupted);
+    EXPECT_EQ(stopped.out.calls.back(), "slab 14");
+    host_calls::reset();
+}
+
+} // namespace
