@@ -9,6 +9,7 @@
 #include <skoklana/array.h>
 #include <skoklana/cell.h>
 #include <skoklana/cell_nodes.h>
+#include <skoklana/containers.h>
 #include <skoklana/cut.h>
 #include <skoklana/deriv.h>
 #include <skoklana/glyph.h>

@@ -14,10 +14,14 @@
 
 // ---- clamp -------------------------------------------------------------------------------------------------
 
+namespace {
+
 template <typename T> struct clamp_bounds {
     T lo, hi; // the lower one is applied first: with lo > hi a value below both becomes lo
     T null_value;
 };
+
+} // namespace
 
 // Elements are read before they are written, each in its own slot, so that out may be in.
 template <bool has_null, typename T>
@@ -147,6 +151,7 @@ template <typename T, typename A>
 static int extract_rows(qx_long count, const int *strides, A *const *arrays, int ncomp, const int *offsets,
                         T *out)
 {
+    if (count < 1) return 1;
     switch (ncomp) {
     case 1: interleave<1>(count, strides, arrays, offsets, out); break;
     case 2: interleave<2>(count, strides, arrays, offsets, out); break;

@@ -7,7 +7,7 @@
 
 #include <skoklana/mesh.h>
 
-#include "compact.hpp"
+#include "coord_block.hpp"
 #include "dtype.hpp"
 #include "fetch.hpp"
 #include "rows.hpp"

@@ -1,7 +1,7 @@
 // The plain edge table's inner step, in line for the kernels that register millions of edges.
 #pragma once
 
-#include <skoklana/iso.h>
+#include <skoklana/containers.h>
 
 #include <algorithm>
 #include <cassert>

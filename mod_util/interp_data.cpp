@@ -71,16 +71,12 @@ template <typename T> int interpolate_nodes(const node_request &request)
     // flags here, doesn't make the data's own values null.
     located_points points(request.mesh, request.table, request.points, request.npts);
     node_rows_writer<T> rows(request.mesh, fields, values, flags);
-    status_cadence cadence(256);
-    qx_long done = 0;
-    for (qx_long i = 0; i < request.npts; ++i) {
-        if (!cadence.due()) continue;
-        sample_nodes(&points, done, i, &rows);
-        done = i;
-        if (interrupted(static_cast<int>(static_cast<double>(i) * 100.0 / static_cast<double>(request.npts))))
-            return 0;
+    const double npts = static_cast<double>(request.npts);
+    for (qx_long done = 0, next; done < request.npts; done = next) {
+        if (done > 0 && interrupted(static_cast<int>(static_cast<double>(done) * 100.0 / npts))) return 0;
+        next = next_status_check(done, request.npts);
+        sample_nodes(&points, done, next, &rows);
     }
-    sample_nodes(&points, done, request.npts, &rows);
     std::copy_n(flags, fields.ncomp, request.null_flags);
     return 1;
 }

@@ -2,9 +2,9 @@
 //
 // Volume cells give triangles by the isosurface cases, through one kernel for all four kinds. Surface cells
 // in the same mesh give lines, by the isoline kernels, over the same new nodes.
-#include "cases.hpp"
 #include "cell_set.hpp"
 #include "extract.hpp"
+#include "iso_cases.hpp"
 
 struct surface_rules {
     static constexpr qx_long first_capacity = 1024;

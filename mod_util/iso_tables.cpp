@@ -2,7 +2,7 @@
 //
 // A row lists the crossings of one pattern of corners, polygon by polygon: a digit pair is a crossed cell
 // edge, left corner then right corner, and a slash ends a polygon. Everything exported here is derived from
-// these rows at compile time, and so are the flat records of cases.hpp.
+// these rows at compile time, and so are the flat records of iso_cases.hpp.
 //
 // Corners with values at or above the level are flagged. The comment before a row names them, at their own
 // places; the number is the case index, whose bit order is that of corner_of_bit. Each cell edge with one
@@ -16,7 +16,7 @@
 // Lorensen and Cline. Marching cubes: a high resolution 3D surface construction algorithm. 1987
 #include <skoklana/tables.h>
 
-#include "cases.hpp"
+#include "iso_cases.hpp"
 #include "lattice_cases.hpp"
 
 // clang-format off
@@ -424,6 +424,8 @@ constexpr iso_triple mirrored_to_6[8] = {MIRRORED_TO_6, {{0, 0, 0}}};
 
 // ---- rows to numbers -------------------------------------------------------------------------------------
 
+namespace {
+
 struct parsed_row {
     int npoints, npolygons;
     int polygon_size[4];
@@ -433,6 +435,8 @@ struct parsed_row {
 template <int Cases> struct parsed_table {
     parsed_row row[Cases];
 };
+
+} // namespace
 
 // Polygons hold points in a row's order: a crossing belongs to the polygon being read.
 static constexpr parsed_row parse_row(const char *text, int filler)

@@ -8,9 +8,9 @@
 // Cells without a crossing end the walk and are not remembered: they may be reached, and left, again.
 #include <skoklana/iso.h>
 
-#include "cases.hpp"
 #include "dtype.hpp"
 #include "grow.hpp"
+#include "iso_cases.hpp"
 #include "lattice.hpp"
 #include "memory.hpp"
 #include "status.hpp"

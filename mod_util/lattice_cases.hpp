@@ -1,7 +1,7 @@
 // Isosurface cases of a lattice cell, by its edges.
 #pragma once
 
-#include "cases.hpp"
+#include "iso_cases.hpp"
 #include "lattice_edges.hpp"
 
 struct lattice_case {

@@ -12,13 +12,19 @@
 #include <sys/mman.h>
 #endif
 
-// Where an allocation stands, for the host's memory tracking. MODULE is defined by the source file.
+// Where an allocation stands, for the host's memory tracking: the name of the source file without its ending.
 #define ALLOC_AT(module) "mod_util/" module, __LINE__
 
 // count host elements of qx_long, to be handed over; null: no memory.
 inline qx_long *alloc_numbers(qx_long count, const char *file, int line)
 {
     return static_cast<qx_long *>(ARRalloc_f(nullptr, DTYPE_QX_LONG, count, 0, file, line));
+}
+
+inline void release_numbers(qx_long **list, const char *file, int line)
+{
+    if (*list != nullptr) ARRfree_f(*list, file, line);
+    *list = nullptr;
 }
 
 // A hint to the system that a block of this size will be filled from end to end. The first touch of fresh

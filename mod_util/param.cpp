@@ -9,7 +9,7 @@
 
 #include <skoklana/mesh.h>
 
-#include "compact.hpp"
+#include "coord_block.hpp"
 #include "dtype.hpp"
 #include "fetch.hpp"
 #include "memory.hpp"

@@ -96,7 +96,7 @@ template <typename T> class node_rows_writer {
     void write(qx_long i, const located &at)
     {
         cell_view room;
-        valued_cell cell;
+        valued_cell cell = {};
         const bool is_seen = cells.look_up(at.cell, &room, &cell);
         for (int j = 0; j < fields.ncomp; ++j) {
             const int veclen = fields.veclens[j];
@@ -130,7 +130,7 @@ template <typename T> class node_rows_writer {
     void ask_for_data(const located &at)
     {
         cell_view room;
-        valued_cell cell;
+        valued_cell cell = {};
         if (!cells.look_up(at.cell, &room, &cell)) return;
         for (int j = 0; j < fields.ncomp; ++j) {
             if (fields.data[j] == nullptr) continue;

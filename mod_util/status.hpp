@@ -5,6 +5,11 @@
 
 #include <skoklana/types.h>
 
+#include <algorithm>
+
+// Loops over cells and points check before item 256 and before every 257th from there.
+constexpr int items_between_checks = 257;
+
 // Says when a loop's status check is due. The counter is tested before it moves: with a period of 256 the
 // checks come in the passes 256, 513, 770 and so on, every 257th.
 struct status_cadence {
@@ -23,6 +28,12 @@ struct status_cadence {
         return false;
     }
 };
+
+// The item before which a loop over count items checks next, done of them being done; count: before none.
+inline qx_long next_status_check(qx_long done, qx_long count)
+{
+    return std::min(count, done + (done == 0 ? 256 : items_between_checks));
+}
 
 // One status check; true: the user has asked to stop.
 inline bool interrupted(int percent, const char *message = nullptr)

@@ -25,6 +25,8 @@
 constexpr qx_long map_block = 512;
 constexpr qx_long sweep_block = 4096;
 
+namespace {
+
 // The values of the block that follows, as many as the block has.
 struct values_ahead {
     const char *at;
@@ -33,6 +35,8 @@ struct values_ahead {
 
 // What a node that does not survive finds in the map.
 enum class dropped { minus_one, untouched };
+
+} // namespace
 
 // ---- from flags, 0 or 1, to counts and numbers --------------------------------------------------------
 
@@ -108,11 +112,15 @@ TARGET_AVX2 KEPT_APART static void number_flags_wide(const unsigned char *flags,
     number_flags_plain<dropped::minus_one>(flags + i, count - i, next, map + i);
 }
 
+namespace {
+
 // By the bits of eight flags: for each the number of flags before it, beyond 127 where it is not set itself; and
 // the places of those that are set, in order. What follows the last place is of no meaning.
 struct bit_tables {
     alignas(64) unsigned char before[256][8], place[256][8];
 };
+
+} // namespace
 
 static constexpr bit_tables tables_of_bits()
 {
@@ -295,6 +303,8 @@ static void end_sweep(qx_long listed)
 
 // ---- from values to survivors --------------------------------------------------------------------------
 
+namespace {
+
 // Values, their null and a test of them.
 template <typename T, typename Test> struct node_test {
     const T *data;
@@ -302,6 +312,8 @@ template <typename T, typename Test> struct node_test {
     bool has_null;
     T null_value;
 };
+
+} // namespace
 
 // Calls use(first, count, flags) for each block of nodes.
 template <qx_long block, typename T, typename Test, typename Use>

@@ -23,6 +23,8 @@ constexpr qx_long first_connect_entries = 1000;
 
 // ---- lists under construction -----------------------------------------------------------------------
 
+namespace {
+
 // Node or cell numbers, released at the end of the scope unless handed over; data is null: no memory.
 struct owned_numbers {
     qx_long *data;
@@ -75,7 +77,11 @@ struct kept_cells {
     }
 };
 
+} // namespace
+
 // ---- structured cells ----------------------------------------------------------------------------------
+
+namespace {
 
 // The corners of a structured cell as offsets from its lowest node. Lines and quadrilaterals are numbered as
 // UTILget_connect_struct does; hexahedra go along the second axis first.
@@ -83,6 +89,8 @@ struct removal_corners {
     int count;
     qx_long offset[8];
 };
+
+} // namespace
 
 static removal_corners removal_corners_of(int ndim, const qx_long *dims)
 {
@@ -163,12 +171,6 @@ static void list_kept_nodes(const qx_long *map, qx_long nkept, qx_long *node_lis
         node_list[listed] = node; // stays if the node is kept
         listed += map[node] >= 0;
     }
-}
-
-static void release_list(qx_long **list)
-{
-    if (*list != nullptr) ARRfree_f(*list, ALLOC_AT(MODULE));
-    *list = nullptr;
 }
 
 // ---- null cells --------------------------------------------------------------------------------------------
@@ -300,8 +302,8 @@ int UTILthresh_null_cells(mesh_info *mesh, const void *data, int data_type, cons
                                  &conn_size[set]) != 0)
             continue;
         for (int done = 0; done < set; ++done) {
-            release_list(&cell_list[done]);
-            release_list(&conn[done]);
+            release_numbers(&cell_list[done], ALLOC_AT(MODULE));
+            release_numbers(&conn[done], ALLOC_AT(MODULE));
             ncells[done] = conn_size[done] = 0;
         }
         return 0;

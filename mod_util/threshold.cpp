@@ -20,6 +20,8 @@
 template <typename T>
 constexpr qx_long threshold_block = std::max<qx_long>(512, 2048 / static_cast<qx_long>(sizeof(T)));
 
+namespace {
+
 // The tested values of an array of rows: data[offset + i * stride].
 template <typename T> struct tested_component {
     const T *data;
@@ -50,6 +52,8 @@ struct row_writer {
     double fill;
     void *out; // may be target
 };
+
+} // namespace
 
 // Each element is read whether it is kept or not: a select needs no branch.
 template <typename T>

@@ -375,6 +375,7 @@ TYPED_TEST(ArraySelection, NoElementsIsSuccessAndWritesNothing)
         EXPECT_EQ(1, UTILcopy_array_list(0, 3, dtype_of<T>, nullptr, count, nullptr, nullptr));
         EXPECT_EQ(1, UTILextract_scalar(count, 1, nullptr, dtype_of<T>, 0, nullptr));
         EXPECT_EQ(1, UTILextract_vector(count, &stride, &no_array, dtype_of<T>, 1, &offset, nullptr));
+        EXPECT_EQ(1, UTILextract_vector(count, nullptr, nullptr, dtype_of<T>, 2, nullptr, nullptr));
         EXPECT_EQ(1, typed_clamp(T())(count, nullptr, 1, 0, 0, T(), 1, T(0), 1, T(1), nullptr));
         EXPECT_EQ(1, typed_copy_list(T())(3, nullptr, count, nullptr, nullptr));
         EXPECT_EQ(1, typed_extract_vector(T())(count, &stride, &no_typed_array, 1, &offset, nullptr));

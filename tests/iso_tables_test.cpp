@@ -2,7 +2,7 @@
 // together, and which way round.
 #include <skoklana/tables.h>
 
-#include "cases.hpp"
+#include "iso_cases.hpp"
 
 #include <gtest/gtest.h>
 
