@@ -4,16 +4,18 @@
 // first-order cells, with one edge table throughout: a new node that two sets or two blocks meet on is one
 // node. Lists of triangles and lines grow over the sets; cell maps are a list a set.
 //
-// A kernel's result can't tell a failure from a set without crossings, both being 0. Kernels of this library
-// are therefore run by their walks, which say how they ended and leave the table, the flags and the lists to
-// their owner here. Others are called as they are: below 0 they have released all three, and 0 is taken for
-// an empty set.
+// A kernel's result can't tell a failure from a set without crossings, both being 0, nor what it has released.
+// Kernels are therefore called under a watch (kernel_watch.hpp). A function of the host that gives less than 0
+// without a mark has released the table, the flags and the list; 0 without one is an empty set.
 #include "extract.hpp"
 
 #include "blocks.hpp"
 #include "cell_set.hpp"
+#include "kernel_watch.hpp"
 
 #include <skoklana/array.h>
+
+namespace {
 
 struct extraction {
     const level_request &request;
@@ -23,40 +25,50 @@ struct extraction {
     level_result result = {};
 };
 
-struct own_kernel {
-    slice_cell_func func;
-    walk_func walk;
-};
-
-static walk_func own_walk(slice_cell_func func)
-{
-    const own_kernel kernels[] = {{UTILslice_hex, walk_hex},     {UTILslice_prism, walk_prism},
-                                  {UTILslice_pyr, walk_pyr},     {UTILslice_tet, walk_tet},
-                                  {UTILisoline_quad, walk_quad}, {UTILisoline_tri, walk_tri}};
-    for (const own_kernel &kernel : kernels)
-        if (kernel.func == func) return kernel.walk;
-    return nullptr;
-}
+} // namespace
 
 static void release_list(qx_long **list)
 {
-    if (*list != nullptr) ARRfree_f(*list, ALLOC_AT("extract"));
-    *list = nullptr;
+    release_numbers(list, ALLOC_AT("extract"));
 }
 
-qx_long run_kernel(walk_func walk_cells, mesh_info *mesh, int set, int null_flag, unsigned char *flags,
-                   edge_table *table, qx_long **connect, qx_long *used, qx_long *capacity, qx_long **cell_map)
+static void report_end(walk_end end, const kernel_manners &manners)
 {
-    set_walk walk = {mesh, set, null_flag, flags, table, connect, used, capacity, cell_map};
-    const walk_end end = walk_cells(walk);
-    if (end == walk_end::complete) return walk.made;
-    if (end == walk_end::not_begun) return 0;
+    switch (end) {
+    case walk_end::no_list: report_error(manners.connect_module, "alloc for connect list failed"); break;
+    case walk_end::no_edges: report_error(manners.connect_module, "realloc for edge table failed"); break;
+    case walk_end::no_connect: report_error(manners.connect_module, "realloc for connect list failed"); break;
+    case walk_end::no_map: report_error(manners.map_module, "realloc for cell list failed"); break;
+    default: break;
+    }
+}
+
+qx_long run_kernel(range_kernel kernel, const kernel_manners &manners, mesh_info *mesh, int set,
+                   int null_flag, unsigned char *flags, edge_table *table, const primitive_lists &lists)
+{
+    qx_long made = 0;
+    walk_end end = walk_end::no_rows;
+    if (fetch_connect(mesh, set)) {
+        const cell_rows rows = {
+            mesh->cell_connect[set], mesh->cell_nnodes[set], flags, null_flag != 0, 0, table->size};
+        end = kernel(rows, {set, 0, mesh->cell_count[set]}, table, lists, &made);
+    }
+    report_end(end, manners);
+    if (end == walk_end::complete) {
+        if (manners.checks_at_end) interrupted(100);
+        return made;
+    }
+    if (end == walk_end::no_rows || end == walk_end::no_list) {
+        kernel_watch::mark(table, kernel_failure::kept);
+        return 0;
+    }
+    kernel_watch::mark(table, kernel_failure::released);
     UTILedge_table_delete(table);
     free(flags);
-    if (end == walk_end::failed) return 0;
-    release_list(connect);
-    *used = 0;
-    *capacity = 0;
+    if (end != walk_end::interrupted) return 0;
+    release_list(lists.connect);
+    *lists.used = 0;
+    *lists.capacity = 0;
     return -1;
 }
 
@@ -64,17 +76,15 @@ qx_long run_kernel(walk_func walk_cells, mesh_info *mesh, int set, int null_flag
 static qx_long run_set(extraction &x, mesh_info *mesh, int set, const set_kernel &kernel, qx_long **map)
 {
     primitive_list &list = kernel.makes_triangles ? x.result.triangles : x.result.lines;
-    if (const walk_func walk_cells = own_walk(kernel.func)) {
-        set_walk walk = {mesh,          set,        x.request.null_flag, x.flags, x.table,
-                         &list.connect, &list.used, &list.capacity,      map};
-        return walk_cells(walk) == walk_end::complete ? walk.made : -1;
-    }
+    const kernel_watch watch(x.table);
     const qx_long made = kernel.func(mesh, set, x.request.null_flag, x.flags, x.table, &list.connect,
                                      &list.used, &list.capacity, map);
-    if (made >= 0) return made;
-    x.table = nullptr;
-    x.flags = nullptr;
-    list = {};
+    if (made >= 0 && watch.seen() == kernel_failure::none) return made;
+    if (made < 0 || watch.seen() == kernel_failure::released) {
+        x.table = nullptr;
+        x.flags = nullptr;
+    }
+    if (made < 0) list = {};
     return -1;
 }
 

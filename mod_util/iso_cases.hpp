@@ -6,6 +6,8 @@
 // its rows, so that one kernel template serves all kinds.
 #pragma once
 
+#include "level_keys.hpp"
+
 struct iso_case {
     unsigned char npoints;             // crossed edges
     unsigned char ntriangles;          // triangles over them
@@ -20,30 +22,22 @@ extern const iso_case iso_rows_tet[16];
 
 // A case index has bit b set where corner corner_of_bit[b] is at or above the level. Index 0 and last_case
 // have no crossing.
-struct hex_cases {
-    static constexpr int ncorners = 8;
-    static constexpr int last_case = 255;
+struct hex_cases : level_keys<8> {
     static constexpr unsigned char corner_of_bit[8] = {0, 1, 4, 5, 3, 2, 7, 6};
     static const iso_case &row(int index) { return iso_rows_hex[index]; }
 };
 
-struct prism_cases {
-    static constexpr int ncorners = 6;
-    static constexpr int last_case = 63;
+struct prism_cases : level_keys<6> {
     static constexpr unsigned char corner_of_bit[6] = {5, 2, 0, 3, 1, 4};
     static const iso_case &row(int index) { return iso_rows_prism[index]; }
 };
 
-struct pyr_cases {
-    static constexpr int ncorners = 5;
-    static constexpr int last_case = 31;
+struct pyr_cases : level_keys<5> {
     static constexpr unsigned char corner_of_bit[5] = {1, 2, 3, 4, 0};
     static const iso_case &row(int index) { return iso_rows_pyr[index]; }
 };
 
-struct tet_cases {
-    static constexpr int ncorners = 4;
-    static constexpr int last_case = 15;
+struct tet_cases : level_keys<4> {
     static constexpr unsigned char corner_of_bit[4] = {0, 1, 2, 3};
     static const iso_case &row(int index) { return iso_rows_tet[index]; }
 };

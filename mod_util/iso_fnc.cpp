@@ -6,14 +6,14 @@
 #include "extract.hpp"
 #include "iso_cases.hpp"
 
+namespace {
+
 struct surface_rules {
     static constexpr qx_long first_capacity = 1024;
     // A hex case makes at most 5 triangles, 15 entries; the rest is headroom so that a test a cell suffices.
     static constexpr qx_long margin = 25;
     static constexpr bool raises_step = true;
     static constexpr bool checks_status = true;
-    static constexpr const char *connect_module = "UTILslice";
-    static constexpr const char *map_module = "UTILslice";
     static constexpr int nodes_each = 3;
 
     static int count(const iso_case &row) { return row.ntriangles; }
@@ -29,25 +29,9 @@ struct surface_rules {
     }
 };
 
-walk_end walk_hex(set_walk &walk)
-{
-    return walk_set<hex_cases, surface_rules>(walk);
-}
+constexpr kernel_manners slice_manners = {"UTILslice", "UTILslice", true};
 
-walk_end walk_prism(set_walk &walk)
-{
-    return walk_set<prism_cases, surface_rules>(walk);
-}
-
-walk_end walk_pyr(set_walk &walk)
-{
-    return walk_set<pyr_cases, surface_rules>(walk);
-}
-
-walk_end walk_tet(set_walk &walk)
-{
-    return walk_set<tet_cases, surface_rules>(walk);
-}
+} // namespace
 
 static set_kernel slice_kernel(const mesh_info *mesh, int set)
 {
@@ -79,13 +63,13 @@ int UTILslice_cells(mesh_info *mesh, const void *data, int data_type, int null_f
     return status;
 }
 
-#define EXPORT_KERNEL(kind)                                                                          \
-    qx_long UTILslice_##kind(mesh_info *mesh, int set, int null_flag, unsigned char *flags,          \
-                             edge_table *table, qx_long **connect, qx_long *used, qx_long *capacity, \
-                             qx_long **cell_map)                                                     \
-    {                                                                                                \
-        return run_kernel(walk_##kind, mesh, set, null_flag, flags, table, connect, used, capacity,  \
-                          cell_map);                                                                 \
+#define EXPORT_KERNEL(kind)                                                                                \
+    qx_long UTILslice_##kind(mesh_info *mesh, int set, int null_flag, unsigned char *flags,                \
+                             edge_table *table, qx_long **connect, qx_long *used, qx_long *capacity,       \
+                             qx_long **cell_map)                                                           \
+    {                                                                                                      \
+        return run_kernel(extract_range<kind##_cases, surface_rules>, slice_manners, mesh, set, null_flag, \
+                          flags, table, {connect, used, capacity, cell_map});                              \
     }
 EXPORT_KERNEL(hex)
 EXPORT_KERNEL(prism)

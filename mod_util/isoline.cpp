@@ -7,14 +7,14 @@
 #include "extract.hpp"
 #include "isoline_cases.hpp"
 
+namespace {
+
 struct line_rules {
     static constexpr qx_long first_capacity = 1000;
     // A quad case makes at most 2 lines, 4 entries.
     static constexpr qx_long margin = 8;
     static constexpr bool raises_step = false;
     static constexpr bool checks_status = false;
-    static constexpr const char *connect_module = "isoline";
-    static constexpr const char *map_module = "UTILisoline";
     static constexpr int nodes_each = 2;
 
     static int count(const isoline_case &row) { return row.npoints / 2; }
@@ -26,15 +26,9 @@ struct line_rules {
     }
 };
 
-walk_end walk_tri(set_walk &walk)
-{
-    return walk_set<tri_line_cases, line_rules>(walk);
-}
+constexpr kernel_manners line_manners = {"isoline", "UTILisoline", false};
 
-walk_end walk_quad(set_walk &walk)
-{
-    return walk_set<quad_line_cases, line_rules>(walk);
-}
+} // namespace
 
 static set_kernel isoline_kernel(const mesh_info *mesh, int set)
 {
@@ -59,13 +53,13 @@ int UTILisoline_cells(mesh_info *mesh, const void *data, int data_type, int null
     return status;
 }
 
-#define EXPORT_KERNEL(kind)                                                                            \
-    qx_long UTILisoline_##kind(mesh_info *mesh, int set, int null_flag, unsigned char *flags,          \
-                               edge_table *table, qx_long **connect, qx_long *used, qx_long *capacity, \
-                               qx_long **cell_map)                                                     \
-    {                                                                                                  \
-        return run_kernel(walk_##kind, mesh, set, null_flag, flags, table, connect, used, capacity,    \
-                          cell_map);                                                                   \
+#define EXPORT_KERNEL(kind)                                                                                 \
+    qx_long UTILisoline_##kind(mesh_info *mesh, int set, int null_flag, unsigned char *flags,               \
+                               edge_table *table, qx_long **connect, qx_long *used, qx_long *capacity,      \
+                               qx_long **cell_map)                                                          \
+    {                                                                                                       \
+        return run_kernel(extract_range<kind##_line_cases, line_rules>, line_manners, mesh, set, null_flag, \
+                          flags, table, {connect, used, capacity, cell_map});                               \
     }
 EXPORT_KERNEL(tri)
 EXPORT_KERNEL(quad)

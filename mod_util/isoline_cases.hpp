@@ -6,6 +6,8 @@
 // pair of corners is above.
 #pragma once
 
+#include "level_keys.hpp"
+
 struct isoline_case {
     unsigned char npoints;           // crossed edges, two a line
     unsigned char left[4], right[4]; // corners of each crossed edge
@@ -57,16 +59,12 @@ inline constexpr isoline_table<16> isoline_quad_table(isoline_quad_rows);
 inline constexpr isoline_table<8> isoline_tri_table(isoline_tri_rows);
 
 // As the policies of the isosurface cases: index 0 and last_case have no crossing.
-struct quad_line_cases {
-    static constexpr int ncorners = 4;
-    static constexpr int last_case = 15;
+struct quad_line_cases : level_keys<4> {
     static constexpr unsigned char corner_of_bit[4] = {0, 1, 2, 3};
     static const isoline_case &row(int index) { return isoline_quad_table.row[index]; }
 };
 
-struct tri_line_cases {
-    static constexpr int ncorners = 3;
-    static constexpr int last_case = 7;
+struct tri_line_cases : level_keys<3> {
     static constexpr unsigned char corner_of_bit[3] = {0, 1, 2};
     static const isoline_case &row(int index) { return isoline_tri_table.row[index]; }
 };

@@ -483,6 +483,108 @@ TEST_P(Extraction, AKernelThatGivesUpEndsTheCallInTheMiddleOfASet)
     }
 }
 
+// ---- kernels that hand on ---------------------------------------------------------------------------------
+
+slice_cell_func handed_on_to = nullptr;
+const levels::call *called_inside = nullptr;
+
+// A host's own function around a kernel of the library, which knows nothing of failures.
+qx_long hand_on(mesh_info *mesh, int set, int null_flag, unsigned char *flags, edge_table *table,
+                qx_long **connect, qx_long *used, qx_long *capacity, qx_long **cell_map)
+{
+    const qx_long made = handed_on_to(mesh, set, null_flag, flags, table, connect, used, capacity, cell_map);
+    if (called_inside != nullptr) levels::run_raw(*called_inside).release();
+    return made;
+}
+
+// The same, and it takes what failed for an empty part of its set.
+qx_long hand_on_and_add(mesh_info *mesh, int set, int null_flag, unsigned char *flags, edge_table *table,
+                        qx_long **connect, qx_long *used, qx_long *capacity, qx_long **cell_map)
+{
+    const qx_long made = hand_on(mesh, set, null_flag, flags, table, connect, used, capacity, cell_map);
+    return made < 0 ? made : made + 1;
+}
+
+TEST_P(Extraction, AFailureInsideAHostsOwnFunctionEndsTheCall)
+{
+    const meshes::mesh_ptr mesh = levels::bind(meshes::mixed({of.kind(), of.kind()}, {1, 2}, of.across, 1));
+    const meshes::mesh_ptr other = levels::bind(meshes::cells(of.kind(), 1, of.dims(2), 1));
+    const std::vector<float> data = noise(*mesh), other_data = noise(*other);
+    const levels::call inside = of.call(*other, other_data);
+    const levels::call call = of.call(*mesh, data);
+    const levels::output clean = levels::run(call);
+
+    cell_func *const row = mesh->mesh->cell_funcs;
+    const int slot = of.ndim() == 3 ? SLOT_SLICE : SLOT_ISOLINE;
+    for (const slice_cell_func wrapper : {hand_on, hand_on_and_add})
+        for (int set : {0, 1}) {
+            cell_func *const bound = row + set * CELL_METHOD_SLOTS + (set == 0 ? slot : of.sub_slot());
+            const cell_func own = *bound;
+            handed_on_to = reinterpret_cast<slice_cell_func>(own);
+            *bound = reinterpret_cast<cell_func>(wrapper);
+            for (bool nested : {false, true}) {
+                called_inside = nested ? &inside : nullptr;
+                host_calls::reset();
+                int nallocations = 0;
+                {
+                    host_calls::watch watch;
+                    levels::raw_output raw = levels::run_raw(call);
+                    nallocations = watch.allocations();
+                    EXPECT_EQ(raw.status, 1);
+                    raw.release();
+                }
+                EXPECT_TRUE(wrapper != hand_on || levels::run(call) == clean);
+                for (int k = 0; k < nallocations; ++k) {
+                    host_calls::reset();
+                    host_calls::watch watch;
+                    host_calls::fail_allocation(k);
+                    levels::raw_output raw = levels::run_raw(call);
+                    ASSERT_TRUE(host_calls::allocation_was_refused());
+                    if (raw.status == 1) {
+                        // Asked again, or refused to the call inside, which then has reported.
+                        EXPECT_EQ(host_calls::seen().out_of_memory.size() + host_calls::seen().reports.size(),
+                                  1u)
+                            << k;
+                        EXPECT_EQ(raw.nnodes, static_cast<qx_long>(clean.nodes.size())) << k;
+                        EXPECT_GE(of.what == operation::isosurface ? raw.ntri_conn : raw.nline_conn,
+                                  static_cast<qx_long>(of.nodes_each) * of.made(clean));
+                        raw.release();
+                    } else {
+                        EXPECT_TRUE(raw.all_zero()) << k;
+                        EXPECT_EQ(host_calls::seen().reports.size(), 1u) << k;
+                    }
+                    ASSERT_EQ(watch.live_blocks(), 0) << k;
+                    EXPECT_EQ(host_calls::seen().depth, 0) << k;
+                }
+            }
+            *bound = own;
+        }
+    called_inside = nullptr;
+    host_calls::reset();
+    EXPECT_TRUE(levels::run(call) == clean);
+}
+
+TEST(ExtractionOfSurfaces, AnInterruptionInsideAHostsOwnFunctionEndsTheCall)
+{
+    const meshes::mesh_ptr mesh = levels::bind(meshes::mixed({CELL_HEX, CELL_HEX}, {1, 2}, 8, 1));
+    const std::vector<float> data = noise(*mesh);
+    const levels::call call = surfaces.call(*mesh, data);
+    cell_func *const bound = mesh->mesh->cell_funcs + SLOT_SLICE;
+    handed_on_to = reinterpret_cast<slice_cell_func>(*bound);
+    *bound = reinterpret_cast<cell_func>(hand_on);
+    for (int k = 0; k < 2; ++k) {
+        host_calls::reset();
+        host_calls::interrupt_at(k);
+        host_calls::watch watch;
+        const levels::raw_output raw = levels::run_raw(call);
+        EXPECT_EQ(raw.status, 0);
+        EXPECT_TRUE(raw.all_zero());
+        EXPECT_EQ(watch.live_blocks(), 0);
+        EXPECT_TRUE(host_calls::seen().reports.empty());
+        EXPECT_EQ(host_calls::seen().depth, 0);
+    }
+}
+
 // ---- memory ----------------------------------------------------------------------------------------------
 
 TEST_P(Extraction, EachAllocationRefusedInTurn)

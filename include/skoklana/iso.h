@@ -50,7 +50,12 @@ SKOKLANA_BEGIN
  * Returns the count of primitives that this call has made. 0 is also the result of a failure, which has been
  * reported, and -1 of an interruption. Without a connect list, or memory for the first list, table and flags
  * stay the caller's. After any other failure both are released and the list is kept; after an interruption
- * the list is released too. */
+ * the list is released too.
+ *
+ * A host may bind a function of its own, which may hand on to those of the library: where one of them fails
+ * inside, with the table that was given, the extraction ends, whatever the host's function makes of it. By
+ * itself it gives 0 for a set without crossings, or less than 0, with table, flags and list released, to end
+ * the extraction. */
 typedef qx_long (*slice_cell_func)(mesh_info *mesh, int set, int null_flag, unsigned char *flags,
                                    edge_table *table, qx_long **connect, qx_long *used, qx_long *capacity,
                                    qx_long **cell_map);
