@@ -1,11 +1,11 @@
 // Band cases of surface cells that both levels cross, one record a case, as the kernels read them.
 //
-// The record is that of cut_cases.hpp but for two things: a new node is on its edge at the lower level or at the
-// upper one, and there are lines at either. All pieces are triangles.
+// The record is that of cut_cases.hpp but for two things: a new node is on its edge at the lower level or at
+// the upper one, and there are lines at either. All pieces are triangles.
 //
 // A case is told by two sets of corners: lo_mask has bit c set where corner c is at or above the lower level,
-// hi_mask where it is above the upper one. There is a record where some corners are above, some below, and none
-// both. Cells that one level crosses are cut, by the cut case of the mask that is not full: Cases::cuts.
+// hi_mask where it is above the upper one. There is a record where some corners are above, some below, and
+// none both. Cells that one level crosses are cut, by the cut case of the mask that is not full: Cases::cuts.
 // cont_tables.cpp has the rows.
 #pragma once
 
@@ -29,7 +29,8 @@ extern const signed char band_index_tri[64];
 
 struct quad_band_cases {
     using cuts = quad_cut_cases;
-    // Null where no row has these corners: levels in the wrong order make such cells, of which nothing is left.
+    // Null where no row has these corners: levels in the wrong order make such cells, of which nothing is
+    // left.
     static const band_case *row(int hi_mask, int lo_mask)
     {
         const int index = band_index_quad[hi_mask << 4 | lo_mask];

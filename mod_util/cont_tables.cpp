@@ -1,18 +1,19 @@
 // Band case tables of triangles and quadrilaterals.
 //
-// A row is a cell with corners above an upper level and corners below a lower one. It holds the key under which
-// it is found, hi_mask << corners | lo_mask, and what is left of the cell between the levels, in four fields:
-// new nodes, which are called a, b, c and so on in their order; triangles; lines at the lower level; lines at the
-// upper one. A new node is the corners of its edge, the lower number first, and its level, L or U. A node of a
-// triangle is a corner, a digit, or a new node, a letter. Everything exported here is derived from these rows at
-// compile time, and so are the records of band_cases.hpp.
+// A row is a cell with corners above an upper level and corners below a lower one. It holds the key under
+// which it is found, hi_mask << corners | lo_mask, and what is left of the cell between the levels, in four
+// fields: new nodes, which are called a, b, c and so on in their order; triangles; lines at the lower level;
+// lines at the upper one. A new node is the corners of its edge, the lower number first, and its level, L or
+// U. A node of a triangle is a corner, a digit, or a new node, a letter. Everything exported here is derived
+// from these rows at compile time, and so are the records of band_cases.hpp.
 //
-// The comment behind a row is its corners, in order: + above the upper level, - below the lower one, a digit in
-// between. Lines turn either way; triangles are counter-clockwise. Where diagonal corners of a quadrilateral are
-// cut off or joined, rows do as the cuts of cut_tables.cpp: 0 and 2 are joined, 1 and 3 stand apart.
+// The comment behind a row is its corners, in order: + above the upper level, - below the lower one, a digit
+// in between. Lines turn either way; triangles are counter-clockwise. Where diagonal corners of a
+// quadrilateral are cut off or joined, rows do as the cuts of cut_tables.cpp: 0 and 2 are joined, 1 and 3
+// stand apart.
 //
-// Order of new nodes, of triangles and of lines fix the numbers and lists that a band gives: rows are not to be
-// tidied.
+// Order of new nodes, of triangles and of lines fix the numbers and lists that a band gives: rows are not to
+// be tidied.
 #include <skoklana/tables.h>
 
 #include "band_cases.hpp"
@@ -153,9 +154,9 @@ constexpr auto quad_bands = parse_band_rows<4>(quad_band_rows);
 
 // ---- what the tables lean on -----------------------------------------------------------------------------
 
-// Each key that can come up has its row, and no other: corners above are not below, both sides have corners. An
-// edge has a new node where its ends are on two sides of the lower level, and one where they are on two sides of
-// the upper one. Triangles are over these and the corners in between.
+// Each key that can come up has its row, and no other: corners above are not below, both sides have corners.
+// An edge has a new node where its ends are on two sides of the lower level, and one where they are on two
+// sides of the upper one. Triangles are over these and the corners in between.
 template <int Rows, int Corners>
 static constexpr bool bands_fit(const band_table<Rows, Corners> &table, const char *edges)
 {

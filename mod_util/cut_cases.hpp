@@ -1,18 +1,18 @@
 // Cut cases, one record a case, as the kernels read them.
 //
-// A cut keeps some corners of a cell; the record tells what is left of it. All pieces of a kind of cell are of one
-// kind themselves: tetrahedra of volume cells, triangles of surface cells, lines of lines. So a piece is its nodes
-// alone. A node of a piece is a place in an array that a kernel fills for the cell at hand:
+// A cut keeps some corners of a cell; the record tells what is left of it. All pieces of a kind of cell are
+// of one kind themselves: tetrahedra of volume cells, triangles of surface cells, lines of lines. So a piece
+// is its nodes alone. A node of a piece is a place in an array that a kernel fills for the cell at hand:
 //
 //   0 to ncorners - 1   its corners, by their output numbers
 //   ncorners + p        its new node p, the one between corners left[p] and right[p]
 //
-// and a kernel writes array[nodes[i]] for every i. This holds for cell sets and for structured meshes; what the
-// array holds, output numbers, node numbers of a first cut or values, is the kernel's affair.
+// and a kernel writes array[nodes[i]] for every i. This holds for cell sets and for structured meshes; what
+// the array holds, output numbers, node numbers of a first cut or values, is the kernel's affair.
 //
-// A policy names the facts of one kind for a kernel template; a cut_kind holds the same for a kernel that finds
-// the kind while it runs. Cases have bit c set where corner c is kept. Case 0 and last_case have empty records:
-// nothing is left, or the whole cell, which goes to whole_list. cut_tables.cpp has the rows.
+// A policy names the facts of one kind for a kernel template; a cut_kind holds the same for a kernel that
+// finds the kind while it runs. Cases have bit c set where corner c is kept. Case 0 and last_case have empty
+// records: nothing is left, or the whole cell, which goes to whole_list. cut_tables.cpp has the rows.
 #pragma once
 
 // The output lists of cuts and bands. Bands have no list of lines.

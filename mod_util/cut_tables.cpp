@@ -1,18 +1,20 @@
 // Cut case tables.
 //
-// A row is a pattern of kept corners. Before the colon stand its new nodes, one on each cell edge with one kept
-// end, a digit pair each: the lower corner, then the higher. They are called a, b, c and so on, in this order.
-// Behind it stand the pieces that fill the kept part, by their nodes: a digit is a corner, a letter a new node.
-// Everything exported here is derived from these rows at compile time, and so are the records of cut_cases.hpp.
+// A row is a pattern of kept corners. Before the colon stand its new nodes, one on each cell edge with one
+// kept end, a digit pair each: the lower corner, then the higher. They are called a, b, c and so on, in this
+// order. Behind it stand the pieces that fill the kept part, by their nodes: a digit is a corner, a letter a
+// new node. Everything exported here is derived from these rows at compile time, and so are the records of
+// cut_cases.hpp.
 //
-// The comment before a row names the kept corners, at their own places; the number is the case index, which has
-// bit c set for corner c. Corners are numbered as by the shape functions. The kept part of a face with two kept
-// corners across a diagonal is two triangles apart, for volume cells: this looks at the face alone, so neighbours
-// agree on what is kept of the face that they share, though not always on its triangles. A quadrilateral keeps
-// corners 0 and 2 together and corners 1 and 3 apart. Pieces have the sense of first-order cells.
+// The comment before a row names the kept corners, at their own places; the number is the case index, which
+// has bit c set for corner c. Corners are numbered as by the shape functions. The kept part of a face with
+// two kept corners across a diagonal is two triangles apart, for volume cells: this looks at the face alone,
+// so neighbours agree on what is kept of the face that they share, though not always on its triangles. A
+// quadrilateral keeps corners 0 and 2 together and corners 1 and 3 apart. Pieces have the sense of
+// first-order cells.
 //
-// Order of new nodes, of pieces and of their nodes fix the numbers and the connect lists that a cut gives: rows
-// are not to be tidied.
+// Order of new nodes, of pieces and of their nodes fix the numbers and the connect lists that a cut gives:
+// rows are not to be tidied.
 #include <skoklana/tables.h>
 
 #include "cut_cases.hpp"

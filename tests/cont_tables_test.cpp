@@ -387,8 +387,8 @@ TEST(BandTablesAll, RowsInTheirOrder)
     EXPECT_EQ(CONTtable_index_quad[0], -1);
 }
 
-// Orders within a row fix the numbers of new nodes and the lists. They follow from no rule: these are the hashes of
-// all rows in their order.
+// Orders within a row fix the numbers of new nodes and the lists. They follow from no rule: these are the
+// hashes of all rows in their order.
 TEST(BandTablesAll, AllRowsAreAsTheyWere)
 {
     std::vector<std::string> hashes;

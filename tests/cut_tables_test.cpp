@@ -1,5 +1,6 @@
-// The tables are held against the geometry of the cells: what is crossed, what is kept, and whether the pieces fill
-// it. Positions are those of the shape functions; new nodes stand at midpoints unless a test says otherwise.
+// The tables are held against the geometry of the cells: what is crossed, what is kept, and whether the
+// pieces fill it. Positions are those of the shape functions; new nodes stand at midpoints unless a test says
+// otherwise.
 #include <skoklana/cell_nodes.h>
 #include <skoklana/tables.h>
 
@@ -283,7 +284,8 @@ bool lies_on(const cut_kind_under_test &of, const cut_row &row, const simplex &f
     return true;
 }
 
-// The kept polygons of a side of a volume cell, each from the crossing that leads in to the one that leads out.
+// The kept polygons of a side of a volume cell, each from the crossing that leads in to the one that leads
+// out.
 std::vector<simplex> kept_polygons(const cut_kind_under_test &of, const cut_row &row, int index,
                                    const std::vector<int> &side)
 {
@@ -632,8 +634,8 @@ TEST(CutTablesHex, CountsOfTetrahedra)
     EXPECT_EQ(CUTncell_quad[10], 2);
 }
 
-// Without diagonal corners the two sides of the level end in the same triangles: nothing is lost or taken twice,
-// wherever the crossings are.
+// Without diagonal corners the two sides of the level end in the same triangles: nothing is lost or taken
+// twice, wherever the crossings are.
 TEST(CutTablesHex, ComplementsEndInTheSameTriangles)
 {
     int npairs = 0;
@@ -662,8 +664,8 @@ TEST(CutTablesHex, ComplementsEndInTheSameTriangles)
     EXPECT_LT(npairs, 127);
 }
 
-// A volume is linear in the place of each new node: whoever is not inverted with new nodes at the ends of their
-// edges never is.
+// A volume is linear in the place of each new node: whoever is not inverted with new nodes at the ends of
+// their edges never is.
 TEST(CutTablesHex, NoPieceIsInvertedWhereverTheCrossingsAre)
 {
     for (int index = 1; index < 255; ++index) {
@@ -727,8 +729,8 @@ TEST(CutTablesAll, SingleValues)
     EXPECT_EQ(CUTmax_index_line, 3);
 }
 
-// Orders within a row fix the numbers of new nodes and the connect lists. They follow from no rule: these are the
-// hashes of all rows in their order.
+// Orders within a row fix the numbers of new nodes and the connect lists. They follow from no rule: these are
+// the hashes of all rows in their order.
 TEST(CutTablesAll, AllRowsAreAsTheyWere)
 {
     std::vector<std::string> hashes;

@@ -17,6 +17,49 @@ int UTILcontour(mesh_info *mesh, const void *data, int data_type, int null_flag,
                 qx_long **cont_conn, qx_long *cont_nconn, int nspace, float **coords, qx_long *nlow_lines,
                 qx_long **low_lines, qx_long *nhigh_lines, qx_long **high_lines);
 
+/* ---- data of a band's new nodes --------------------------------------------------------------------- */
+
+/* Carries node data, or coordinates, onto the new nodes of a contour band: along the edge of each to where
+ * the contoured variable takes the new node's level.
+ *
+ * nnodes            nodes of the mesh
+ * n_new             new nodes to work on
+ * first             number of the first of them: entry first of the next three is row 0 of out
+ * contour_type      element type of contour_data
+ * contour_data      the contoured variable, one element a node of the mesh
+ * level_lo          the band's levels, as the band was made with
+ * level_hi
+ * edge_a, edge_b    ends of each new node's edge, from entry 0: a node of the mesh below nnodes; nnodes + m
+ *                   is new node m, whose own ends must be nodes of the mesh. At most one end of an edge may
+ *                   be new. A negative end: the row of out stays as it was
+ * level_sel         0: the new node is at level_lo; otherwise: at level_hi
+ * veclen            elements a row of data and of out
+ * data_type         element type of data, out and the null value
+ * null_flag         not 0: elements of data equal to *null_value, one element, are null
+ * data_offset       elements by which data begins behind the row of node 0; element k of node n is
+ *                   data[n * veclen + k - data_offset]
+ * data              rows of the nodes of the mesh. The pointer contour_data itself: the contoured variable is
+ *                   carried, and out gets one element a new node, its level, whatever veclen is, also where
+ *                   an end is negative
+ * out               n_new rows
+ *
+ * With c for the contoured variable and L for the level, the row is row(a) + (row(b) - row(a)) * t with t =
+ * (L - c(a)) / (c(b) - c(a)), row(a) as it stands where c is the same at both ends. A new node at an end of
+ * the edge counts with its own level for c and with its own row, which is not rounded in between; t is then 0
+ * where the two values are equal. All arithmetic is in double. Results of integer types are truncated towards
+ * zero; outside the type's range they are any value.
+ *
+ * A component is null where it is null at either end; a row that is copied stays as it is. A new node at an
+ * end makes no null of its own: where one of its components comes out null, the null value goes on as a
+ * number.
+ *
+ * Returns 1; for an unknown type, of the two the contoured variable's first, reports "unknown data type" and
+ * returns 0. Allocates nothing, checks no status; any thread may call it on arrays of its own. */
+int UTILeval_contour(qx_long nnodes, qx_long n_new, qx_long first, int contour_type, const void *contour_data,
+                     double level_lo, double level_hi, const qx_long *edge_a, const qx_long *edge_b,
+                     const unsigned char *level_sel, int veclen, int data_type, int null_flag,
+                     const void *null_value, qx_long data_offset, const void *data, void *out);
+
 /* ---- node thresholds ------------------------------------------------------------------------------- *
  *
  * Which nodes survive a test of their values, and their new numbers. Survivors are numbered from 0 in node

@@ -105,9 +105,9 @@ extern const int ISOedge_table_hex[12];
 
 /* ---- cut cases -------------------------------------------------------------------------------------- *
  *
- * For every pattern of corners that a cut keeps: the new nodes on the edges of the cell, and the simplices that
- * fill the kept part, tetrahedra of volume cells, triangles of surface cells, lines of lines. Tables end in the
- * kind of cell.
+ * For every pattern of corners that a cut keeps: the new nodes on the edges of the cell, and the simplices
+ * that fill the kept part, tetrahedra of volume cells, triangles of surface cells, lines of lines. Tables end
+ * in the kind of cell.
  *
  * A case index has bit c set where corner c is kept, for all seven kinds; this is another order than that of
  * the isosurface cases. Corners are numbered as by the shape functions. Case 0, nothing kept, and the case
@@ -124,31 +124,34 @@ extern const int ISOedge_table_hex[12];
  *   CUTcell_type         output list of each cell: 0 tetrahedra, 4 triangles, 6 lines
  *   CUTcell_nnode        nodes of each cell
  *   CUTc_ind             by case: where the nodes of its cells begin in the next two
- *   CUTconnect_list      for each node of each cell a corner, or a new node by its place among those of the case
+ *   CUTconnect_list      for each node of each cell a corner, or a new node by its place among those of the
+ *                        case
  *   CUTnew_flag_list     beside it: 0 corner, 1 new node
  *
  *   CUTedge_nline        surface cells, by case: lines that the kept part ends in, inside the cell
  *   CUTedge_cind         by case: where its lines begin in the next
  *   CUTedge_connect_list new nodes by their places, two a line
  *
- * What holds of each row: every edge with one kept end has one new node and there are no others; cells are over
- * kept corners and new nodes and use all of them. On a quadrilateral side of a volume cell, two kept corners
- * across the diagonal stay apart, whichever side of the level is kept: a case and its complement then leave a
- * gap between them. hex 165 and 90, with diagonal corners on all sides, are four corner pieces each, a sixth of
- * the cell together. quad keeps its corners 0 and 2 together (case 5, four triangles) and 1 and 3 apart (case 10,
- * two).
+ * What holds of each row: every edge with one kept end has one new node and there are no others; cells are
+ * over kept corners and new nodes and use all of them. On a quadrilateral side of a volume cell, two kept
+ * corners across the diagonal stay apart, whichever side of the level is kept: a case and its complement then
+ * leave a gap between them. hex 165 and 90, with diagonal corners on all sides, are four corner pieces each,
+ * a sixth of the cell together. quad keeps its corners 0 and 2 together (case 5, four triangles) and 1 and 3
+ * apart (case 10, two).
  *
  * Neighbours keep the same part of the side that they share, but may divide it by another diagonal. With new
  * nodes at the midpoints no cell is inverted and a case and its complement do not overlap; the tables have a
  * few flat cells, 18 of hex, 3 of prism, 3 of pyr, which turn the diagonal of a side. Where all new nodes lie
- * in a plane, as for a linear field in a straight cell, a case and its complement fill the cell exactly. Where
- * they do not, they do so for tet, tri and quad (5 and 10 aside); a pyramid or prism can be left short or be
- * overfilled a little, and so can a hexahedron with diagonal corners.
+ * in a plane, as for a linear field in a straight cell, a case and its complement fill the cell exactly.
+ * Where they do not, they do so for tet, tri and quad (5 and 10 aside); a pyramid or prism can be left short
+ * or be overfilled a little, and so can a hexahedron with diagonal corners.
  *
- * Open arrays hold as many entries as are said here (new nodes, cells, nodes of cells), and zeros behind them:
+ * Open arrays hold as many entries as are said here (new nodes, cells, nodes of cells), and zeros behind
+ * them:
  *
  *   hex 1536, 1608, 6432      prism 288, 274, 1096      pyr 128, 121, 484      tet 48, 34, 136
- *   quad 32, 30, 90, 16 lines      tri 12, 9, 27, 6 lines      line 1, 2, 4, both cases with the same new node */
+ *   quad 32, 30, 90, 16 lines      tri 12, 9, 27, 6 lines
+ *   line 1, 2, 4, both cases with the same new node */
 
 /* Volume cells. */
 extern const int CUTmax_index_hex;
@@ -262,11 +265,12 @@ extern const unsigned char CUTnew_flag_list_line[];
  * What lies between two levels in a surface cell that has corners above the upper one and corners below the
  * lower one: both cuts in one row, and the lines along either level.
  *
- * A row is found by two sets of corners: hi_mask has bit c set where corner c is above the upper level, lo_mask
- * where it is at or above the lower one.
+ * A row is found by two sets of corners: hi_mask has bit c set where corner c is above the upper level,
+ * lo_mask where it is at or above the lower one.
  *
- *   CONTtable_index      by hi_mask * 16 + lo_mask for quad, hi_mask * 8 + lo_mask for tri: the row, from 1, or
- *                        -1. There is a row where hi_mask is not empty and part of a lo_mask that is not full
+ *   CONTtable_index      by hi_mask * 16 + lo_mask for quad, hi_mask * 8 + lo_mask for tri: the row, from 1;
+ *                        -1 where there is none. There is one where hi_mask is not empty and part of a
+ *                        lo_mask that is not full
  *   CONTnold_nodes       by row: corners in the band
  *   CONTnnew_nodes       by row: new nodes, at most 8
  *   CONTm_ind            by row: where its new nodes begin in the next three
@@ -278,7 +282,8 @@ extern const unsigned char CUTnew_flag_list_line[];
  *   CONTcell_type        output list of each cell: 4, triangles
  *   CONTcell_nnode       nodes of each cell: 3
  *   CONTc_ind            by row: where the nodes of its cells begin in the next two
- *   CONTconnect_list     for each node of each cell a corner, or a new node by its place among those of the row
+ *   CONTconnect_list     for each node of each cell a corner, or a new node by its place among those of the
+ *                        row
  *   CONTnew_flag_list    beside it: 0 corner, 1 new node
  *   CONTnedge1           by row: lines at the lower level
  *   CONTedge_ind1        by row: where they begin in the next
@@ -286,8 +291,8 @@ extern const unsigned char CUTnew_flag_list_line[];
  *   CONTnedge2, CONTedge_ind2, CONTconnect_edge2   the same of the upper level
  *
  * An edge that both levels cross has a new node at each. Row 0 and the entry behind the last row are 0. Open
- * arrays hold, in entries, for tri 48 new nodes, 30 cells of 90 nodes and 12 lines at each level; for quad 224
- * new nodes, 160 cells of 480 nodes and 56 lines at each level. */
+ * arrays hold, in entries, for tri 48 new nodes, 30 cells of 90 nodes and 12 lines at each level; for quad
+ * 224 new nodes, 160 cells of 480 nodes and 56 lines at each level. */
 
 extern const int CONTtable_index_tri[64];
 extern const int CONTnold_nodes_tri[14];

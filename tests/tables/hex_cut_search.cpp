@@ -11,17 +11,19 @@
 //   - where no face has diagonal corners a case and its complement share the triangles between them, so
 //     that together they fill the cell wherever on its edges the new nodes are
 //
-// and among what remains prefers the best-shaped pieces: the least sum of reciprocal shapes at midpoints, where
-// shape is 12 (3 V)^(2/3) over the sum of squared edges, 1 for a regular tetrahedron. A piece that could be
-// inverted by moving new nodes along their edges counts a hundred more. The surfaces that a case and its
-// complement end in are those of their cheapest splits; given these, the rows are the cheapest for the counts.
+// and among what remains prefers the best-shaped pieces: the least sum of reciprocal shapes at midpoints,
+// where shape is 12 (3 V)^(2/3) over the sum of squared edges, 1 for a regular tetrahedron. A piece that
+// could be inverted by moving new nodes along their edges counts a hundred more. The surfaces that a case and
+// its complement end in are those of their cheapest splits; given these, the rows are the cheapest for the
+// counts.
 //
 // A split is found through its boundary. Tetrahedra of positive orientation whose faces cancel but for the
 // boundary of a region fill this region, and nothing twice: the count of pieces around a point is how often
 // the boundary winds about it. So the search starts from the triangles inside the cell and, as long as a face
 // has nothing behind it, tries the pieces that fit on it; faces in a side of the cell need nothing behind.
-// It runs once for each shape of part, of which the others are turned copies. Counts are then shared out among
-// the cases as goods among stores, at least cost, with a price on flat pieces at which as many are taken as are told.
+// It runs once for each shape of part, of which the others are turned copies. Counts are then shared out
+// among the cases as goods among stores, at least cost, with a price on flat pieces at which as many are
+// taken as are told.
 //
 // It prints the table in the notation of cut_tables.cpp, and fails if that one has other rows.
 #include <skoklana/tables.h>
@@ -85,7 +87,8 @@ int volume_of(const tet &t)
     return volume_of(midpoint(t[0]), midpoint(t[1]), midpoint(t[2]), midpoint(t[3]));
 }
 
-// The volume is linear in the place of each new node, so it is least where all of them are at ends of their edges.
+// The volume is linear in the place of each new node, so it is least where all of them are at ends of their
+// edges.
 bool can_invert(const tet &t)
 {
     for (int ends = 0; ends < 16; ++ends) {
@@ -335,8 +338,8 @@ triangle turned_over(const triangle &t)
     return from_smallest({t[0], t[2], t[1]});
 }
 
-// Six times the volume between a surface and the kept corners: over the origin, the sides of the cell count where
-// they do not hold it.
+// Six times the volume between a surface and the kept corners: over the origin, the sides of the cell count
+// where they do not hold it.
 int volume_of(int part, const cut_surface &surface)
 {
     int volume = 0;
@@ -729,8 +732,9 @@ std::vector<tet> flat_pieces_on(const std::vector<tet> &pieces)
     return apart;
 }
 
-// The cheapest way to give each case a count so that as many have each count as are told. A case may have flat
-// pieces at a price each, which all count the same but for the last digits, so that they come one by one.
+// The cheapest way to give each case a count so that as many have each count as are told. A case may have
+// flat pieces at a price each, which all count the same but for the last digits, so that they come one by
+// one.
 std::vector<std::pair<int, int>> share_counts(const std::vector<case_splits> &splits, long price)
 {
     struct lane {
