@@ -72,6 +72,31 @@ static const OM_named_func named_functions[] = {
     ROW("isoline_func_unif",   UTILisoline_struct),
     ROW("isoline_func_rect",   UTILisoline_struct),
 
+    ROW("grad_func",        UTILgrad_cells),
+    ROW("grad_func_struct", UTILgrad_struct),
+    ROW("grad_func_unif",   UTILgrad_unif),
+    ROW("grad_func_rect",   UTILgrad_rect),
+
+    ROW("curl_func",        UTILcurl_cells),
+    ROW("curl_func_struct", UTILcurl_struct),
+    ROW("curl_func_unif",   UTILcurl_unif),
+    ROW("curl_func_rect",   UTILcurl_rect),
+
+    ROW("div_func",        UTILdiv_cells),
+    ROW("div_func_struct", UTILdiv_struct),
+    ROW("div_func_unif",   UTILdiv_unif),
+    ROW("div_func_rect",   UTILdiv_rect),
+
+    ROW("deriv3d_func",        UTILderiv_cell_3d),
+    ROW("deriv3d_func_struct", UTILderiv_struct_3d),
+    ROW("deriv3d_func_unif",   UTILderiv_unif_3d),
+    ROW("deriv3d_func_rect",   UTILderiv_rect_3d),
+
+    ROW("deriv2d_func",        UTILderiv_cell_2d),
+    ROW("deriv2d_func_struct", UTILderiv_struct_2d),
+    ROW("deriv2d_func_unif",   UTILderiv_unif_2d),
+    ROW("deriv2d_func_rect",   UTILderiv_rect_2d),
+
     ROW("thresh_null_func",        UTILthresh_null_cells),
     ROW("thresh_null_func_struct", UTILthresh_null_struct),
     ROW("thresh_null_func_unif",   UTILthresh_null_struct),
@@ -81,6 +106,21 @@ static const OM_named_func named_functions[] = {
     ROW("eval_coord_func_struct", UTILeval_param_coord),
     ROW("eval_coord_func_unif",   UTILeval_param_coord_unif),
     ROW("eval_coord_func_rect",   UTILeval_param_coord_rect),
+
+    ROW("curl_func",        UTILcurl_cells),
+    ROW("curl_func_struct", UTILcurl_struct),
+    ROW("curl_func_unif",   UTILcurl_unif),
+    ROW("curl_func_rect",   UTILcurl_rect),
+
+    ROW("div_func",        UTILdiv_cells),
+    ROW("div_func_struct", UTILdiv_struct),
+    ROW("div_func_unif",   UTILdiv_unif),
+    ROW("div_func_rect",   UTILdiv_rect),
+
+    ROW("cell_to_node_func",        UTILcell_to_node_cells),
+    ROW("cell_to_node_func_struct", UTILcell_to_node_struct),
+    ROW("cell_to_node_func_unif",   UTILcell_to_node_struct),
+    ROW("cell_to_node_func_rect",   UTILcell_to_node_struct),
 
     ROW("shape_func_line_1",  UTILsh_func_line_1),
     ROW("shape_deriv_line_1", UTILsh_deriv_line_1),
