@@ -7,7 +7,9 @@
 #define SKOKLANA_H
 
 #include <skoklana/array.h>
+#include <skoklana/boundary.h>
 #include <skoklana/cell.h>
+#include <skoklana/cell_faces.h>
 #include <skoklana/cell_nodes.h>
 #include <skoklana/containers.h>
 #include <skoklana/cut.h>
@@ -15,6 +17,7 @@
 #include <skoklana/glyph.h>
 #include <skoklana/iso.h>
 #include <skoklana/locate.h>
+#include <skoklana/measure.h>
 #include <skoklana/mesh.h>
 #include <skoklana/tables.h>
 #include <skoklana/types.h>

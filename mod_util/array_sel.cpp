@@ -1,16 +1,14 @@
 // Selection kernels: values clamped to bounds, rows copied by a list, components taken out of rows.
 //
 // All of these move data and do next to no arithmetic, so what counts is how few loads and stores an element
-// takes. Loops over contiguous values have a wide form. Row copies go by the bytes of a row, with the usual
-// sizes as constants: a copy is then a move or two in place of a call.
+// takes. Loops over contiguous values have a wide form.
 
 #include <skoklana/array.h>
 
 #include "classify.hpp"
 #include "dtype.hpp"
+#include "row_copy.hpp"
 #include "simd.hpp"
-
-#include <cstring>
 
 // ---- clamp -------------------------------------------------------------------------------------------------
 
@@ -70,36 +68,6 @@ static int clamp_component(qx_long count, const T *in, int stride, int offset, i
 
 // ---- copy by list ------------------------------------------------------------------------------------------
 
-template <size_t row_bytes>
-static void copy_listed_rows(const char *in, qx_long count, const qx_long *list, char *out)
-{
-    for (qx_long i = 0; i < count; ++i)
-        memcpy(out + i * static_cast<qx_long>(row_bytes), in + list[i] * static_cast<qx_long>(row_bytes),
-               row_bytes);
-}
-
-static void copy_listed(qx_long row_bytes, const void *in_rows, qx_long count, const qx_long *list,
-                        void *out_rows)
-{
-    const char *in = static_cast<const char *>(in_rows);
-    char *out = static_cast<char *>(out_rows);
-    switch (row_bytes) {
-    case 1: return copy_listed_rows<1>(in, count, list, out);
-    case 2: return copy_listed_rows<2>(in, count, list, out);
-    case 3: return copy_listed_rows<3>(in, count, list, out);
-    case 4: return copy_listed_rows<4>(in, count, list, out);
-    case 6: return copy_listed_rows<6>(in, count, list, out);
-    case 8: return copy_listed_rows<8>(in, count, list, out);
-    case 12: return copy_listed_rows<12>(in, count, list, out);
-    case 16: return copy_listed_rows<16>(in, count, list, out);
-    case 24: return copy_listed_rows<24>(in, count, list, out);
-    case 32: return copy_listed_rows<32>(in, count, list, out);
-    default: break;
-    }
-    for (qx_long i = 0; i < count; ++i)
-        memcpy(out + i * row_bytes, in + list[i] * row_bytes, static_cast<size_t>(row_bytes));
-}
-
 template <typename T>
 static int copy_by_list(int veclen, const T *in, qx_long count, const qx_long *list, T *out)
 {
@@ -109,26 +77,9 @@ static int copy_by_list(int veclen, const T *in, qx_long count, const qx_long *l
 
 // ---- extraction --------------------------------------------------------------------------------------------
 
-// A known stride lets the compiler load whole vectors and shuffle.
-template <int stride, typename T> static void take_component(qx_long count, const T *in, T *out)
-{
-    for (qx_long i = 0; i < count; ++i)
-        out[i] = in[i * stride];
-}
-
 template <typename T> static int extract_component(qx_long count, int stride, const T *in, int offset, T *out)
 {
-    if (count < 1) return 1;
-    const T *from = in + offset;
-    switch (stride) {
-    case 1: memmove(out, from, static_cast<size_t>(count) * sizeof(T)); break;
-    case 2: take_component<2>(count, from, out); break;
-    case 3: take_component<3>(count, from, out); break;
-    case 4: take_component<4>(count, from, out); break;
-    default:
-        for (qx_long i = 0; i < count; ++i)
-            out[i] = from[i * stride];
-    }
+    if (count > 0) copy_every(stride, count, in + offset, out);
     return 1;
 }
 

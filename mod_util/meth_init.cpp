@@ -21,6 +21,7 @@
 #include <skoklana/host/om.h>
 #include <skoklana/iso.h>
 #include <skoklana/locate.h>
+#include <skoklana/measure.h>
 #include <skoklana/mesh.h>
 
 // clang-format off
@@ -125,6 +126,7 @@ static const OM_named_func named_functions[] = {
     ROW("shape_func_line_1",  UTILsh_func_line_1),
     ROW("shape_deriv_line_1", UTILsh_deriv_line_1),
     ROW("rev_par_line_1",     UTILrev_par_line_1),
+    ROW("vol_integr_line_1",  UTILvol_integr_cell_line),
 
     ROW("shape_func_line_2",  UTILsh_func_line_2),
     ROW("shape_deriv_line_2", UTILsh_deriv_line_2),
@@ -135,6 +137,7 @@ static const OM_named_func named_functions[] = {
     ROW("shape_deriv_tri_1", UTILsh_deriv_tri_1),
     ROW("rev_par_tri_1",     UTILrev_par_tri_1),
     ROW("isoline_tri_1",     UTILisoline_tri),
+    ROW("vol_integr_tri_1",   UTILvol_integr_cell_tri),
 
     ROW("shape_func_tri_2",  UTILsh_func_tri_2),
     ROW("shape_deriv_tri_2", UTILsh_deriv_tri_2),
@@ -145,6 +148,7 @@ static const OM_named_func named_functions[] = {
     ROW("shape_deriv_quad_1", UTILsh_deriv_quad_1),
     ROW("rev_par_quad_1",     UTILrev_par_quad_1),
     ROW("isoline_quad_1",     UTILisoline_quad),
+    ROW("vol_integr_quad_1",  UTILvol_integr_cell_quad),
 
     ROW("shape_func_quad_2",  UTILsh_func_quad_2),
     ROW("shape_deriv_quad_2", UTILsh_deriv_quad_2),
@@ -155,6 +159,7 @@ static const OM_named_func named_functions[] = {
     ROW("shape_deriv_hex_1", UTILsh_deriv_hex_1),
     ROW("rev_par_hex_1",     UTILrev_par_hex_1),
     ROW("slice_cell_hex_1",  UTILslice_hex),
+    ROW("vol_integr_hex_1",   UTILvol_integr_cell_hex),
 
     ROW("shape_func_hex_2",  UTILsh_func_hex_2),
     ROW("shape_deriv_hex_2", UTILsh_deriv_hex_2),
@@ -165,6 +170,7 @@ static const OM_named_func named_functions[] = {
     ROW("shape_deriv_tet_1", UTILsh_deriv_tet_1),
     ROW("rev_par_tet_1",     UTILrev_par_tet_1),
     ROW("slice_cell_tet_1",  UTILslice_tet),
+    ROW("vol_integr_tet_1",   UTILvol_integr_cell_tet),
 
     ROW("shape_func_tet_2",  UTILsh_func_tet_2),
     ROW("shape_deriv_tet_2", UTILsh_deriv_tet_2),
@@ -175,6 +181,7 @@ static const OM_named_func named_functions[] = {
     ROW("shape_deriv_prism_1", UTILsh_deriv_pent_1),
     ROW("rev_par_prism_1",     UTILrev_par_pent_1),
     ROW("slice_cell_prism_1",  UTILslice_prism),
+    ROW("vol_integr_prism_1",  UTILvol_integr_cell_prism),
 
     ROW("shape_func_prism_2",  UTILsh_func_pent_2),
     ROW("shape_deriv_prism_2", UTILsh_deriv_pent_2),

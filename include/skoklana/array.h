@@ -1,5 +1,6 @@
 /* Kernels on typed arrays: values clamped, replaced or classified against bounds, rows copied by a list,
- * components taken out of rows and put together.
+ * components taken out of rows and put together, grids brought to another size, windows and blends, vectors
+ * split along a direction.
  *
  * The arrays know nothing of meshes. Each operation stands in a form for any type, which takes a data_type of
  * skoklana/types.h, and in a form a type, named with the suffix _char, _byte, _short, _int, _float, _double
@@ -11,7 +12,7 @@
  *   null_flag        not 0: elements that equal the null value are null. In the forms for any type
  *                    null_value points to one element
  *
- * Every operation returns 1. An unknown type makes the forms for any type report "unknown data type" under
+ * Every operation returns 1 unless its own text says otherwise. An unknown type makes the forms for any type report "unknown data type" under
  * their own name and return 0, whatever the count; UTILthreshold returns 0 without a word.
  *
  * All arrays are borrowed and nothing is allocated. An output array may not overlap an input unless the text
@@ -180,6 +181,138 @@ int UTILthreshold_scalar_double(qx_long count, const double *data, int null_flag
 int UTILthreshold_scalar_qx_long(qx_long count, const qx_long *data, int null_flag, qx_long null_value,
                                  int inclusive, double level, int below, int above, int null_code,
                                  unsigned char *out);
+
+/* ---- grids of another size ------------------------------------------------------------------------- */
+
+/* Keeps samples 0, step, 2 step, ... along each axis of a grid, in order and side by side.
+ *
+ * ndim    axes, at most 16; below 1 nothing is written
+ * dims    ndim entries: samples along each axis, axis 0 fastest
+ * steps   ndim entries, 1 and up; one that does not divide its dimension stops before the end
+ * in      one element a sample: for rows of veclen elements give veclen as an axis 0 of step 1
+ * out     out, the product of (dims - 1) / steps + 1 elements
+ *
+ * Returns 0, without a word, for more than 16 axes, whatever the type, and for a step below 1. Cost: leading
+ * axes of step 1 are copied whole. */
+int UTILdownsize(int ndim, const qx_long *dims, const int *steps, int dtype, const void *in, void *out);
+/* The same by type, for callers with blocks of their own.
+ *
+ * dims, steps   ndim entries, in elements of in along each axis
+ * blocks        ndim entries: the elements copied for each sample; that of axis 0 is used
+ * offset        in and out: where in out the next element goes, advanced by what was copied
+ *
+ * Returns 0 for a step below 1. */
+int UTILdownsize_char(int ndim, const qx_long *dims, const qx_long *steps, const qx_long *blocks,
+                      const signed char *in, signed char *out, qx_long *offset);
+int UTILdownsize_byte(int ndim, const qx_long *dims, const qx_long *steps, const qx_long *blocks,
+                      const unsigned char *in, unsigned char *out, qx_long *offset);
+int UTILdownsize_short(int ndim, const qx_long *dims, const qx_long *steps, const qx_long *blocks,
+                       const short *in, short *out, qx_long *offset);
+int UTILdownsize_int(int ndim, const qx_long *dims, const qx_long *steps, const qx_long *blocks,
+                     const int *in, int *out, qx_long *offset);
+int UTILdownsize_float(int ndim, const qx_long *dims, const qx_long *steps, const qx_long *blocks,
+                       const float *in, float *out, qx_long *offset);
+int UTILdownsize_double(int ndim, const qx_long *dims, const qx_long *steps, const qx_long *blocks,
+                        const double *in, double *out, qx_long *offset);
+int UTILdownsize_qx_long(int ndim, const qx_long *dims, const qx_long *steps, const qx_long *blocks,
+                         const qx_long *in, qx_long *out, qx_long *offset);
+
+/* Maps a grid onto one of another size by nearest sample, corners on corners.
+ *
+ * ndim                axes, 1 to 3; for any other number nothing is written
+ * in_dims, out_dims   ndim entries: samples along each axis, 1 and up, axis 0 fastest
+ * veclen              elements a sample
+ * in, out             rows of veclen elements, a row a sample
+ *
+ * Output sample i of an axis is input sample trunc(i * (in - 1.0) / (out - 1.0) + 0.4999999999999), in double:
+ * halfway between two the lower one, up to some 1000 samples an axis, beyond which the sum may round up. An
+ * axis of one output sample takes the first. Equal sizes give a copy. */
+int UTILresample(int ndim, const qx_long *in_dims, const qx_long *out_dims, int veclen, int dtype,
+                 const void *in, void *out);
+/* The same by type. */
+int UTILresample_char(int ndim, const qx_long *in_dims, const qx_long *out_dims, int veclen,
+                      const signed char *in, signed char *out);
+int UTILresample_byte(int ndim, const qx_long *in_dims, const qx_long *out_dims, int veclen,
+                      const unsigned char *in, unsigned char *out);
+int UTILresample_short(int ndim, const qx_long *in_dims, const qx_long *out_dims, int veclen, const short *in,
+                       short *out);
+int UTILresample_int(int ndim, const qx_long *in_dims, const qx_long *out_dims, int veclen, const int *in,
+                     int *out);
+int UTILresample_float(int ndim, const qx_long *in_dims, const qx_long *out_dims, int veclen, const float *in,
+                       float *out);
+int UTILresample_double(int ndim, const qx_long *in_dims, const qx_long *out_dims, int veclen,
+                        const double *in, double *out);
+int UTILresample_qx_long(int ndim, const qx_long *in_dims, const qx_long *out_dims, int veclen,
+                         const qx_long *in, qx_long *out);
+
+/* ---- windows and blends ---------------------------------------------------------------------------- */
+
+/* Runs a weighted window along an array: sample i of out is the sum of weights[k] * in[i + k - nweights / 2].
+ *
+ * nweights   1 and up
+ * weights    nweights entries; unless their sum in double is exactly 1 they are divided by it
+ * count      samples
+ * veclen     components a sample, each summed by itself
+ * in, out    rows of veclen elements; they may not overlap
+ *
+ * Near the ends the weights that meet no sample drop out and the others are divided by their sum; one that is 0
+ * gives what the division gives. Sums are in double, in the order of the weights, truncated towards zero for
+ * the integer types: past the range of int, or of qx_long, they stop at its end, and narrower types keep the
+ * low bits of an int.
+ *
+ * Returns 0, without a word and with out as it was, for weights that sum to 0 and for nweights below 1. An
+ * unknown type is reported under "UTILfilter". Cost: count * veclen * nweights multiplications. */
+int UTILfilter_1d(int nweights, const float *weights, qx_long count, int veclen, int dtype, const void *in,
+                  void *out);
+/* The same by type. */
+int UTILfilter_1d_char(int nweights, const float *weights, qx_long count, int veclen, const signed char *in,
+                       signed char *out);
+int UTILfilter_1d_byte(int nweights, const float *weights, qx_long count, int veclen, const unsigned char *in,
+                       unsigned char *out);
+int UTILfilter_1d_short(int nweights, const float *weights, qx_long count, int veclen, const short *in,
+                        short *out);
+int UTILfilter_1d_int(int nweights, const float *weights, qx_long count, int veclen, const int *in, int *out);
+int UTILfilter_1d_float(int nweights, const float *weights, qx_long count, int veclen, const float *in,
+                        float *out);
+int UTILfilter_1d_double(int nweights, const float *weights, qx_long count, int veclen, const double *in,
+                         double *out);
+int UTILfilter_1d_qx_long(int nweights, const float *weights, qx_long count, int veclen, const qx_long *in,
+                          qx_long *out);
+
+/* Blends two arrays: out[i] = (b[i] - a[i]) * t + a[i].
+ *
+ * t           0 gives a, 1 gives b as far as the sum in double does
+ * a, b, out   count elements; out may be a or b
+ *
+ * In double, brought into the type as by UTILfilter_1d. */
+int UTILinterpolate(qx_long count, double t, int dtype, const void *a, const void *b, void *out);
+/* The same by type. */
+int UTILinterpolate_char(qx_long count, double t, const signed char *a, const signed char *b,
+                         signed char *out);
+int UTILinterpolate_byte(qx_long count, double t, const unsigned char *a, const unsigned char *b,
+                         unsigned char *out);
+int UTILinterpolate_short(qx_long count, double t, const short *a, const short *b, short *out);
+int UTILinterpolate_int(qx_long count, double t, const int *a, const int *b, int *out);
+int UTILinterpolate_float(qx_long count, double t, const float *a, const float *b, float *out);
+int UTILinterpolate_double(qx_long count, double t, const double *a, const double *b, double *out);
+int UTILinterpolate_qx_long(qx_long count, double t, const qx_long *a, const qx_long *b, qx_long *out);
+
+/* ---- vectors along a direction --------------------------------------------------------------------- */
+
+/* Takes the part of each vector along a direction, or the part across it.
+ *
+ * count    vectors
+ * veclen   components a vector, at most 3; further ones of a row are not read, nor written
+ * in       rows of veclen elements
+ * mode     0: axial, dot(v, dir) * dir; 1: tangential, v - dot(v, dir) * dir
+ * dir      3 floats, whatever veclen; used as they stand: the parts add up to the vector only for a unit vector
+ * out      out, rows of veclen floats; may be in if that holds floats
+ *
+ * In single precision, values converted by one rounding; missing components count as 0. An unknown type reports
+ * "Illegal data type." under "UTILproj_vec" and gives 0. So does, with "Illegal mode. 0:Axial, 1:Tangential.",
+ * any other mode where there is a component to write. */
+int UTILproj_vec(qx_long count, int veclen, int dtype, const void *in, int mode, const float *dir,
+                 float *out);
 
 SKOKLANA_END
 #endif
