@@ -20,9 +20,6 @@ namespace {
 // has less than 2^63 bytes.
 constexpr qx_long max_items = qx_long{1} << 55;
 
-// The kind of a structured cell, by ndim.
-const int lattice_cell[4] = {-1, CELL_LINE, CELL_QUAD, CELL_HEX};
-
 long long printed(qx_long number)
 {
     return number;

@@ -8,11 +8,15 @@
 #include <cstdint>
 #include <cstdlib>
 
+// Cells as they were added.
 struct cell_set {
     int kind, order;
     qx_long count;
     const qx_long *connect; // borrowed; NULL for the cells of a lattice
 };
+
+// The kind of a structured cell, by the number of axes.
+constexpr int lattice_cell[4] = {-1, CELL_LINE, CELL_QUAD, CELL_HEX};
 
 // Fields are zeroed when they are made: what a kind of mesh does not have is 0 or NULL.
 struct host_field {

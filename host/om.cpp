@@ -6,6 +6,7 @@
 //
 // A status range is kept as the overall percentages at which it begins and ends, so that a check maps its
 // own percentage in one step however deep it is nested. Each thread has ranges of its own.
+#include "progress.hpp"
 #include "registry.hpp"
 #include "report.hpp"
 
@@ -96,6 +97,7 @@ struct status_ranges {
 };
 
 thread_local status_ranges ranges;
+thread_local bool told_to_stop;
 
 host_progress_handler progress_handler = nullptr;
 void *progress_user = nullptr;
@@ -163,6 +165,24 @@ int refused_tables()
     return functions.refused;
 }
 
+bool is_stopped(long long done, long long total, const char *message)
+{
+    int stop = 0;
+    OMstatus_check(static_cast<int>(100.0 * static_cast<double>(done) / static_cast<double>(total)), message,
+                   &stop);
+    return stop != 0;
+}
+
+bool was_told_to_stop()
+{
+    return told_to_stop;
+}
+
+void forget_stops()
+{
+    told_to_stop = false;
+}
+
 extern "C" {
 
 const OMobj_id OMroot_obj = {{setting_tag, 0}};
@@ -202,6 +222,7 @@ int OMstatus_check(int percent, const char *message, int *stop)
         const int whole = static_cast<int>(overall(percent) + 1e-9);
         if (progress_handler(progress_user, whole, message) != 0) asked = 1;
     }
+    if (asked != 0) told_to_stop = true;
     if (stop != nullptr) *stop = asked;
     return 1;
 }

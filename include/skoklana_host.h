@@ -28,6 +28,8 @@
 #include <skoklana/cell_nodes.h>
 #include <skoklana/mesh.h>
 
+#include <stddef.h>
+
 SKOKLANA_BEGIN
 
 typedef struct host_field host_field;
@@ -140,6 +142,121 @@ void host_set_progress_handler(host_progress_handler handler, void *user);
  * handlers. The request stands until host_clear_interrupt. */
 void host_interrupt(void);
 void host_clear_interrupt(void);
+
+/* ---- results, arrays and options ---------------------------------------------------------------------- *
+ *
+ * Calls below that work on a whole mesh give one of three results. Where it is not HOST_DONE nothing is handed
+ * over. HOST_FAILED: host_error tells why. HOST_STOPPED: the program asked for it. */
+enum { HOST_STOPPED = -1, HOST_FAILED = 0, HOST_DONE = 1 };
+
+/* An array of a program.
+ *
+ * data     borrowed: rows of veclen elements of type
+ * type     DTYPE_CHAR to DTYPE_QX_LONG
+ * veclen   elements a row, 1 and up
+ * null     borrowed: one element of type. A row whose first element equals it has no value. NULL: all rows have */
+typedef struct host_array {
+    const void *data;
+    int type;
+    int veclen;
+    const void *null;
+} host_array;
+
+/* Records of options begin with their size: set it to sizeof the record and everything else to 0, which stands
+ * for the default. NULL for a record is all defaults.
+ *
+ *     host_locator_options options = {sizeof options};
+ *     options.tolerance = 1e-3; */
+
+/* ---- exact location ------------------------------------------------------------------------------------ *
+ *
+ * The operations of locate.h are made for drawing: they take a point up to a twentieth of a cell outside, and
+ * stop short of its place within the cell. These here find the place to the precision of coordinates.
+ *
+ *     host_locator *locator;
+ *     host_places *places;
+ *     const host_array points = {xyz, DTYPE_FLOAT, 3, NULL}, values = {data, DTYPE_DOUBLE, 1, NULL};
+ *     host_make_locator(field, NULL, &locator);                   once a mesh
+ *     host_locate(locator, &points, npoints, &places);            once a list of points
+ *     host_sample_nodes(places, &values, out, mask);              once an array
+ *
+ * A point belongs to the cell of lowest number among those that hold it within rounding, which is one unit in the
+ * last place of float coordinates of the cell's size; so points on faces, on edges and at nodes are found. A point
+ * in no cell belongs to the nearest one within the locator's tolerance, at the nearest place of that cell. Any other
+ * is outside, NaN included.
+ *
+ * Cells are numbered through all cell sets, in their order. Cells of structured meshes are numbered with axis 0
+ * fastest, (k * (dims[1] - 1) + j) * (dims[0] - 1) + i, as cell maps of isosurfaces number them; axes of one node are
+ * passed over, so that a mesh with dims (9, 1, 4) has 8 * 3 quadrilaterals. Cells without extent, and those with
+ * coordinates that are not finite, hold no point.
+ *
+ * Places and weights are worked out in double. All kinds have shape functions of their own, of second order too:
+ * prisms those of the serendipity family, pyramids the rational ones that agree with their neighbours' on each
+ * face. Where cells of second order are distorted so much that their map folds, one of the places is found. */
+
+typedef struct host_locator host_locator;
+
+typedef struct host_locator_options {
+    size_t size;
+    double tolerance; /* how far outside all cells a point may lie, in coordinates; 0: a millionth of the
+                         diagonal of the mesh's box; below 0: none */
+} host_locator_options;
+
+/* Prepares a field for location. The field must outlive the locator, and everything made with it. Read only once
+ * made: any number of threads may locate with it at a time.
+ *
+ * out   handed over, to host_free_locator; NULL unless HOST_DONE
+ *
+ * Takes 24 bytes and a block table of about 40 bytes a cell for cell sets and curvilinear meshes, and while it is
+ * made 16 bytes a cell; next to nothing for others. */
+int host_make_locator(host_field *field, const host_locator_options *options, host_locator **out);
+void host_free_locator(host_locator *locator); /* NULL is taken */
+
+/* Located points. */
+typedef struct host_places {
+    qx_long npoints;
+    const qx_long *cell; /* npoints entries: the point's cell; -1: outside */
+    const double
+        *uvw; /* npoints rows of 3: the place in the cell, in the parameters of cell_nodes.h; those of
+                            a pyramid are u and v over the half width at w, each from -1 to 1. 0 where the kind
+                            has no such parameter, and outside */
+} host_places;
+
+/* Locates points.
+ *
+ * points   npoints rows of 1 to 3 floats or doubles; coordinates that are missing are 0, and so are those that the
+ *          mesh does not have
+ * out      handed over, to host_free_places; NULL unless HOST_DONE. It leans on the field, not on the locator
+ *
+ * Cost: some tens of boxes and one or two cells a point. Large lists are best located in one call. */
+int host_locate(const host_locator *locator, const host_array *points, qx_long npoints, host_places **out);
+void host_free_places(host_places *places); /* NULL is taken */
+
+/* ---- sampling ---------------------------------------------------------------------------------------------- */
+
+/* Samples node data at located points.
+ *
+ * values   a row a node of the field
+ * out      npoints rows like those of values
+ * mask     npoints entries: 1 where the row has a value, 0 for points outside and where a node that takes part is
+ *          null; rows of the latter are 0. May be NULL
+ *
+ * Nodes take part whose weight is more than 1e-9: at a node, and on a face, none of the others. Values of integer
+ * types are rounded to the nearest, and stop at the end of the type's range; all are computed in double. A
+ * constant comes back as it is. */
+int host_sample_nodes(const host_places *places, const host_array *values, void *out, unsigned char *mask);
+
+/* The same for cell data: each point has the row of its cell, as it stands.
+ *
+ * values   a row a cell, by the cell's number */
+int host_sample_cells(const host_places *places, const host_array *values, void *out, unsigned char *mask);
+
+/* The nodes that take part in a point's values, and their weights, which sum to 1.
+ *
+ * nodes, weights   out, room for 20 entries
+ *
+ * Returns how many there are; 0 for a point outside. */
+int host_place_weights(const host_places *places, qx_long point, qx_long *nodes, double *weights);
 
 /* ---- settings ------------------------------------------------------------------------------------------ */
 

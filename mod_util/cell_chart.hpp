@@ -1,4 +1,4 @@
-// Charts: what a point moves in when it is led to its parametric position in a cell. The host includes this too.
+// Charts: what a point moves in when it is led to its parametric position in a cell.
 //
 // For solids the chart is space itself. For surfaces and curves it is the local axes of the cell at the
 // estimate, in which what lies off the surface or curve stands apart from what lies along it.

@@ -1,3 +1,5 @@
+// The embedded host includes this header too.
+//
 // Shape functions and their parametric derivatives. The host includes this header too.
 //
 // Generated from the node positions of cell_nodes.h.
@@ -97,7 +99,7 @@ template <int Kind, int Order> struct tensor_shape {
         double u[3];
     };
 
-    static FORCE_INLINE at prepare(const float *uvw)
+    template <typename Real> static FORCE_INLINE at prepare(const Real *uvw)
     {
         at p = {};
         for (int d = 0; d < axes; ++d)
@@ -159,7 +161,7 @@ template <int Kind, int Order> struct tensor_shape {
 template <int Axes> struct barycentric {
     double L[Axes + 1];
 
-    static FORCE_INLINE barycentric of(const float *uvw)
+    template <typename Real> static FORCE_INLINE barycentric of(const Real *uvw)
     {
         barycentric p = {};
         p.L[Axes] = 1;
@@ -182,7 +184,7 @@ template <int Kind, int Order> struct simplex_shape {
     static constexpr int axes = cell_kinds[Kind].ndim;
     using at = barycentric<axes>;
 
-    static FORCE_INLINE at prepare(const float *uvw) { return at::of(uvw); }
+    template <typename Real> static FORCE_INLINE at prepare(const Real *uvw) { return at::of(uvw); }
 
     template <int Node> static FORCE_INLINE double value(const at &p)
     {
@@ -215,7 +217,10 @@ template <int Order> struct prism_shape {
         double w;
     };
 
-    static FORCE_INLINE at prepare(const float *uvw) { return {barycentric<2>::of(uvw), uvw[2]}; }
+    template <typename Real> static FORCE_INLINE at prepare(const Real *uvw)
+    {
+        return {barycentric<2>::of(uvw), uvw[2]};
+    }
 
     // Node 7 of the second order takes the function of node 6, so the functions do not sum to 1 and a
     // position or value interpolated with them depends on the origin. Values and positions that hosts
@@ -226,7 +231,12 @@ template <int Order> struct prism_shape {
 
     template <int Given> static FORCE_INLINE double value(const at &p)
     {
-        constexpr int Node = standing_in_for(Given);
+        return own_value<standing_in_for(Given)>(p);
+    }
+
+    // The function that is 1 at the node and 0 at all others: these sum to 1.
+    template <int Node> static FORCE_INLINE double own_value(const at &p)
+    {
         constexpr simplex_ends e = ends_in_simplex(CELL_PRISM, 2, Node);
         constexpr int c = place_on_axis(CELL_PRISM, Node, 2);
         const double along = axis_factor<c>(p.w), L = p.base.L[e.a];
@@ -276,7 +286,7 @@ struct pyramid_shape {
     using base = tensor_shape<CELL_PYR, 1>;
     using at = base::at;
 
-    static FORCE_INLINE at prepare(const float *uvw) { return base::prepare(uvw); }
+    template <typename Real> static FORCE_INLINE at prepare(const Real *uvw) { return base::prepare(uvw); }
 
     template <int Node> static FORCE_INLINE double value(const at &p)
     {

@@ -1,3 +1,5 @@
+// The embedded host includes this header too.
+//
 // Wider instructions, chosen at run time. The host includes this header too.
 //
 // A kernel that gains from them is written once as an always-inline body and instantiated twice: plainly,

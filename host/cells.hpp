@@ -1,0 +1,77 @@
+// The cells of a field of any kind, by number: what their nodes are.
+//
+// Cells of structured meshes are numbered with axis 0 fastest, and axes of one node are passed over: a lattice of
+// dims (4, 1, 3) is one of quadrilaterals. Their nodes stand in location order, so that shape functions can be
+// used on them. Cells of sets are numbered through all sets.
+#pragma once
+
+#include "field.hpp"
+
+#include "mod_util/cell_set.hpp"
+#include "mod_util/lattice.hpp"
+
+struct cell_view {
+    int kind, order, nnodes;
+    const qx_long *nodes;
+    qx_long corners[8]; // of cells that have no list of nodes
+};
+
+class field_cells {
+  public:
+    // The field's mesh has been made.
+    explicit field_cells(const host_field *field_) : field(field_), count(0)
+    {
+        if (field->kind == KIND_CELLS) {
+            count = field->made.ncells;
+            return;
+        }
+        qx_long ncells = 1;
+        for (int d = 0; d < field->ndim; ++d) {
+            if (field->dims[d] == 1) continue;
+            axis[naxes] = d;
+            dims[naxes++] = field->dims[d];
+            ncells *= field->dims[d] - 1;
+        }
+        steps = steps_of(naxes, dims);
+        if (naxes > 0) count = ncells;
+    }
+
+    qx_long size() const { return count; }
+
+    // A cell's nodes; the view leans on the field, or on itself.
+    void look_up(qx_long cell, cell_view *view) const
+    {
+        if (field->kind == KIND_CELLS) {
+            const cell_place place = find_set(&field->made, cell);
+            const cell_set &set = field->sets[place.set];
+            view->kind = set.kind;
+            view->order = set.order;
+            view->nnodes = field->made.cell_nnodes[place.set];
+            view->nodes = set.connect + place.local * view->nnodes;
+            return;
+        }
+        view->kind = lattice_cell[naxes];
+        view->order = 1;
+        view->nnodes = 1 << naxes;
+        view->nodes = view->corners;
+        location_order_nodes(lowest_node(cell), steps, view->nnodes, view->corners);
+    }
+
+    const host_field *field;
+    int naxes = 0;               // of a lattice: axes of more than one node
+    int axis[3] = {0, 0, 0};     // which they are
+    qx_long dims[3] = {1, 1, 1}; // their nodes
+
+  private:
+    qx_long lowest_node(qx_long cell) const
+    {
+        if (naxes == 1) return cell;
+        const qx_long across = dims[0] - 1, rows = cell / across, i = cell - rows * across;
+        if (naxes == 2) return rows * steps.row + i;
+        const qx_long up = dims[1] - 1, k = rows / up, j = rows - k * up;
+        return k * steps.plane + j * steps.row + i;
+    }
+
+    qx_long count;
+    lattice_steps steps = {0, 0};
+};

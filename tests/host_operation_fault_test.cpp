@@ -1,0 +1,111 @@
+// The host's own operations without memory, and asked to stop: host and library are linked as objects, so that each
+// allocation of either can be refused in turn. Nothing is handed over then, nothing is leaked, and the text says what
+// happened.
+#include "support/host_calls.hpp"
+#include "support/meshes.hpp"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <string>
+
+namespace {
+
+// Runs an operation with each allocation refused in turn, until none is. use gives the operation's result and
+// releases what it was given.
+void refuse_each(const std::function<int()> &use)
+{
+    for (int k = 0;; ++k) {
+        ASSERT_LT(k, 500);
+        host_calls::watch watch;
+        host_calls::fail_allocation(k);
+        const int done = use();
+        const bool refused = host_calls::allocation_was_refused();
+        EXPECT_EQ(watch.live_blocks(), 0) << "allocation " << k;
+        if (!refused) {
+            EXPECT_EQ(done, HOST_DONE);
+            EXPECT_GT(k, 0);
+            return;
+        }
+        EXPECT_TRUE(done == HOST_FAILED || done == HOST_DONE) << "allocation " << k;
+        EXPECT_TRUE(done == HOST_DONE || *host_error() != 0) << "allocation " << k;
+    }
+}
+
+struct counted_checks {
+    int seen, stop_at;
+};
+
+int count_check(void *user, int, const char *)
+{
+    counted_checks *checks = static_cast<counted_checks *>(user);
+    return checks->seen++ >= checks->stop_at;
+}
+
+// The same with a request to stop from each status check on in turn.
+void stop_at_each(const std::function<int()> &use)
+{
+    for (int k = 0;; ++k) {
+        ASSERT_LT(k, 5000);
+        host_calls::reset();
+        host_calls::watch watch;
+        counted_checks checks = {0, k};
+        host_set_progress_handler(count_check, &checks);
+        const int done = use();
+        host_set_progress_handler(nullptr, nullptr);
+        EXPECT_EQ(watch.live_blocks(), 0) << "check " << k;
+        EXPECT_EQ(host_calls::seen().depth, 0) << "check " << k;
+        if (checks.seen <= k) {
+            EXPECT_EQ(done, HOST_DONE);
+            EXPECT_GT(k, 0);
+            return;
+        }
+        EXPECT_TRUE(done == HOST_STOPPED || checks.seen == k + 1)
+            << "check " << k; // or the last one, too late
+    }
+}
+
+std::vector<meshes::mesh_ptr> some_meshes()
+{
+    std::vector<meshes::mesh_ptr> all;
+    all.push_back(meshes::mixed({CELL_HEX, CELL_TET}, {1, 2}, 4, 1));
+    all.push_back(meshes::curvilinear({7, 6, 5}, 3, {0, 0, 0}, {1, 1, 1}, 3));
+    all.push_back(meshes::rectilinear({7, 6, 5}, 3, {0, 0, 0}, {1, 1, 1}, 3));
+    all.push_back(meshes::uniform({7, 6, 5}, 3, {0, 0, 0}, {1, 1, 1}));
+    return all;
+}
+
+int locate_and_sample(host_field *field, qx_long npoints)
+{
+    static const std::vector<float> points = meshes::random_values<float>(3, 3 * 6000, 0, 1);
+    static const std::vector<double> data = meshes::random_values<double>(4, 4000, 0, 1);
+    static std::vector<double> out(6000);
+    host_locator *locator = nullptr;
+    host_places *places = nullptr;
+    const host_array at = {points.data(), DTYPE_FLOAT, 3, nullptr},
+                     values = {data.data(), DTYPE_DOUBLE, 1, nullptr};
+    int done = host_make_locator(field, nullptr, &locator);
+    EXPECT_EQ(locator != nullptr, done == HOST_DONE);
+    if (done == HOST_DONE) {
+        done = host_locate(locator, &at, npoints, &places);
+        EXPECT_EQ(places != nullptr, done == HOST_DONE);
+    }
+    if (done == HOST_DONE) done = host_sample_nodes(places, &values, out.data(), nullptr);
+    host_free_places(places);
+    host_free_locator(locator);
+    return done;
+}
+
+} // namespace
+
+TEST(HostOperations, LocateAndSampleOrFailAsAWhole)
+{
+    for (const meshes::mesh_ptr &mesh : some_meshes())
+        refuse_each([&] { return locate_and_sample(mesh->field, 100); });
+}
+
+TEST(HostOperations, LocateAndSampleUntilToldToStop)
+{
+    for (const meshes::mesh_ptr &mesh : some_meshes())
+        stop_at_each([&] { return locate_and_sample(mesh->field, 6000); });
+}
