@@ -89,5 +89,6 @@ constexpr sizes tiny_sizes = {20, 14, 13, 6, 4, 8, 64, 2000, 1 << 17, 4, 2, 250}
 void add_isosurface(suite *all, const sizes &of, int threads);
 void add_sampling(suite *all, const sizes &of);
 void add_threshold(suite *all, const sizes &of);
+void add_deriv(suite *all, const sizes &of);
 
 } // namespace bench

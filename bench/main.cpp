@@ -59,6 +59,7 @@ int main(int argc, char **argv)
     add_isosurface(&all, of, threads);
     add_sampling(&all, of);
     add_threshold(&all, of);
+    add_deriv(&all, of);
     const auto wanted = [&](const std::string &family, const std::string &name) {
         return family.find(only) != std::string::npos || name.find(only) != std::string::npos;
     };
