@@ -19,6 +19,7 @@
 #include <skoklana/locate.h>
 #include <skoklana/measure.h>
 #include <skoklana/mesh.h>
+#include <skoklana/scatter.h>
 #include <skoklana/tables.h>
 #include <skoklana/types.h>
 
