@@ -36,10 +36,46 @@ FORCE_INLINE unsigned bit_at(const bit_word *row, qx_long i)
     return static_cast<unsigned>(row[i >> 6] >> (i & 63) & 1);
 }
 
+inline int count_set_bits(bit_word word)
+{
+    word -= word >> 1 & 0x5555555555555555u;
+    word = (word & 0x3333333333333333u) + (word >> 2 & 0x3333333333333333u);
+    word = (word + (word >> 4)) & 0x0f0f0f0f0f0f0f0fu;
+    return static_cast<int>(word * 0x0101010101010101u >> 56);
+}
+
 inline void set_first_bits(bit_word *row, qx_long nbits)
 {
     for (; nbits > 0; ++row, nbits -= word_bits)
         *row = nbits < word_bits ? (bit_word(1) << nbits) - 1 : ~bit_word(0);
+}
+
+// Calls body(first, count) for each run of set bits.
+template <typename Body> void for_each_run(const bit_word *words, int nwords, Body body)
+{
+    int begun = -1; // a run that goes on from the word before
+    for (int w = 0; w < nwords; ++w) {
+        bit_word left = words[w];
+        if (begun >= 0) {
+            if (~left == 0) continue;
+            const int end = __builtin_ctzll(~left);
+            body(begun, w * word_bits + end - begun);
+            begun = -1;
+            left &= ~bit_word(0) << end;
+        }
+        while (left != 0) {
+            const int first = __builtin_ctzll(left);
+            const bit_word beyond = ~left & ~bit_word(0) << first;
+            if (beyond == 0) {
+                begun = w * word_bits + first;
+                break;
+            }
+            const int end = __builtin_ctzll(beyond);
+            body(w * word_bits + first, end - first);
+            left &= ~bit_word(0) << end;
+        }
+    }
+    if (begun >= 0) body(begun, nwords * word_bits - begun);
 }
 
 // Rows in a block of zeroed words that someone else owns.

@@ -50,6 +50,17 @@ template <typename T> struct greater_than {
 #endif
 };
 
+template <typename T> struct less_than {
+    T bound;
+    FORCE_INLINE bool one(T v) const { return v < bound; }
+#if SKOKLANA_HAVE_AVX2_FORM
+    VECTOR_FORM each(V v) const
+    {
+        return v < bound;
+    }
+#endif
+};
+
 template <typename T> struct at_most {
     T bound;
     FORCE_INLINE bool one(T v) const { return v <= bound; }

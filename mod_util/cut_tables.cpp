@@ -18,6 +18,7 @@
 #include <skoklana/tables.h>
 
 #include "cut_cases.hpp"
+#include "lattice_cut_cases.hpp"
 
 // clang-format off
 
@@ -708,3 +709,6 @@ constexpr cut_case cut_rows_quad[16] = {LIST_16(RECORD, quad, 0)};
 constexpr cut_case cut_rows_tri[8] = {LIST_8(RECORD, tri, 0)};
 constexpr cut_case cut_rows_line[4] = {LIST_4(RECORD, line, 0)};
 // clang-format on
+
+constexpr lattice_cut_table<3> lattice_cuts_hex = derive_lattice_cuts<3>(cut_rows_hex);
+constexpr lattice_cut_table<2> lattice_cuts_quad = derive_lattice_cuts<2>(cut_rows_quad);

@@ -41,6 +41,13 @@ constexpr unsigned place_of_ring_corner(int corner)
     return (c & 4) | ((c & 3) ^ (c >> 1 & 1));
 }
 
+// The bit of a corner, by its place, in the case index of a walk: bits along i, then along the last axis, then
+// along j.
+template <int naxes> constexpr unsigned walk_bit(unsigned place)
+{
+    return naxes == 2 ? place : (place & 1) | (place >> 2 & 1) << 1 | (place >> 1 & 1) << 2;
+}
+
 // The edge between two corners that differ on one axis, by their places.
 template <int naxes> constexpr int edge_between(unsigned a, unsigned b)
 {

@@ -389,7 +389,7 @@ void list_cells(const cell_row<Sink::naxes, Sink::ntests> &row, qx_long first_wo
         crossed &= ~whole & row.cells[w];
         if constexpr (Sink::wants_whole) {
             piece->whole[p] = whole & row.cells[w];
-            nwhole += __builtin_popcountll(piece->whole[p]);
+            nwhole += count_set_bits(piece->whole[p]);
         }
         if (crossed == 0) continue;
 

@@ -73,6 +73,10 @@ static const OM_named_func named_functions[] = {
     ROW("isoline_func_unif",   UTILisoline_struct),
     ROW("isoline_func_rect",   UTILisoline_struct),
 
+    ROW("cut_func_struct", UTILcut_struct),
+    ROW("cut_func_unif",   UTILcut_struct),
+    ROW("cut_func_rect",   UTILcut_struct),
+
     ROW("grad_func",        UTILgrad_cells),
     ROW("grad_func_struct", UTILgrad_struct),
     ROW("grad_func_unif",   UTILgrad_unif),

@@ -20,12 +20,6 @@ constexpr int last_index(int naxes)
     return (1 << (1 << naxes)) - 1;
 }
 
-// Bit of a case index at a corner's place: i, then the axis from plane to plane, then j.
-constexpr unsigned bit_of_place(int naxes, unsigned place)
-{
-    return naxes == 2 ? place : (place & 1) | (place >> 2 & 1) << 1 | (place >> 1 & 1) << 2;
-}
-
 // Edges by their ends' places, in the order of their numbers.
 template <int naxes> struct ends_of_edges {
     unsigned low[edges_of_cell<naxes>] = {}, high[edges_of_cell<naxes>] = {};
@@ -51,8 +45,8 @@ template <int naxes> struct falling_orders {
     {
         for (int index = 0; index <= last_index(naxes); ++index) {
             for (int e = edges_of_cell<naxes> - 1; e >= 0; --e) {
-                const int at_low = index >> bit_of_place(naxes, ends<naxes>.low[e]) & 1;
-                const int at_high = index >> bit_of_place(naxes, ends<naxes>.high[e]) & 1;
+                const int at_low = index >> walk_bit<naxes>(ends<naxes>.low[e]) & 1;
+                const int at_high = index >> walk_bit<naxes>(ends<naxes>.high[e]) & 1;
                 if (at_low != at_high) row[index].append(e);
             }
             row[index].rank_own();
@@ -204,7 +198,7 @@ walked reference_walk(const looked_at &in, lattice_reference::edge_numbers *edge
         unsigned index[2] = {0, 0};
         numbers by_place(1 << naxes);
         for (int corner = 0; corner < 1 << naxes; ++corner) {
-            const unsigned place = place_of_ring_corner(corner), bit = bit_of_place(naxes, place);
+            const unsigned place = place_of_ring_corner(corner), bit = walk_bit<naxes>(place);
             by_place[place] = c.nodes[static_cast<size_t>(corner)];
             const int value = in.data[static_cast<size_t>(by_place[place])];
             index[0] |= static_cast<unsigned>(value >= in.lower) << bit;
@@ -218,8 +212,8 @@ walked reference_walk(const looked_at &in, lattice_reference::edge_numbers *edge
         for (int level = 0; level < ntests; ++level)
             for (int e = edges_of_cell<naxes> - 1; e >= 0; --e) {
                 const unsigned low = ends<naxes>.low[e], high = ends<naxes>.high[e];
-                const bool crossed = (index[level] >> bit_of_place(naxes, low) & 1) !=
-                                     (index[level] >> bit_of_place(naxes, high) & 1);
+                const bool crossed =
+                    (index[level] >> walk_bit<naxes>(low) & 1) != (index[level] >> walk_bit<naxes>(high) & 1);
                 if (crossed) made.edges.push_back(edges->number(by_place[low], by_place[high], level));
             }
         out.cells.push_back(made);

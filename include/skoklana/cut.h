@@ -60,6 +60,65 @@ int UTILeval_contour(qx_long nnodes, qx_long n_new, qx_long first, int contour_t
                      const unsigned char *level_sel, int veclen, int data_type, int null_flag,
                      const void *null_value, qx_long data_offset, const void *data, void *out);
 
+/* ---- cuts of structured meshes --------------------------------------------------------------------- *
+ *
+ * The part of a structured mesh on one side of a level, as explicit cells: cells that are kept whole, and the
+ * simplices that crossed cells are split into. Topology alone is made: new nodes are told by the edges that they
+ * stand on, and the caller places them and carries data onto them (UTILeval_param_coord, UTILget_data_list).
+ *
+ * data             one element of data_type a node
+ * null_flag        not 0: cells with a node whose value equals the null value are left out; null_value points to
+ *                  one element
+ * side             0 and above keeps values at or above the level, below 0 those below it
+ * nold             out: nodes that are retained, by UTILnode_thresh and the side as its direction: values at the
+ *                  level are, on either side. With a side below 0 no cell uses these
+ * old_nodes        out, nold entries: the retained nodes, ascending. NULL if there is none
+ * nnodes_out       out: new nodes. Output nodes are the retained ones in order, then the new ones: new node e has
+ *                  number nold + e
+ * min_node, max_node   out, nnodes_out entries: the mesh nodes at the ends of each new node's edge, the lower
+ *                  first, in the order in which a walk over the cells, by the first axis, then the second, then
+ *                  the third, comes upon them. Edges are shared: no two new nodes have the same ends
+ * cut_ncells       out, 7 entries, one an output list: 0 tetrahedra, 1 prisms, 2 pyramids, 3 hexahedra, 4
+ *                  triangles, 5 quadrilaterals, 6 lines. Here whole cells are in list 3 or 5, by the axes of the
+ *                  mesh, and pieces in list 0 or 4; the others are empty
+ * cut_conn         out, 7 entries: the connect rows of each list, in output nodes; NULL for an empty list
+ * cut_nconn        out, 7 entries: how many connect entries that are
+ * cell_map_count   out, 7 entries; NULL: no map is wanted
+ * cell_map         out, 7 entries: for each cell of a list, in order, the cell of the mesh that it comes from, as
+ *                  UTILslice_struct counts cells. Handed over even for a list without cells
+ *
+ * Lists are handed over: old_nodes is released with free, the others with ARRfree_f or free.
+ *
+ * A whole hexahedron has corners 0 to 3 in its upper plane on the third axis and 4 to 7 in the lower one, each four
+ * around the face: with lowest node b and d0, d1 nodes along the first axes b + d0 * d1, b + 1 + d0 * d1,
+ * b + 1 + d0 + d0 * d1, b + d0 + d0 * d1, then b, b + 1, b + 1 + d0, b + d0. A whole quadrilateral is b, b + 1,
+ * b + 1 + d0, b + d0. Pieces follow the tables of the cut cases (tables.h), whose rules on faces with two kept
+ * corners across from each other leave parts of such cells to neither side.
+ *
+ * A node that its element type's precision would count differently in the two tests (a float beside a level that
+ * no float can hold) is kept by a cell only if it is retained too: no connect entry lacks a node.
+ *
+ * Returns 1; 0 on failure, which leaves nothing behind, all outputs 0 and NULL. The status is looked at in every
+ * eighth slab of cells along the last axis, the first time in the eighth; a stop is a failure without a report. So is
+ * a lack of memory, except for a map's: "realloc for cell list failed" under "UTILcut". Flags are insisted on:
+ * ERRout_of_memory("Cannot alloc flags array") until there are. An unknown type reports "unknown data type" under
+ * "UTILnnode_thresh_struct". Memory but for the outputs: some planes of the mesh. */
+
+/* The form bound to all structured meshes. With axes other than 2 or 3: 0, and no output is written. */
+int UTILcut_struct(mesh_info *mesh, const void *data, int data_type, int null_flag, const void *null_value,
+                   double level, int side, qx_long *nold, qx_long **old_nodes, qx_long *nnodes_out,
+                   qx_long **min_node, qx_long **max_node, qx_long *cut_ncells, qx_long **cut_conn,
+                   qx_long *cut_nconn, qx_long *cell_map_count, qx_long **cell_map);
+/* The same for meshes of three axes, and of two. */
+int UTILcut_struct_3d(mesh_info *mesh, const void *data, int data_type, int null_flag, const void *null_value,
+                      double level, int side, qx_long *nold, qx_long **old_nodes, qx_long *nnodes_out,
+                      qx_long **min_node, qx_long **max_node, qx_long *cut_ncells, qx_long **cut_conn,
+                      qx_long *cut_nconn, qx_long *cell_map_count, qx_long **cell_map);
+int UTILcut_struct_2d(mesh_info *mesh, const void *data, int data_type, int null_flag, const void *null_value,
+                      double level, int side, qx_long *nold, qx_long **old_nodes, qx_long *nnodes_out,
+                      qx_long **min_node, qx_long **max_node, qx_long *cut_ncells, qx_long **cut_conn,
+                      qx_long *cut_nconn, qx_long *cell_map_count, qx_long **cell_map);
+
 /* ---- node thresholds ------------------------------------------------------------------------------- *
  *
  * Which nodes survive a test of their values, and their new numbers. Survivors are numbered from 0 in node
