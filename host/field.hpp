@@ -70,6 +70,9 @@ template <typename T> T *allocate_zeroed(qx_long count)
     return static_cast<T *>(calloc(static_cast<size_t>(count > 0 ? count : 1), sizeof(T)));
 }
 
+// The coordinates of a node, nspace of them.
+void copy_node(const host_field *field, qx_long node, float *coords);
+
 // The fetch functions of mesh records.
 int fetch_coords_of_field(mesh_info *mesh, float **coords);
 int fetch_coords_range_of_field(mesh_info *mesh, const qx_long *lo, const qx_long *hi, float *coords);

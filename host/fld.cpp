@@ -127,6 +127,18 @@ template <typename T> int hand_out(T *found, T **out)
 
 } // namespace
 
+void copy_node(const host_field *field, qx_long node, float *coords)
+{
+    if (field->coords != nullptr) {
+        memcpy(coords, field->coords + node * field->nspace,
+               static_cast<size_t>(field->nspace) * sizeof(float));
+        return;
+    }
+    const lattice_position at = split_node(node, field->ndim, field->dims);
+    for (int d = 0; d < field->nspace; ++d)
+        coords[d] = axis_coordinate(field, d, at.at[d]);
+}
+
 int fetch_coords_of_field(mesh_info *mesh, float **coords)
 {
     return hand_out(coords_of(field_of(*mesh->field_id)), coords);

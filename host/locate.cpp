@@ -14,6 +14,7 @@
 
 #include "axis_index.hpp"
 #include "cell_map.hpp"
+#include "lists.hpp"
 #include "options.hpp"
 #include "progress.hpp"
 #include "registry.hpp"
@@ -25,22 +26,9 @@
 #include "mod_util/type_switch.hpp"
 
 #include <limits>
-#include <memory>
+#include <new>
 
 namespace {
-
-struct freed {
-    void operator()(void *block) const { free(block); }
-};
-template <typename T> using list_of = std::unique_ptr<T[], freed>;
-
-// Not zeroed.
-template <typename T> list_of<T> allocate_list(qx_long count)
-{
-    size_t bytes;
-    if (__builtin_mul_overflow(static_cast<size_t>(count), sizeof(T), &bytes)) return nullptr;
-    return list_of<T>(static_cast<T *>(malloc(bytes > 0 ? bytes : 1)));
-}
 
 struct box {
     float low[3], high[3];
@@ -229,13 +217,12 @@ int make_table(host_locator *locator)
         if (is_flat) mesh.max_ext[d] = mesh.min_ext[d];
     }
     OMpush_status_range(50, 100);
-    forget_stops();
+    const operation_watch watch;
     const int built = build(&mesh, &locator->table);
     OMpop_status_range();
     if (built == 1) return HOST_DONE;
     locator->table = nullptr;
-    if (was_told_to_stop()) return HOST_STOPPED;
-    return host_fail("host_make_locator: no memory for the block table");
+    return watch.failed("host_make_locator");
 }
 
 // ---- points ------------------------------------------------------------------------------------------------------

@@ -5,7 +5,8 @@
 // times a mesh.
 //
 // A status range is kept as the overall percentages at which it begins and ends, so that a check maps its
-// own percentage in one step however deep it is nested. Each thread has ranges of its own.
+// own percentage in one step however deep it is nested. Each chain of calls has ranges of its own.
+#include "context.hpp"
 #include "progress.hpp"
 #include "registry.hpp"
 #include "report.hpp"
@@ -86,32 +87,22 @@ bool add_name(registry *names, const OM_named_func *row)
 
 // ---- progress and interruption -------------------------------------------------------------------------------
 
-// Ranges nested deeper than this report where the last kept one begins. Operations nest a handful.
-constexpr int kept_ranges = 64;
-
-struct status_ranges {
-    int depth;
-    struct {
-        double low, high; // overall percentages
-    } kept[kept_ranges];
-};
-
-thread_local status_ranges ranges;
-thread_local bool told_to_stop;
-
-host_progress_handler progress_handler = nullptr;
-void *progress_user = nullptr;
-
 std::atomic<int> stop_requested;
 static_assert(ATOMIC_INT_LOCK_FREE == 2, "host_interrupt is called from signal handlers");
+
+bool is_asked(const std::atomic<int> &stop)
+{
+    return stop.load(std::memory_order_relaxed) != 0;
+}
 
 // The overall percentage at percent of the innermost range.
 double overall(int percent)
 {
     const double part = std::clamp(percent, 0, 100);
-    if (ranges.depth == 0) return part;
-    if (ranges.depth > kept_ranges) return ranges.kept[kept_ranges - 1].low;
-    const auto &range = ranges.kept[ranges.depth - 1];
+    const call_chain &chain = this_chain();
+    if (chain.range_depth == 0) return part;
+    if (chain.range_depth > kept_ranges) return chain.ranges[kept_ranges - 1].low;
+    const auto &range = chain.ranges[chain.range_depth - 1];
     return range.low + (range.high - range.low) * part / 100;
 }
 
@@ -173,14 +164,18 @@ bool is_stopped(long long done, long long total, const char *message)
     return stop != 0;
 }
 
-bool was_told_to_stop()
+operation_watch::operation_watch() : reports_before(this_chain().nreports)
 {
-    return told_to_stop;
+    this_chain().told_to_stop = false;
 }
 
-void forget_stops()
+int operation_watch::failed(const char *call) const
 {
-    told_to_stop = false;
+    const char *module, *message;
+    if (this_chain().told_to_stop) return HOST_STOPPED;
+    if (this_chain().nreports != reports_before && host_last_report(0, &module, &message) == 1)
+        return host_fail("%s: %s: %s", call, module, message);
+    return host_fail("%s: no memory", call);
 }
 
 extern "C" {
@@ -205,24 +200,35 @@ int OMadd_named_funcs(const OM_named_func *table, int count)
 void OMpush_status_range(int low, int high)
 {
     const double from = overall(low), to = overall(high);
-    if (ranges.depth < kept_ranges) ranges.kept[ranges.depth] = {from, std::max(from, to)};
-    ++ranges.depth;
+    call_chain &chain = this_chain();
+    if (chain.range_depth < kept_ranges) chain.ranges[chain.range_depth] = {from, std::max(from, to)};
+    ++chain.range_depth;
 }
 
 void OMpop_status_range(void)
 {
-    if (ranges.depth > 0) --ranges.depth;
+    call_chain &chain = this_chain();
+    if (chain.range_depth > 0) --chain.range_depth;
 }
 
 int OMstatus_check(int percent, const char *message, int *stop)
 {
-    int asked = stop_requested.load(std::memory_order_relaxed);
-    if (progress_handler != nullptr) {
+    host_context *context = context_in_use();
+    call_chain &chain = this_chain();
+    const handlers &to = handlers_in_use();
+    int asked = is_asked(stop_requested) ? 1 : 0;
+    if (context != nullptr &&
+        (is_asked(context->stop) || (context->team_stop != nullptr && is_asked(*context->team_stop))))
+        asked = 1;
+    if (to.progress != nullptr) {
         // The margin keeps the end of a range from falling a percent short by rounding.
         const int whole = static_cast<int>(overall(percent) + 1e-9);
-        if (progress_handler(progress_user, whole, message) != 0) asked = 1;
+        if (to.progress(to.progress_user, whole, message) != 0) asked = 1;
     }
-    if (asked != 0) told_to_stop = true;
+    if (asked != 0) {
+        chain.told_to_stop = true;
+        if (chain.workers_stop != nullptr) chain.workers_stop->store(1, std::memory_order_relaxed);
+    }
     if (stop != nullptr) *stop = asked;
     return 1;
 }
@@ -247,8 +253,8 @@ int OMset_int_val(OMobj_id object, int value)
 
 void host_set_progress_handler(host_progress_handler handler, void *user)
 {
-    progress_handler = handler;
-    progress_user = user;
+    handlers_in_use().progress = handler;
+    handlers_in_use().progress_user = user;
 }
 
 void host_interrupt(void)
@@ -258,7 +264,8 @@ void host_interrupt(void)
 
 void host_clear_interrupt(void)
 {
-    stop_requested.store(0, std::memory_order_relaxed);
+    host_context *context = context_in_use();
+    (context != nullptr ? context->stop : stop_requested).store(0, std::memory_order_relaxed);
 }
 
 int host_get_setting(const char *path, int *value)

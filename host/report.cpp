@@ -1,6 +1,8 @@
-// Reports: to the program's handler, and the last ones kept a thread. No memory is asked for, so that a
+// Reports: to the program's handler, and the last ones kept a chain of calls. No memory is asked for, so that a
 // report of failing memory comes through too; long texts are cut.
 #include "report.hpp"
+
+#include "context.hpp"
 
 #include <skoklana/host/tool.h>
 #include <skoklana_host.h>
@@ -11,24 +13,6 @@
 #include <ctime>
 
 namespace {
-
-constexpr int kept_reports = 8;
-
-struct kept_report {
-    char module[64];
-    char message[448];
-};
-
-struct report_log {
-    kept_report kept[kept_reports]; // a ring
-    unsigned made;                  // reports since the log was cleared
-};
-
-thread_local report_log reports;
-thread_local char error_text[512];
-
-host_error_handler error_handler = nullptr;
-void *error_user = nullptr;
 
 // How long an operation that must have memory is kept waiting for it, in steps, before the program ends.
 constexpr int most_waits = 100;
@@ -41,6 +25,16 @@ struct shortage {
 };
 
 thread_local shortage memory_shortage;
+
+// A worker's report waits for the join. Without memory it is lost; what has failed is told by the operation.
+void keep_for_caller(host_context *worker, int severity, const kept_report &text)
+{
+    waiting_report *report = static_cast<waiting_report *>(malloc(sizeof(waiting_report)));
+    if (report == nullptr) return;
+    *report = {nullptr, severity, text};
+    (worker->last != nullptr ? worker->last->next : worker->first) = report;
+    worker->last = report;
+}
 
 double seconds_now()
 {
@@ -55,28 +49,46 @@ int host_fail(const char *format, ...)
 {
     va_list args;
     va_start(args, format);
-    vsnprintf(error_text, sizeof error_text, format, args);
+    call_chain &chain = this_chain();
+    vsnprintf(chain.error_text, sizeof chain.error_text, format, args);
     va_end(args);
     return 0;
+}
+
+void take_report(const char *module, int severity, const char *message)
+{
+    host_context *context = context_in_use();
+    call_chain &chain = this_chain();
+    kept_report &kept = chain.reports[chain.nreports++ % kept_reports];
+    snprintf(kept.module, sizeof kept.module, "%s", module);
+    snprintf(kept.message, sizeof kept.message, "%s", message);
+    if (context != nullptr && context->is_worker) return keep_for_caller(context, severity, kept);
+    const handlers &to = handlers_in_use();
+    if (to.error != nullptr)
+        to.error(to.error_user, module, severity, message);
+    else if (context == nullptr)
+        fprintf(stderr, "%s: %s\n", module, message);
 }
 
 extern "C" {
 
 const char *host_error(void)
 {
-    return error_text;
+    return this_chain().error_text;
 }
 
 void host_set_error_handler(host_error_handler handler, void *user)
 {
-    error_handler = handler;
-    error_user = user;
+    handlers_in_use().error = handler;
+    handlers_in_use().error_user = user;
 }
 
 int host_last_report(int age, const char **module, const char **message)
 {
-    if (age < 0 || age >= kept_reports || static_cast<unsigned>(age) >= reports.made) return 0;
-    const kept_report &report = reports.kept[(reports.made - 1 - static_cast<unsigned>(age)) % kept_reports];
+    const call_chain &chain = this_chain();
+    if (age < 0 || age >= kept_reports || static_cast<unsigned>(age) >= chain.nreports) return 0;
+    const kept_report &report =
+        chain.reports[(chain.nreports - 1 - static_cast<unsigned>(age)) % kept_reports];
     if (module != nullptr) *module = report.module;
     if (message != nullptr) *message = report.message;
     return 1;
@@ -84,25 +96,19 @@ int host_last_report(int age, const char **module, const char **message)
 
 void host_clear_reports(void)
 {
-    reports.made = 0;
+    this_chain().nreports = 0;
 }
 
 void ERRerror(const char *module, int, int severity, const char *message)
 {
-    kept_report &kept = reports.kept[reports.made++ % kept_reports];
-    snprintf(kept.module, sizeof kept.module, "%s", module);
-    snprintf(kept.message, sizeof kept.message, "%s", message);
-    if (error_handler != nullptr)
-        error_handler(error_user, module, severity, message);
-    else
-        fprintf(stderr, "%s: %s\n", module, message);
+    take_report(module, severity, message);
 }
 
 void ERRout_of_memory(const char *message)
 {
     shortage &now = memory_shortage;
     if (seconds_now() - now.last_s > 1) now.waits = 0;
-    if (now.waits == 0) ERRerror("out of memory", 0, 2, message);
+    if (now.waits == 0) take_report("out of memory", 2, message);
     if (++now.waits > most_waits) {
         fprintf(stderr, "out of memory: %s; giving up\n", message);
         abort();

@@ -25,6 +25,10 @@
 #ifndef SKOKLANA_HOST_H
 #define SKOKLANA_HOST_H
 
+/* The version that a program is built with: 10000 * major + 100 * minor + patch. host_version gives that of the
+ * library which it runs with. */
+#define SKOKLANA_HOST_VERSION 100
+
 #include <skoklana/cell_nodes.h>
 #include <skoklana/mesh.h>
 
@@ -95,14 +99,45 @@ void host_free_field(host_field *field);
  * is taken. */
 void host_free_table(blk_tbl *table);
 
+/* Releases a list that an operation handed over, of the library or of the host. NULL is taken. */
+void host_free(void *list);
+
+/* The version of the library, as SKOKLANA_HOST_VERSION. */
+int host_version(void);
+
 /* What was wrong with this thread's last host_ call that failed, or last fetch from a field; "" if none
  * did. Never NULL; valid until the thread's next failure. */
 const char *host_error(void);
 
+/* ---- contexts ----------------------------------------------------------------------------------------- *
+ *
+ * Reports, progress, requests to stop and the error text belong to a context: one a chain of calls. A thread that
+ * uses none shares the handlers and the request to stop with all other such threads, and has reports, error text and
+ * progress of its own.
+ *
+ *     host_context *context = host_new_context();
+ *     host_context *before = host_use_context(context);
+ *     host_set_progress_handler(show, &window);          the context's own
+ *     ... operations of the library and of the host ...
+ *     host_use_context(before);
+ *     host_free_context(context);
+ *
+ * What is said below of a thread is said of its context where it uses one. A context serves one thread at a time; two
+ * threads with a context each know nothing of one another. Where the host works with several threads itself their
+ * reports reach the caller's context when all are done, in the order of their shares of the work. */
+
+typedef struct host_context host_context;
+
+host_context *host_new_context(void);
+/* Releases a context that no thread uses any more, the calling one aside. NULL is taken. */
+void host_free_context(host_context *context);
+/* Makes a context the calling thread's from now on; NULL: none. Returns the one before. */
+host_context *host_use_context(host_context *context);
+
 /* ---- reports, progress, interruption ---------------------------------------------------------------- *
  *
- * Handlers are called on the thread that runs the operation; set them before other threads run. user is
- * handed through as it is. */
+ * Handlers are called on the thread that runs the operation. Those of threads without a context are set before
+ * other threads run. user is handed through as it is. */
 
 /* Called for each report of the library.
  *
@@ -111,7 +146,7 @@ const char *host_error(void);
  * message    borrowed: one line without a newline */
 typedef void (*host_error_handler)(void *user, const char *module, int severity, const char *message);
 
-/* Sets the handler. NULL, and none set: "module: message" goes to standard error. */
+/* Sets the handler. NULL, and none set: "module: message" goes to standard error; in a context reports are only kept. */
 void host_set_error_handler(host_error_handler handler, void *user);
 
 /* The last reports of this thread, whatever the handler did with them.
@@ -137,10 +172,12 @@ typedef int (*host_progress_handler)(void *user, int percent, const char *messag
 /* Sets the handler. NULL: none. */
 void host_set_progress_handler(host_progress_handler handler, void *user);
 
-/* Asks all operations, on all threads, to stop at their next status check; an operation that stops returns 0
- * unless its own text says otherwise, and reports nothing. May be called from any thread and from signal
- * handlers. The request stands until host_clear_interrupt. */
+/* Asks all operations, on all threads and in all contexts, to stop at their next status check; an operation that
+ * stops returns 0 unless its own text says otherwise, and reports nothing. May be called from any thread and from
+ * signal handlers. The request stands until host_clear_interrupt, of a thread without a context. */
 void host_interrupt(void);
+/* The same for the operations of one context. That request stands until host_clear_interrupt in the context. */
+void host_interrupt_context(host_context *context);
 void host_clear_interrupt(void);
 
 /* ---- results, arrays and options ---------------------------------------------------------------------- *
@@ -167,6 +204,78 @@ typedef struct host_array {
  *
  *     host_locator_options options = {sizeof options};
  *     options.tolerance = 1e-3; */
+
+/* ---- results of extractions ----------------------------------------------------------------------------- *
+ *
+ * What an extraction makes of a mesh is a mesh again: nodes, which are nodes of the mesh or lie between two of them,
+ * and cells over these nodes, each made of a cell of the mesh. All lists belong to the result and go with it.
+ *
+ *     host_result *surface;
+ *     if (host_isosurf(field, &density, 0.5, NULL, &surface) != HOST_DONE) puts(host_error());
+ *     const host_set *triangles = host_set_of_kind(surface, CELL_TRI);            NULL: there are none
+ *     float *temperature_on_it = malloc(surface->nnodes * sizeof(float));
+ *     host_carry_nodes(surface, &temperature, temperature_on_it, NULL);
+ *     host_free_result(surface); */
+
+/* Cells of one kind. */
+typedef struct host_set {
+    int kind, order; /* CELL_LINE to CELL_HEX; 1 or 2 */
+    qx_long ncells;
+    qx_long *connect; /* ncells rows of nodes of the result, in the order of cell_nodes.h */
+    qx_long *cell;    /* ncells entries: the cell of the mesh that each was made of, numbered as told below of
+                         located points. NULL where the caller did not want it */
+} host_set;
+
+typedef struct host_result {
+    qx_long nnodes;       /* the mesh's own first, then new ones */
+    qx_long nold;         /* nodes of the mesh */
+    qx_long *old_node;    /* nold entries: which they are. NULL for none */
+    qx_long *first_node;  /* nnodes - nold entries: a new node lies between this node of the mesh */
+    qx_long *second_node; /* and this one */
+    float *t;             /* where between the two, 0 at the first and 1 at the second */
+    int nspace;           /* as of the mesh */
+    float *coords;        /* nnodes rows of nspace. NULL where the caller did not want it */
+    qx_long ncells;       /* of all sets */
+    int nsets;            /* each kind of cells that there are any of */
+    host_set *sets;
+} host_result;
+
+typedef struct host_level_options {
+    size_t size;
+    int without_coords; /* not 0: coords stays NULL */
+    int without_cells;  /* not 0: cell of the sets stays NULL, which makes large surfaces sooner */
+} host_level_options;
+
+/* The surface at which a scalar of solid cells reaches a level, and with it the lines at which one of flat cells does;
+ * iso.h tells of both. Triangles and lines are sets of order 1.
+ *
+ * array   a row a node, of one element
+ * out     handed over, to host_free_result; NULL unless HOST_DONE. The field need not outlive it */
+int host_isosurf(host_field *field, const host_array *array, double level, const host_level_options *options,
+                 host_result **out);
+/* The lines of flat cells alone. */
+int host_isoline(host_field *field, const host_array *array, double level, const host_level_options *options,
+                 host_result **out);
+
+/* The result's set of a kind; NULL: there is none. */
+const host_set *host_set_of_kind(const host_result *result, int kind);
+
+/* Carries node data of the mesh onto the nodes of a result.
+ *
+ * from   a row a node of the mesh
+ * to     nnodes rows like those
+ * mask   nnodes entries: 1 where a row has a value, 0 where one of the two nodes is null; rows of the latter begin with
+ *        the null value and are 0 otherwise. May be NULL
+ *
+ * Between two nodes values are weighted in double; those of integer types are rounded to the nearest. */
+int host_carry_nodes(const host_result *result, const host_array *from, void *to, unsigned char *mask);
+/* Carries cell data of the mesh onto the cells of a result, the sets one after another.
+ *
+ * from   a row a cell of the mesh, by the cell's number
+ * to     ncells rows like those, copied as they stand */
+int host_carry_cells(const host_result *result, const host_array *from, void *to);
+
+void host_free_result(host_result *result); /* NULL is taken */
 
 /* ---- exact location ------------------------------------------------------------------------------------ *
  *

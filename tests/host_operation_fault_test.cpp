@@ -12,9 +12,10 @@
 namespace {
 
 // Runs an operation with each allocation refused in turn, until none is. use gives the operation's result and
-// releases what it was given.
+// releases what it was given. What fields make when it is first asked for is there: it runs once before.
 void refuse_each(const std::function<int()> &use)
 {
+    EXPECT_EQ(use(), HOST_DONE);
     for (int k = 0;; ++k) {
         ASSERT_LT(k, 500);
         host_calls::watch watch;
@@ -45,6 +46,7 @@ int count_check(void *user, int, const char *)
 // The same with a request to stop from each status check on in turn.
 void stop_at_each(const std::function<int()> &use)
 {
+    EXPECT_EQ(use(), HOST_DONE);
     for (int k = 0;; ++k) {
         ASSERT_LT(k, 5000);
         host_calls::reset();
@@ -108,4 +110,34 @@ TEST(HostOperations, LocateAndSampleUntilToldToStop)
 {
     for (const meshes::mesh_ptr &mesh : some_meshes())
         stop_at_each([&] { return locate_and_sample(mesh->field, 6000); });
+}
+
+namespace {
+
+int extract_level(host_field *field, const host_level_options *options)
+{
+    static const std::vector<double> data = meshes::random_values<double>(4, 4000, 0, 1);
+    const host_array array = {data.data(), DTYPE_DOUBLE, 1, nullptr};
+    host_result *result = nullptr;
+    const int done = host_isosurf(field, &array, 0.5, options, &result);
+    EXPECT_EQ(result != nullptr, done == HOST_DONE);
+    host_free_result(result);
+    return done;
+}
+
+} // namespace
+
+TEST(HostOperations, ExtractLevelsOrFailAsAWhole)
+{
+    const host_level_options bare = {sizeof bare, 1, 1};
+    for (const meshes::mesh_ptr &mesh : some_meshes()) {
+        refuse_each([&] { return extract_level(mesh->field, nullptr); });
+        refuse_each([&] { return extract_level(mesh->field, &bare); });
+    }
+}
+
+TEST(HostOperations, ExtractLevelsUntilToldToStop)
+{
+    for (const meshes::mesh_ptr &mesh : some_meshes())
+        stop_at_each([&] { return extract_level(mesh->field, nullptr); });
 }
