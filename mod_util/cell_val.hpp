@@ -7,6 +7,7 @@
 
 #include "cell_test.hpp"
 #include "dtype.hpp"
+#include "own_methods.hpp"
 #include "shape.hpp"
 
 #include <optional>
@@ -85,11 +86,12 @@ int interpolate_in_cell(const valued_cell &cell, const node_data &of, int npts, 
     // One value in one of the cells that most meshes have.
     if (npts == 1 && of.veclen == 1) {
         const T *data = static_cast<const T *>(of.data);
-        if (cell.shape == UTILsh_func_hex_1 && cell.nnodes == 8) {
+        const int kind = own_shape(cell.shape);
+        if (kind == CELL_HEX && cell.nnodes == 8) {
             *out = weigh_nodes<T, 8>(cell, data, uvw, cell_shape<CELL_HEX, 1>::values);
             return 1;
         }
-        if (cell.shape == UTILsh_func_tet_1 && cell.nnodes == 4) {
+        if (kind == CELL_TET && cell.nnodes == 4) {
             *out = weigh_nodes<T, 4>(cell, data, uvw, cell_shape<CELL_TET, 1>::values);
             return 1;
         }
@@ -111,19 +113,19 @@ int interpolate_in_cell(const valued_cell &cell, const node_data &of, int npts, 
 // others look_up finds none, and the mesh's function is to be called.
 class valued_cells {
   public:
-    explicit valued_cells(mesh_info *mesh_) : mesh(mesh_), own(mesh_->methods->interp_data_func) {}
+    explicit valued_cells(mesh_info *mesh_) : mesh(mesh_), own(own_cell_value(mesh_)) {}
 
     // The view may lean on the record room.
     FORCE_INLINE bool look_up(qx_long cell, cell_view *room, valued_cell *view)
     {
-        if (own == UTILinterp_cell_val) {
+        if (own == own_form::cells) {
             const cell_place place = find_set(mesh, cell);
             if (!is_cell(place) || mesh->cell_connect[place.set] == nullptr) return false;
             *view = {cell_nodes(mesh, place), mesh->cell_nnodes[place.set],
                      set_function<shape_func>(mesh, place.set, SLOT_SHAPE_FUNC)};
             return true;
         }
-        if (own != UTILinterp_cell_val_struct || mesh->cell_nnodes[0] > 8) return false;
+        if (own != own_form::structured || mesh->cell_nnodes[0] > 8) return false;
         if (!lattice) lattice.emplace(mesh);
         if (!lattice->nodes_of(cell, room)) return false;
         *view = {room->nodes, room->nnodes, set_function<shape_func>(mesh, 0, SLOT_SHAPE_FUNC)};
@@ -133,11 +135,11 @@ class valued_cells {
     // Asks for the nodes of a cell that is to be looked up.
     FORCE_INLINE void ask_for_nodes(qx_long cell) const
     {
-        if (own == UTILinterp_cell_val) set_cells{mesh}.ask_for_cell<1>(nullptr, cell);
+        if (own == own_form::cells) set_cells{mesh}.ask_for_cell<1>(nullptr, cell);
     }
 
   private:
     mesh_info *mesh;
-    int (*own)(mesh_info *, qx_long, int, const void *, int, int, const void *, int, const float *, float *);
+    own_form own;
     std::optional<lattice_cells> lattice; // once it is needed
 };

@@ -6,23 +6,25 @@
 // looked at by itself. Nothing is remembered from one call to the next.
 
 #include "find_cell.hpp"
+#include "own_methods.hpp"
 
 #include <limits>
 
 static int find_in_list(mesh_info *mesh, const blk_tbl *table, qx_long entry, const float *point, double tol,
                         qx_long *cell, float *uvw)
 {
-    const auto test = mesh->methods->interp_cell_func;
-    if (test == UTILinterp_cell_uvw || test == UTILinterp_cell_uvw_struct)
+    const own_form own = own_cell_test(mesh);
+    if (own != own_form::none)
         return with_nspace(mesh->nspace, [&](auto nspace) {
             constexpr int n = decltype(nspace)::value;
-            return test == UTILinterp_cell_uvw
+            return own == own_form::cells
                        ? search_cells<n>(set_cells{mesh}, mesh->coords, table, entry, point, tol, cell, uvw)
                        : search_cells<n>(lattice_cells(mesh), mesh->coords, table, entry, point, tol, cell,
                                          uvw);
         });
-    return search_list(table, entry, cell,
-                       [&](qx_long tried) { return test(mesh, tried, point, 1, tol, uvw); });
+    return search_list(table, entry, cell, [&](qx_long tried) {
+        return mesh->methods->interp_cell_func(mesh, tried, point, 1, tol, uvw);
+    });
 }
 
 int UTILfind_cell(mesh_info *mesh, const blk_tbl *tbl, const float *point, qx_long *cell, float *uvw)

@@ -99,9 +99,9 @@ enum class nearest_result { found, no_cell, failed };
 // cells says so, or, with another or none, where it has axes.
 nearest_result nearest_node(mesh_info *mesh, qx_long cell, const float *place, qx_long *nearest)
 {
-    const auto test = mesh->methods->interp_cell_func;
+    const own_form own = own_cell_test(mesh);
     const bool has_axes = mesh->ndim > 0 && mesh->dims != nullptr;
-    const bool structured = test == UTILinterp_cell_uvw_struct || (test != UTILinterp_cell_uvw && has_axes);
+    const bool structured = own == own_form::structured || (own == own_form::none && has_axes);
     if (!fetch_coords(mesh)) return nearest_result::failed;
     cell_view view;
     if (structured) {

@@ -12,9 +12,7 @@
 
 #include "locator.hpp"
 
-#include "shape.hpp"
-
-#include <iterator>
+#include "own_methods.hpp"
 
 // Fewer points than this do not pay for setting up anything.
 constexpr qx_long few_points = 64;
@@ -47,30 +45,25 @@ static bool all_lists_fetched(const mesh_info *mesh)
 // Whether the first sets are mapped by functions of this library, or not at all.
 static bool has_own_mappings(const mesh_info *mesh, int nsets)
 {
-#define OWN_MAPPING(suffix, kind, order) UTILrev_par_##suffix,
-    static constexpr rev_par_func own[] = {FOR_EACH_SHAPE(OWN_MAPPING)};
-#undef OWN_MAPPING
     for (int set = 0; set < nsets; ++set) {
         const auto mapping = set_function<rev_par_func>(mesh, set, SLOT_REV_PAR);
-        if (mapping != nullptr && std::find(std::begin(own), std::end(own), mapping) == std::end(own))
-            return false;
+        if (mapping != nullptr && !is_own_mapping(mapping)) return false;
     }
     return true;
 }
 
 void point_locator::choose_way()
 {
-    const auto search = mesh->methods->find_cell_func;
-    const auto test = mesh->methods->interp_cell_func;
-    if (search == UTILfind_cell_unif && mesh->points != nullptr) {
+    const own_form search = own_search(mesh), test = own_cell_test(mesh);
+    if (search == own_form::uniform && mesh->points != nullptr) {
         chosen = way::uniform;
-    } else if (search == UTILfind_cell_rect && mesh->points != nullptr) {
+    } else if (search == own_form::rectilinear && mesh->points != nullptr) {
         chosen = way::rectilinear;
         rectilinear.emplace(mesh);
         if (npts >= few_points) copy_axes();
-    } else if (search == UTILfind_cell && table != nullptr && mesh->coords != nullptr) {
-        if (test == UTILinterp_cell_uvw && all_lists_fetched(mesh)) chosen = way::sets;
-        if (test == UTILinterp_cell_uvw_struct) chosen = way::lattice;
+    } else if (search == own_form::cells && table != nullptr && mesh->coords != nullptr) {
+        if (test == own_form::cells && all_lists_fetched(mesh)) chosen = way::sets;
+        if (test == own_form::structured) chosen = way::lattice;
         if (chosen == way::by_method) return;
         blocks.emplace(table);
         const int nmapped = chosen == way::sets ? mesh->ncell_sets : 1;
