@@ -77,6 +77,29 @@ static void try_isosurface(mesh_info *mesh, const any_data &data)
         insist(out.nnodes == 0 && out.nlines == 0 && out.ntriangles == 0, "nothing from a failure");
 }
 
+// The lines in an order that does not depend on theirs.
+static std::vector<std::pair<qx_long, qx_long>> lines_of(const qx_long *list, qx_long size)
+{
+    std::vector<std::pair<qx_long, qx_long>> lines;
+    for (qx_long i = 0; i + 1 < size; i += 2)
+        lines.push_back(std::minmax(list[i], list[i + 1]));
+    std::sort(lines.begin(), lines.end());
+    return lines;
+}
+
+// Whether no more than two lines meet in a node, and no line is there twice or leads back to its node: chains
+// of others lose some.
+static bool are_simple(const qx_long *list, qx_long size, qx_long nnodes)
+{
+    std::vector<int> meet(static_cast<size_t>(nnodes));
+    for (qx_long i = 0; i < size; ++i)
+        if (++meet[static_cast<size_t>(list[i])] > 2) return false;
+    const auto lines = lines_of(list, size);
+    for (size_t i = 0; i < lines.size(); ++i)
+        if (lines[i].first == lines[i].second || (i > 0 && lines[i] == lines[i - 1])) return false;
+    return true;
+}
+
 static void try_isoline(mesh_info *mesh, const any_data &data)
 {
     surface out(mesh);
@@ -87,13 +110,12 @@ static void try_isoline(mesh_info *mesh, const any_data &data)
     out.take_maps();
     if (result != 1) return;
     out.check(mesh);
-    if (out.nlines == 0) return;
-    const std::vector<qx_long> before(out.lines.list, out.lines.list + out.line_size);
-    UTILlines_to_chains(out.lines.list, out.nlines, out.nnodes);
-    std::vector<qx_long> a = before, b(out.lines.list, out.lines.list + out.line_size);
-    std::sort(a.begin(), a.end());
-    std::sort(b.begin(), b.end());
-    insist(a == b, "chains keep the ends of lines");
+    const bool simple = are_simple(out.lines.list, out.line_size, out.nnodes);
+    const std::vector<std::pair<qx_long, qx_long>> before = lines_of(out.lines.list, out.line_size);
+    insist(UTILlines_to_chains(out.lines.list, out.line_size, out.nnodes) == 1, "chains of lines");
+    insist_range(out.lines, out.line_size, out.nnodes, "node of a chain");
+    insist(!simple || lines_of(out.lines.list, out.line_size) == before,
+           "chains have the lines they are made of");
 }
 
 static void try_null_removal(mesh_info *mesh, const any_data &data)
