@@ -15,6 +15,8 @@
 // records: nothing is left, or the whole cell, which goes to whole_list. cut_tables.cpp has the rows.
 #pragma once
 
+#include "level_keys.hpp"
+
 // The output lists of cuts and bands. Bands have no list of lines.
 enum cut_list {
     TET_LIST,
@@ -52,57 +54,43 @@ extern const cut_case cut_rows_quad[16];
 extern const cut_case cut_rows_tri[8];
 extern const cut_case cut_rows_line[4];
 
-struct hex_cut_cases {
-    static constexpr int ncorners = 8;
-    static constexpr int last_case = 255;
+struct hex_cut_cases : level_keys<8> {
     static constexpr unsigned char corner_of_bit[8] = {0, 1, 2, 3, 4, 5, 6, 7};
     static constexpr cut_list whole_list = HEX_LIST, piece_list = TET_LIST;
     static const cut_case &row(int index) { return cut_rows_hex[index]; }
 };
 
-struct prism_cut_cases {
-    static constexpr int ncorners = 6;
-    static constexpr int last_case = 63;
+struct prism_cut_cases : level_keys<6> {
     static constexpr unsigned char corner_of_bit[6] = {0, 1, 2, 3, 4, 5};
     static constexpr cut_list whole_list = PRISM_LIST, piece_list = TET_LIST;
     static const cut_case &row(int index) { return cut_rows_prism[index]; }
 };
 
-struct pyr_cut_cases {
-    static constexpr int ncorners = 5;
-    static constexpr int last_case = 31;
+struct pyr_cut_cases : level_keys<5> {
     static constexpr unsigned char corner_of_bit[5] = {0, 1, 2, 3, 4};
     static constexpr cut_list whole_list = PYR_LIST, piece_list = TET_LIST;
     static const cut_case &row(int index) { return cut_rows_pyr[index]; }
 };
 
-struct tet_cut_cases {
-    static constexpr int ncorners = 4;
-    static constexpr int last_case = 15;
+struct tet_cut_cases : level_keys<4> {
     static constexpr unsigned char corner_of_bit[4] = {0, 1, 2, 3};
     static constexpr cut_list whole_list = TET_LIST, piece_list = TET_LIST;
     static const cut_case &row(int index) { return cut_rows_tet[index]; }
 };
 
-struct quad_cut_cases {
-    static constexpr int ncorners = 4;
-    static constexpr int last_case = 15;
+struct quad_cut_cases : level_keys<4> {
     static constexpr unsigned char corner_of_bit[4] = {0, 1, 2, 3};
     static constexpr cut_list whole_list = QUAD_LIST, piece_list = TRI_LIST;
     static const cut_case &row(int index) { return cut_rows_quad[index]; }
 };
 
-struct tri_cut_cases {
-    static constexpr int ncorners = 3;
-    static constexpr int last_case = 7;
+struct tri_cut_cases : level_keys<3> {
     static constexpr unsigned char corner_of_bit[3] = {0, 1, 2};
     static constexpr cut_list whole_list = TRI_LIST, piece_list = TRI_LIST;
     static const cut_case &row(int index) { return cut_rows_tri[index]; }
 };
 
-struct line_cut_cases {
-    static constexpr int ncorners = 2;
-    static constexpr int last_case = 3;
+struct line_cut_cases : level_keys<2> {
     static constexpr unsigned char corner_of_bit[2] = {0, 1};
     static constexpr cut_list whole_list = LINE_LIST, piece_list = LINE_LIST;
     static const cut_case &row(int index) { return cut_rows_line[index]; }

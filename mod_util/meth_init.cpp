@@ -73,6 +73,7 @@ static const OM_named_func named_functions[] = {
     ROW("isoline_func_unif",   UTILisoline_struct),
     ROW("isoline_func_rect",   UTILisoline_struct),
 
+    ROW("cut_func",        UTILcut_cells),
     ROW("cut_func_struct", UTILcut_struct),
     ROW("cut_func_unif",   UTILcut_struct),
     ROW("cut_func_rect",   UTILcut_struct),
@@ -130,6 +131,7 @@ static const OM_named_func named_functions[] = {
     ROW("shape_func_line_1",  UTILsh_func_line_1),
     ROW("shape_deriv_line_1", UTILsh_deriv_line_1),
     ROW("rev_par_line_1",     UTILrev_par_line_1),
+    ROW("cut_cell_line_1",    UTILcut_line),
     ROW("vol_integr_line_1",  UTILvol_integr_cell_line),
 
     ROW("shape_func_line_2",  UTILsh_func_line_2),
@@ -140,6 +142,7 @@ static const OM_named_func named_functions[] = {
     ROW("shape_func_tri_1",  UTILsh_func_tri_1),
     ROW("shape_deriv_tri_1", UTILsh_deriv_tri_1),
     ROW("rev_par_tri_1",     UTILrev_par_tri_1),
+    ROW("cut_cell_tri_1",    UTILcut_tri),
     ROW("isoline_tri_1",     UTILisoline_tri),
     ROW("vol_integr_tri_1",   UTILvol_integr_cell_tri),
 
@@ -151,6 +154,7 @@ static const OM_named_func named_functions[] = {
     ROW("shape_func_quad_1",  UTILsh_func_quad_1),
     ROW("shape_deriv_quad_1", UTILsh_deriv_quad_1),
     ROW("rev_par_quad_1",     UTILrev_par_quad_1),
+    ROW("cut_cell_quad_1",    UTILcut_quad),
     ROW("isoline_quad_1",     UTILisoline_quad),
     ROW("vol_integr_quad_1",  UTILvol_integr_cell_quad),
 
@@ -163,6 +167,7 @@ static const OM_named_func named_functions[] = {
     ROW("shape_deriv_hex_1", UTILsh_deriv_hex_1),
     ROW("rev_par_hex_1",     UTILrev_par_hex_1),
     ROW("slice_cell_hex_1",  UTILslice_hex),
+    ROW("cut_cell_hex_1",    UTILcut_hex),
     ROW("vol_integr_hex_1",   UTILvol_integr_cell_hex),
 
     ROW("shape_func_hex_2",  UTILsh_func_hex_2),
@@ -174,6 +179,7 @@ static const OM_named_func named_functions[] = {
     ROW("shape_deriv_tet_1", UTILsh_deriv_tet_1),
     ROW("rev_par_tet_1",     UTILrev_par_tet_1),
     ROW("slice_cell_tet_1",  UTILslice_tet),
+    ROW("cut_cell_tet_1",    UTILcut_tet),
     ROW("vol_integr_tet_1",   UTILvol_integr_cell_tet),
 
     ROW("shape_func_tet_2",  UTILsh_func_tet_2),
@@ -185,6 +191,7 @@ static const OM_named_func named_functions[] = {
     ROW("shape_deriv_prism_1", UTILsh_deriv_pent_1),
     ROW("rev_par_prism_1",     UTILrev_par_pent_1),
     ROW("slice_cell_prism_1",  UTILslice_prism),
+    ROW("cut_cell_prism_1",    UTILcut_prism),
     ROW("vol_integr_prism_1",  UTILvol_integr_cell_prism),
 
     ROW("shape_func_prism_2",  UTILsh_func_pent_2),
@@ -196,6 +203,7 @@ static const OM_named_func named_functions[] = {
     ROW("shape_deriv_pyr_1", UTILsh_deriv_pyr_1),
     ROW("rev_par_pyr_1",     UTILrev_par_pyr_1),
     ROW("slice_cell_pyr_1",  UTILslice_pyr),
+    ROW("cut_cell_pyr_1",    UTILcut_pyr),
 
     ROW("tesselate_pyr_2", UTILtesselate_pyr_2),
 };

@@ -129,7 +129,7 @@ static bool is_dtype(int code)
 
 // The cells of a set that have lost no node, in new node numbers, and their numbers within the set.
 static bool keep_cells_of_kept_nodes(const mesh_info *mesh, int set, const qx_long *map, kept_cells *kept,
-                                     qx_long *cell_list)
+                                     qx_long *cell_numbers)
 {
     const int nnodes = mesh->cell_nnodes[set];
     const qx_long *nodes = mesh->cell_connect[set];
@@ -138,7 +138,7 @@ static bool keep_cells_of_kept_nodes(const mesh_info *mesh, int set, const qx_lo
         for (int n = 0; n < nnodes; ++n)
             any |= map[nodes[n]];
         if (any < 0) continue;
-        cell_list[kept->ncells] = cell;
+        cell_numbers[kept->ncells] = cell;
         qx_long *row = kept->add_row(nnodes);
         if (row == nullptr) return false;
         for (int n = 0; n < nnodes; ++n)
@@ -259,10 +259,10 @@ static int remove_null_lattice_cells(mesh_info *mesh, const void *data, int data
 
 extern "C" {
 
-int UTILcells_from_nlist(mesh_info *mesh, int set, qx_long, const qx_long *map, qx_long **cell_list,
+int UTILcells_from_nlist(mesh_info *mesh, int set, qx_long, const qx_long *map, qx_long **cell_numbers,
                          qx_long *ncells, qx_long **conn, qx_long *conn_size)
 {
-    *cell_list = *conn = nullptr;
+    *cell_numbers = *conn = nullptr;
     *ncells = *conn_size = 0;
     if (!fetch_connect(mesh, set)) return 0;
 
@@ -273,19 +273,19 @@ int UTILcells_from_nlist(mesh_info *mesh, int set, qx_long, const qx_long *map, 
         print_error("UTILcells_from_nlist: realloc for connect list failed\n");
         return 0;
     }
-    if (kept.ncells > 0) *cell_list = cells.hand_over();
+    if (kept.ncells > 0) *cell_numbers = cells.hand_over();
     kept.hand_over(ncells, conn, conn_size);
     return 1;
 }
 
 int UTILthresh_null_cells(mesh_info *mesh, const void *data, int data_type, const void *null_value,
-                          qx_long *nkept, qx_long **map, qx_long **cell_list, qx_long *ncells, qx_long **conn,
-                          qx_long *conn_size)
+                          qx_long *nkept, qx_long **map, qx_long **cell_numbers, qx_long *ncells,
+                          qx_long **conn, qx_long *conn_size)
 {
     *nkept = 0;
     *map = nullptr;
     for (int set = 0; set < mesh->ncell_sets; ++set) {
-        cell_list[set] = conn[set] = nullptr;
+        cell_numbers[set] = conn[set] = nullptr;
         ncells[set] = conn_size[set] = 0;
     }
 
@@ -298,11 +298,11 @@ int UTILthresh_null_cells(mesh_info *mesh, const void *data, int data_type, cons
     if (!is_dtype(data_type)) return 0;
 
     for (int set = 0; set < mesh->ncell_sets; ++set) {
-        if (UTILcells_from_nlist(mesh, set, kept, new_node.data, &cell_list[set], &ncells[set], &conn[set],
+        if (UTILcells_from_nlist(mesh, set, kept, new_node.data, &cell_numbers[set], &ncells[set], &conn[set],
                                  &conn_size[set]) != 0)
             continue;
         for (int done = 0; done < set; ++done) {
-            release_numbers(&cell_list[done], ALLOC_AT(MODULE));
+            release_numbers(&cell_numbers[done], ALLOC_AT(MODULE));
             release_numbers(&conn[done], ALLOC_AT(MODULE));
             ncells[done] = conn_size[done] = 0;
         }

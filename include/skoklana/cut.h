@@ -2,15 +2,160 @@
 #ifndef SKOKLANA_CUT_H
 #define SKOKLANA_CUT_H
 
+#include <skoklana/containers.h>
 #include <skoklana/mesh.h>
 #include <skoklana/types.h>
 
 SKOKLANA_BEGIN
 
+/* ---- cuts --------------------------------------------------------------------------------------------- *
+ *
+ * A cut keeps the part of a mesh on one side of a level. Cells whose corners are all on that side pass whole;
+ * of a cell that the level crosses the kept part is made anew, by the case tables of tables.h: of tetrahedra,
+ * triangles or lines, over the corners that are kept and a new node on each edge with an end on either side.
+ * What comes out is the topology alone: UTILget_param and UTILeval_coord give the new nodes their places,
+ * UTILeval_param other data there, UTILdata_list the data of the nodes that are kept, and the cell maps that of
+ * cells.
+ *
+ * Output nodes are numbered in one sequence: the nodes that are kept, 0 to nold - 1, in the order of the mesh,
+ * then the new nodes, nold + e for entry e of min_node and max_node. Output cells come in seven lists:
+ *
+ *   0 tetrahedra   1 prisms   2 pyramids   3 hexahedra   4 triangles   5 quadrilaterals   6 lines
+ *
+ * A whole cell goes to the list of its kind, with its corners in their order. Pieces are tetrahedra of volume
+ * cells, triangles of surface cells, lines of lines.
+ *
+ * data           nnodes values of data_type, one a node
+ * null_flag      not 0: the data has null values, and null_value points to one element of data_type. A cell
+ *                with a null value at any of its nodes is left out; its neighbours are not affected.
+ *                0: null_value is not read
+ * level          compared with values in double
+ * side           0 and above: values at and above the level are kept. Below 0: those below it. A node at the
+ *                level is then among the kept nodes too, but no cell refers to it: the edges from it to corners
+ *                below have new nodes, though these lie where it does. NaN is kept on neither side
+ * nold           out: nodes that are kept
+ * nnodes_out     out: new nodes
+ * min_node, max_node   out, handed over, nnodes_out entries each: the lower and the upper mesh node of each
+ *                new node. Cells that share an edge share its new node, also across sets
+ * cut_ncells     out, 7 entries: cells of each list
+ * cut_conn       out, 7 entries, handed over: the nodes of each list's cells, by output numbers; NULL where
+ *                there are no cells
+ * cut_nconn      out, 7 entries: entries in use of each list
+ *
+ * Both sides together are the mesh for lines, triangles, quadrilaterals and tetrahedra, and for all kinds
+ * where the new nodes of a cell lie in one plane, as those of a linear field on straight cells do. Elsewhere
+ * the sides of a hexahedron, prism or pyramid may leave a gap or overlap: where corners of a face are kept
+ * and not kept in turn, kept corners are held apart on either side, and polygons that are not flat are split
+ * by diagonals that need not agree.
+ * Neighbours agree on the part of a face that is kept, but not on its diagonals. Pieces may be flat.
+ *
+ * Lists that are handed over come from ARRalloc_f and go by ARRfree_f or free. */
+
+/* Cuts one cell set: the type of the functions in slots SLOT_CUT and SLOT_SUB_CUT, for sets of first-order cells or
+ * for what second-order cells have been cut into.
+ *
+ * set        which set of the mesh; its connect list is fetched if the record does not hold it yet
+ * null_flag  not 0: cells with a node of flag 2 are left out, all cell_nnodes nodes of a cell counted
+ * flags      a byte a node: 1 at or above the level, 0 below, 2 null (with a null_flag only); from malloc
+ * side       0 and above: corners of flag 1 are kept; below 0: those of flag 0
+ * nold, node_map   how many nodes are kept, and the output number of each that is
+ * table      numbers the new nodes; one for each node of the mesh, from UTILedge_table_create
+ * cut_ncells, cut_conn, cut_nconn   7 entries each, counted on and appended to. A list that is NULL, or whose
+ *            capacity is 0, is begun with 1024 entries, and what it held is released
+ * capacity, grow   7 entries each: entries that there is room for, and what the next growth of the list adds.
+ *            A list grows before a cell is written where less than 10 entries are left; each step is half as
+ *            long again as the last one
+ * cell_map_count, cell_map   NULL: no maps. Otherwise an entry for each list of each set of the mesh, of
+ *            which set * 7 to set * 7 + 6 are counted on and appended to: the number within the set of the
+ *            cell that each output cell came from. They hold lists of 1024 entries, and are empty
+ *
+ * The status is checked at cell 256 and at every 257th from there.
+ *
+ * Returns 1; 0 on a failure, which has been reported, and where asked to stop. Without a connect list, or memory
+ * for the first lists, everything stays the caller's; after any other failure table and flags are released
+ * and the lists are kept; when asked to stop, the lists and the maps of this set are released too.
+ *
+ * A host may bind a function of its own, which may hand on to those of the library: where one of them fails
+ * inside, with the table that was given, the cut ends, whatever the host's function makes of it. By itself it
+ * gives 1, or anything else to end the cut; it releases nothing. */
+typedef int (*cut_cell_func)(mesh_info *mesh, int set, int null_flag, unsigned char *flags, int side,
+                             qx_long nold, const qx_long *node_map, edge_table *table, qx_long *cut_ncells,
+                             qx_long **cut_conn, qx_long *cut_nconn, qx_long *capacity, qx_long *grow,
+                             qx_long *cell_map_count, qx_long **cell_map);
+
+/* Cuts a mesh, by the form bound to it: UTILcut_cells or UTILcut_struct, whose node_map differs. With none
+ * bound: "no cut function found" under "UTILcut", 0, with the outputs as they were. */
 int UTILcut(mesh_info *mesh, const void *data, int data_type, int null_flag, const void *null_value,
             double level, int side, qx_long *nold, qx_long **node_map, qx_long *nnodes_out,
             qx_long **min_node, qx_long **max_node, qx_long *cut_ncells, qx_long **cut_conn,
             qx_long *cut_nconn, qx_long *cell_map_count, qx_long **cell_map);
+
+/* The form of UTILcut for cell sets.
+ *
+ * node_map         out, handed over, from malloc: the output number of each node of the mesh, -1 where it is
+ *                  not kept
+ * cell_map_count   out, 7 entries a set: how many cells of each list the set has made; NULL: no maps are made
+ * cell_map         out, 7 entries a set, handed over: for each such cell, in order, the number within the set
+ *                  of the cell that it came from. All seven lists of a set are there, also empty ones. Not
+ *                  read without cell_map_count
+ *
+ * Sets are taken in order, and their cells in order; new nodes are numbered in order of first sight. Sets
+ * without a function for this are passed over, their entries of the maps 0 and NULL.
+ *
+ * Cells of second order are cut into first-order cells over the same nodes, at most 1024 at a time, and these
+ * are cut, so that even a cell that is kept whole comes out in pieces; of a cell with a null node those pieces
+ * are left out that have it. The map names the second-order cell.
+ *
+ * Each set, and within it each block of second-order cells, opens a status range. A second-order set without
+ * a tesselator is passed over, with empty lists for its maps, and leaves its range open. The status is
+ * checked at cell 256 of a set or block and at every 257th from there.
+ *
+ * Returns 1. When asked to stop, 0. On failure 0 and a report: "unknown data type" under "UTILnode_thresh",
+ * "unable to get cell set connect list" under "fld_info", or under "UTILcut" what could not be had: "alloc
+ * for node map failed", "alloc for edge table failed", "alloc for cell list failed", "alloc for connect list
+ * failed", "alloc for mesh copy failed", "tesselation failed", "realloc for edge table failed", "realloc for cell
+ * list failed", "realloc for connect list failed". nnodes_out, min_node and max_node are then as they were,
+ * and node_map is NULL, but where the connect list of a second-order set could not be fetched, which leaves it
+ * with the caller. Output lists and maps that are there, NULL otherwise, are the caller's to release; when
+ * asked to stop, all output lists and the maps of the set, or block, in hand are taken back. For its byte a
+ * node it asks the host to make room, by ERRout_of_memory with "Cannot alloc flags array", until it gets it.
+ *
+ * Takes 5 bytes a node of working memory. Whole cells, the great majority, cost little more than the copy. */
+int UTILcut_cells(mesh_info *mesh, const void *data, int data_type, int null_flag, const void *null_value,
+                  double level, int side, qx_long *nold, qx_long **node_map, qx_long *nnodes_out,
+                  qx_long **min_node, qx_long **max_node, qx_long *cut_ncells, qx_long **cut_conn,
+                  qx_long *cut_nconn, qx_long *cell_map_count, qx_long **cell_map);
+
+/* The functions of type cut_cell_func, by the kind of cell. */
+int UTILcut_hex(mesh_info *mesh, int set, int null_flag, unsigned char *flags, int side, qx_long nold,
+                const qx_long *node_map, edge_table *table, qx_long *cut_ncells, qx_long **cut_conn,
+                qx_long *cut_nconn, qx_long *capacity, qx_long *grow, qx_long *cell_map_count,
+                qx_long **cell_map);
+int UTILcut_prism(mesh_info *mesh, int set, int null_flag, unsigned char *flags, int side, qx_long nold,
+                  const qx_long *node_map, edge_table *table, qx_long *cut_ncells, qx_long **cut_conn,
+                  qx_long *cut_nconn, qx_long *capacity, qx_long *grow, qx_long *cell_map_count,
+                  qx_long **cell_map);
+int UTILcut_pyr(mesh_info *mesh, int set, int null_flag, unsigned char *flags, int side, qx_long nold,
+                const qx_long *node_map, edge_table *table, qx_long *cut_ncells, qx_long **cut_conn,
+                qx_long *cut_nconn, qx_long *capacity, qx_long *grow, qx_long *cell_map_count,
+                qx_long **cell_map);
+int UTILcut_tet(mesh_info *mesh, int set, int null_flag, unsigned char *flags, int side, qx_long nold,
+                const qx_long *node_map, edge_table *table, qx_long *cut_ncells, qx_long **cut_conn,
+                qx_long *cut_nconn, qx_long *capacity, qx_long *grow, qx_long *cell_map_count,
+                qx_long **cell_map);
+int UTILcut_quad(mesh_info *mesh, int set, int null_flag, unsigned char *flags, int side, qx_long nold,
+                 const qx_long *node_map, edge_table *table, qx_long *cut_ncells, qx_long **cut_conn,
+                 qx_long *cut_nconn, qx_long *capacity, qx_long *grow, qx_long *cell_map_count,
+                 qx_long **cell_map);
+int UTILcut_tri(mesh_info *mesh, int set, int null_flag, unsigned char *flags, int side, qx_long nold,
+                const qx_long *node_map, edge_table *table, qx_long *cut_ncells, qx_long **cut_conn,
+                qx_long *cut_nconn, qx_long *capacity, qx_long *grow, qx_long *cell_map_count,
+                qx_long **cell_map);
+int UTILcut_line(mesh_info *mesh, int set, int null_flag, unsigned char *flags, int side, qx_long nold,
+                 const qx_long *node_map, edge_table *table, qx_long *cut_ncells, qx_long **cut_conn,
+                 qx_long *cut_nconn, qx_long *capacity, qx_long *grow, qx_long *cell_map_count,
+                 qx_long **cell_map);
+
 int UTILcontour(mesh_info *mesh, const void *data, int data_type, int null_flag, const void *null_value,
                 double low_level, double high_level, qx_long *nold, qx_long **node_map, qx_long *nnodes_out,
                 qx_long **min_node, qx_long **max_node, unsigned char **level_list, qx_long *cont_ncells,

@@ -1,0 +1,108 @@
+// The output lists of cuts and bands over cell sets, as kernels get and fill them: one a kind of cell, with the
+// cells' nodes by output numbers, and beside it the cell that each came from.
+#pragma once
+
+#include "cut_cases.hpp"
+#include "grow.hpp"
+#include "memory.hpp"
+
+#include <algorithm>
+
+// An entry a list. Capacities and steps last over the kernels of a call, and kernels may be called by others.
+struct piece_lists {
+    qx_long *ncells;
+    qx_long **connect;
+    qx_long *used, *capacity, *step; // entries of connect
+};
+
+constexpr qx_long first_piece_entries = 1024;
+// A list that has fewer entries left than this grows before a cell is written: any cell has at most 8 nodes.
+constexpr qx_long piece_margin = 10;
+
+inline void release_piece_lists(const piece_lists &lists, int nlists)
+{
+    for (int list = 0; list < nlists; ++list) {
+        release_numbers(&lists.connect[list], ALLOC_AT("piece_lists"));
+        lists.ncells[list] = lists.used[list] = lists.capacity[list] = 0;
+    }
+}
+
+// Begins the lists that are not there yet, or have no capacity. False: there is no memory.
+inline bool begin_piece_lists(const piece_lists &lists, int nlists)
+{
+    for (int list = 0; list < nlists; ++list) {
+        if (lists.capacity[list] != 0 && lists.connect[list] != nullptr) continue;
+        release_numbers(&lists.connect[list], ALLOC_AT("piece_lists"));
+        lists.used[list] = lists.capacity[list] = 0;
+        lists.connect[list] = alloc_numbers(first_piece_entries, ALLOC_AT("piece_lists"));
+        if (lists.connect[list] == nullptr) return false;
+        lists.capacity[list] = lists.step[list] = first_piece_entries;
+    }
+    return true;
+}
+
+// An entry a list is released, and left NULL, that nothing was added to.
+inline void drop_empty_lists(const qx_long *ncells, qx_long **connect, int nlists)
+{
+    for (int list = 0; list < nlists; ++list)
+        if (ncells[list] == 0) release_numbers(&connect[list], ALLOC_AT("piece_lists"));
+}
+
+// Brings a list to a capacity of at least needed entries, by as many steps at once as single cells would have
+// taken one after the other. On failure everything is as it was.
+inline bool raise_capacity(qx_long **list, qx_long needed, qx_long *capacity, qx_long *step)
+{
+    qx_long raised = *capacity, next_step = *step;
+    while (raised < needed) {
+        raised += next_step;
+        next_step = raised_step(next_step);
+    }
+    void *grown = ARRrealloc_f(*list, DTYPE_QX_LONG, raised, 0, ALLOC_AT("piece_lists"));
+    if (grown == nullptr) return false;
+    expect_to_fill(grown, raised * static_cast<qx_long>(sizeof(qx_long)));
+    *list = static_cast<qx_long *>(grown);
+    *capacity = raised;
+    *step = next_step;
+    return true;
+}
+
+// Room for ncells cells of nnodes nodes.
+inline bool make_room_for_pieces(const piece_lists &lists, int list, qx_long ncells, int nnodes)
+{
+    const qx_long needed = lists.used[list] + (ncells - 1) * nnodes + piece_margin;
+    return needed <= lists.capacity[list] ||
+           raise_capacity(&lists.connect[list], needed, &lists.capacity[list], &lists.step[list]);
+}
+
+// Maps from output cells to the cells of a set, an entry a list. Capacities start anew with each kernel.
+struct piece_maps {
+    qx_long *count; // null: no maps are wanted
+    qx_long **map;
+    qx_long capacity[CUT_LISTS], step[CUT_LISTS];
+
+    piece_maps(qx_long *counts_of_set, qx_long **maps_of_set) : count(counts_of_set), map(maps_of_set)
+    {
+        std::fill_n(capacity, static_cast<int>(CUT_LISTS), first_piece_entries);
+        std::fill_n(step, static_cast<int>(CUT_LISTS), first_piece_entries);
+    }
+
+    bool make_room(int list, qx_long more)
+    {
+        const qx_long needed = count[list] + more;
+        return needed <= capacity[list] || raise_capacity(&map[list], needed, &capacity[list], &step[list]);
+    }
+};
+
+// Rows of nodes as rows of their output numbers: the first ncorners of nnodes nodes of each cell.
+template <int ncorners>
+void copy_mapped_rows(const qx_long *rows, int nnodes, qx_long ncells, const qx_long *node_map, qx_long *out)
+{
+    if (nnodes == ncorners) {
+        for (qx_long i = 0; i < ncells * ncorners; ++i)
+            out[i] = node_map[rows[i]];
+        return;
+    }
+    for (qx_long cell = 0; cell < ncells; ++cell, rows += nnodes, out += ncorners)
+        for (int corner = 0; corner < ncorners; ++corner)
+            out[corner] = node_map[rows[corner]];
+}
