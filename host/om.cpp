@@ -169,10 +169,15 @@ operation_watch::operation_watch() : reports_before(this_chain().nreports)
     this_chain().told_to_stop = false;
 }
 
+bool operation_watch::was_stopped() const
+{
+    return this_chain().told_to_stop;
+}
+
 int operation_watch::failed(const char *call) const
 {
     const char *module, *message;
-    if (this_chain().told_to_stop) return HOST_STOPPED;
+    if (was_stopped()) return HOST_STOPPED;
     if (this_chain().nreports != reports_before && host_last_report(0, &module, &message) == 1)
         return host_fail("%s: %s: %s", call, module, message);
     return host_fail("%s: no memory", call);

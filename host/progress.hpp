@@ -11,6 +11,8 @@ class operation_watch {
     // The result of a host call whose operation has failed: HOST_STOPPED if it was told to stop; else HOST_FAILED, with
     // the operation's report as the error's text, or want of memory where there is none.
     int failed(const char *call) const;
+    // Some operations give success after a stop too.
+    bool was_stopped() const;
 
   private:
     unsigned reports_before;

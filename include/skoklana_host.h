@@ -367,6 +367,48 @@ int host_sample_cells(const host_places *places, const host_array *values, void 
  * Returns how many there are; 0 for a point outside. */
 int host_place_weights(const host_places *places, qx_long point, qx_long *nodes, double *weights);
 
+/* ---- derivatives --------------------------------------------------------------------------------------- *
+ *
+ * Right for linear fields at every node of every mesh, up to the rounding of floats, where the forms of deriv.h keep
+ * what hosts rely on: rectilinear ends, flat meshes and surfaces in any position, axes of one node, pyramids, cells
+ * of different dimensions together. The library's forms do the work where they are right, and are as fast here.
+ *
+ *   lattices   differences between neighbouring nodes, as deriv.h tells; those with null nodes, and surfaces and
+ *              curves in space, as cells
+ *   cells      at each node the mean over the cells around it; of cells of several dimensions, those of the highest.
+ *              Cells with a null node, and those without extent, take no part, but in sets of solid cells without
+ *              null (or of surface cells, for the gradient) those without extent count with 0
+ *
+ * On surfaces and curves derivatives are those within them: the gradient lies in the tangent plane, or along the
+ * curve; curl and divergence are put together from the gradients of the components.
+ *
+ * values   a row a node: 1 element for the gradient, 3 for the others, or 2, the third then 0
+ * out      nnodes rows of 3 floats, of 1 for the divergence; NaN where there is no derivative: at nodes without
+ *          cells, or with such cells only that take no part. Partly written where the result is not HOST_DONE
+ * mask     nnodes entries: 1 where there is a derivative, else 0. May be NULL */
+int host_gradient(host_field *field, const host_array *values, float *out, unsigned char *mask);
+int host_curl(host_field *field, const host_array *values, float *out, unsigned char *mask);
+int host_divergence(host_field *field, const host_array *values, float *out, unsigned char *mask);
+
+/* ---- cell data at nodes ---------------------------------------------------------------------------------- */
+
+enum { HOST_WEIGHT_NONE = 0, HOST_WEIGHT_DISTANCE = 1 };
+
+typedef struct host_cell_to_node_options {
+    size_t size;
+    int weight; /* HOST_WEIGHT_NONE: cells count alike. HOST_WEIGHT_DISTANCE: by 1 / the distance of the node from
+                   the mean of the cell's nodes */
+} host_cell_to_node_options;
+
+/* The mean of the cells around each node.
+ *
+ * values   a row a cell, by the cell's number, as locators number them; null cells take no part
+ * out      nnodes rows like those of values, summed in double; integers are rounded to the nearest, and stop at
+ *          the end of the type's range. 0 where there is no value
+ * mask     nnodes entries: 1 where there is a value, 0 at nodes without cells that take part. May be NULL */
+int host_cell_to_node(host_field *field, const host_array *values, const host_cell_to_node_options *options,
+                      void *out, unsigned char *mask);
+
 /* ---- settings ------------------------------------------------------------------------------------------ */
 
 /* The integer stored at a path, names joined by dots.

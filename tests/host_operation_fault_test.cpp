@@ -141,3 +141,39 @@ TEST(HostOperations, ExtractLevelsUntilToldToStop)
     for (const meshes::mesh_ptr &mesh : some_meshes())
         stop_at_each([&] { return extract_level(mesh->field, nullptr); });
 }
+
+// Every kind of work: by the library, and cell by cell for null values and rows of two.
+static int derive_and_carry(host_field *field, bool by_cells)
+{
+    static const std::vector<double> data = meshes::random_values<double>(4, 4000, 0, 1);
+    static std::vector<float> out(6000);
+    static std::vector<double> means(2000);
+    const double null = 2;
+    const host_array scalar = {data.data(), DTYPE_DOUBLE, 1, by_cells ? &null : nullptr},
+                     vectors = {data.data(), DTYPE_DOUBLE, by_cells ? 2 : 3, nullptr};
+    int done = host_gradient(field, &scalar, out.data(), nullptr);
+    if (done == HOST_DONE) done = host_curl(field, &vectors, out.data(), nullptr);
+    if (done == HOST_DONE) done = host_divergence(field, &vectors, out.data(), nullptr);
+    const host_cell_to_node_options options = {sizeof options, HOST_WEIGHT_DISTANCE};
+    if (done == HOST_DONE) done = host_cell_to_node(field, &scalar, &options, means.data(), nullptr);
+    return done;
+}
+
+TEST(HostOperations, DeriveOrFailAsAWhole)
+{
+    for (const bool by_cells : {false, true})
+        for (const meshes::mesh_ptr &mesh : some_meshes()) {
+            // What a field makes of its arrays when it is first asked stays with it.
+            derive_and_carry(mesh->field, by_cells);
+            refuse_each([&] { return derive_and_carry(mesh->field, by_cells); });
+        }
+}
+
+TEST(HostOperations, DeriveUntilToldToStop)
+{
+    for (const bool by_cells : {false, true})
+        for (const meshes::mesh_ptr &mesh : some_meshes()) {
+            derive_and_carry(mesh->field, by_cells);
+            stop_at_each([&] { return derive_and_carry(mesh->field, by_cells); });
+        }
+}
