@@ -8,6 +8,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 
 // ---- input --------------------------------------------------------------------------------------------------
 
@@ -155,6 +156,12 @@ void result_options::check(const char *endings, const char *what) const
     }
     if (!out.empty()) check_ending(out, endings, what);
     if (!picture.empty()) check_ending(picture, " .png ", "a picture");
+}
+
+bool result_options::takes_quadrilaterals() const
+{
+    const std::string ending = std::filesystem::path(out).extension().string();
+    return ending != ".stl" && ending != ".ply";
 }
 
 void result_options::write(vtkDataSet *data, const std::string &counts) const

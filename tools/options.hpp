@@ -89,6 +89,8 @@ class result_options {
     // Before any work: something is asked for, and its names suit.
     void check(const char *endings, const char *what) const;
     bool pictured() const { return !picture.empty(); }
+    // Formats of surfaces that hold triangles alone do not.
+    bool takes_quadrilaterals() const;
     // Both say so, with the counts.
     void write(vtkDataSet *data, const std::string &counts) const;
     void draw(const drawing &picture, const std::string &counts) const;
