@@ -409,6 +409,29 @@ typedef struct host_cell_to_node_options {
 int host_cell_to_node(host_field *field, const host_array *values, const host_cell_to_node_options *options,
                       void *out, unsigned char *mask);
 
+/* ---- measures ---------------------------------------------------------------------------------------------- */
+
+/* What host_measure_field finds for the cells of one dimension. */
+typedef struct host_measure {
+    qx_long ncells;     /* cells of that dimension */
+    double measure;     /* their length, area or volume */
+    double integral;    /* of the values, over the cells without a null node */
+    double valued;      /* the measure of these cells: integral / valued is the mean */
+    qx_long null_cells; /* cells with a null node */
+} host_measure;
+
+/* Measures a field, and integrates node data over it.
+ *
+ * values      a row a node of the field; NULL: nothing is integrated
+ * component   the one that is integrated, from 0; not looked at without values
+ * out         3 entries: the cells of dimension 1, 2 and 3
+ *
+ * Gives one of HOST_DONE, HOST_FAILED and HOST_STOPPED. Unlike UTILvol_integr it takes cells of every kind and both
+ * orders, in double, by quadrature that is exact for the kind's shape functions on straight solids, on flat surfaces
+ * and on lines. A cell with a null node counts with its measure and has no part in the integral. Inverted cells
+ * count as positive. */
+int host_measure_field(host_field *field, const host_array *values, int component, host_measure *out);
+
 /* ---- settings ------------------------------------------------------------------------------------------ */
 
 /* The integer stored at a path, names joined by dots.
