@@ -36,16 +36,14 @@ struct cell_tile {
     qx_long cells[tile_cells];
     int ncells;
 
-    // Takes cells from a list, up to its end, which a bad entry is too. The entry to go on with; 0: none.
+    // Takes cells from a list, up to its end or a bad entry. The entry to go on with; 0: none. With a bad entry
+    // at the head no cell is taken.
     template <int Nspace, typename Cells>
     qx_long fill(const Cells &from, const float *coords, const blk_tbl *table, qx_long entry)
     {
         for (ncells = 0; ncells < tile_cells && entry != 0; entry = table->next_list[entry]) {
             const qx_long cell = table->cell_list[entry];
-            if (cell < 0) {
-                entry = 0;
-                break;
-            }
+            if (cell < 0) break;
             cells[ncells++] = cell;
             from.template ask_for_cell<Nspace>(coords, cell);
             const qx_long behind = std::min(entry + entries_ahead, table->list_used - 1);
@@ -91,6 +89,18 @@ struct cell_tile {
         }
 #endif
         return mask & (~0u >> (tile_cells - ncells)); // of ncells above 0
+    }
+
+    // Around all boxes.
+    lane_box bounds() const
+    {
+        lane_box box = box_of(0);
+        for (int k = 1; k < ncells; ++k) {
+            const lane_box other = box_of(k);
+            box.min = other.min < box.min ? other.min : box.min;
+            box.max = other.max > box.max ? other.max : box.max;
+        }
+        return box;
     }
 
     lane_box box_of(int k) const

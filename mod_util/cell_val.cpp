@@ -9,8 +9,7 @@
 
 #include <algorithm>
 
-static int interpolate_any_type(const valued_cell &cell, const node_data &of, int npts, const float *uvw,
-                                float *out)
+int interpolate_any_type(const valued_cell &cell, const node_data &of, int npts, const float *uvw, float *out)
 {
     if (cell.shape == nullptr || of.data == nullptr || of.veclen < 1) return 0;
     if (cell.nnodes < 1 || cell.nnodes > most_valued_nodes) return 0;

@@ -61,16 +61,36 @@ inline void fill_with_null(const node_data &of, float *row)
     std::fill(row, row + of.veclen, null);
 }
 
-// The value of a scalar at one point of a cell of Nnodes, where shape(uvw, n) gives the weights. Summed from 0
+// The row of Veclen values at one point of a cell of Nnodes, where shape(uvw, n) gives the weights. Summed from 0
 // in the order of the nodes, as the host's product does.
-template <typename T, int Nnodes, typename Shape>
-FORCE_INLINE float weigh_nodes(const valued_cell &cell, const T *data, const float *uvw, Shape shape)
+template <typename T, int Nnodes, int Veclen, typename Shape>
+FORCE_INLINE void weigh_nodes(const valued_cell &cell, const T *data, const float *uvw, Shape shape,
+                              float *out)
 {
-    float n[Nnodes], sum = 0;
+    float n[Nnodes], sum[Veclen] = {};
     shape(uvw, n);
     for (int k = 0; k < Nnodes; ++k)
-        sum += n[k] * static_cast<float>(data[cell.nodes[k]]);
-    return sum;
+        for (int c = 0; c < Veclen; ++c)
+            sum[c] += n[k] * static_cast<float>(data[cell.nodes[k] * Veclen + c]);
+    for (int c = 0; c < Veclen; ++c)
+        out[c] = sum[c];
+}
+
+// The same in one of the cells that most meshes have; false: the cell is none of them.
+template <typename T, int Veclen>
+FORCE_INLINE bool weigh_usual_cell(const valued_cell &cell, const void *data, const float *uvw, float *out)
+{
+    const T *rows = static_cast<const T *>(data);
+    const int kind = own_shape(cell.shape);
+    if (kind == CELL_HEX && cell.nnodes == 8) {
+        weigh_nodes<T, 8, Veclen>(cell, rows, uvw, cell_shape<CELL_HEX, 1>::values, out);
+        return true;
+    }
+    if (kind == CELL_TET && cell.nnodes == 4) {
+        weigh_nodes<T, 4, Veclen>(cell, rows, uvw, cell_shape<CELL_TET, 1>::values, out);
+        return true;
+    }
+    return false;
 }
 
 // 1, or 0 where there is no value; what is written then is the null value, or nothing.
@@ -83,19 +103,9 @@ int interpolate_in_cell(const valued_cell &cell, const node_data &of, int npts, 
         fill_with_null(of, out);
         return 0;
     }
-    // One value in one of the cells that most meshes have.
-    if (npts == 1 && of.veclen == 1) {
-        const T *data = static_cast<const T *>(of.data);
-        const int kind = own_shape(cell.shape);
-        if (kind == CELL_HEX && cell.nnodes == 8) {
-            *out = weigh_nodes<T, 8>(cell, data, uvw, cell_shape<CELL_HEX, 1>::values);
-            return 1;
-        }
-        if (kind == CELL_TET && cell.nnodes == 4) {
-            *out = weigh_nodes<T, 4>(cell, data, uvw, cell_shape<CELL_TET, 1>::values);
-            return 1;
-        }
-    }
+    // A scalar or a vector, at one point.
+    if (npts == 1 && of.veclen == 1 && weigh_usual_cell<T, 1>(cell, of.data, uvw, out)) return 1;
+    if (npts == 1 && of.veclen == 3 && weigh_usual_cell<T, 3>(cell, of.data, uvw, out)) return 1;
     float values[gather_room], n[most_valued_nodes];
     const int block = std::min(of.veclen, gather_room / cell.nnodes);
     for (int first = 0, count = block; count > 0;
@@ -108,6 +118,10 @@ int interpolate_in_cell(const valued_cell &cell, const node_data &of, int npts, 
     }
     return 1;
 }
+
+// The same for a type that is only known by its code; "unknown data type" under "UTILinterp" for one that is none.
+int interpolate_any_type(const valued_cell &cell, const node_data &of, int npts, const float *uvw,
+                         float *out);
 
 // The cells of a mesh whose function for values is the library's own, and whose connect lists are there; of
 // others look_up finds none, and the mesh's function is to be called.

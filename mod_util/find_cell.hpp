@@ -185,6 +185,16 @@ struct rectilinear_finder {
 
     FORCE_INLINE int find(const float *point, qx_long *cell, float *uvw) const
     {
+        return find_by(point, cell, uvw, [this](int d, const float *x, qx_long n, float p) {
+            return sorted[d] != nullptr ? lookup(sorted[d], n, p) : scan(x, n, mesh->nspace, p);
+        });
+    }
+
+    // interval_of(d, x, n, p): the first interval of axis d that holds p, n - 1 if none; x the axis's n
+    // positions, in steps of nspace.
+    template <typename Interval>
+    FORCE_INLINE int find_by(const float *point, qx_long *cell, float *uvw, Interval interval_of) const
+    {
         *cell = -1;
         uvw[0] = uvw[1] = uvw[2] = 0;
         qx_long number = 0, stride = 1;
@@ -193,8 +203,7 @@ struct rectilinear_finder {
             const qx_long n = mesh->dims[d];
             const float *x = row + d, p = point[d];
             if (n < 1 || !is_within(x[0], p, x[(n - 1) * mesh->nspace], compact_tol)) return 0;
-            const qx_long interval =
-                sorted[d] != nullptr ? lookup(sorted[d], n, p) : scan(x, n, mesh->nspace, p);
+            const qx_long interval = interval_of(d, x, n, p);
             if (interval < n - 1) {
                 const float low = x[interval * mesh->nspace], high = x[(interval + 1) * mesh->nspace];
                 uvw[d] = 2 * (p - low) / (high - low) - 1;
@@ -209,7 +218,15 @@ struct rectilinear_finder {
         return 1;
     }
 
-  private:
+    // Whether the positions of an axis ascend, which NaN does to nothing.
+    static bool ascends(const float *x, qx_long n, int stride)
+    {
+        if (n > 0 && !(x[0] == x[0])) return false;
+        for (qx_long i = 1; i < n; ++i)
+            if (!(x[(i - 1) * stride] <= x[i * stride])) return false;
+        return true;
+    }
+
     // The first interval that holds p; n - 1: none. The upper end is looked at first: on most axes that fails
     // up to the interval that is sought.
     static FORCE_INLINE qx_long scan(const float *x, qx_long n, int stride, float p)
@@ -219,7 +236,20 @@ struct rectilinear_finder {
         return n - 1;
     }
 
-    // The same on ascending positions: the interval that ends at the first position from x[1] on that is not
+    // The same on ascending positions, from an interval that may be near the one sought.
+    static FORCE_INLINE qx_long walk(const float *x, qx_long n, int stride, float p, qx_long from)
+    {
+        if (n < 2 || !(x[0] <= p)) return n - 1;
+        qx_long i = from;
+        while (i > 0 && !(x[i * stride] < p))
+            --i;
+        while (i < n - 1 && x[(i + 1) * stride] < p)
+            ++i;
+        return i;
+    }
+
+  private:
+    // The same on ascending positions that stand one after another: the interval that ends at the first position from x[1] on that is not
     // below p. Every interval before it ends below p; its own start is below p unless that is x[0].
     static FORCE_INLINE qx_long lookup(const float *x, qx_long n, float p)
     {

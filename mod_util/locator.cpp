@@ -52,27 +52,33 @@ static bool has_own_mappings(const mesh_info *mesh, int nsets)
     return true;
 }
 
-void point_locator::choose_way()
+search_way own_search_way(const mesh_info *mesh, const blk_tbl *table)
 {
     const own_form search = own_search(mesh), test = own_cell_test(mesh);
-    if (search == own_form::uniform && mesh->points != nullptr) {
-        chosen = way::uniform;
-    } else if (search == own_form::rectilinear && mesh->points != nullptr) {
-        chosen = way::rectilinear;
+    if (search == own_form::uniform && mesh->points != nullptr) return search_way::uniform;
+    if (search == own_form::rectilinear && mesh->points != nullptr) return search_way::rectilinear;
+    if (search == own_form::cells && table != nullptr && mesh->coords != nullptr) {
+        if (test == own_form::cells && all_lists_fetched(mesh)) return search_way::sets;
+        if (test == own_form::structured) return search_way::lattice;
+    }
+    return search_way::by_method;
+}
+
+void point_locator::choose_way()
+{
+    chosen = own_search_way(mesh, table);
+    if (chosen == search_way::rectilinear) {
         rectilinear.emplace(mesh);
         if (npts >= few_points) copy_axes();
-    } else if (search == own_form::cells && table != nullptr && mesh->coords != nullptr) {
-        if (test == own_form::cells && all_lists_fetched(mesh)) chosen = way::sets;
-        if (test == own_form::structured) chosen = way::lattice;
-        if (chosen == way::by_method) return;
+    } else if (chosen == search_way::sets || chosen == search_way::lattice) {
         blocks.emplace(table);
-        const int nmapped = chosen == way::sets ? mesh->ncell_sets : 1;
+        const int nmapped = chosen == search_way::sets ? mesh->ncell_sets : 1;
         if (npts >= few_points && table->nblocks <= most_blocks && has_own_mappings(mesh, nmapped))
             open_queue();
     }
 }
 
-// Of axes that ascend, NaN ascending to nothing. Without memory the axes are searched where they are.
+// Without memory the axes are searched where they are.
 void point_locator::copy_axes()
 {
     axes = static_cast<float *>(malloc(static_cast<size_t>(rectilinear->nrows) * sizeof(float)));
@@ -81,12 +87,9 @@ void point_locator::copy_axes()
     float *to = axes;
     for (int d = 0; d < mesh->ndim; ++d) {
         const qx_long n = mesh->dims[d];
-        bool ascends = true;
-        for (qx_long i = 0; i < n; ++i, from += mesh->nspace) {
+        for (qx_long i = 0; i < n; ++i, from += mesh->nspace)
             to[i] = from[d];
-            ascends = ascends && (i > 0 ? to[i - 1] <= to[i] : to[i] == to[i]);
-        }
-        if (ascends) rectilinear->sorted[d] = to;
+        if (rectilinear_finder::ascends(to, n, 1)) rectilinear->sorted[d] = to;
         to += n;
     }
 }
@@ -102,8 +105,8 @@ void point_locator::open_queue()
 
 qx_long point_locator::batch()
 {
-    if (chosen == way::by_method) choose_way();
-    return chosen == way::by_method ? 1 : std::max(capacity, short_batch);
+    if (chosen == search_way::by_method) choose_way();
+    return chosen == search_way::by_method ? 1 : std::max(capacity, short_batch);
 }
 
 // The first entry of the list that a point is to be sought in; 0: none.
@@ -181,23 +184,23 @@ void point_locator::locate_by_block(const Cells &cells, qx_long n, const float (
 void point_locator::locate(qx_long n, const float (*points)[3], located *out)
 {
     switch (chosen) {
-    case way::by_method:
+    case search_way::by_method:
         for (qx_long i = 0; i < n; ++i)
             out[i].found =
                 mesh->methods->find_cell_func(mesh, table, points[i], &out[i].cell, out[i].uvw) == 1;
         return;
-    case way::uniform: {
+    case search_way::uniform: {
         const uniform_finder finder(mesh);
         for (qx_long i = 0; i < n; ++i)
             out[i].found = finder.find(points[i], &out[i].cell, out[i].uvw) == 1;
         return;
     }
-    case way::rectilinear:
+    case search_way::rectilinear:
         for (qx_long i = 0; i < n; ++i)
             out[i].found = rectilinear->find(points[i], &out[i].cell, out[i].uvw) == 1;
         return;
-    case way::sets: return locate_in_lists(set_cells{mesh}, n, points, out);
-    case way::lattice: return locate_in_lists(lattice_cells(mesh), n, points, out);
+    case search_way::sets: return locate_in_lists(set_cells{mesh}, n, points, out);
+    case search_way::lattice: return locate_in_lists(lattice_cells(mesh), n, points, out);
     }
 }
 

@@ -28,6 +28,14 @@ struct sample_points {
     }
 };
 
+// How the cell of a point is found: by a call of the mesh's find_cell_func, or as the library's own does it for a
+// kind of mesh.
+enum class search_way { by_method, uniform, rectilinear, sets, lattice };
+
+// The library's own way, if the functions in the mesh's table are the library's and all that they would have to
+// fetch is there.
+search_way own_search_way(const mesh_info *mesh, const blk_tbl *table);
+
 class point_locator {
   public:
     // As many points as are located together without memory from the heap, and at most.
@@ -50,8 +58,6 @@ class point_locator {
     void locate(qx_long n, const float (*points)[3], located *out);
 
   private:
-    enum class way { by_method, uniform, rectilinear, sets, lattice };
-
     void choose_way();
     void copy_axes();
     void open_queue();
@@ -64,7 +70,7 @@ class point_locator {
     mesh_info *mesh;
     const blk_tbl *table;
     qx_long npts;
-    way chosen = way::by_method;
+    search_way chosen = search_way::by_method;
     std::optional<block_finder> blocks;
     qx_long capacity = 0;           // points that the queue has room for; 0: no queue
     queued_point *queue = nullptr;  // points by block
