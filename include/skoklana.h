@@ -21,6 +21,7 @@
 #include <skoklana/mesh.h>
 #include <skoklana/scatter.h>
 #include <skoklana/tables.h>
+#include <skoklana/trace.h>
 #include <skoklana/types.h>
 
 #endif

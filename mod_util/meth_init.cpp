@@ -113,6 +113,11 @@ static const OM_named_func named_functions[] = {
     ROW("eval_coord_func_unif",   UTILeval_param_coord_unif),
     ROW("eval_coord_func_rect",   UTILeval_param_coord_rect),
 
+    ROW("glyph_func",        UTILglyph),
+    ROW("glyph_func_struct", UTILglyph),
+    ROW("glyph_func_unif",   UTILglyph_unif),
+    ROW("glyph_func_rect",   UTILglyph_rect),
+
     ROW("curl_func",        UTILcurl_cells),
     ROW("curl_func_struct", UTILcurl_struct),
     ROW("curl_func_unif",   UTILcurl_unif),
