@@ -81,14 +81,16 @@ struct sizes {
     int64_t growth_volume = 32;     // the first of four; each is twice the one before
     int64_t growth_cells = 20;
     int64_t growth_points = 31250;
+    int64_t squares = 707; // of a flat mesh, two triangles each
 };
 
 // Seconds make the same path through every case: for the checks of outputs alone.
-constexpr sizes tiny_sizes = {20, 14, 13, 6, 4, 8, 64, 2000, 1 << 17, 4, 2, 250};
+constexpr sizes tiny_sizes = {20, 14, 13, 6, 4, 8, 64, 2000, 1 << 17, 4, 2, 250, 12};
 
 void add_isosurface(suite *all, const sizes &of, int threads);
 void add_sampling(suite *all, const sizes &of);
 void add_threshold(suite *all, const sizes &of);
 void add_deriv(suite *all, const sizes &of);
+void add_cut(suite *all, const sizes &of);
 
 } // namespace bench

@@ -202,6 +202,22 @@ input_ptr cells_input(const std::vector<int> &kinds, int64_t cubes_an_axis, cons
     return made;
 }
 
+input_ptr surface_input(int kind, int64_t squares_an_axis, const char *sample)
+{
+    const samples::field &field = sample_named(sample);
+    auto made = std::make_shared<input>();
+    made->cubes_an_axis = squares_an_axis;
+    const int64_t dims[3] = {squares_an_axis + 1, squares_an_axis + 1, 1};
+    made->parts.push_back(samples::cells(kind, 1, dims, field.lo, field.hi));
+    const samples::mesh &set = made->parts[0];
+    made->field = host_cells(set.nnodes(), 3, set.coords.data());
+    require_host(made->field != nullptr);
+    require_host(host_add_cells(made->field, kind, 1, set.ncells, set.connect.data()) == 1);
+    made->theirs = sample_to_vtk(set, field);
+    finish(made.get(), sample, false);
+    return made;
+}
+
 // A point of the lattice cell with its lowest corner at base: its corners blended by t.
 static void blend_corners(const samples::mesh &mesh, const int64_t *base, const double *t, float *out)
 {

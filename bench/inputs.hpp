@@ -47,6 +47,9 @@ input_ptr structured_input(samples::layout layout, const int64_t *dims, const ch
 // each cut into one kind.
 input_ptr cells_input(const std::vector<int> &kinds, int64_t cubes_an_axis, const char *sample);
 
+// The cube's middle plane cut into squares_an_axis^2 squares, and those into cells of a kind.
+input_ptr surface_input(int kind, int64_t squares_an_axis, const char *sample);
+
 // Rows of 3 floats from a fixed seed, all inside the mesh: anywhere in the cube, and in a random cell of
 // meshes that do not fill it.
 std::vector<float> random_places(const input &in, int64_t npoints);

@@ -60,6 +60,7 @@ int main(int argc, char **argv)
     add_sampling(&all, of);
     add_threshold(&all, of);
     add_deriv(&all, of);
+    add_cut(&all, of);
     const auto wanted = [&](const std::string &family, const std::string &name) {
         return family.find(only) != std::string::npos || name.find(only) != std::string::npos;
     };

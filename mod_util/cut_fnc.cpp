@@ -38,19 +38,11 @@ template <typename Cases> class cut_sink {
 
     walk_end take(qx_long cell, const qx_long *corners, const cut_case &row, const int *number)
     {
-        constexpr int list = Cases::piece_list, piece_nnodes = cut_list_nnodes[list];
+        constexpr cut_list list = Cases::piece_list;
         const int ncells = row.ncells;
-        if (!make_room_for_pieces(lists, list, ncells, piece_nnodes)) return walk_end::no_connect;
         qx_long local[most_cut_local];
-        for (int corner = 0; corner < Cases::ncorners; ++corner)
-            local[corner] = node_map[corners[corner]];
-        for (int p = 0; p < row.npoints; ++p)
-            local[Cases::ncorners + p] = nold + number[p];
-        qx_long *out = lists.connect[list] + lists.used[list];
-        for (int i = 0; i < ncells * piece_nnodes; ++i)
-            out[i] = local[row.nodes[i]];
-        lists.used[list] += ncells * piece_nnodes;
-        lists.ncells[list] += ncells;
+        local_nodes<Cases::ncorners>(corners, node_map, row.npoints, number, nold, local);
+        if (!append_pieces(lists, list, ncells, row.nodes, local)) return walk_end::no_connect;
         if (maps->count != nullptr) {
             if (!maps->make_room(list, ncells)) return walk_end::no_map;
             std::fill_n(maps->map[list] + maps->count[list], ncells, cell);
@@ -62,11 +54,7 @@ template <typename Cases> class cut_sink {
     walk_end take_whole(qx_long first, const qx_long *corners, qx_long ncells)
     {
         constexpr int list = Cases::whole_list;
-        if (!make_room_for_pieces(lists, list, ncells, Cases::ncorners)) return walk_end::no_connect;
-        copy_mapped_rows<Cases::ncorners>(corners, nnodes, ncells, node_map,
-                                          lists.connect[list] + lists.used[list]);
-        lists.used[list] += ncells * Cases::ncorners;
-        lists.ncells[list] += ncells;
+        if (!append_whole_cells<Cases>(lists, corners, nnodes, ncells, node_map)) return walk_end::no_connect;
         if (maps->count != nullptr) {
             if (!maps->make_room(list, ncells)) return walk_end::no_map;
             qx_long *map = maps->map[list] + maps->count[list];

@@ -5,7 +5,8 @@
 
 static thread_local kernel_watch *innermost LOADED_WITH_LIBRARY = nullptr;
 
-kernel_watch::kernel_watch(const void *table) : watched(table), outer(innermost)
+kernel_watch::kernel_watch(const void *table, const void *prepared_)
+    : watched(table), prepared(prepared_), outer(innermost)
 {
     innermost = this;
 }
@@ -15,10 +16,21 @@ kernel_watch::~kernel_watch()
     innermost = outer;
 }
 
-void kernel_watch::mark(const void *table, kernel_failure what)
+kernel_watch *kernel_watch::of(const void *table)
 {
     kernel_watch *watch = innermost;
     while (watch != nullptr && watch->watched != table)
         watch = watch->outer;
-    if (watch != nullptr) watch->failure = what;
+    return watch;
+}
+
+void kernel_watch::mark(const void *table, kernel_failure what)
+{
+    if (kernel_watch *watch = of(table)) watch->failure = what;
+}
+
+const void *kernel_watch::prepared_for(const void *table)
+{
+    const kernel_watch *watch = of(table);
+    return watch != nullptr ? watch->prepared : nullptr;
 }

@@ -15,7 +15,8 @@ enum class kernel_failure {
 
 class kernel_watch {
   public:
-    explicit kernel_watch(const void *table);
+    // prepared: what the driver has at hand for kernels of its own kind; may be null.
+    explicit kernel_watch(const void *table, const void *prepared = nullptr);
     ~kernel_watch();
     kernel_watch(const kernel_watch &) = delete;
     kernel_watch &operator=(const kernel_watch &) = delete;
@@ -25,8 +26,13 @@ class kernel_watch {
     // Called by kernels: the table's innermost watch, where there is one, is told.
     static void mark(const void *table, kernel_failure what);
 
+    // What the driver that watches a table has prepared; null: nothing, or nobody does.
+    static const void *prepared_for(const void *table);
+
   private:
-    const void *const watched;
+    const void *const watched, *const prepared;
     kernel_failure failure = kernel_failure::none;
     kernel_watch *const outer;
+
+    static kernel_watch *of(const void *table);
 };

@@ -78,6 +78,8 @@ static const OM_named_func named_functions[] = {
     ROW("cut_func_unif",   UTILcut_struct),
     ROW("cut_func_rect",   UTILcut_struct),
 
+    ROW("contour_func",        UTILcontour_cells),
+
     ROW("grad_func",        UTILgrad_cells),
     ROW("grad_func_struct", UTILgrad_struct),
     ROW("grad_func_unif",   UTILgrad_unif),
@@ -148,6 +150,7 @@ static const OM_named_func named_functions[] = {
     ROW("shape_deriv_tri_1", UTILsh_deriv_tri_1),
     ROW("rev_par_tri_1",     UTILrev_par_tri_1),
     ROW("cut_cell_tri_1",    UTILcut_tri),
+    ROW("contour_cell_tri_1", UTILcontour_tri),
     ROW("isoline_tri_1",     UTILisoline_tri),
     ROW("vol_integr_tri_1",   UTILvol_integr_cell_tri),
 
@@ -160,6 +163,7 @@ static const OM_named_func named_functions[] = {
     ROW("shape_deriv_quad_1", UTILsh_deriv_quad_1),
     ROW("rev_par_quad_1",     UTILrev_par_quad_1),
     ROW("cut_cell_quad_1",    UTILcut_quad),
+    ROW("contour_cell_quad_1", UTILcontour_quad),
     ROW("isoline_quad_1",     UTILisoline_quad),
     ROW("vol_integr_quad_1",  UTILvol_integr_cell_quad),
 
@@ -173,6 +177,7 @@ static const OM_named_func named_functions[] = {
     ROW("rev_par_hex_1",     UTILrev_par_hex_1),
     ROW("slice_cell_hex_1",  UTILslice_hex),
     ROW("cut_cell_hex_1",    UTILcut_hex),
+    ROW("contour_cell_hex_1", UTILcontour_hex),
     ROW("vol_integr_hex_1",   UTILvol_integr_cell_hex),
 
     ROW("shape_func_hex_2",  UTILsh_func_hex_2),
@@ -185,6 +190,7 @@ static const OM_named_func named_functions[] = {
     ROW("rev_par_tet_1",     UTILrev_par_tet_1),
     ROW("slice_cell_tet_1",  UTILslice_tet),
     ROW("cut_cell_tet_1",    UTILcut_tet),
+    ROW("contour_cell_tet_1", UTILcontour_tet),
     ROW("vol_integr_tet_1",   UTILvol_integr_cell_tet),
 
     ROW("shape_func_tet_2",  UTILsh_func_tet_2),
@@ -197,6 +203,7 @@ static const OM_named_func named_functions[] = {
     ROW("rev_par_prism_1",     UTILrev_par_pent_1),
     ROW("slice_cell_prism_1",  UTILslice_prism),
     ROW("cut_cell_prism_1",    UTILcut_prism),
+    ROW("contour_cell_prism_1", UTILcontour_prism),
     ROW("vol_integr_prism_1",  UTILvol_integr_cell_prism),
 
     ROW("shape_func_prism_2",  UTILsh_func_pent_2),
@@ -209,6 +216,7 @@ static const OM_named_func named_functions[] = {
     ROW("rev_par_pyr_1",     UTILrev_par_pyr_1),
     ROW("slice_cell_pyr_1",  UTILslice_pyr),
     ROW("cut_cell_pyr_1",    UTILcut_pyr),
+    ROW("contour_cell_pyr_1", UTILcontour_pyr),
 
     ROW("tesselate_pyr_2", UTILtesselate_pyr_2),
 };

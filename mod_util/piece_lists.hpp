@@ -5,6 +5,7 @@
 #include "cut_cases.hpp"
 #include "grow.hpp"
 #include "memory.hpp"
+#include "simd.hpp"
 
 #include <algorithm>
 
@@ -93,6 +94,31 @@ struct piece_maps {
     }
 };
 
+// The output numbers of a cell's corners, and of its new nodes behind them.
+template <int ncorners>
+FORCE_INLINE void local_nodes(const qx_long *corners, const qx_long *node_map, int npoints, const int *number,
+                              qx_long nold, qx_long *local)
+{
+    for (int corner = 0; corner < ncorners; ++corner)
+        local[corner] = node_map[corners[corner]];
+    for (int p = 0; p < npoints; ++p)
+        local[ncorners + p] = nold + number[p];
+}
+
+// Cells by places in local, one after the other. False: no memory.
+FORCE_INLINE bool append_pieces(const piece_lists &lists, cut_list list, int ncells,
+                                const unsigned char *places, const qx_long *local)
+{
+    const int nnodes = cut_list_nnodes[list];
+    if (!make_room_for_pieces(lists, list, ncells, nnodes)) return false;
+    qx_long *out = lists.connect[list] + lists.used[list];
+    for (int i = 0; i < ncells * nnodes; ++i)
+        out[i] = local[places[i]];
+    lists.used[list] += ncells * nnodes;
+    lists.ncells[list] += ncells;
+    return true;
+}
+
 // Rows of nodes as rows of their output numbers: the first ncorners of nnodes nodes of each cell.
 template <int ncorners>
 void copy_mapped_rows(const qx_long *rows, int nnodes, qx_long ncells, const qx_long *node_map, qx_long *out)
@@ -105,4 +131,17 @@ void copy_mapped_rows(const qx_long *rows, int nnodes, qx_long ncells, const qx_
     for (qx_long cell = 0; cell < ncells; ++cell, rows += nnodes, out += ncorners)
         for (int corner = 0; corner < ncorners; ++corner)
             out[corner] = node_map[rows[corner]];
+}
+
+// Cells that are kept whole, of the kind of Cases. False: no memory.
+template <typename Cases>
+bool append_whole_cells(const piece_lists &lists, const qx_long *rows, int nnodes, qx_long ncells,
+                        const qx_long *node_map)
+{
+    constexpr int list = Cases::whole_list, ncorners = Cases::ncorners;
+    if (!make_room_for_pieces(lists, list, ncells, ncorners)) return false;
+    copy_mapped_rows<ncorners>(rows, nnodes, ncells, node_map, lists.connect[list] + lists.used[list]);
+    lists.used[list] += ncells * ncorners;
+    lists.ncells[list] += ncells;
+    return true;
 }

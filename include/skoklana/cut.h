@@ -156,11 +156,158 @@ int UTILcut_line(mesh_info *mesh, int set, int null_flag, unsigned char *flags, 
                  qx_long *cut_nconn, qx_long *capacity, qx_long *grow, qx_long *cell_map_count,
                  qx_long **cell_map);
 
+/* ---- contour bands --------------------------------------------------------------------------------- *
+ *
+ * A band keeps the part of a mesh whose values lie between two levels, both included. Cells whose corners are
+ * all between them pass whole. A cell that one level crosses is cut by it, as by UTILcut; of one that both cross
+ * there are cases of its own if it is a surface cell (tables.h), and a volume cell is cut at the lower level and
+ * its pieces at the upper one. A band is a finished mesh: it has the places of all its nodes.
+ *
+ * Output nodes are numbered in one sequence: the nodes that are kept, 0 to nold - 1, in the order of the mesh,
+ * then the new nodes, nold + e for entry e of min_node, max_node and level_list. Output cells come in six
+ * lists: 0 tetrahedra, 1 prisms, 2 pyramids, 3 hexahedra, 4 triangles, 5 quadrilaterals.
+ *
+ * data           nnodes values of data_type, one a node
+ * null_flag      not 0: the data has null values, and null_value points to one element of data_type. A cell
+ *                with a null value at any of its nodes is left out. Values are compared with it as doubles
+ * low_level, high_level   compared with values as doubles: value >= low_level and value <= high_level. NaN in the
+ *                data is below every band. With the lower level above the upper one no node is kept, and what
+ *                comes out of cells that both cross is of new nodes only
+ * nold           out: nodes that are kept, as UTILnode_thresh2 finds them, which brings the levels into the data's
+ *                type first: of integers there may be nodes among them, of a value between a level and the
+ *                whole number next to it towards 0, to which no cell refers; and with levels beyond the range of
+ *                char, byte or short other nodes may be kept, or none at all. A cell with a corner between
+ *                the levels that is not kept is left out. Callers bring levels into the range of such a type
+ *                first, which changes nothing else
+ * nnodes_out     out: new nodes
+ * min_node, max_node   out, handed over, nnodes_out entries each: the ends of each new node's edge, the lower
+ *                number first. Below nnodes it is a node of the mesh; nnodes + m stands for new node m, which the
+ *                first cut of a volume cell has made: the second cut has new nodes on edges to it
+ * level_list     out, handed over, nnodes_out entries: 0 for a new node at the lower level, 1 at the upper one.
+ *                An edge that both levels cross has a new node at each
+ * cont_ncells, cont_conn, cont_nconn   out, 6 entries each: cells of each list, their nodes by output numbers,
+ *                NULL where there are no cells, and entries in use
+ * nspace         that of the mesh
+ * coords         out, handed over, nspace floats for each output node; NULL where there is none. New nodes are
+ *                placed by UTILeval_contour
+ * nlow_lines, nhigh_lines   in: not 0 asks for the lines in which the band ends at that level, inside surface
+ *                cells; out: how many there are
+ * low_lines, high_lines   out, handed over: two output nodes a line. NULL: not asked for, or not made
+ *
+ * Bands that follow on each other share their levels, and a cell all of whose corners are at the level between
+ * them is in both. Their volumes add up where those of the two sides of a cut do.
+ *
+ * Lists that are handed over come from ARRalloc_f and go by ARRfree_f or free. */
+
+/* Numbers the new nodes of bands: an edge_table whose edges have a level. */
+typedef struct contour_edge_table {
+    int *head;                 /* size entries: 1 + number of the bucket's newest edge, 0 if it has none */
+    int *next;                 /* next[e + 1] is 1 + the edge behind edge e, 0 at the end */
+    qx_long *min_list;         /* lower node of each edge */
+    qx_long *max_list;         /* upper node of each edge */
+    int nlow;                  /* edges at the lower level */
+    int nhigh;                 /* edges at the upper level */
+    unsigned char *level_list; /* level of each edge: 0 lower, 1 upper */
+    qx_long size;              /* buckets: the nodes of the mesh */
+    int max_edges;             /* capacity, 1000 at first */
+    int nedges;                /* edges held */
+    int grow;                  /* what each growth adds, 1000 */
+} contour_edge_table;
+
+/* Makes the band of one cell set: the type of the functions in slots SLOT_CONTOUR and SLOT_SUB_CONTOUR, for sets of
+ * first-order cells or for what second-order cells have been cut into.
+ *
+ * set        which set of the mesh; its connect list is fetched if the record does not hold it yet
+ * nold, node_map   how many nodes are kept, and the output number of each that is, -1 of others
+ * table      numbers the new nodes; that of the operation which calls the kernel
+ * cont_ncells, cont_conn, cont_nconn, capacity, grow   6 entries each, as of cut_cell_func
+ * nlow_lines, low_lines, nhigh_lines, high_lines   lines are appended to a list that is there. Where there is none,
+ *            surface cells of set 0 begin it, with room for 1024 lines, if its count is not 0. A list grows by 1024
+ *            lines where its count and the lines of a cell reach its capacity. Volume cells release both lists
+ *
+ * The status is checked at the 257th cell that a level crosses, and at every 257th such cell from there.
+ *
+ * Returns 1; 0 on a failure, of which that of a fetch alone is reported, and where asked to stop. When asked to
+ * stop, the table and all lists are released; otherwise everything stays the caller's.
+ *
+ * A host may bind a function of its own, which may hand on to those of the library: where one of them fails
+ * inside, with the table that was given, the operation ends, whatever the host's function makes of it. By itself it
+ * gives 1, or anything else to end the operation; it releases nothing. */
+typedef int (*contour_cell_func)(mesh_info *mesh, int set, int data_type, const void *data, int null_flag,
+                                 const void *null_value, double low_level, double high_level, qx_long nold,
+                                 const qx_long *node_map, contour_edge_table *table, qx_long *cont_ncells,
+                                 qx_long **cont_conn, qx_long *cont_nconn, qx_long *capacity, qx_long *grow,
+                                 qx_long *nlow_lines, qx_long **low_lines, qx_long *nhigh_lines,
+                                 qx_long **high_lines);
+
+/* Makes a band of a mesh, by the form bound to it: UTILcontour_cells or UTILcontour_struct, whose node_map
+ * differs. With none bound: "no contour function found" under "UTILcontour", 0, with the outputs as they were. */
 int UTILcontour(mesh_info *mesh, const void *data, int data_type, int null_flag, const void *null_value,
                 double low_level, double high_level, qx_long *nold, qx_long **node_map, qx_long *nnodes_out,
                 qx_long **min_node, qx_long **max_node, unsigned char **level_list, qx_long *cont_ncells,
                 qx_long **cont_conn, qx_long *cont_nconn, int nspace, float **coords, qx_long *nlow_lines,
                 qx_long **low_lines, qx_long *nhigh_lines, qx_long **high_lines);
+
+/* The form of UTILcontour for cell sets.
+ *
+ * node_map   out, handed over, from malloc: the output number of each node of the mesh, -1 where it is not kept
+ *
+ * Sets are taken in order, and their cells in order; new nodes are numbered in order of first sight, those of a
+ * volume cell's first cut before those of its second. The latter are the cell's own where they stand on an edge
+ * inside it or across a face: neighbours need not share them. Sets without a function for this are passed over.
+ *
+ * Lines are made where set 0 is one of surface cells, and lost to a set of volume cells behind it. So they are of
+ * use for meshes of surface cells alone.
+ *
+ * Cells of second order are cut into first-order cells over the same nodes, at most 1024 at a time. Each set, and
+ * within it each block of second-order cells, opens a status range; a second-order set without a tesselator is
+ * passed over and leaves its range open.
+ *
+ * Returns 1. When asked to stop, 0. On failure 0, with a report for some: "unable to get field coordinates" and
+ * "unable to get cell set connect list" under "fld_info", "unknown data type" under "UTILnode_thresh2", "alloc for
+ * mesh copy failed" and "tesselation failed" under "UTILcontour"; other lack of memory is not reported. node_map and
+ * coords are then NULL; nnodes_out, min_node, max_node and level_list are as they were. Output lists and lines that
+ * are there, NULL otherwise, are the caller's to release; when asked to stop, all of them are taken back.
+ *
+ * Takes 5 bytes a node of working memory. Whole cells cost little more than the copy. */
+int UTILcontour_cells(mesh_info *mesh, const void *data, int data_type, int null_flag, const void *null_value,
+                      double low_level, double high_level, qx_long *nold, qx_long **node_map,
+                      qx_long *nnodes_out, qx_long **min_node, qx_long **max_node, unsigned char **level_list,
+                      qx_long *cont_ncells, qx_long **cont_conn, qx_long *cont_nconn, int nspace,
+                      float **coords, qx_long *nlow_lines, qx_long **low_lines, qx_long *nhigh_lines,
+                      qx_long **high_lines);
+
+/* The functions of type contour_cell_func, by the kind of cell. */
+int UTILcontour_hex(mesh_info *mesh, int set, int data_type, const void *data, int null_flag,
+                    const void *null_value, double low_level, double high_level, qx_long nold,
+                    const qx_long *node_map, contour_edge_table *table, qx_long *cont_ncells,
+                    qx_long **cont_conn, qx_long *cont_nconn, qx_long *capacity, qx_long *grow,
+                    qx_long *nlow_lines, qx_long **low_lines, qx_long *nhigh_lines, qx_long **high_lines);
+int UTILcontour_prism(mesh_info *mesh, int set, int data_type, const void *data, int null_flag,
+                      const void *null_value, double low_level, double high_level, qx_long nold,
+                      const qx_long *node_map, contour_edge_table *table, qx_long *cont_ncells,
+                      qx_long **cont_conn, qx_long *cont_nconn, qx_long *capacity, qx_long *grow,
+                      qx_long *nlow_lines, qx_long **low_lines, qx_long *nhigh_lines, qx_long **high_lines);
+int UTILcontour_pyr(mesh_info *mesh, int set, int data_type, const void *data, int null_flag,
+                    const void *null_value, double low_level, double high_level, qx_long nold,
+                    const qx_long *node_map, contour_edge_table *table, qx_long *cont_ncells,
+                    qx_long **cont_conn, qx_long *cont_nconn, qx_long *capacity, qx_long *grow,
+                    qx_long *nlow_lines, qx_long **low_lines, qx_long *nhigh_lines, qx_long **high_lines);
+int UTILcontour_tet(mesh_info *mesh, int set, int data_type, const void *data, int null_flag,
+                    const void *null_value, double low_level, double high_level, qx_long nold,
+                    const qx_long *node_map, contour_edge_table *table, qx_long *cont_ncells,
+                    qx_long **cont_conn, qx_long *cont_nconn, qx_long *capacity, qx_long *grow,
+                    qx_long *nlow_lines, qx_long **low_lines, qx_long *nhigh_lines, qx_long **high_lines);
+int UTILcontour_quad(mesh_info *mesh, int set, int data_type, const void *data, int null_flag,
+                     const void *null_value, double low_level, double high_level, qx_long nold,
+                     const qx_long *node_map, contour_edge_table *table, qx_long *cont_ncells,
+                     qx_long **cont_conn, qx_long *cont_nconn, qx_long *capacity, qx_long *grow,
+                     qx_long *nlow_lines, qx_long **low_lines, qx_long *nhigh_lines, qx_long **high_lines);
+int UTILcontour_tri(mesh_info *mesh, int set, int data_type, const void *data, int null_flag,
+                    const void *null_value, double low_level, double high_level, qx_long nold,
+                    const qx_long *node_map, contour_edge_table *table, qx_long *cont_ncells,
+                    qx_long **cont_conn, qx_long *cont_nconn, qx_long *capacity, qx_long *grow,
+                    qx_long *nlow_lines, qx_long **low_lines, qx_long *nhigh_lines, qx_long **high_lines);
 
 /* ---- data of a band's new nodes --------------------------------------------------------------------- */
 
