@@ -73,6 +73,9 @@ static const OM_named_func named_functions[] = {
     ROW("isoline_func_unif",   UTILisoline_struct),
     ROW("isoline_func_rect",   UTILisoline_struct),
 
+    ROW("rslice_func_unif", UTILrslice_unif),
+    ROW("rslice_func_rect", UTILrslice_rect),
+
     ROW("cut_func",        UTILcut_cells),
     ROW("cut_func_struct", UTILcut_struct),
     ROW("cut_func_unif",   UTILcut_struct),

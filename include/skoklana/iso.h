@@ -1,4 +1,4 @@
-/* Isosurfaces and isolines. */
+/* Isosurfaces, isolines, and plane slices of rectilinear meshes. */
 #ifndef SKOKLANA_ISO_H
 #define SKOKLANA_ISO_H
 
@@ -291,20 +291,54 @@ int UTILlines_to_chains(qx_long *lines, qx_long n, qx_long nnodes);
  * Reports under "UTILlines_to_poly". */
 int UTILlines_to_polyl(qx_long *lines, qx_long n, qx_long nnodes, qx_long *renumber);
 
-/* Cuts a uniform or rectilinear mesh by a plane into a regular grid on the plane, by the form bound to the
- * mesh, which gets all arguments but the mesh. With none bound: a line on standard error, 0.
+/* ---- plane slices as grids --------------------------------------------------------------------------- */
+
+/* Cuts a uniform or rectilinear mesh of three axes by a plane into a regular grid on the plane, by the form
+ * bound to the mesh, UTILrslice_unif or UTILrslice_rect. It gets all arguments but the mesh, of which nothing
+ * is read. With none bound: "UTILrslice_func: no rslice function found" on standard error, 0, outputs as they
+ * were.
  *
- * normal, distance   the plane: normal . x = distance
- * out_dims           2 entries: nodes of the grid
- * out_points         the grid's compact coordinates in unit extents
- * xform              4 x 4, row-major: places the grid in space
- * lo_node, hi_node, weight, valid   handed over, an entry a grid node: the two mesh nodes around it, its
- *                    place between them, and 1 where it lies in the mesh
+ * dims         nodes along each axis of the mesh
+ * points       the mesh's compact coordinates, in rows of three
+ * normal       3 components, of any length
+ * distance     the plane is where normal . x = distance; taken in float
+ * out_dims     out, 2 entries: nodes of the grid along u and v
+ * out_points   out, the grid's compact coordinates, in unit extents. UTILrslice_unif: the corners 0 and 1 of
+ *              the unit square, 2 rows. UTILrslice_rect: a row for each node of u, (t, 0, 0), then for each
+ *              of v, (0, t, 0), t from 0 to 1 as the mesh's nodes are spaced, 0 on an axis without length.
+ *              Rows enough for either are dims[0] + dims[1] + dims[2]
+ * out_nspace   floats a row of out_points, 2 or 3
+ * xform        out, 4 x 4, row-major: places the unit square in space. Rows 0 and 1 are its sides along u and
+ *              v, row 2 their cross product, made a unit vector if it is longer than 1e-32, row 3 the first
+ *              corner. The whole range of u and v is on it, also where the plane leaves the mesh
+ * lo_node, hi_node   out, handed over, out_dims[0] * out_dims[1] entries, u fastest: the two nodes of the
+ *                    mesh
+ *              between which the grid's node is; -1 where it is outside the mesh
+ * weight       out, handed over: its place between them, 0 at lo_node and 1 at hi_node. Not written outside
+ * valid        out, handed over: 1 in the mesh, 0 outside
  *
- * Returns the count of valid nodes. */
+ * w is the axis with the largest component of the normal, in a tie the lowest; u and v are the two behind it:
+ * y and z for w = x, z and x for y, x and y for z. The grid has a node above each pair of nodes of u and v.
+ * Row 2 of xform points along +w on ascending axes, whatever the sign of the normal.
+ *
+ * A plane through nodes of the mesh takes the edge above them with weight 0 in uniform meshes, but for the
+ * last layer, and the edge below with weight 1 in rectilinear ones. An axis of one node along w has no edge,
+ * and nothing is valid; along u or v it works. Axes may descend. All arithmetic is in float: in uniform
+ * meshes a row of grid nodes is reached by repeated subtraction, and what that loses is part of the result. A
+ * normal of 0 leaves nothing valid and xform without meaning.
+ *
+ * Returns the count of valid nodes, UTILrslice in 32 bits. Without memory: 0, unreported, and the four lists
+ * are NULL, as they never are for a plane outside the mesh. No status is checked. */
 int UTILrslice(mesh_info *mesh, const qx_long *dims, const float *points, const float *normal,
                double distance, qx_long *out_dims, float *out_points, int out_nspace, float *xform,
                qx_long **lo_node, qx_long **hi_node, float **weight, unsigned char **valid);
+/* The forms for the two kinds of mesh. */
+qx_long UTILrslice_unif(const qx_long *dims, const float *points, const float *normal, double distance,
+                        qx_long *out_dims, float *out_points, int out_nspace, float *xform, qx_long **lo_node,
+                        qx_long **hi_node, float **weight, unsigned char **valid);
+qx_long UTILrslice_rect(const qx_long *dims, const float *points, const float *normal, double distance,
+                        qx_long *out_dims, float *out_points, int out_nspace, float *xform, qx_long **lo_node,
+                        qx_long **hi_node, float **weight, unsigned char **valid);
 
 SKOKLANA_END
 #endif
