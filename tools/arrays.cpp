@@ -13,6 +13,7 @@
 #include <cmath>
 #include <cstring>
 #include <limits>
+#include <type_traits>
 
 // VTK's type that a code is kept in.
 static const int vtk_types[] = {VTK_SIGNED_CHAR, VTK_UNSIGNED_CHAR, VTK_SHORT,    VTK_INT,
@@ -173,6 +174,31 @@ template <typename T> static void nan_to_null(scalar_array *scalar)
     array = copy;
 }
 
+bool value_in_type(int type, double value, void *out)
+{
+    double back = value;
+    if (limit_to_type(type, &back) && type != DTYPE_FLOAT) return false;
+    UTILdouble_to_type(type, back, out);
+    UTILtype_to_double(type, out, &back);
+    return back == value || type == DTYPE_FLOAT;
+}
+
+bool limit_to_type(int type, double *bound)
+{
+    typed_array of_type;
+    of_type.type = type;
+    bool beyond = false;
+    with_values(of_type, [&](auto *none) {
+        using T = std::remove_reference_t<decltype(*none)>;
+        const double lo = static_cast<double>(std::numeric_limits<T>::lowest());
+        double hi = static_cast<double>(std::numeric_limits<T>::max());
+        if constexpr (sizeof(T) == 8 && std::is_integral_v<T>) hi = std::nextafter(hi, 0); // it rounded up
+        beyond = *bound < lo || *bound > hi;
+        *bound = std::clamp(*bound, lo, hi);
+    });
+    return beyond;
+}
+
 scalar_array scalar_of(const typed_array &array, int component, bool has_null, double null_value)
 {
     scalar_array scalar;
@@ -202,13 +228,8 @@ scalar_array scalar_of(const typed_array &array, int component, bool has_null, d
             throw failure("component " + std::to_string(component) + " of " + array.name +
                           " could not be taken");
     }
-    if (has_null) {
-        double back;
-        UTILdouble_to_type(scalar.array.type, null_value, &scalar.null_value_bits);
-        UTILtype_to_double(scalar.array.type, &scalar.null_value_bits, &back);
-        // a null value that the type cannot hold is held by no node
-        scalar.null_flag = back == null_value || scalar.array.type == DTYPE_FLOAT ? 1 : 0;
-    }
+    if (has_null) // a null value that the type cannot hold is held by no node
+        scalar.null_flag = value_in_type(scalar.array.type, null_value, &scalar.null_value_bits) ? 1 : 0;
     if (scalar.array.type == DTYPE_FLOAT) nan_to_null<float>(&scalar);
     if (scalar.array.type == DTYPE_DOUBLE) nan_to_null<double>(&scalar);
     return scalar;

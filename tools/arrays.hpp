@@ -75,6 +75,11 @@ struct value_range {
 };
 value_range range_of(const typed_array &array);
 
+// Writes the value as one of the type's. False: the type cannot hold it (floats hold all, rounded).
+bool value_in_type(int type, double value, void *out);
+// A bound limited to what the type can hold. True: it was beyond.
+bool limit_to_type(int type, double *bound);
+
 // A scalar with, maybe, a null value.
 struct scalar_array {
     typed_array array;

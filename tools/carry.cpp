@@ -10,6 +10,7 @@
 #include <vtkCellArray.h>
 #include <vtkCellData.h>
 #include <vtkDataArray.h>
+#include <vtkDoubleArray.h>
 #include <vtkFloatArray.h>
 #include <vtkPointData.h>
 #include <vtkPoints.h>
@@ -19,6 +20,8 @@
 #include <vtkUnstructuredGrid.h>
 
 #include <algorithm>
+#include <cmath>
+#include <type_traits>
 
 std::vector<typed_array> rows_of(const std::vector<typed_array> &arrays, const std::vector<qx_long> &rows)
 {
@@ -67,14 +70,36 @@ bool node_results::add(qx_long count, const qx_long *nodes)
     return true;
 }
 
+// The library cuts integers off, which shows: the nodes of level 5 would have 4 where rounding went down.
+template <typename T>
+static void round_between(const T *from, int veclen, qx_long count, const qx_long *a, const qx_long *b,
+                          const float *t, T *to)
+{
+    for (qx_long i = 0; i < count; ++i)
+        for (int c = 0; c < veclen; ++c) {
+            const T first = from[a[i] * veclen + c], second = from[b[i] * veclen + c];
+            const double step = t[i] * (static_cast<double>(second) - static_cast<double>(first));
+            *to++ = static_cast<T>(first + static_cast<T>(std::llround(step)));
+        }
+}
+
 bool node_results::add_between(qx_long count, const qx_long *a, const qx_long *b, const float *t)
 {
     if (count == 0) return true;
     if (UTILeval_coord(mesh.mesh, count, a, b, t, coords(filled)) != 1) return false;
-    for (size_t i = 0; i < from.size(); ++i)
-        if (UTILeval_param(count, from[i].veclen, from[i].type, from[i].values, 0, nullptr, a, b, t,
-                           row_at(made[i], filled)) != 1)
-            return false;
+    for (size_t i = 0; i < from.size(); ++i) {
+        void *to = row_at(made[i], filled);
+        bool done = true;
+        with_values(from[i], [&](const auto *values) {
+            using T = std::remove_cv_t<std::remove_reference_t<decltype(*values)>>;
+            if constexpr (std::is_integral_v<T>)
+                round_between(values, from[i].veclen, count, a, b, t, static_cast<T *>(to));
+            else
+                done =
+                    UTILeval_param(count, from[i].veclen, from[i].type, values, 0, nullptr, a, b, t, to) == 1;
+        });
+        if (!done) return false;
+    }
     filled += count;
     return true;
 }
@@ -82,7 +107,16 @@ bool node_results::add_between(qx_long count, const qx_long *a, const qx_long *b
 void node_results::hand_over(vtkPointSet *data)
 {
     auto points = vtkSmartPointer<vtkPoints>::New();
-    points->SetData(places);
+    if (mesh.shifted()) {
+        auto shifted = vtkSmartPointer<vtkDoubleArray>::New();
+        shifted->SetNumberOfComponents(3);
+        shifted->SetNumberOfTuples(places->GetNumberOfTuples());
+        for (vtkIdType i = 0; i < places->GetNumberOfValues(); ++i)
+            shifted->SetValue(i, places->GetValue(i) + mesh.offset[i % 3]);
+        points->SetData(shifted);
+    } else {
+        points->SetData(places);
+    }
     data->SetPoints(points);
     for (const typed_array &array : made)
         data->GetPointData()->AddArray(array.kept);

@@ -25,7 +25,7 @@ struct list_release {
 template <typename T> using owned = std::unique_ptr<T[], list_release>;
 using owned_list = owned<qx_long>;
 
-// Nodes with their arrays.
+// Nodes with their arrays. Integers between two nodes are rounded to the nearest.
 class node_results {
   public:
     // count: the nodes that will be added in all.
@@ -34,9 +34,9 @@ class node_results {
     bool add(qx_long count, const qx_long *nodes);
     // Nodes at the places a + t (b - a) between nodes of the mesh. False: the library reported a failure.
     bool add_between(qx_long count, const qx_long *a, const qx_long *b, const float *t);
-    // Where nodes that were added last stand: rows of 3, for results with positions of their own.
+    // Positions from a row on, rows of 3, for results with positions of their own.
     float *coords(qx_long from);
-    // Gives data the nodes and the arrays.
+    // Gives data the nodes and the arrays; the nodes of shifted meshes where they belong.
     void hand_over(vtkPointSet *data);
 
   private:

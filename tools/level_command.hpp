@@ -13,8 +13,10 @@ class level_command : public command {
   private:
     bool surfaces() const { return kind == level_kind::surfaces; }
     void check_cells(const input &in) const;
-    // The array that a picture is coloured by.
-    std::string colour(const typed_array &array, const carried_arrays &carried) const;
+    // Why there is nothing.
+    std::string reason(const typed_array &of, const scalar_array &scalar) const;
+    drawing picture_of(const input &in, const typed_array &of, const carried_arrays &carried,
+                       const extracted &made) const;
 
     level_kind kind;
     input_options file;
@@ -22,4 +24,5 @@ class level_command : public command {
     level_options levels;
     result_options result;
     with_options with;
+    bool raw = false;
 };

@@ -2,11 +2,15 @@
 #include "command.hpp"
 #include "console.hpp"
 #include "failure.hpp"
+#include "memory_limit.hpp"
 #include "messages.hpp"
 #include "progress.hpp"
+#include "write.hpp"
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <stdexcept>
 
 static const char *const examples = R"(
@@ -42,9 +46,30 @@ static std::string names_of_commands()
     return names;
 }
 
+// Whether two numbers follow --level or -l.
+static bool has_two_values(int argc, char **argv)
+{
+    const auto is_number = [](const char *text) {
+        char *end;
+        strtod(text, &end);
+        return *text != '\0' && *end == '\0';
+    };
+    for (int i = 1; i + 2 < argc; ++i)
+        if (argv[i] == std::string("-l") || argv[i] == std::string("--level"))
+            if (is_number(argv[i + 1]) && is_number(argv[i + 2])) return true;
+    return false;
+}
+
+// What was printed may not have arrived.
+static void check_standard_output()
+{
+    if (fflush(stdout) != 0 || ferror(stdout) != 0)
+        throw failure(std::string("standard output cannot be written: ") + strerror(errno));
+}
+
 static int run(int argc, char **argv)
 {
-    bool quiet = false, time = false;
+    bool quiet = false, time = false, overwrite = false;
     int threads = 0;
     CLI::App app("Surfaces, lines and values out of meshes with data.", "skoklana");
     app.set_version_flag("--version", "skoklana " SKOKLANA_VERSION);
@@ -53,6 +78,7 @@ static int run(int argc, char **argv)
     app.fallthrough();
     app.get_formatter()->column_width(32);
     app.add_flag("--quiet,-q", quiet, "say nothing but errors");
+    app.add_flag("--overwrite", overwrite, "let results take the place of files that are read");
     app.add_flag("--time", time, "tell how long reading, computing and writing took");
     app.add_option("--threads", threads,
                    "threads for the operations that can use several; else as many as there are processors")
@@ -73,15 +99,22 @@ static int run(int argc, char **argv)
         if (app.get_subcommands().empty() && !unknown.empty() && unknown[0][0] != '-')
             throw failure("there is no command " + unknown[0] + "; there are " + names_of_commands(),
                           exit_usage);
-        return app.exit(wrong) == 0 ? exit_done : exit_usage;
+        const int code = app.exit(wrong);
+        if (dynamic_cast<const CLI::ExtrasError *>(&wrong) != nullptr && has_two_values(argc, argv))
+            fputs("Several levels are given as -l 1,2 or -l 1 -l 2.\n", stderr);
+        check_standard_output();
+        return code == 0 ? exit_done : exit_usage;
     }
+    limit_memory();
     if (quiet) be_quiet();
+    if (overwrite) allow_overwriting_inputs();
     if (threads > 0) setenv("QX_NUM_THREADS", std::to_string(threads).c_str(), 1);
     vtk_messages::install();
     start_progress(!quiet);
     start_clock();
     chosen->run();
     if (time) print_stages();
+    check_standard_output();
     return exit_done;
 }
 

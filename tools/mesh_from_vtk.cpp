@@ -87,15 +87,46 @@ std::string input_mesh::size_in_words() const
 
 // ---- coordinates --------------------------------------------------------------------------------------------
 
-// Tells of coordinates that float cannot hold to a hundred-thousandth of the mesh's size.
+// The precision of coordinates that is promised without a word, relative to the mesh's size, and what is worth
+// a shift.
+static const double told_rounding = 1e-5, shifted_rounding = 1e-6;
+
+// Tells of coordinates that float cannot hold.
 static void note_rounding(input_mesh *mesh, double worst)
 {
     const double size = mesh->data->GetLength();
-    if (worst <= 1e-5 * size) return;
+    if (worst <= told_rounding * size) return;
     char text[100];
     snprintf(text, sizeof text, "coordinates are rounded to float, by up to %.3g; the mesh is %.3g across",
              worst, size);
     mesh->notes.push_back(text);
+}
+
+// Puts the middle of the mesh at 0.
+static void shift(input_mesh *mesh)
+{
+    char text[200];
+    mesh->data->GetCenter(mesh->offset);
+    snprintf(text, sizeof text,
+             "float cannot hold the coordinates apart; worked on around %.9g, %.9g, %.9g and shifted back",
+             mesh->offset[0], mesh->offset[1], mesh->offset[2]);
+    mesh->notes.push_back(text);
+}
+
+// Coordinates as float; gives by how much the worst was rounded.
+static double round_positions(input_mesh *mesh)
+{
+    double worst = 0, xyz[3];
+    for (vtkIdType node = 0; node < mesh->nnodes; ++node) {
+        mesh->data->GetPoint(node, xyz);
+        for (int d = 0; d < 3; ++d) {
+            const double exact = xyz[d] - mesh->offset[d];
+            const float value = static_cast<float>(exact);
+            mesh->coords[static_cast<size_t>(node * 3 + d)] = value;
+            if (std::abs(exact - value) > worst) worst = std::abs(exact - value);
+        }
+    }
+    return worst;
 }
 
 static const float *set_positions(input_mesh *mesh)
@@ -105,15 +136,10 @@ static const float *set_positions(input_mesh *mesh)
     if (array != nullptr && array->GetDataType() == VTK_FLOAT && array->HasStandardMemoryLayout())
         return mesh->positions = static_cast<float *>(array->GetVoidPointer(0));
     mesh->coords.resize(static_cast<size_t>(mesh->nnodes) * 3);
-    double worst = 0;
-    for (vtkIdType node = 0; node < mesh->nnodes; ++node) {
-        double xyz[3];
-        mesh->data->GetPoint(node, xyz);
-        for (int d = 0; d < 3; ++d) {
-            const float value = static_cast<float>(xyz[d]);
-            mesh->coords[static_cast<size_t>(node * 3 + d)] = value;
-            if (std::abs(xyz[d] - value) > worst) worst = std::abs(xyz[d] - value);
-        }
+    double worst = round_positions(mesh);
+    if (worst > shifted_rounding * mesh->data->GetLength() && std::isfinite(mesh->data->GetLength())) {
+        shift(mesh);
+        worst = round_positions(mesh);
     }
     note_rounding(mesh, worst);
     return mesh->positions = mesh->coords.data();
@@ -167,12 +193,22 @@ static void rectilinear(input_mesh *mesh, vtkRectilinearGrid *grid)
 {
     vtkDataArray *from[3] = {grid->GetXCoordinates(), grid->GetYCoordinates(), grid->GetZCoordinates()};
     double worst = 0;
-    for (int d = 0; d < 3; ++d)
-        for (vtkIdType i = 0; i < from[d]->GetNumberOfTuples(); ++i) {
-            const double value = from[d]->GetComponent(i, 0);
-            mesh->axes[d].push_back(static_cast<float>(value));
-            worst = std::max(worst, std::abs(value - mesh->axes[d].back()));
+    const auto round_axes = [&] {
+        worst = 0;
+        for (int d = 0; d < 3; ++d) {
+            mesh->axes[d].clear();
+            for (vtkIdType i = 0; i < from[d]->GetNumberOfTuples(); ++i) {
+                const double value = from[d]->GetComponent(i, 0) - mesh->offset[d];
+                mesh->axes[d].push_back(static_cast<float>(value));
+                worst = std::max(worst, std::abs(value - mesh->axes[d].back()));
+            }
         }
+    };
+    round_axes();
+    if (worst > shifted_rounding * grid->GetLength()) {
+        shift(mesh);
+        round_axes();
+    }
     if (!ascending(mesh->axes[0]) || !ascending(mesh->axes[1]) || !ascending(mesh->axes[2]))
         return curvilinear(mesh);
     mesh->kind = "rectilinear";
@@ -191,10 +227,16 @@ static void uniform(input_mesh *mesh, vtkImageData *image)
     double first[3], last[3], worst = 0;
     image->GetPoint(0, first);
     image->GetPoint(mesh->nnodes - 1, last);
+    double farthest = 0; // nodes between are worked out in float
+    for (const double *corner : {first, last})
+        for (int d = 0; d < 3; ++d)
+            farthest = std::max(farthest, std::abs(corner[d]));
+    if (farthest * 6e-8 > shifted_rounding * image->GetLength()) shift(mesh);
     for (const double *corner : {first, last})
         for (int d = 0; d < 3; ++d) {
-            mesh->corners.push_back(static_cast<float>(corner[d]));
-            worst = std::max(worst, std::abs(corner[d] - mesh->corners.back()));
+            const double value = corner[d] - mesh->offset[d];
+            mesh->corners.push_back(static_cast<float>(value));
+            worst = std::max(worst, std::abs(value - mesh->corners.back()));
         }
     note_rounding(mesh, worst);
     mesh->field = host_uniform(mesh->ndim, mesh->dims.data(), 3, mesh->corners.data());
@@ -480,7 +522,7 @@ static void explicit_cells(const std::string &path, input_mesh *mesh, cell_sorte
     sorter->finish();
 }
 
-// Values in second-order prisms and pyramids cannot be computed: the shape functions of the former do not sum
+// Values in second-order prisms and pyramids cannot be computed by the library: the shape functions of the former do not sum
 // to 1 and the latter have none. To be sampled they are taken apart into first-order cells.
 static void take_apart(const std::string &path, input_mesh *mesh)
 {
@@ -522,6 +564,11 @@ static void cell_sets(const std::string &path, input_mesh *mesh, mesh_use use)
     mesh->ndim = 0;
     mesh->dims.clear();
     if (use == mesh_use::sample) take_apart(path, mesh);
+    if (use == mesh_use::locate)
+        for (input_set &set : mesh->sets)
+            if (set.kind == CELL_PRISM && set.order == 2)
+                for (size_t i = 0; i < set.own.size(); i += 15)
+                    std::swap(set.own[i + 12], set.own[i + 13]);
     mesh->field = host_cells(mesh->nnodes, 3, coords);
     for (const input_set &set : mesh->sets)
         if (mesh->field != nullptr &&

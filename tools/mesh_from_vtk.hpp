@@ -39,6 +39,10 @@ struct input_mesh {
     std::vector<input_set> sets; // of cell sets; cells of structured meshes are numbered as VTK's
     host_field *field = nullptr;
     mesh_info *mesh = nullptr;
+    // Coordinates of the mesh are those of the data set without this, as float does not hold those apart that
+    // are small steps far from 0.
+    double offset[3] = {0, 0, 0};
+    bool shifted() const { return offset[0] != 0 || offset[1] != 0 || offset[2] != 0; }
     std::vector<std::string> notes; // what is not as in the file
 
     bool structured() const { return ndim > 0; }
@@ -62,8 +66,12 @@ struct input_mesh {
     std::vector<float> coords, axes[3], corners;
 };
 
-// What the mesh is for: to sample at points takes cells that values can be computed in.
-enum class mesh_use { extract, sample };
+// What the mesh is for.
+enum class mesh_use {
+    extract, // second-order cells as the tesselation takes them
+    locate,  // as cell_nodes.h has them, for the host's exact location
+    sample   // only cells that the library's own sampling can compute values in
+};
 
 // Throws failure, whose text starts with path.
 std::unique_ptr<input_mesh> make_mesh(const std::string &path, vtkDataSet *data, mesh_use use);

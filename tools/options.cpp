@@ -1,14 +1,41 @@
 #include "options.hpp"
 
+#include "colours.hpp"
 #include "console.hpp"
 #include "failure.hpp"
 #include "write.hpp"
 
 #include <vtkDataSet.h>
 
-#include <cstdlib>
+#include <algorithm>
+#include <charconv>
+#include <cmath>
 #include <cstring>
 #include <filesystem>
+
+CLI::Validator finite_number()
+{
+    return CLI::Validator(
+        [](const std::string &text) {
+            double value;
+            if (!CLI::detail::lexical_cast(text, value)) return text + " is no number";
+            return std::isfinite(value) ? std::string() : text + " is no finite number";
+        },
+        "", "");
+}
+
+CLI::Validator whole_number(int64_t from)
+{
+    return CLI::Validator(
+        [from](const std::string &text) {
+            int64_t value;
+            const bool is_one = CLI::detail::lexical_cast(text, value);
+            return is_one && value >= from ? std::string()
+                                           : text + " is out of range; a whole number from " +
+                                                 std::to_string(from) + " is wanted";
+        },
+        "", "");
+}
 
 // ---- input --------------------------------------------------------------------------------------------------
 
@@ -18,9 +45,9 @@ input_options::input_options(CLI::App &app)
                    "any file that VTK reads: .vtk .vti .vtu .vtp ..., PLOT3D, EnSight, Exodus, STL, ...")
         ->required();
     app.add_option("--block", how.block, "of a file of several blocks: take block N only, from 0")
-        ->check(CLI::NonNegativeNumber);
+        ->check(whole_number(0));
     app.add_option("--step", how.step, "of a file of several time steps: take step N, from 0; else the first")
-        ->check(CLI::NonNegativeNumber);
+        ->check(whole_number(0));
     app.add_option("--solution", how.solution,
                    "PLOT3D: the file with the data of the grid; else looked for beside it");
 }
@@ -37,20 +64,22 @@ input input_options::load(mesh_use use) const
 
 // ---- array --------------------------------------------------------------------------------------------------
 
-array_options::array_options(CLI::App &app, array_place at) : array_options(app, at, extent()) {}
-
-array_options::array_options(CLI::App &app, array_place at, extent options) : place(at)
+array_options::array_options(CLI::App &app, array_place at, component_kind components_, bool null_option)
+    : place(at), components(components_)
 {
     const char *kind = place == array_place::node   ? "node array"
                        : place == array_place::cell ? "cell array"
                                                     : "node or cell array";
     app.add_option("--array,-a", name,
                    std::string("the ") + kind + " to work on; needed where there are several");
-    if (options.component)
+    if (components == component_kind::length)
         app.add_option("--component", component,
                        "of an array of vectors: component N, from 0, or \"length\" (the default)");
-    if (options.null)
-        app.add_option("--null", null, "nodes with this value have none; NaN always means that");
+    if (components == component_kind::all)
+        app.add_option("--component", component, "of an array of vectors: component N, from 0; else all");
+    if (null_option)
+        app.add_option("--null", null, "nodes with this value have none; NaN always means that")
+            ->check(finite_number());
 }
 
 chosen_array array_options::choose(const input &in) const
@@ -84,15 +113,18 @@ chosen_array array_options::choose(const input &in) const
 
 int array_options::component_of(const input &in, const typed_array &array) const
 {
-    if (component.empty() || component == "length") return -1;
-    char *end;
-    const long number = strtol(component.c_str(), &end, 10);
-    if (*end != '\0' || number < 0)
-        throw failure("--component " + component + ": is neither a number from 0 nor \"length\"", exit_usage);
+    const bool lengths = components == component_kind::length;
+    if (component.empty() || (lengths && component == "length")) return -1;
+    int number = -1;
+    const char *end = component.data() + component.size();
+    if (std::from_chars(component.data(), end, number).ptr != end || number < 0)
+        throw failure("--component " + component +
+                          (lengths ? ": is neither a number from 0 nor \"length\"" : ": is no number from 0"),
+                      exit_usage);
     if (number >= array.veclen)
         throw failure(in.file.path + ": " + array.name + " has components 0 to " +
                       std::to_string(array.veclen - 1) + ", not " + component);
-    return static_cast<int>(number);
+    return number;
 }
 
 scalar_array array_options::scalar(const input &in, const typed_array &array) const
@@ -133,7 +165,16 @@ level_options::level_options(CLI::App &app)
     app.add_option("--level,-l", levels, "the value to extract; may be repeated, or given as X,Y,Z")
         ->required()
         ->delimiter(',')
-        ->allow_extra_args(false);
+        ->allow_extra_args(false)
+        ->check(finite_number());
+}
+
+void level_options::check(size_t most, const char *use) const
+{
+    if (levels.size() > most)
+        throw failure("--level: " + std::to_string(levels.size()) + " levels are too many; " +
+                          std::to_string(most) + " are the most" + use,
+                      exit_usage);
 }
 
 // ---- results ------------------------------------------------------------------------------------------------
@@ -141,13 +182,21 @@ level_options::level_options(CLI::App &app)
 result_options::result_options(CLI::App &app, const char *about, drawn pictures)
 {
     CLI::Option *file = app.add_option("--out,-o", out, about);
-    if (pictures == drawn::no)
+    if (pictures == drawn::no) {
         file->required();
-    else
-        app.add_option("--picture,-p", picture, "draw the result into a .png file; needs no display");
+        return;
+    }
+    app.add_option("--picture,-p", picture, "draw the result into a .png or .jpg file; needs no display");
+    app.add_option("--view", look.view, "of the picture: along x, y, z, -x, -y or -z, or iso, from a corner")
+        ->check(CLI::IsMember({"x", "y", "z", "-x", "-y", "-z", "iso"}));
+    app.add_option("--size", size, "of the picture in pixels: WxH, 1200x900 if not given");
+    app.add_option("--colors,--colours", look.colours, "of the picture: " + names_of_colours())
+        ->check([](const std::string &name) {
+            return is_colours(name) ? std::string() : name + " is not among " + names_of_colours();
+        });
 }
 
-void result_options::check(const char *endings, const char *what) const
+void result_options::check(const char *endings, const char *what)
 {
     if (out.empty() && picture.empty()) {
         const std::string first(endings + 1, strcspn(endings + 1, " "));
@@ -155,7 +204,14 @@ void result_options::check(const char *endings, const char *what) const
                       exit_usage);
     }
     if (!out.empty()) check_ending(out, endings, what);
-    if (!picture.empty()) check_ending(picture, " .png ", "a picture");
+    if (!picture.empty()) check_ending(picture, " .png .jpg .jpeg ", "a picture");
+    if (size.empty()) return;
+    int used = 0;
+    if (sscanf(size.c_str(), "%dx%d%n", &look.width, &look.height, &used) != 2 ||
+        static_cast<size_t>(used) != size.size() || std::min(look.width, look.height) < 100 ||
+        std::max(look.width, look.height) > 8000)
+        throw failure("--size: " + size + " is out of range; WxH is wanted, each from 100 to 8000",
+                      exit_usage);
 }
 
 bool result_options::takes_quadrilaterals() const
@@ -175,7 +231,7 @@ void result_options::write(vtkDataSet *data, const std::string &counts) const
 void result_options::draw(const drawing &what, const std::string &counts) const
 {
     if (picture.empty()) return;
-    write_picture(picture, what);
+    write_picture(picture, what, look);
     stage_done("picture");
     say("%s: picture of %s", picture.c_str(), counts.c_str());
 }

@@ -8,9 +8,14 @@
 
 #include <CLI/CLI.hpp>
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
+
+// Checks of arguments, which name the option and what is wanted.
+CLI::Validator finite_number();
+CLI::Validator whole_number(int64_t from);
 
 // FILE, --block, --step, --solution.
 class input_options {
@@ -34,18 +39,22 @@ struct chosen_array {
     bool cell = false; // a value a cell
 };
 
+// What --component can be, beside a number.
+enum class component_kind {
+    none,   // there is no such option
+    length, // "length", which is the default
+    all     // not given: every component
+};
+
 // --array, --component, --null: the array that is worked on.
 class array_options {
   public:
-    struct extent {
-        bool component = true, null = true; // which of the options there are
-    };
-    explicit array_options(CLI::App &app, array_place place = array_place::node);
-    array_options(CLI::App &app, array_place place, extent options);
+    explicit array_options(CLI::App &app, array_place place = array_place::node,
+                           component_kind components = component_kind::length, bool null_option = true);
 
     // The array that was named, or the only one.
     chosen_array choose(const input &in) const;
-    // The component that was asked for; -1: the length of rows.
+    // The component that was asked for; -1: the length of rows, or all of them.
     int component_of(const input &in, const typed_array &array) const;
     // One component of the array or its length, with its null value.
     scalar_array scalar(const input &in, const typed_array &array) const;
@@ -54,6 +63,7 @@ class array_options {
 
   private:
     array_place place;
+    component_kind components;
     std::string name, component;
 };
 
@@ -74,12 +84,14 @@ class level_options {
   public:
     explicit level_options(CLI::App &app);
     const std::vector<double> &values() const { return levels; }
+    // Throws where there are more than that many; use: what for, as in " for a picture".
+    void check(size_t most, const char *use) const;
 
   private:
     std::vector<double> levels;
 };
 
-// --out, and --picture where the result can be drawn. endings: those that the result can be written to, each
+// --out, and --picture, --view, --size and --colors where the result can be drawn. endings: those that the result can be written to, each
 // between spaces; what: the result, as in "a surface".
 class result_options {
   public:
@@ -87,7 +99,7 @@ class result_options {
     // about: the help text of --out. Without pictures --out is required, with them one of both is.
     result_options(CLI::App &app, const char *about, drawn pictures = drawn::no);
     // Before any work: something is asked for, and its names suit.
-    void check(const char *endings, const char *what) const;
+    void check(const char *endings, const char *what);
     bool pictured() const { return !picture.empty(); }
     // Formats of surfaces that hold triangles alone do not.
     bool takes_quadrilaterals() const;
@@ -96,5 +108,6 @@ class result_options {
     void draw(const drawing &picture, const std::string &counts) const;
 
   private:
-    std::string out, picture;
+    std::string out, picture, size;
+    picture_look look;
 };

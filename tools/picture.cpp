@@ -1,13 +1,16 @@
-// The camera looks down on the box from a corner; at flat data it looks straight. The picture is drawn at
-// twice its size and averaged, which smooths edges and lines whatever the driver can do.
+// The camera looks down on the box from a corner; at flat data it looks straight, along parallel lines, and axes
+// with numbers stand at two sides of the box. The picture is drawn at twice its size and averaged, which smooths
+// edges and lines whatever the driver can do.
 #include "picture.hpp"
 
+#include "colours.hpp"
 #include "failure.hpp"
 #include "messages.hpp"
 #include "offscreen.hpp"
 #include "write.hpp"
 
 #include <vtkActor.h>
+#include <vtkActor2D.h>
 #include <vtkCamera.h>
 #include <vtkCellArray.h>
 #include <vtkCellData.h>
@@ -17,6 +20,7 @@
 #include <vtkGenericOpenGLRenderWindow.h>
 #include <vtkGeometryFilter.h>
 #include <vtkImageData.h>
+#include <vtkJPEGWriter.h>
 #include <vtkLightKit.h>
 #include <vtkMatrix4x4.h>
 #include <vtkNew.h>
@@ -25,31 +29,26 @@
 #include <vtkPoints.h>
 #include <vtkPolyData.h>
 #include <vtkPolyDataMapper.h>
+#include <vtkPolyDataMapper2D.h>
 #include <vtkProperty.h>
+#include <vtkProperty2D.h>
 #include <vtkRenderer.h>
-#include <vtkScalarBarActor.h>
 #include <vtkSmartPointer.h>
 #include <vtkTextActor.h>
 #include <vtkTextProperty.h>
+#include <vtkTextRenderer.h>
 #include <vtkUnsignedCharArray.h>
 
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <filesystem>
+#include <fstream>
 #include <vector>
 
 static const int oversampling = 2;
 
-// From blue over grey to red, never dark and never glaring, so that shading stays visible on every colour.
-// Moreland. Diverging color maps for scientific visualization. 2009
-static vtkSmartPointer<vtkColorTransferFunction> colours_between(double lo, double hi)
-{
-    auto colours = vtkSmartPointer<vtkColorTransferFunction>::New();
-    colours->SetColorSpaceToDiverging();
-    colours->AddRGBPoint(lo, 0.230, 0.299, 0.754);
-    colours->AddRGBPoint(hi, 0.706, 0.016, 0.150);
-    return colours;
-}
+// ---- pieces -------------------------------------------------------------------------------------------------
 
 // A unit normal for each node: the sum of its polygons' normals, which weighs them by their area.
 static vtkSmartPointer<vtkFloatArray> normals_of(vtkPolyData *data)
@@ -65,6 +64,7 @@ static vtkSmartPointer<vtkFloatArray> normals_of(vtkPolyData *data)
     vtkCellArray *polys = data->GetPolys();
     for (polys->InitTraversal(); polys->GetNextCell(count, corner) != 0;) {
         double p[3][3], cross[3] = {0, 0, 0};
+        if (count < 3) continue;
         data->GetPoint(corner[0], p[0]);
         for (vtkIdType i = 1; i + 1 < count; ++i) {
             data->GetPoint(corner[i], p[1]);
@@ -88,6 +88,119 @@ static vtkSmartPointer<vtkFloatArray> normals_of(vtkPolyData *data)
     return normals;
 }
 
+// What is seen of a data set: itself where it is polygonal, else its flat cells, lines and skin.
+static vtkSmartPointer<vtkPolyData> seen_of(vtkDataSet *data)
+{
+    auto seen = vtkSmartPointer<vtkPolyData>::New();
+    if (auto *poly = vtkPolyData::SafeDownCast(data)) {
+        seen->ShallowCopy(poly);
+    } else {
+        vtkNew<vtkGeometryFilter> skin;
+        skin->SetInputData(data);
+        skin->Update();
+        seen->ShallowCopy(skin->GetOutput());
+    }
+    if (seen->GetNumberOfPolys() > 0) seen->GetPointData()->SetNormals(normals_of(seen));
+    return seen;
+}
+
+// Some of the polygons of data, over the nodes of all. levels: first and number of each run.
+static vtkSmartPointer<vtkPolyData> polygons_of(vtkPolyData *data,
+                                                const std::vector<std::pair<vtkIdType, vtkIdType>> &runs)
+{
+    auto piece = vtkSmartPointer<vtkPolyData>::New();
+    piece->SetPoints(data->GetPoints());
+    piece->GetPointData()->ShallowCopy(data->GetPointData());
+    vtkIdType total = 0, filled = 0, count;
+    for (const auto &run : runs)
+        total += run.second;
+    piece->GetCellData()->CopyAllocate(data->GetCellData(), total);
+    const vtkIdType before = data->GetNumberOfVerts() + data->GetNumberOfLines();
+    vtkNew<vtkCellArray> cells;
+    const vtkIdType *corners;
+    for (const auto &[first, n] : runs) {
+        for (vtkIdType cell = first; cell < first + n; ++cell) {
+            data->GetPolys()->GetCellAtId(cell, count, corners);
+            cells->InsertNextCell(count, corners);
+        }
+        piece->GetCellData()->CopyData(data->GetCellData(), filled, n, before + first);
+        filled += n;
+    }
+    piece->SetPolys(cells);
+    return piece;
+}
+
+// The verts and lines of data.
+static vtkSmartPointer<vtkPolyData> thin_cells_of(vtkPolyData *data)
+{
+    auto piece = vtkSmartPointer<vtkPolyData>::New();
+    piece->SetPoints(data->GetPoints());
+    piece->GetPointData()->ShallowCopy(data->GetPointData());
+    piece->SetVerts(data->GetVerts());
+    piece->SetLines(data->GetLines());
+    const vtkIdType n = data->GetNumberOfVerts() + data->GetNumberOfLines();
+    piece->GetCellData()->CopyAllocate(data->GetCellData(), n);
+    piece->GetCellData()->CopyData(data->GetCellData(), 0, n, 0);
+    return piece;
+}
+
+static double box_length(const double *box)
+{
+    return std::hypot(box[1] - box[0], box[3] - box[2], box[5] - box[4]);
+}
+
+// The parts that data is drawn as.
+struct scene_parts {
+    vtkSmartPointer<vtkPolyData> solid, veil, thin; // veil: surfaces that others shine through
+};
+
+static double extent_of(vtkPolyData *data, vtkIdType first, vtkIdType n)
+{
+    double box[6] = {1e300, -1e300, 1e300, -1e300, 1e300, -1e300}, xyz[3];
+    vtkIdType count;
+    const vtkIdType *corners;
+    for (vtkIdType cell = first; cell < first + n; ++cell) {
+        data->GetPolys()->GetCellAtId(cell, count, corners);
+        for (vtkIdType i = 0; i < count; ++i) {
+            data->GetPoint(corners[i], xyz);
+            for (int d = 0; d < 3; ++d) {
+                box[2 * d] = std::min(box[2 * d], xyz[d]);
+                box[2 * d + 1] = std::max(box[2 * d + 1], xyz[d]);
+            }
+        }
+    }
+    return box_length(box);
+}
+
+static scene_parts parts_of(vtkPolyData *data, const std::vector<int64_t> &level_triangles)
+{
+    scene_parts parts;
+    if (data->GetNumberOfVerts() + data->GetNumberOfLines() > 0) parts.thin = thin_cells_of(data);
+    struct surface {
+        vtkIdType first, n;
+        double extent;
+    };
+    std::vector<surface> surfaces;
+    vtkIdType first = 0;
+    for (const int64_t n : level_triangles) {
+        if (n > 0) surfaces.push_back({first, n, extent_of(data, first, n)});
+        first += n;
+    }
+    if (surfaces.size() < 2) {
+        if (data->GetNumberOfPolys() > 0) parts.solid = polygons_of(data, {{0, data->GetNumberOfPolys()}});
+        return parts;
+    }
+    // narrow ones come first, as blending goes by order
+    std::sort(surfaces.begin(), surfaces.end(),
+              [](const surface &a, const surface &b) { return a.extent < b.extent; });
+    std::vector<std::pair<vtkIdType, vtkIdType>> solid, veil;
+    for (const surface &one : surfaces)
+        (one.extent > 1.02 * surfaces.front().extent ? veil : solid).emplace_back(one.first, one.n);
+    parts.solid = polygons_of(data, solid);
+    if (!veil.empty()) parts.veil = polygons_of(data, veil);
+    return parts;
+}
+
 static vtkSmartPointer<vtkActor> actor_of(vtkPolyData *data)
 {
     vtkNew<vtkPolyDataMapper> mapper;
@@ -95,72 +208,139 @@ static vtkSmartPointer<vtkActor> actor_of(vtkPolyData *data)
     mapper->ScalarVisibilityOff();
     auto actor = vtkSmartPointer<vtkActor>::New();
     actor->SetMapper(mapper);
+    vtkProperty *look = actor->GetProperty();
+    look->SetColor(0.42, 0.56, 0.72);
+    look->SetInterpolationToPhong();
+    look->SetAmbient(0.12);
+    look->SetDiffuse(0.85);
+    look->SetSpecular(0.2);
+    look->SetSpecularPower(25);
+    look->SetLineWidth(1.6f * oversampling);
+    look->SetPointSize(3.0f * oversampling);
+    return actor;
+}
+
+static vtkSmartPointer<vtkActor> line_actor(vtkPoints *points, vtkCellArray *lines, double width)
+{
+    vtkNew<vtkPolyData> data;
+    data->SetPoints(points);
+    data->SetLines(lines);
+    auto actor = actor_of(data);
+    actor->GetProperty()->SetColor(0.25, 0.25, 0.28);
+    actor->GetProperty()->SetLineWidth(static_cast<float>(width * oversampling));
+    actor->GetProperty()->LightingOff();
     return actor;
 }
 
 static vtkSmartPointer<vtkActor> outline_of(const double *box)
 {
     vtkNew<vtkPoints> corners;
+    corners->SetDataTypeToDouble();
     vtkNew<vtkCellArray> edges;
     for (int corner = 0; corner < 8; ++corner) {
         corners->InsertNextPoint(box[corner & 1], box[2 + (corner >> 1 & 1)], box[4 + (corner >> 2)]);
         for (const int axis : {1, 2, 4})
             if ((corner & axis) == 0) edges->InsertNextCell({corner, corner | axis});
     }
-    vtkNew<vtkPolyData> outline;
-    outline->SetPoints(corners);
-    outline->SetLines(edges);
-    auto actor = actor_of(outline);
-    actor->GetProperty()->SetColor(0.25, 0.25, 0.28);
-    actor->GetProperty()->SetLineWidth(1.2f * oversampling);
-    actor->GetProperty()->LightingOff();
+    return line_actor(corners, edges, 1.2);
+}
+
+// ---- texts --------------------------------------------------------------------------------------------------
+
+static vtkSmartPointer<vtkTextActor> text_actor(const std::string &text, int size)
+{
+    auto actor = vtkSmartPointer<vtkTextActor>::New();
+    actor->SetInput(text.c_str());
+    vtkTextProperty *look = actor->GetTextProperty();
+    look->SetColor(0.1, 0.1, 0.12);
+    look->SetFontSize(size);
     return actor;
 }
 
-// One colour a band, in equal steps whatever their widths.
-static vtkSmartPointer<vtkColorTransferFunction> stepped_colours(const std::vector<double> &limits)
+struct text_extent {
+    int width = 0, height = 0;
+};
+
+static text_extent extent_of_text(const std::string &text, int size)
 {
-    auto stepped = vtkSmartPointer<vtkColorTransferFunction>::New();
-    const size_t nbands = limits.size() - 1;
-    const auto smooth = colours_between(0, static_cast<double>(std::max<size_t>(nbands - 1, 1)));
-    for (size_t band = 0; band < nbands; ++band) {
-        double rgb[3];
-        smooth->GetColor(static_cast<double>(band), rgb);
-        const double end = limits[band + 1];
-        stepped->AddRGBPoint(limits[band], rgb[0], rgb[1], rgb[2]);
-        // bands are half open, but for the last
-        stepped->AddRGBPoint(band + 1 < nbands ? std::nextafter(end, limits[band]) : end, rgb[0], rgb[1],
-                             rgb[2]);
-    }
-    return stepped;
+    const auto actor = text_actor(text, size);
+    int box[4] = {0, 0, 0, 0};
+    vtkTextRenderer::GetInstance()->GetBoundingBox(actor->GetTextProperty(), text, box, 72);
+    return {box[1] - box[0] + 1, box[3] - box[2] + 1};
 }
 
-// Colours by an array of one component, or by the length of its rows.
-static vtkSmartPointer<vtkColorTransferFunction> colours_of(vtkDataArray *array,
-                                                            const std::vector<double> &limits)
+static void place_text(vtkRenderer *renderer, vtkTextActor *text, double x, double y)
 {
+    text->SetPosition(x, y);
+    renderer->AddActor2D(text);
+}
+
+// Lines between pairs of pixels.
+static void add_pixel_lines(vtkRenderer *renderer, const std::vector<double> &ends)
+{
+    vtkNew<vtkPoints> points;
+    vtkNew<vtkCellArray> lines;
+    for (size_t i = 0; i + 3 < ends.size(); i += 4) {
+        const vtkIdType a = points->InsertNextPoint(ends[i], ends[i + 1], 0);
+        const vtkIdType b = points->InsertNextPoint(ends[i + 2], ends[i + 3], 0);
+        lines->InsertNextCell({a, b});
+    }
+    vtkNew<vtkPolyData> data;
+    data->SetPoints(points);
+    data->SetLines(lines);
+    vtkNew<vtkPolyDataMapper2D> mapper;
+    mapper->SetInputData(data);
+    vtkNew<vtkActor2D> actor;
+    actor->SetMapper(mapper);
+    actor->GetProperty()->SetColor(0.25, 0.25, 0.28);
+    actor->GetProperty()->SetLineWidth(1.2f * oversampling);
+    renderer->AddActor2D(actor);
+}
+
+// ---- colours ------------------------------------------------------------------------------------------------
+
+// The colour bar and what the array is coloured by.
+struct colouring {
+    vtkSmartPointer<vtkColorTransferFunction> colours;
+    double lo = 0, hi = 1;
+    std::vector<double> labels;
+    bool stepped = false;
+    std::string title;
+};
+
+// By an array of one component, or by the length of its rows.
+static colouring colouring_of(vtkDataArray *array, const drawing &what, const picture_look &look)
+{
+    colouring made;
     const int component = array->GetNumberOfComponents() > 1 ? -1 : 0;
     double range[2];
     array->GetFiniteRange(range, component);
+    made.stepped = what.limits.size() > 1;
+    if (made.stepped)
+        made.labels = what.limits;
+    else
+        made.labels = what.levels;
+    if (!made.labels.empty()) {
+        range[0] = *std::min_element(made.labels.begin(), made.labels.end());
+        range[1] = *std::max_element(made.labels.begin(), made.labels.end());
+    }
     if (!(range[0] < range[1])) range[1] = range[0] + std::max(1e-6, 1e-6 * std::abs(range[0]));
-    auto colours = limits.size() > 1 ? stepped_colours(limits) : colours_between(range[0], range[1]);
-    if (component < 0) colours->SetVectorModeToMagnitude();
-    return colours;
+    made.lo = range[0];
+    made.hi = range[1];
+    if (made.labels.empty()) made.labels = round_ticks(made.lo, made.hi, 6);
+    std::sort(made.labels.begin(), made.labels.end());
+    made.colours = made.stepped ? stepped_colours(look.colours, what.limits)
+                                : colours_between(look.colours, made.lo, made.hi);
+    if (component < 0) made.colours->SetVectorModeToMagnitude();
+    made.title = what.title.empty() ? array->GetName() : what.title;
+    if (component < 0) made.title += " (length)";
+    return made;
 }
 
-static void set_text(vtkTextProperty *text)
+static void colour(vtkActor *actor, const colouring &by, vtkDataArray *array, bool cells)
 {
-    text->SetColor(0.1, 0.1, 0.12);
-    text->SetFontSize(16 * oversampling);
-    text->BoldOff();
-    text->ItalicOff();
-    text->ShadowOff();
-}
-
-static void colour(vtkPolyDataMapper *mapper, vtkColorTransferFunction *colours, vtkDataArray *array,
-                   bool cells)
-{
-    mapper->SetLookupTable(colours);
+    auto *mapper = vtkPolyDataMapper::SafeDownCast(actor->GetMapper());
+    mapper->SetLookupTable(by.colours);
     if (cells)
         mapper->SetScalarModeToUseCellFieldData();
     else
@@ -170,36 +350,130 @@ static void colour(vtkPolyDataMapper *mapper, vtkColorTransferFunction *colours,
     mapper->ScalarVisibilityOn();
 }
 
-// The bar stands in a renderer of its own, right of the scene.
-static void add_bar(vtkRenderer *renderer, vtkColorTransferFunction *colours, vtkDataArray *array, int width,
-                    int height)
-{
-    vtkNew<vtkScalarBarActor> bar;
-    bar->SetLookupTable(colours);
-    bar->SetNumberOfLabels(5);
-    bar->SetLabelFormat("%.4g");
-    bar->GetPositionCoordinate()->SetCoordinateSystemToNormalizedViewport();
-    bar->SetPosition(0.1, 0.15);
-    bar->SetWidth(0.75);
-    bar->SetHeight(0.65);
-    bar->SetBarRatio(0.3);
-    bar->UnconstrainedFontSizeOn();
-    bar->SetTextPad(6 * oversampling);
-    set_text(bar->GetLabelTextProperty());
-    renderer->AddActor2D(bar);
+// The place and size of all that belongs to the colour bar, in pixels of its column.
+struct bar_layout {
+    int size = 0; // of texts
+    int strip = 0, gap = 0;
+    std::vector<std::string> labels;
+    std::vector<std::string> title;
+    bool upright = true; // the title stands over the bar; else along it
+    int title_size = 0;
+    int width = 0;
+};
 
-    vtkNew<vtkTextActor> title;
-    const std::string name =
-        std::string(array->GetName()) + (array->GetNumberOfComponents() > 1 ? "\n(length)" : "");
-    title->SetInput(name.c_str());
-    set_text(title->GetTextProperty());
-    title->GetTextProperty()->SetJustificationToRight();
-    title->SetPosition(width - 14 * oversampling, height * 0.83);
-    renderer->AddActor2D(title);
+static int widest(const std::vector<std::string> &texts, int size)
+{
+    int width = 0;
+    for (const std::string &text : texts)
+        width = std::max(width, extent_of_text(text, size).width);
+    return width;
 }
 
-// Turns the camera so that all of the box is seen, as large as it fits.
-static void fit(vtkRenderer *renderer, const double *box, double aspect)
+// Long titles are broken into up to three lines over the bar, or stand along it, smaller and at last shortened.
+static bar_layout layout_of(const colouring &by, int size, int height)
+{
+    bar_layout bar;
+    bar.size = bar.title_size = size;
+    bar.strip = 2 * size;
+    bar.gap = size / 2;
+    bar.labels = tick_texts(by.labels);
+    bar.width = std::max(bar.strip + widest(bar.labels, size) + 4 * bar.gap, 8 * size);
+    bar.title = wrapped(by.title, 14);
+    if (bar.title.size() <= 3 && widest(bar.title, size) <= 11 * size) {
+        bar.width = std::max(bar.width, widest(bar.title, size) + 2 * bar.gap);
+        return bar;
+    }
+    bar.upright = false;
+    std::string line = by.title;
+    const int room = height * 8 / 10;
+    while (bar.title_size > size * 2 / 3 && extent_of_text(line, bar.title_size).width > room)
+        --bar.title_size;
+    for (size_t keep = line.size(); extent_of_text(line, bar.title_size).width > room && keep > 8; keep -= 2)
+        line = by.title.substr(0, keep / 2) + "..." + by.title.substr(by.title.size() - keep / 2);
+    bar.title = {line};
+    bar.width += extent_of_text(line, bar.title_size).height + 2 * bar.gap;
+    return bar;
+}
+
+// The strip with a colour a row.
+static void add_strip(vtkRenderer *renderer, const colouring &by, double x, double y, double width,
+                      double height)
+{
+    const int rows = 256;
+    vtkNew<vtkPoints> points;
+    vtkNew<vtkCellArray> cells;
+    vtkNew<vtkUnsignedCharArray> rgb;
+    rgb->SetNumberOfComponents(3);
+    const vtkIdType nlimits = static_cast<vtkIdType>(by.labels.size());
+    const vtkIdType n = by.stepped ? nlimits - 1 : rows;
+    for (vtkIdType i = 0; i <= n; ++i) {
+        const double share = by.stepped ? (by.labels[static_cast<size_t>(i)] - by.lo) / (by.hi - by.lo)
+                                        : static_cast<double>(i) / static_cast<double>(n);
+        points->InsertNextPoint(x, y + height * share, 0);
+        points->InsertNextPoint(x + width, y + height * share, 0);
+        if (i == n) break;
+        cells->InsertNextCell({2 * i, 2 * i + 1, 2 * i + 3, 2 * i + 2});
+        const double middle = by.stepped ? by.labels[static_cast<size_t>(i)]
+                                         : by.lo + (by.hi - by.lo) * (static_cast<double>(i) + 0.5) / rows;
+        double colour[3];
+        by.colours->GetColor(middle, colour);
+        for (const double value : colour)
+            rgb->InsertNextValue(static_cast<unsigned char>(std::lround(255 * value)));
+    }
+    vtkNew<vtkPolyData> data;
+    data->SetPoints(points);
+    data->SetPolys(cells);
+    data->GetCellData()->SetScalars(rgb);
+    vtkNew<vtkPolyDataMapper2D> mapper;
+    mapper->SetInputData(data);
+    mapper->SetScalarModeToUseCellData();
+    vtkNew<vtkActor2D> actor;
+    actor->SetMapper(mapper);
+    renderer->AddActor2D(actor);
+}
+
+// The bar stands in a renderer of its own, right of the scene.
+static void add_bar(vtkRenderer *renderer, const colouring &by, const bar_layout &bar, int height)
+{
+    const double y = height * 0.1, length = height * (bar.upright ? 0.68 : 0.8);
+    double x = bar.gap;
+    if (bar.upright) {
+        double top = y + length + bar.size * (1.4 * static_cast<double>(bar.title.size()) + 0.9);
+        for (const std::string &line : bar.title) {
+            top -= bar.size * 1.4;
+            place_text(renderer, text_actor(line, bar.title_size), x, top);
+        }
+    } else {
+        const auto title = text_actor(bar.title[0], bar.title_size);
+        title->SetOrientation(90);
+        const text_extent extent = extent_of_text(bar.title[0], bar.title_size);
+        x += extent.height + bar.gap;
+        place_text(renderer, title, x - bar.gap, y + (length - extent.width) / 2);
+    }
+    add_strip(renderer, by, x, y, bar.strip, length);
+    std::vector<double> marks;
+    double free_from = -1e30; // labels that would stand in each other are left out
+    for (size_t i = 0; i < by.labels.size(); ++i) {
+        const double at = y + length * (by.labels[i] - by.lo) / (by.hi - by.lo);
+        marks.insert(marks.end(), {x + bar.strip, at, x + bar.strip + bar.gap * 0.6, at});
+        if (at < free_from) continue;
+        const auto label = text_actor(bar.labels[i], bar.size);
+        label->GetTextProperty()->SetVerticalJustificationToCentered();
+        place_text(renderer, label, x + bar.strip + bar.gap, at);
+        free_from = at + bar.size * 1.25;
+    }
+    add_pixel_lines(renderer, marks);
+}
+
+// ---- camera -------------------------------------------------------------------------------------------------
+
+// What of the view the box fills: x and y from -1 to 1.
+struct frame {
+    double lo[2], hi[2];
+};
+
+// Turns the camera so that all of the box is seen, as large as the frame allows.
+static void fit(vtkRenderer *renderer, const double *box, double aspect, const frame &into)
 {
     vtkCamera *camera = renderer->GetActiveCamera();
     renderer->ResetCamera(box);
@@ -215,94 +489,196 @@ static void fit(vtkRenderer *renderer, const double *box, double aspect)
                 hi[d] = std::max(hi[d], seen[d] / seen[3]);
             }
         }
-        const double half = std::max(hi[0] - lo[0], hi[1] - lo[1]) / 2;
-        const double *old = camera->GetWindowCenter();
-        camera->SetWindowCenter((old[0] + (lo[0] + hi[0]) / 2) * 0.93 / half,
-                                (old[1] + (lo[1] + hi[1]) / 2) * 0.93 / half);
-        camera->Zoom(0.93 / half);
+        double zoom = 1e30, centre[2];
+        for (int d = 0; d < 2; ++d)
+            if (hi[d] > lo[d]) zoom = std::min(zoom, (into.hi[d] - into.lo[d]) / (hi[d] - lo[d]));
+        if (zoom > 1e29) return;
+        for (int d = 0; d < 2; ++d)
+            centre[d] =
+                (camera->GetWindowCenter()[d] + (lo[d] + hi[d]) / 2) * zoom - (into.lo[d] + into.hi[d]) / 2;
+        camera->SetWindowCenter(centre[0], centre[1]);
+        camera->Zoom(zoom);
     }
 }
 
-static void place_camera(vtkRenderer *renderer, const double *box, double aspect)
+// The axis that the camera looks along, or -1.
+struct sight {
+    int axis = -1;
+    double side = 1;        // the camera stands at the upper end of the axis
+    bool flat = false;      // seen straight along an axis
+    bool flat_data = false; // and there is nothing along it
+};
+
+static sight sight_of(const double *box, const std::string &view)
 {
-    double size[3], middle[3];
-    for (int d = 0; d < 3; ++d) {
+    sight made;
+    double size[3];
+    for (int d = 0; d < 3; ++d)
         size[d] = box[2 * d + 1] - box[2 * d];
-        middle[d] = (box[2 * d] + box[2 * d + 1]) / 2;
+    for (int d = 2; d >= 0 && made.axis < 0; --d)
+        if (size[d] <= 1e-6 * std::max({size[0], size[1], size[2]})) made.axis = d;
+    made.flat = made.flat_data = made.axis >= 0;
+    if (made.axis == 1) made.side = -1; // x to the right
+    if (view == "iso") {
+        made.axis = -1;
+        made.flat = false;
+    } else if (!view.empty()) {
+        made.axis = view.back() - 'x';
+        made.side = view[0] == '-' ? 1 : -1; // looking along an axis is looking up it
+        made.flat = true;
     }
-    const double longest = std::max({size[0], size[1], size[2]});
-    double from[3] = {-0.55, -1, 0.55}, up[3] = {0, 0, 1};
-    for (int d = 0; d < 3; ++d) { // flat data: from straight ahead, x to the right where there is x
-        if (size[d] > 1e-6 * longest) continue;
-        for (int e = 0; e < 3; ++e) {
-            from[e] = e == d ? (d == 1 ? -1 : 1) : 0;
-            up[e] = e == (d == 2 ? 1 : 2) ? 1 : 0;
-        }
-        break;
+    return made;
+}
+
+static void place_camera(vtkRenderer *renderer, const double *box, const sight &seen)
+{
+    double middle[3], from[3] = {-0.55, -1, 0.55}, up[3] = {0, 0, 1};
+    for (int d = 0; d < 3; ++d) {
+        middle[d] = (box[2 * d] + box[2 * d + 1]) / 2;
+        if (seen.axis < 0) continue;
+        from[d] = d == seen.axis ? seen.side : 0;
+        up[d] = d == (seen.axis == 2 ? 1 : 2) ? 1 : 0;
     }
     vtkCamera *camera = renderer->GetActiveCamera();
     camera->SetFocalPoint(middle);
     camera->SetPosition(middle[0] + from[0], middle[1] + from[1], middle[2] + from[2]);
     camera->SetViewUp(up);
     camera->SetViewAngle(25);
-    fit(renderer, box, aspect);
+    camera->SetParallelProjection(seen.flat ? 1 : 0);
 }
 
-// What is seen of a data set: itself where it is polygonal, else its flat cells, lines and skin.
-static vtkSmartPointer<vtkPolyData> seen_of(vtkDataSet *data)
+// ---- axes ---------------------------------------------------------------------------------------------------
+
+// Where a point is in the picture, in pixels of the renderer.
+static void to_pixels(vtkRenderer *renderer, double aspect, int width, int height, const double *xyz,
+                      double *pixel)
 {
-    if (auto *poly = vtkPolyData::SafeDownCast(data)) return poly;
-    vtkNew<vtkGeometryFilter> skin;
-    skin->SetInputData(data);
-    skin->Update();
-    return skin->GetOutput();
+    const double at[4] = {xyz[0], xyz[1], xyz[2], 1};
+    double seen[4];
+    renderer->GetActiveCamera()
+        ->GetCompositeProjectionTransformMatrix(aspect, -1, 1)
+        ->MultiplyPoint(at, seen);
+    pixel[0] = (seen[0] / seen[3] + 1) / 2 * width;
+    pixel[1] = (seen[1] / seen[3] + 1) / 2 * height;
 }
 
-// Some cells of data as a piece of its own, over the nodes of all: numbers first on of lines or polygons.
-static vtkSmartPointer<vtkPolyData> piece_of(vtkPolyData *data, vtkIdType first, vtkIdType n, bool lines)
+// Numbers along the lower and the left side of the box, and a bar of a round length.
+static void add_axes(vtkRenderer *renderer, const double *box, const sight &seen, int width, int height,
+                     int size)
 {
-    vtkCellArray *from = lines ? data->GetLines() : data->GetPolys();
-    vtkNew<vtkCellArray> cells;
-    vtkIdType count;
-    const vtkIdType *corners;
-    for (vtkIdType cell = first; cell < first + n; ++cell) {
-        from->GetCellAtId(cell, count, corners);
-        cells->InsertNextCell(count, corners);
+    const double aspect = static_cast<double>(width) / height;
+    static const char *const names[] = {"x", "y", "z"};
+    double corner[2][3], origin[2], end[2];
+    for (int d = 0; d < 3; ++d)
+        for (const int far : {0, 1})
+            corner[far][d] = box[2 * d + far];
+    std::vector<double> marks;
+    for (int d = 0; d < 3; ++d) {
+        if (d == seen.axis) continue;
+        double xyz[3] = {corner[0][0], corner[0][1], corner[0][2]};
+        to_pixels(renderer, aspect, width, height, xyz, origin);
+        xyz[d] = corner[1][d];
+        to_pixels(renderer, aspect, width, height, xyz, end);
+        const bool across = std::abs(end[0] - origin[0]) > std::abs(end[1] - origin[1]);
+        const double length = std::hypot(end[0] - origin[0], end[1] - origin[1]);
+        if (length < 8 * size) continue; // no room for two numbers
+        const auto ticks =
+            round_ticks(box[2 * d], box[2 * d + 1],
+                        std::clamp(static_cast<int>(length / (size * (across ? 7 : 4))), 2, 8));
+        const auto texts = tick_texts(ticks);
+        // the side that is lower, or further left, in the picture
+        double low[2];
+        xyz[0] = corner[0][0], xyz[1] = corner[0][1], xyz[2] = corner[0][2];
+        for (int e = 0; e < 3; ++e) {
+            if (e == d || e == seen.axis) continue;
+            double other[3] = {xyz[0], xyz[1], xyz[2]};
+            other[e] = corner[1][e];
+            to_pixels(renderer, aspect, width, height, other, low);
+            if (low[across ? 1 : 0] < origin[across ? 1 : 0]) xyz[e] = other[e];
+        }
+        for (size_t i = 0; i < ticks.size(); ++i) {
+            xyz[d] = ticks[i];
+            double at[2];
+            to_pixels(renderer, aspect, width, height, xyz, at);
+            const double tick = size * 0.4;
+            const auto text = text_actor(texts[i], size);
+            if (across) {
+                marks.insert(marks.end(), {at[0], at[1], at[0], at[1] - tick});
+                text->GetTextProperty()->SetJustificationToCentered();
+                text->GetTextProperty()->SetVerticalJustificationToTop();
+                place_text(renderer, text, at[0], at[1] - 1.4 * tick);
+            } else {
+                marks.insert(marks.end(), {at[0], at[1], at[0] - tick, at[1]});
+                text->GetTextProperty()->SetJustificationToRight();
+                text->GetTextProperty()->SetVerticalJustificationToCentered();
+                place_text(renderer, text, at[0] - 1.4 * tick, at[1]);
+            }
+        }
+        xyz[d] = (corner[0][d] + corner[1][d]) / 2;
+        double at[2];
+        to_pixels(renderer, aspect, width, height, xyz, at);
+        const auto name = text_actor(names[d], size);
+        name->GetTextProperty()->ItalicOn();
+        if (across) {
+            place_text(renderer, name, at[0], std::max(at[1] - 3.6 * size, 0.1 * size));
+        } else {
+            name->GetTextProperty()->SetJustificationToRight();
+            place_text(renderer, name, at[0] - 1.2 * size - widest(texts, size), at[1] + 0.8 * size);
+        }
+        if (!across) continue;
+        // the bar: a fifth of the way or less
+        const double bar = round_below((box[2 * d + 1] - box[2 * d]) / 4);
+        const double pixels = bar / (box[2 * d + 1] - box[2 * d]) * length;
+        const double right = width - 1.5 * size, y = 1.2 * size;
+        marks.insert(marks.end(),
+                     {right - pixels, y, right, y, right - pixels, y - 0.3 * size, right - pixels,
+                      y + 0.3 * size, right, y - 0.3 * size, right, y + 0.3 * size});
+        const auto text = text_actor(tick_texts({bar})[0], size);
+        text->GetTextProperty()->SetJustificationToRight();
+        text->GetTextProperty()->SetVerticalJustificationToCentered();
+        place_text(renderer, text, right - pixels - 0.6 * size, y);
     }
-    auto piece = vtkSmartPointer<vtkPolyData>::New();
-    piece->SetPoints(data->GetPoints());
-    piece->GetPointData()->ShallowCopy(data->GetPointData());
-    if (lines)
-        piece->SetLines(cells);
-    else
-        piece->SetPolys(cells);
-    const vtkIdType row = data->GetNumberOfVerts() + (lines ? 0 : data->GetNumberOfLines()) + first;
-    piece->GetCellData()->CopyAllocate(data->GetCellData(), n);
-    piece->GetCellData()->CopyData(data->GetCellData(), 0, n, row);
-    return piece;
+    add_pixel_lines(renderer, marks);
 }
 
-// The triangles of each level as a surface, and the lines as one more piece.
-static std::vector<vtkSmartPointer<vtkPolyData>> pieces_of(vtkPolyData *data,
-                                                           const std::vector<int64_t> &triangles)
+// A small cross of axes with their names, turned as the scene is.
+static void add_orientation(vtkRenderer *mark, vtkRenderer *scene, int size)
 {
-    if (triangles.empty()) return {data};
-    std::vector<vtkSmartPointer<vtkPolyData>> pieces;
-    vtkIdType first = 0;
-    for (const int64_t n : triangles) {
-        if (n > 0) pieces.push_back(piece_of(data, first, n, false));
-        first += n;
+    static const double colours[3][3] = {{0.75, 0.15, 0.12}, {0.15, 0.5, 0.15}, {0.15, 0.25, 0.75}};
+    static const char *const names[] = {"x", "y", "z"};
+    vtkCamera *from = scene->GetActiveCamera(), *camera = mark->GetActiveCamera();
+    double direction[3], up[3];
+    from->GetDirectionOfProjection(direction);
+    from->GetViewUp(up);
+    camera->SetFocalPoint(0, 0, 0);
+    camera->SetPosition(-4 * direction[0], -4 * direction[1], -4 * direction[2]);
+    camera->SetViewUp(up);
+    camera->ParallelProjectionOn();
+    camera->SetParallelScale(1.9);
+    camera->SetClippingRange(1, 8);
+    int *pixels = mark->GetSize();
+    for (int d = 0; d < 3; ++d) {
+        vtkNew<vtkPoints> points;
+        vtkNew<vtkCellArray> lines;
+        double end[3] = {0, 0, 0}, at[2];
+        points->InsertNextPoint(end);
+        end[d] = 1;
+        points->InsertNextPoint(end);
+        lines->InsertNextCell({0, 1});
+        const auto actor = line_actor(points, lines, 2.5);
+        actor->GetProperty()->SetColor(colours[d][0], colours[d][1], colours[d][2]);
+        mark->AddActor(actor);
+        end[d] = 1.25;
+        to_pixels(mark, static_cast<double>(pixels[0]) / pixels[1], pixels[0], pixels[1], end, at);
+        const auto name = text_actor(names[d], size);
+        name->GetTextProperty()->SetJustificationToCentered();
+        name->GetTextProperty()->SetVerticalJustificationToCentered();
+        name->GetTextProperty()->SetColor(colours[d][0], colours[d][1], colours[d][2]);
+        place_text(mark, name, at[0], at[1]);
     }
-    if (data->GetNumberOfLines() > 0) pieces.push_back(piece_of(data, 0, data->GetNumberOfLines(), true));
-    return pieces;
 }
 
-static double box_length(vtkPolyData *piece)
-{
-    double box[6];
-    piece->GetCellsBounds(box);
-    return std::hypot(box[1] - box[0], box[3] - box[2], box[5] - box[4]);
-}
+// ---- drawing ------------------------------------------------------------------------------------------------
 
 // The average of each square of drawn pixels. False: every one of them has the same colour.
 static bool averaged(const std::vector<unsigned char> &drawn, int width, int height, vtkImageData *image)
@@ -322,10 +698,52 @@ static bool averaged(const std::vector<unsigned char> &drawn, int width, int hei
     return std::any_of(drawn.begin(), drawn.end(), [&](unsigned char value) { return value != drawn[0]; });
 }
 
-static void draw(const std::string &path, const drawing &options)
+static void add_data(vtkRenderer *scene, vtkPolyData *data, const drawing &what, const colouring *by,
+                     vtkDataArray *array)
 {
-    const auto data = seen_of(options.data);
-    const int width = options.width * oversampling, height = options.height * oversampling;
+    const scene_parts parts = parts_of(data, what.level_triangles);
+    for (vtkPolyData *part : {parts.solid.Get(), parts.veil.Get(), parts.thin.Get()}) {
+        if (part == nullptr) continue;
+        const auto actor = actor_of(part);
+        if (part == parts.thin) actor->GetProperty()->LightingOff();
+        if (part == parts.veil) {
+            actor->GetProperty()->SetOpacity(0.35);
+            scene->SetUseDepthPeeling(1);
+            scene->SetMaximumNumberOfPeels(8);
+        }
+        if (by != nullptr) colour(actor, *by, array, what.colour_cells);
+        scene->AddActor(actor);
+    }
+    scene->AddActor(outline_of(what.box));
+}
+
+// Through memory: libraries under VTK's writers complain on standard error.
+static void save(const std::string &path, vtkImageData *image)
+{
+    vtkNew<vtkPNGWriter> png;
+    vtkNew<vtkJPEGWriter> jpeg;
+    jpeg->SetQuality(93);
+    const bool is_png = std::filesystem::path(path).extension() == ".png";
+    vtkImageWriter *writer = is_png ? static_cast<vtkImageWriter *>(png.Get()) : jpeg.Get();
+    png->WriteToMemoryOn();
+    jpeg->WriteToMemoryOn();
+    writer->SetInputData(image);
+    writer->Write();
+    vtkUnsignedCharArray *bytes = is_png ? png->GetResult() : jpeg->GetResult();
+    if (bytes == nullptr || writer->GetErrorCode() != 0 || !vtk_messages::take_errors().empty())
+        throw failure("the writer of this format failed");
+    std::ofstream file(path, std::ios::binary);
+    file.write(reinterpret_cast<const char *>(bytes->GetPointer(0)), bytes->GetNumberOfValues());
+    file.close();
+    if (!file) throw failure("it could not be written to the end");
+}
+
+static void draw(const std::string &path, const drawing &what, const picture_look &look)
+{
+    const int width = look.width * oversampling, height = look.height * oversampling;
+    const int size =
+        std::clamp(static_cast<int>(16 * std::min(look.width / 1200.0, look.height / 900.0)), 9, 40) *
+        oversampling;
     const offscreen_context context;
     vtkNew<vtkGenericOpenGLRenderWindow> window;
     window->SetOwnContext(0);
@@ -337,14 +755,23 @@ static void draw(const std::string &path, const drawing &options)
     window->SetSize(width, height);
     window->OpenGLInit();
 
+    const auto data = seen_of(what.data);
     vtkDataSetAttributes *arrays = data->GetPointData();
-    if (options.colour_cells) arrays = data->GetCellData();
-    vtkDataArray *array = arrays->GetArray(options.colour_by.c_str());
-    if (data->GetNumberOfPoints() == 0) array = nullptr;
-    const double scene_share = array != nullptr ? 0.86 : 1;
-    vtkNew<vtkRenderer> scene, side;
-    scene->SetViewport(0, 0, scene_share, 1);
-    side->SetViewport(scene_share, 0, 1, 1);
+    if (what.colour_cells) arrays = data->GetCellData();
+    vtkDataArray *array = data->GetNumberOfPoints() > 0 ? arrays->GetArray(what.colour_by.c_str()) : nullptr;
+    colouring by;
+    bar_layout bar;
+    if (array != nullptr) {
+        by = colouring_of(array, what, look);
+        bar = layout_of(by, size, height);
+    }
+    const int scene_width = std::max(width - bar.width, width / 3);
+    const double share = static_cast<double>(scene_width) / width,
+                 aspect = static_cast<double>(scene_width) / height;
+
+    vtkNew<vtkRenderer> scene, side, mark;
+    scene->SetViewport(0, 0, share, 1);
+    side->SetViewport(share, 0, 1, 1);
     for (vtkRenderer *renderer : {scene.Get(), side.Get()}) {
         renderer->SetBackground(1, 1, 1);
         window->AddRenderer(renderer);
@@ -352,40 +779,30 @@ static void draw(const std::string &path, const drawing &options)
     vtkNew<vtkLightKit> lights; // from several sides: no side is black
     lights->SetKeyLightIntensity(0.85);
     lights->AddLightsToRenderer(scene);
+    add_data(scene, data, what, array != nullptr ? &by : nullptr, array);
+    if (array != nullptr) add_bar(side, by, bar, height);
 
-    vtkNew<vtkPolyData> shaded;
-    shaded->ShallowCopy(data);
-    if (data->GetNumberOfPolys() > 0) shaded->GetPointData()->SetNormals(normals_of(data));
-    vtkSmartPointer<vtkColorTransferFunction> colours;
-    if (array != nullptr) {
-        colours = colours_of(array, options.limits);
-        add_bar(side, colours, array, static_cast<int>(width * (1 - scene_share)), height);
+    const sight seen = sight_of(what.box, look.view);
+    place_camera(scene, what.box, seen);
+    const double text_x = 2.0 * size / scene_width, text_y = 2.0 * size / height;
+    if (seen.flat) {
+        fit(scene, what.box, aspect,
+            {{-1 + 7 * text_x, -1 + 4.5 * text_y}, {1 - 1.5 * text_x, 1 - 1.2 * text_y}});
+        add_axes(scene, what.box, seen, scene_width, height, size);
+    } else {
+        fit(scene, what.box, aspect, {{-0.93, -0.93}, {0.93, 0.93}});
     }
-    auto pieces = pieces_of(shaded, options.level_triangles);
-    std::sort(pieces.begin(), pieces.end(),
-              [](vtkPolyData *a, vtkPolyData *b) { return box_length(a) < box_length(b); });
-    for (size_t i = 0; i < pieces.size(); ++i) {
-        const auto actor = actor_of(pieces[i]);
-        vtkProperty *look = actor->GetProperty();
-        look->SetColor(0.42, 0.56, 0.72);
-        look->SetInterpolationToPhong();
-        look->SetAmbient(0.12);
-        look->SetDiffuse(0.85);
-        look->SetSpecular(0.2);
-        look->SetSpecularPower(25);
-        look->SetLineWidth(1.6f * oversampling);
-        if (pieces[i]->GetNumberOfPolys() == 0)
-            look->LightingOff();
-        else if (box_length(pieces[i]) > 1.02 * box_length(pieces[0]))
-            look->SetOpacity(0.35);
-        if (array != nullptr)
-            colour(vtkPolyDataMapper::SafeDownCast(actor->GetMapper()), colours, array, options.colour_cells);
-        scene->AddActor(actor);
+    if (!seen.flat_data) {
+        const double edge = (seen.flat ? 5.0 : 7.0) * size;
+        window->SetNumberOfLayers(2);
+        mark->SetLayer(1);
+        mark->InteractiveOff();
+        mark->SetViewport(0, 0, edge / width, edge / height);
+        window->AddRenderer(mark);
+        add_orientation(mark, scene, size);
     }
-    scene->AddActor(outline_of(options.box));
-    scene->SetUseDepthPeeling(1);
-    scene->SetMaximumNumberOfPeels(12);
-    place_camera(scene, options.box, scene_share * width / height);
+    scene->ResetCameraClippingRange(what.box[0], what.box[1], what.box[2], what.box[3], what.box[4],
+                                    what.box[5]);
 
     vtk_messages::take_errors();
     window->Render();
@@ -397,19 +814,13 @@ static void draw(const std::string &path, const drawing &options)
                                      pixels->GetPointer(0) + pixels->GetNumberOfValues());
     vtkNew<vtkImageData> image;
     if (drawn.size() != static_cast<size_t>(width) * static_cast<size_t>(height) * 3 ||
-        !averaged(drawn, options.width, options.height, image))
+        !averaged(drawn, look.width, look.height, image))
         throw failure("the picture came out empty; the OpenGL driver did not draw");
-
-    vtkNew<vtkPNGWriter> writer;
-    writer->SetFileName(path.c_str());
-    writer->SetInputData(image);
-    writer->Write();
-    if (writer->GetErrorCode() != 0 || !vtk_messages::take_errors().empty())
-        throw failure("the disk may be full");
+    save(path, image);
     window->Finalize();
 }
 
-void write_picture(const std::string &path, const drawing &what)
+void write_picture(const std::string &path, const drawing &what, const picture_look &look)
 {
-    write_beside(path, [&](const std::string &beside) { draw(beside, what); });
+    write_beside(path, [&](const std::string &beside) { draw(beside, what, look); });
 }

@@ -9,18 +9,26 @@
 
 class vtkDataSet;
 
+// How a picture looks, as the user chooses.
+struct picture_look {
+    int width = 1200, height = 900;
+    std::string view;    // "x", "-z" and so on: looking along that axis; "iso"; empty: as suits the data
+    std::string colours; // of names_of_colours; empty: the default
+};
+
 // What is drawn. Of solid cells that is their skin.
 struct drawing {
     vtkSmartPointer<vtkDataSet> data;
     std::string colour_by; // an array of the data, of vectors their length; empty: one colour, no colour bar
     bool colour_cells = false;  // it is a cell array
+    std::string title;          // of the colour bar; empty: the array's name
+    std::vector<double> levels; // where the bar has labels, with colours from the first to the last
     std::vector<double> limits; // of bands, ascending: one colour from each to the next
     double box[6];              // drawn as the outline, such as that of the mesh that data came from
     // Polygonal data of several levels: the triangles of each, which follow one another. The wider surfaces are
     // drawn so that the narrower ones shine through.
     std::vector<int64_t> level_triangles;
-    int width = 1200, height = 900;
 };
 
-// Draws into a PNG file. Throws failure; an empty picture is one.
-void write_picture(const std::string &path, const drawing &what);
+// Draws into a PNG or JPEG file, by the ending. Throws failure; an empty picture is one.
+void write_picture(const std::string &path, const drawing &what, const picture_look &look);

@@ -9,6 +9,7 @@
 #include "crash_guard.hpp"
 #include "failure.hpp"
 #include "messages.hpp"
+#include "write.hpp"
 
 #include <vtkAVSucdReader.h>
 #include <vtkAppendFilter.h>
@@ -57,7 +58,6 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 
 using reader_ptr = vtkSmartPointer<vtkAlgorithm>;
 
@@ -314,6 +314,7 @@ static std::string ending_of(const std::string &path)
 
 static std::string first_bytes(const std::string &path)
 {
+    note_input(path);
     std::error_code code;
     if (std::filesystem::is_directory(path, code))
         throw failure(path + ": is a directory; give the name of a file");
@@ -474,60 +475,4 @@ input_file read_file(const std::string &path, const read_options &options)
     if (file.data->GetNumberOfPoints() < 1)
         throw failure(path + ": holds no nodes; it may be cut short or of another format than its name says");
     return file;
-}
-
-// ---- points -------------------------------------------------------------------------------------------------
-
-static std::vector<std::string> columns_of(std::string line)
-{
-    const bool spaced = line.find_first_of(",;") == std::string::npos;
-    for (char &c : line)
-        if (c == ';' || c == '\r' || (spaced && (c == '\t' || c == ' '))) c = c == '\r' ? ' ' : ',';
-    std::vector<std::string> columns;
-    std::istringstream in(line);
-    for (std::string column; std::getline(in, column, ',');) {
-        const size_t from = column.find_first_not_of(" \t\""), to = column.find_last_not_of(" \t\"");
-        if (from != std::string::npos)
-            columns.push_back(column.substr(from, to - from + 1));
-        else if (!spaced)
-            columns.emplace_back();
-    }
-    return columns;
-}
-
-static bool is_number(const std::string &text, float *value)
-{
-    char *end;
-    *value = strtof(text.c_str(), &end);
-    return !text.empty() && *end == '\0';
-}
-
-std::vector<float> read_points_csv(const std::string &path)
-{
-    first_bytes(path);
-    std::ifstream file(path);
-    std::vector<float> points;
-    size_t at[3] = {0, 1, 2};
-    int64_t number = 0;
-    for (std::string line; std::getline(file, line);) {
-        ++number;
-        const auto columns = columns_of(line);
-        float first;
-        if (columns.empty() || columns[0].compare(0, 1, "#") == 0) continue;
-        if (points.empty() && !is_number(columns[0], &first)) { // a header
-            for (size_t d = 0; d < 3; ++d)
-                for (size_t c = 0; c < columns.size(); ++c)
-                    if (columns[c].size() == 1 && tolower(columns[c][0]) == "xyz"[d]) at[d] = c;
-            continue;
-        }
-        for (const size_t c : at) {
-            float value = 0;
-            if (c >= columns.size() || !is_number(columns[c], &value))
-                throw failure(path + ": line " + std::to_string(number) +
-                              " holds no point; three numbers x, y, z are wanted, with commas between");
-            points.push_back(value);
-        }
-    }
-    if (points.empty()) throw failure(path + ": holds no points; rows of x, y, z are wanted");
-    return points;
 }

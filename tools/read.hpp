@@ -24,7 +24,3 @@ struct input_file {
 // Reads a file of any format that VTK knows, told by its first bytes where the format has a mark and by its
 // ending otherwise. Throws failure.
 input_file read_file(const std::string &path, const read_options &options);
-
-// Points to sample at from a table of text: commas, semicolons, tabs or spaces between the columns. With a
-// header, the columns x, y and z; without, the first three. Rows of 3. Throws failure.
-std::vector<float> read_points_csv(const std::string &path);

@@ -34,10 +34,17 @@ static vtkSmartPointer<vtkPoints> to_points(const std::vector<float> &xyz)
     return points;
 }
 
-vtkSmartPointer<vtkDataSet> points_to_vtk(const std::vector<float> &xyz)
+vtkSmartPointer<vtkDataSet> points_to_vtk(const std::vector<double> &xyz)
 {
     auto data = vtkSmartPointer<vtkPolyData>::New();
-    data->SetPoints(to_points(xyz));
+    vtkNew<vtkPoints> points;
+    const bool held =
+        std::all_of(xyz.begin(), xyz.end(), [](double value) { return static_cast<float>(value) == value; });
+    points->SetDataType(held ? VTK_FLOAT : VTK_DOUBLE);
+    points->SetNumberOfPoints(static_cast<vtkIdType>(xyz.size() / 3));
+    for (vtkIdType i = 0; i < points->GetNumberOfPoints(); ++i)
+        points->SetPoint(i, &xyz[static_cast<size_t>(i) * 3]);
+    data->SetPoints(points);
     vtkNew<vtkTypeInt64Array> nodes;
     nodes->SetNumberOfValues(data->GetNumberOfPoints());
     for (vtkIdType i = 0; i < data->GetNumberOfPoints(); ++i)
@@ -48,13 +55,12 @@ vtkSmartPointer<vtkDataSet> points_to_vtk(const std::vector<float> &xyz)
     return data;
 }
 
-vtkSmartPointer<vtkDataSet> lattice_to_vtk(const qx_long dims[3], const float lo[3], const float hi[3])
+vtkSmartPointer<vtkDataSet> lattice_to_vtk(const qx_long dims[3], const double lo[3], const double hi[3])
 {
     auto data = vtkSmartPointer<vtkImageData>::New();
     double spacing[3];
     for (int d = 0; d < 3; ++d)
-        spacing[d] =
-            dims[d] > 1 && hi[d] > lo[d] ? (double(hi[d]) - lo[d]) / static_cast<double>(dims[d] - 1) : 1;
+        spacing[d] = dims[d] > 1 && hi[d] > lo[d] ? (hi[d] - lo[d]) / static_cast<double>(dims[d] - 1) : 1;
     data->SetDimensions(static_cast<int>(dims[0]), static_cast<int>(dims[1]), static_cast<int>(dims[2]));
     data->SetOrigin(lo[0], lo[1], lo[2]);
     data->SetSpacing(spacing);
@@ -85,8 +91,10 @@ static vtkSmartPointer<vtkDataSet> to_mesh(const samples::mesh &mesh)
     int64_t dims[3] = {1, 1, 1};
     std::copy(mesh.dims.begin(), mesh.dims.end(), dims);
     const int d[3] = {static_cast<int>(dims[0]), static_cast<int>(dims[1]), static_cast<int>(dims[2])};
-    if (mesh.kind == samples::layout::uniform)
-        return lattice_to_vtk(dims, mesh.corners.data(), mesh.corners.data() + 3);
+    if (mesh.kind == samples::layout::uniform) {
+        const std::vector<double> corners(mesh.corners.begin(), mesh.corners.end());
+        return lattice_to_vtk(dims, corners.data(), corners.data() + 3);
+    }
     if (mesh.kind == samples::layout::rectilinear) {
         auto data = vtkSmartPointer<vtkRectilinearGrid>::New();
         data->SetDimensions(d[0], d[1], d[2]);

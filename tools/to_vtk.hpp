@@ -14,10 +14,10 @@ struct mesh;
 struct field;
 } // namespace samples
 
-// Points, each a vertex. xyz: rows of 3.
-vtkSmartPointer<vtkDataSet> points_to_vtk(const std::vector<float> &xyz);
+// Points, each a vertex. xyz: rows of 3, kept as float where that holds them all.
+vtkSmartPointer<vtkDataSet> points_to_vtk(const std::vector<double> &xyz);
 // An image of dims nodes from lo to hi.
-vtkSmartPointer<vtkDataSet> lattice_to_vtk(const qx_long dims[3], const float lo[3], const float hi[3]);
+vtkSmartPointer<vtkDataSet> lattice_to_vtk(const qx_long dims[3], const double lo[3], const double hi[3]);
 vtkSmartPointer<vtkDataSet> sample_to_vtk(const samples::mesh &mesh, const samples::field &field);
 
 // The ending of the file that a data set is written to, between spaces.

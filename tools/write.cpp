@@ -6,6 +6,7 @@
 #include "messages.hpp"
 #include "progress.hpp"
 
+#include <vtkCellData.h>
 #include <vtkDataArray.h>
 #include <vtkDataSet.h>
 #include <vtkErrorCode.h>
@@ -19,30 +20,109 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <unistd.h>
 
 namespace fs = std::filesystem;
 
+// ---- where ---------------------------------------------------------------------------------------------------
+
+static bool overwriting;
+static std::vector<std::string> inputs, outputs;
+
+void allow_overwriting_inputs()
+{
+    overwriting = true;
+}
+
+static void check_clash(const std::string &in, const std::string &out)
+{
+    std::error_code code;
+    if (!overwriting && fs::equivalent(in, out, code))
+        throw failure(out + ": is a file that is read, too; --overwrite lets the result take its place",
+                      exit_usage);
+}
+
+void note_input(const std::string &path)
+{
+    for (const std::string &out : outputs)
+        check_clash(path, out);
+    inputs.push_back(path);
+}
+
+static void note_output(const std::string &path)
+{
+    for (const std::string &in : inputs)
+        check_clash(in, path);
+    outputs.push_back(path);
+}
+
+// The file that a chain of links ends at, whether it is there or not.
+static fs::path end_of_links(fs::path path)
+{
+    std::error_code code;
+    for (int links = 0; links < 40 && fs::is_symlink(path, code); ++links) {
+        const fs::path next = fs::read_symlink(path, code);
+        path = next.is_absolute() ? next : path.parent_path() / next;
+    }
+    return path;
+}
+
+// What the system says to a new file, or to more bytes in it; empty: nothing against it.
+static std::string try_to_write(const std::string &path, size_t bytes)
+{
+    const int file = open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666);
+    if (file < 0) return strerror(errno);
+    std::string wrong;
+    const std::vector<char> zeros(bytes);
+    for (size_t done = 0; done < bytes && wrong.empty();) {
+        const ssize_t n = ::write(file, zeros.data() + done, bytes - done);
+        if (n < 0) wrong = strerror(errno);
+        done += static_cast<size_t>(std::max<ssize_t>(n, 0));
+    }
+    if (wrong.empty() && bytes > 0 && fsync(file) != 0 && errno != EINVAL) wrong = strerror(errno);
+    close(file);
+    return wrong;
+}
+
+// Some places can be asked in words that tell more than the system's.
+static void check_target(const fs::path &target, const fs::path &folder)
+{
+    std::error_code code;
+    if (!fs::is_directory(folder, code)) throw failure("there is no folder " + folder.string());
+    if (fs::is_directory(target, code)) throw failure("it is a folder");
+    const auto all_write = fs::perms::owner_write | fs::perms::group_write | fs::perms::others_write;
+    if (fs::exists(target, code) &&
+        ((fs::status(target, code).permissions() & all_write) == fs::perms::none ||
+         access(target.c_str(), W_OK) != 0))
+        throw failure("it is there already and read-only");
+}
+
 void write_beside(const std::string &path, const std::function<void(const std::string &)> &write)
 {
     stop_if_asked();
-    const fs::path target(path);
-    const fs::path folder = target.has_parent_path() ? target.parent_path() : fs::path(".");
-    std::error_code code;
-    if (!fs::is_directory(folder, code))
-        throw failure(path + ": cannot be written: there is no folder " + folder.string());
-    if (fs::is_directory(target, code)) throw failure(path + ": cannot be written: it is a folder");
-    // the ending stays last: some writers go by it
-    const std::string beside = (folder / ("." + target.stem().string() + ".part" + std::to_string(getpid()) +
-                                          target.extension().string()))
-                                   .string();
-    const partial_file part(beside);
+    note_output(path);
     try {
-        write(beside);
-        if (!fs::exists(beside, code) || fs::file_size(beside, code) == 0)
-            throw failure("nothing was written; is the folder writable and the disk not full?");
+        const fs::path target = end_of_links(path);
+        const fs::path folder = target.has_parent_path() ? target.parent_path() : fs::path(".");
+        check_target(target, folder);
+        // the ending stays last: some writers go by it
+        const std::string beside = (folder / ("." + target.stem().string() + ".part" +
+                                              std::to_string(getpid()) + target.extension().string()))
+                                       .string();
+        const partial_file part(beside);
+        if (const std::string wrong = try_to_write(beside, 0); !wrong.empty()) throw failure(wrong);
+        std::error_code code;
+        try {
+            write(beside);
+            if (!fs::exists(beside, code) || fs::file_size(beside, code) == 0)
+                throw failure("nothing was written");
+        } catch (const failure &wrong) { // the system's reason, where there is one, is better than a writer's
+            const std::string reason = try_to_write(beside, 1 << 20);
+            throw reason.empty() ? wrong : failure(reason);
+        }
         fs::rename(beside, target, code);
         if (code) throw failure(code.message());
     } catch (const failure &wrong) {
@@ -54,6 +134,7 @@ void write_beside(const std::string &path, const std::function<void(const std::s
 
 void check_ending(const std::string &path, const char *endings, const char *what)
 {
+    note_output(path);
     const std::string ending = fs::path(path).extension().string();
     if (!ending.empty() && strstr(endings, (" " + ending + " ").c_str()) != nullptr) return;
     throw failure(path + ": " + what + " is written to a file that ends in" +
@@ -67,9 +148,8 @@ template <typename Writer> static void run(Writer *writer, const std::string &pa
     writer->SetInputData(data);
     const int done = writer->Write();
     const auto errors = vtk_messages::take_errors();
-    if (!errors.empty()) throw failure(errors.front());
-    if (done == 0 || writer->GetErrorCode() != vtkErrorCode::NoError)
-        throw failure(vtkErrorCode::GetStringFromErrorCode(writer->GetErrorCode()));
+    if (!errors.empty() || done == 0 || writer->GetErrorCode() != vtkErrorCode::NoError)
+        throw failure("the writer of this format failed");
 }
 
 // VTK's PLY writer doesn't look whether its writes succeed: the length of the file tells.
@@ -83,48 +163,38 @@ static void check_ply(const std::string &path, vtkPolyData *data)
     const auto nodes = static_cast<uintmax_t>(data->GetNumberOfPoints());
     const auto triangles = static_cast<uintmax_t>(data->GetNumberOfPolys());
     if (end == std::string::npos || fs::file_size(path) != end + mark.size() + nodes * 12 + triangles * 13)
-        throw failure("the disk may be full");
+        throw failure("less was written than there is");
 }
 
-// A name and its parts as columns: "v" or "v:0", "v:1", "v:2".
-static std::string column_names(vtkDataArray *array)
+// VTK's XML writers put names between quotes as they are.
+static std::string xml_text(const std::string &name)
 {
-    std::string names;
-    const int n = array->GetNumberOfComponents();
-    for (int c = 0; c < n; ++c)
-        names += "," + std::string(array->GetName()) + (n > 1 ? ":" + std::to_string(c) : "");
-    return names;
+    std::string text;
+    for (const char c : name)
+        text += c == '"' ? "&quot;" : c == '<' ? "&lt;" : c == '&' ? "&amp;" : std::string(1, c);
+    return text;
 }
 
-static void write_csv(const std::string &path, vtkDataSet *data)
+static vtkSmartPointer<vtkDataSet> with_xml_names(vtkDataSet *data)
 {
-    std::ofstream file(path);
-    vtkPointData *arrays = data->GetPointData();
-    file << "x,y,z";
-    for (int a = 0; a < arrays->GetNumberOfArrays(); ++a)
-        file << column_names(arrays->GetArray(a));
-    file << '\n';
-    for (vtkIdType node = 0; node < data->GetNumberOfPoints(); ++node) {
-        double xyz[3];
-        data->GetPoint(node, xyz);
-        file.precision(9); // enough to read the same float again
-        file << xyz[0] << ',' << xyz[1] << ',' << xyz[2];
-        for (int a = 0; a < arrays->GetNumberOfArrays(); ++a) {
-            vtkDataArray *array = arrays->GetArray(a);
-            file.precision(array->GetDataTypeSize() > 4 ? 17 : 9);
-            for (int c = 0; c < array->GetNumberOfComponents(); ++c) {
-                file << ',';
-                if (array->GetDataType() == VTK_LONG_LONG) // a double cannot hold them all
-                    file << static_cast<const long long *>(
-                        array->GetVoidPointer(0))[node * array->GetNumberOfComponents() + c];
-                else
-                    file << array->GetComponent(node, c);
-            }
+    auto out = vtkSmartPointer<vtkDataSet>::Take(data->NewInstance());
+    out->ShallowCopy(data);
+    for (vtkFieldData *fields : {static_cast<vtkFieldData *>(out->GetPointData()),
+                                 static_cast<vtkFieldData *>(out->GetCellData()), out->GetFieldData()})
+        for (int i = fields->GetNumberOfArrays() - 1; i >= 0; --i) { // renamed ones go to the end
+            const vtkSmartPointer<vtkAbstractArray> array = fields->GetAbstractArray(i);
+            const std::string name = array->GetName() != nullptr ? array->GetName() : "";
+            if (name.find_first_of("\"<&") == std::string::npos) continue;
+            const auto renamed = vtkSmartPointer<vtkAbstractArray>::Take(array->NewInstance());
+            if (auto *numbers = vtkDataArray::SafeDownCast(renamed))
+                numbers->ShallowCopy(vtkDataArray::SafeDownCast(array));
+            else
+                renamed->DeepCopy(array);
+            renamed->SetName(xml_text(name).c_str());
+            fields->RemoveArray(i);
+            fields->AddArray(renamed);
         }
-        file << '\n';
-    }
-    file.close();
-    if (!file) throw failure(strerror(errno));
+    return out;
 }
 
 void write_data_set(const std::string &path, vtkDataSet *data)
@@ -132,7 +202,6 @@ void write_data_set(const std::string &path, vtkDataSet *data)
     const std::string ending = fs::path(path).extension().string();
     write_beside(path, [&](const std::string &beside) {
         vtk_messages::take_errors();
-        if (ending == ".csv") return write_csv(beside, data);
         if (ending == ".ply") {
             vtkNew<vtkPLYWriter> writer;
             run(writer.Get(), beside, data);
@@ -149,7 +218,7 @@ void write_data_set(const std::string &path, vtkDataSet *data)
         writer->SetCompressorTypeToZLib();
         writer->SetCompressionLevel(2); // four times as quick as level 5, and a tenth larger
         writer->SetHeaderTypeToUInt64();
-        run(writer.Get(), beside, data);
+        run(writer.Get(), beside, with_xml_names(data).Get());
     });
 }
 

@@ -5,11 +5,12 @@
 #include "to_vtk.hpp"
 
 #include <skoklana/array.h>
-#include <skoklana/host/tool.h>
 
 #include <vtkDataArray.h>
 #include <vtkDataSet.h>
 #include <vtkPointData.h>
+
+#include <cmath>
 
 namespace {
 
@@ -28,26 +29,47 @@ class clamp : public command {
 };
 
 clamp::clamp(CLI::App &app)
-    : file(app), array(app), result(app, "result: .vti, .vtr, .vts, .vtu or .vtp, as the input")
+    : file(app), array(app, array_place::node, component_kind::all),
+      result(app, "result: .vti, .vtr, .vts, .vtu or .vtp, as the input")
 {
-    app.add_option("--min", min, "values below become this");
-    app.add_option("--max", max, "values above become this");
+    app.add_option("--min", min, "values below become this")->check(finite_number());
+    app.add_option("--max", max, "values above become this")->check(finite_number());
+}
+
+// A bound as the type holds it. Beyond its range it limits nothing, and is none, or everything; between whole
+// numbers it becomes the next inner one.
+std::optional<double> held_bound(const typed_array &of, std::optional<double> bound, bool lower)
+{
+    if (!bound) return bound;
+    const bool whole = of.type != DTYPE_FLOAT && of.type != DTYPE_DOUBLE;
+    double held = whole ? (lower ? std::ceil(*bound) : std::floor(*bound)) : *bound;
+    const bool beyond = limit_to_type(of.type, &held);
+    if (beyond && (held > *bound) == lower) return std::nullopt;
+    if (beyond || (whole && held != *bound))
+        say_note(std::string(lower ? "--min" : "--max") + ": " + of.name + " cannot hold " +
+                 in_words(*bound) + "; " + in_words(held) + " is taken");
+    return held;
 }
 
 // Every component that is asked for; nulls stay. Gives how many values changed.
 qx_long clamp::limit(const input &in, const typed_array &from, const typed_array &to) const
 {
     const int component = array.component_of(in, from);
+    const auto lo = held_bound(from, min, true), hi = held_bound(from, max, false);
+    if (lo && hi && *lo > *hi)
+        throw failure(file.path() + ": " + from.name + " can hold no value between --min and --max");
     double null_bits = 0;
-    if (array.null) UTILdouble_to_type(from.type, *array.null, &null_bits);
-    qx_long changed = 0;
+    const int null_flag = array.null && value_in_type(from.type, *array.null, &null_bits) ? 1 : 0;
     for (int c = component < 0 ? 0 : component; c < (component < 0 ? from.veclen : component + 1); ++c)
-        if (UTILclamp(from.count, from.values, from.veclen, c, from.type, array.null ? 1 : 0, &null_bits,
-                      min ? 1 : 0, min.value_or(0), max ? 1 : 0, max.value_or(0), to.values) != 1)
+        if (UTILclamp(from.count, from.values, from.veclen, c, from.type, null_flag, &null_bits, lo ? 1 : 0,
+                      lo.value_or(0), hi ? 1 : 0, hi.value_or(0), to.values) != 1)
             throw failure(file.path() + ": " + from.name + " could not be limited");
-    for (qx_long i = 0; i < from.count; ++i)
-        for (int c = 0; c < from.veclen; ++c)
-            changed += to.kept->GetComponent(i, c) != from.kept->GetComponent(i, c) ? 1 : 0;
+    qx_long changed = 0;
+    with_values(from, [&](const auto *before) {
+        const auto *after = static_cast<decltype(before)>(to.values);
+        for (qx_long i = 0; i < from.count * from.veclen; ++i) // NaN stay, and equal nothing
+            changed += before[i] < after[i] || before[i] > after[i] ? 1 : 0;
+    });
     return changed;
 }
 

@@ -2,6 +2,7 @@
 
 #include "command.hpp"
 #include "console.hpp"
+#include "csv.hpp"
 #include "failure.hpp"
 #include "options.hpp"
 #include "parse.hpp"
@@ -13,8 +14,11 @@
 #include <vtkPointData.h>
 
 #include <algorithm>
+#include <filesystem>
 
 namespace {
+
+const char *const mask_name = "vtkValidPointMask";
 
 class probe_at : public command {
   public:
@@ -23,8 +27,10 @@ class probe_at : public command {
 
   private:
     void check();
-    probe_points chosen_points(const input_mesh &mesh) const;
+    probe_points chosen_points(const input_mesh &mesh);
     carried_arrays chosen_arrays(const input &in) const;
+    void drop_old_columns(const std::vector<typed_array> &arrays);
+    void write(const probe_points &at, const probed &made);
 
     input_options file;
     std::string points;
@@ -32,16 +38,19 @@ class probe_at : public command {
     std::vector<int64_t> grid;
     with_options with;
     std::string out;
+    bool by_library = false;
 
     std::vector<double> a, b; // ends of the line
     int64_t n = 0;
+    point_table table; // of --points FILE.csv
 };
 
 probe_at::probe_at(CLI::App &app) : file(app), with(app, "only this array; may be repeated")
 {
-    app.footer("\nPoints outside have NaN, or a value that the array does not hold, and "
-               "vtkValidPointMask 0. In cells\n"
-               "that are no boxes, a point is placed to a twentieth of the cell.");
+    app.footer(
+        "\nPoints outside have vtkValidPointMask 0, and NaN, 0 for integers, or an empty field in .csv. "
+        "Points within a\n"
+        "millionth of the mesh's size count as inside.");
     app.add_option("--points", points, "at the points of a .csv file (x,y,z) or of any mesh that VTK reads");
     app.add_option("--line", line, "along the line from A to B, at N points; A and B as x,y,z")
         ->expected(3)
@@ -50,6 +59,8 @@ probe_at::probe_at(CLI::App &app) : file(app), with(app, "only this array; may b
         ->expected(3)
         ->type_name("NX NY NZ");
     app.add_option("--out,-o", out, "result: .vtp or .csv; .vti for a grid")->required();
+    app.add_flag("--library", by_library,
+                 "by the library's own sampling, which takes points to a twentieth of a cell outside");
 }
 
 void probe_at::check()
@@ -71,20 +82,17 @@ void probe_at::check()
 }
 
 // Where to sample; a lattice is over the mesh's box.
-probe_points probe_at::chosen_points(const input_mesh &mesh) const
+probe_points probe_at::chosen_points(const input_mesh &mesh)
 {
     if (!grid.empty()) {
         const qx_long dims[3] = {grid[0], grid[1], grid[2]};
         return lattice_over(mesh, dims);
     }
-    if (!line.empty()) {
-        const float from[3] = {static_cast<float>(a[0]), static_cast<float>(a[1]), static_cast<float>(a[2])};
-        const float to[3] = {static_cast<float>(b[0]), static_cast<float>(b[1]), static_cast<float>(b[2])};
-        return points_on_line(from, to, n);
-    }
+    if (!line.empty()) return points_on_line(a.data(), b.data(), n);
     probe_points chosen;
     if (points.size() > 4 && points.compare(points.size() - 4, 4, ".csv") == 0) {
-        chosen.xyz = read_points_csv(points);
+        table = read_point_table(points);
+        chosen.xyz = table.xyz;
         return chosen;
     }
     const input_file at = read_file(points, {});
@@ -92,7 +100,7 @@ probe_points probe_at::chosen_points(const input_mesh &mesh) const
         double xyz[3];
         at.data->GetPoint(i, xyz);
         for (const double value : xyz)
-            chosen.xyz.push_back(static_cast<float>(value));
+            chosen.xyz.push_back(value);
     }
     return chosen;
 }
@@ -104,7 +112,7 @@ carried_arrays probe_at::chosen_arrays(const input &in) const
         arrays->erase(std::remove_if(arrays->begin(), arrays->end(), unwanted), arrays->end());
     };
     for (auto *arrays : {&carried.node, &carried.cell}) // a probe of a probe makes its own
-        drop(arrays, [](const typed_array &array) { return array.name == "vtkValidPointMask"; });
+        drop(arrays, [](const typed_array &array) { return array.name == mask_name; });
     if (carried.node.empty() && carried.cell.empty())
         throw failure(file.path() + ": has no arrays to take values of");
     // a name that nodes and cells both have stays with the nodes
@@ -116,24 +124,54 @@ carried_arrays probe_at::chosen_arrays(const input &in) const
 void probe_at::run()
 {
     check();
-    const input in = file.load(mesh_use::sample);
+    const input in = file.load(by_library ? mesh_use::sample : mesh_use::locate);
     if (in.mesh->structured() ? in.mesh->mesh->ncells == 0 : in.mesh->sets.empty())
         throw failure(file.path() + ": has no cells to hold values");
     const carried_arrays carried = chosen_arrays(in);
     const probe_points at = chosen_points(*in.mesh);
     stage_done("read");
 
-    const auto arrays = probe(file.path(), *in.mesh, at, carried.node, carried.cell);
-    const auto made = at.lattice ? lattice_to_vtk(at.dims, at.lo, at.hi) : points_to_vtk(at.xyz);
-    for (const typed_array &array : arrays)
-        made->GetPointData()->AddArray(array.kept);
+    probed made = (by_library ? probe_by_library : probe_exactly)(file.path(), *in.mesh, at, carried.node,
+                                                                  carried.cell);
     stage_done("compute");
-
-    const auto *inside = static_cast<const signed char *>(arrays.back().values);
-    write_data_set(out, made);
+    const auto inside = std::count(made.inside.begin(), made.inside.end(), 1);
+    write(at, made);
     stage_done("write");
     say("%s: %lld points, %lld of them inside the mesh", out.c_str(), static_cast<long long>(at.count()),
-        static_cast<long long>(std::count(inside, inside + at.count(), 1)));
+        static_cast<long long>(inside));
+}
+
+// Columns beside the points, but for those that a probe before this one made.
+void probe_at::drop_old_columns(const std::vector<typed_array> &arrays)
+{
+    auto &others = table.others;
+    const auto made_anew = [&](const point_table::column &column) {
+        const std::string name = column.name.substr(0, column.name.find(':'));
+        return name == mask_name || find_array(arrays, name) != nullptr;
+    };
+    others.erase(std::remove_if(others.begin(), others.end(), made_anew), others.end());
+}
+
+void probe_at::write(const probe_points &at, const probed &made)
+{
+    typed_array mask;
+    mask.name = mask_name;
+    mask.type = DTYPE_CHAR;
+    mask = like(mask, at.count());
+    std::copy(made.inside.begin(), made.inside.end(), static_cast<signed char *>(mask.values));
+    drop_old_columns(made.arrays);
+    if (std::filesystem::path(out).extension() == ".csv") {
+        table.xyz = at.xyz;
+        write_point_table(out, table, made.arrays, mask, made.inside);
+        return;
+    }
+    const auto data = at.lattice ? lattice_to_vtk(at.dims, at.lo, at.hi) : points_to_vtk(at.xyz);
+    for (const point_table::column &column : table.others)
+        data->GetPointData()->AddArray(array_of_texts(column.name, column.texts));
+    for (const typed_array &array : made.arrays)
+        data->GetPointData()->AddArray(array.kept);
+    data->GetPointData()->AddArray(mask.kept);
+    write_data_set(out, data);
 }
 
 } // namespace

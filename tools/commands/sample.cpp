@@ -3,6 +3,7 @@
 #include "command.hpp"
 #include "console.hpp"
 #include "failure.hpp"
+#include "options.hpp"
 #include "to_vtk.hpp"
 #include "write.hpp"
 
@@ -66,7 +67,7 @@ sample::sample(CLI::App &app)
         "uniform (the default), rectilinear, curvilinear, or cells: hex, prism, pyramid, tet, quad, tri");
     app.add_option("--size,-n", size, "nodes along each axis, one number or three; NZ 1 makes a flat mesh")
         ->expected(1, 3)
-        ->check(CLI::PositiveNumber);
+        ->check(whole_number(1));
     app.add_option("--order", order, "of cells: 1, or 2 with nodes in the middle of edges")
         ->check(CLI::Range(1, 2));
     app.add_option("--out,-o", out, "result: .vti, .vtr, .vts or .vtu, by the mesh")->required();

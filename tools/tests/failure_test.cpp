@@ -6,8 +6,11 @@
 #include <vtkDataArray.h>
 #include <vtkDataSet.h>
 #include <vtkImageData.h>
+#include <vtkImageReader2.h>
+#include <vtkJPEGReader.h>
 #include <vtkNew.h>
 #include <vtkPNGReader.h>
+#include <vtkPointData.h>
 #include <vtkPolyData.h>
 
 #include <algorithm>
@@ -168,7 +171,7 @@ TEST(Usage, IsToldAndExitsWith2)
         {{"iso", in, "-l", "high", "-o", out}, "--level"},
         {{"iso", in, "-l", "0"}, "nowhere to put the result: give -o OUT.vtp"},
         {{"iso", in, "-l", "0", "-o", scratch("a.foo")}, "ends in .vtp .ply .stl"},
-        {{"iso", in, "-l", "0", "--picture", scratch("a.jpg")}, "ends in .png"},
+        {{"iso", in, "-l", "0", "--picture", scratch("a.gif")}, "ends in .png .jpg .jpeg"},
         {{"iso", in, "-l", "0", "-o", out, "--component", "x"}, "neither a number from 0 nor \"length\""},
         {{"iso", in, "-l", "0", "-o", out, "--threads", "0"}, "--threads"},
         {{"iso", in, "-l", "0", "-o", out, "--nonsense"}, "--nonsense"},
@@ -179,6 +182,19 @@ TEST(Usage, IsToldAndExitsWith2)
         {{"probe", in, "--line", "0,0,0", "1,0,0", "10abc", "-o", out}, "--line: 10abc is no count"},
         {{"probe", in, "--grid", "0", "2", "2", "-o", scratch("a.vti")}, "each number is at least 1"},
         {{"probe", in, "--grid", "2", "2", "2", "-o", out}, "ends in .vti .csv"},
+        {{"info", in, "--step", "-1"}, "--step: -1 is out of range; a whole number from 0 is wanted"},
+        {{"sample", "hydrogen", "--size", "0", "-o", scratch("a.vti")},
+         "--size: 0 is out of range; a whole number from 1"},
+        {{"iso", in, "-l", "nan", "-o", out}, "--level: nan is no finite number"},
+        {{"iso", in, "-l", "0,-inf", "-o", out}, "--level: -inf is no finite number"},
+        {{"iso", "-l", ".5", ".3", in, "-o", out}, "Several levels are given as -l 1,2 or -l 1 -l 2."},
+        {{"iso", in, "-l", ".5", ".3", "-o", out}, "Several levels are given as -l 1,2 or -l 1 -l 2."},
+        {{"iso", in, "-l", "0", "-p", scratch("a.png"), "--size", "10x10"},
+         "--size: 10x10 is out of range; WxH"},
+        {{"iso", in, "-l", "0", "-p", scratch("a.png"), "--view", "w"}, "--view"},
+        {{"iso", in, "-l", "0", "-p", scratch("a.png"), "--colors", "w"}, "w is not among even, diverging"},
+        {{"clamp", in, "--component", "length", "--min", "0", "-o", scratch("a.vti")},
+         "length: is no number from 0"},
         {{"clamp", in, "-o", scratch("a.vti")}, "give --min X, --max X or both"},
         {{"clamp", in, "--min", "2", "--max", "1", "-o", scratch("a.vti")}, "--min 2 is above --max 1"},
         {{"clamp", in, "--min", "2", "-o", out}, "ends in .vti"},
@@ -206,6 +222,24 @@ TEST(Usage, HasHelpWithExamples)
         EXPECT_TRUE(holds(run_well({command, "--help"}).out, "--help")) << command;
     }
     EXPECT_TRUE(holds(run_well({"--version"}).out, "skoklana " SKOKLANA_VERSION "\n"));
+}
+
+TEST(Usage, OfTooManyLevelsIsRefused)
+{
+    std::string levels = "0";
+    for (int i = 1; i < 300; ++i)
+        levels += "," + std::to_string(i);
+    const std::string out = scratch("many.vtp");
+    run_well({"iso", sphere(), "-l", levels, "-o", out});
+    ran result = run({"iso", sphere(), "-l", levels, "-p", scratch("many.png")});
+    EXPECT_EQ(result.code, 2);
+    EXPECT_TRUE(holds(result.err, "300 levels are too many; 256 are the most that a picture shows"))
+        << shown(result);
+    for (int i = 0; i < 800; ++i)
+        levels += ",1";
+    result = run({"iso", sphere(), "-l", levels, "-o", out});
+    EXPECT_EQ(result.code, 2);
+    EXPECT_TRUE(holds(result.err, "1100 levels are too many; 1000 are the most")) << shown(result);
 }
 
 TEST(Usage, QuietSaysNothingAndTimeTellsTheStages)
@@ -245,11 +279,22 @@ TEST(BadOutput, OnAFullDiskIsNoFile)
         setrlimit(RLIMIT_FSIZE, &small);
         const ran result = run(arguments);
         setrlimit(RLIMIT_FSIZE, &before);
-        expect_failure(result, 1, "full" + std::string(ending) + ": cannot be written", "");
+        EXPECT_EQ(result.code, 1);
+        EXPECT_EQ(result.err, "skoklana: " + out + ": cannot be written: File too large\n");
         EXPECT_EQ(bytes_of(out).substr(0, 9), "older");
     }
     for (const std::string &name : files_in_scratch())
         EXPECT_FALSE(holds(name, ".part")) << name;
+}
+
+TEST(BadOutput, OnStandardOutputIsAFailure)
+{
+    if (!std::filesystem::exists("/dev/full")) GTEST_SKIP() << "there is no /dev/full";
+    surroundings full;
+    full.out = "/dev/full";
+    const ran result = run({"info", sphere()}, full);
+    EXPECT_EQ(result.code, 1);
+    EXPECT_EQ(result.err, "skoklana: standard output cannot be written: No space left on device\n");
 }
 
 // ---- interruption and progress ------------------------------------------------------------------------------
@@ -321,6 +366,106 @@ TEST(Picture, OfLinesIsDrawnToo)
     run_well({"isoline", path, "-l", "0", "--level", "0.3", "-p", picture, "-o", scratch("lines.vtp")});
     EXPECT_GT(bytes_of(picture).size(), 10000u);
     EXPECT_GT(length_of(read_surface(scratch("lines.vtp"))), 3);
+}
+
+struct pixels {
+    int width = 0, height = 0;
+    std::vector<unsigned char> rgb;
+    const unsigned char *at(int x, int y) const { return &rgb[static_cast<size_t>((y * width + x) * 3)]; }
+    bool white(int x, int y) const { return at(x, y)[0] > 250 && at(x, y)[1] > 250 && at(x, y)[2] > 250; }
+};
+
+pixels pixels_of(const std::string &path)
+{
+    vtkSmartPointer<vtkImageReader2> reader = vtkSmartPointer<vtkPNGReader>::New();
+    if (path.substr(path.size() - 4) == ".jpg") reader = vtkSmartPointer<vtkJPEGReader>::New();
+    reader->SetFileName(path.c_str());
+    reader->Update();
+    vtkImageData *image = reader->GetOutput();
+    pixels out;
+    out.width = image->GetDimensions()[0];
+    out.height = image->GetDimensions()[1];
+    const auto *values = static_cast<unsigned char *>(image->GetScalarPointer());
+    out.rgb.assign(values, values + out.width * out.height * 3);
+    return out;
+}
+
+// Nothing touches the rim: no text is cut off.
+void expect_free_rim(const pixels &picture)
+{
+    for (int x = 0; x < picture.width; ++x)
+        for (const int y : {0, 1, picture.height - 2, picture.height - 1})
+            ASSERT_TRUE(picture.white(x, y)) << x << " " << y;
+    for (int y = 0; y < picture.height; ++y)
+        for (const int x : {0, 1, picture.width - 2, picture.width - 1})
+            ASSERT_TRUE(picture.white(x, y)) << x << " " << y;
+}
+
+TEST(Picture, HasRoomForTitlesOfAnyLength)
+{
+    const auto data = read(sphere());
+    for (const char *name :
+         {"T", "wall shear stress magnitude", "turbulent_kinetic_energy_dissipation_rate_of_the_second_phase",
+          "averylongnamewithoutanybreakinitthatgoesonandonandonuntilitisfartoolongforanythingthatcouldfitonap"
+          "icture"
+          "averylongnamewithoutanybreakinitthatgoesonandonandonuntilitisfartoolongforanythingthatcouldfitonap"
+          "icture"}) {
+        add_node_array(data, name, [](const double *x) { return x[0]; });
+        write(scratch("titled.vti"), data);
+        run_well({"iso", scratch("titled.vti"), "-a", "height", "-l", "0", "-w", name, "-p",
+                  scratch("titled.png"), "--size", "400x300"});
+        expect_free_rim(pixels_of(scratch("titled.png")));
+        data->GetPointData()->RemoveArray(name);
+    }
+}
+
+TEST(Picture, HasTheSizeTheViewAndTheFormatThatAreAskedFor)
+{
+    std::set<std::vector<unsigned char>> views;
+    for (const char *view : {"x", "-x", "y", "-y", "z", "-z", "iso"}) {
+        run_well(
+            {"iso", sphere(), "-l", "0", "-p", scratch("view.png"), "--view", view, "--size", "320x240"});
+        const pixels picture = pixels_of(scratch("view.png"));
+        EXPECT_EQ(picture.width, 320);
+        EXPECT_EQ(picture.height, 240);
+        expect_free_rim(picture);
+        EXPECT_TRUE(views.insert(picture.rgb).second) << view << " is like another";
+    }
+    run_well({"iso", sphere(), "-l", "0", "-p", scratch("view.jpg"), "--size", "320x240"});
+    EXPECT_EQ(bytes_of(scratch("view.jpg")).substr(0, 2), "\xff\xd8");
+    EXPECT_EQ(pixels_of(scratch("view.jpg")).width, 320);
+}
+
+TEST(Picture, IsColouredByCellArraysToo)
+{
+    const auto data = read(sphere());
+    number_all(data);
+    write(scratch("cells.vti"), data);
+    std::set<std::vector<unsigned char>> seen;
+    for (const char *name : {"cell", "node"}) {
+        run_well({"iso", scratch("cells.vti"), "-a", "height", "-l", "0", "-w", name, "-p",
+                  scratch("cells.png"), "--size", "320x240"});
+        const pixels picture = pixels_of(scratch("cells.png"));
+        bool red = false, blue = false;
+        for (int y = 60; y < 180; ++y)
+            for (int x = 40; x < 220; ++x) {
+                red = red || picture.at(x, y)[0] > picture.at(x, y)[2] + 60;
+                blue = blue || picture.at(x, y)[2] > picture.at(x, y)[0] + 60;
+            }
+        EXPECT_TRUE(red && blue) << name;
+        seen.insert(picture.rgb);
+    }
+    EXPECT_EQ(seen.size(), 2u);
+}
+
+// Many levels are one surface: the picture takes no longer for them.
+TEST(Picture, OfManyLevelsIsOneSurface)
+{
+    std::string levels = "-1.4";
+    for (int i = 1; i < 200; ++i)
+        levels += "," + std::to_string(-1.4 + 0.01 * i);
+    run_well({"iso", sphere(), "-l", levels, "-p", scratch("many.png"), "--size", "320x240"});
+    EXPECT_GT(bytes_of(scratch("many.png")).size(), 3000u);
 }
 
 TEST(Picture, WithoutADriverIsAFailureAndNoFile)

@@ -12,6 +12,7 @@
 #include <vtkMultiBlockDataSet.h>
 #include <vtkNew.h>
 #include <vtkPointData.h>
+#include <vtkPoints.h>
 #include <vtkPolyData.h>
 #include <vtkRectilinearGrid.h>
 #include <vtkStructuredGrid.h>
@@ -19,6 +20,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <filesystem>
 
 namespace {
 
@@ -266,15 +268,95 @@ TEST(Input, WithTooLargeUnsignedNumbers)
     EXPECT_TRUE(holds(told.out, "taken as double, 0 .. 1.84467e+19")) << shown(told);
 }
 
-TEST(Input, WithCoordinatesThatFloatCannotHoldIsNoted)
+// Steps of a thousandth at 5e8, where float knows steps of 32.
+TEST(Input, WithCoordinatesThatFloatCannotHoldApartIsWorkedOnNear0)
 {
     vtkNew<vtkImageData> image;
-    image->SetDimensions(5, 5, 5);
-    image->SetOrigin(5e8, 0, 0);
-    add_node_array(image, "any", [](const double *x) { return x[1]; });
+    image->SetDimensions(9, 9, 9);
+    image->SetSpacing(1e-3, 1e-3, 1e-3);
+    add_node_array(image, "any", [](const double *x) { return 1000 * x[0] + 100 * x[1]; });
+    const auto near_result = scratch("near.vtp");
+    write(scratch("near.vti"), image);
+    image->SetOrigin(5e8, -4e6, 0);
     write(scratch("far.vti"), image);
-    const ran told = run_well({"info", scratch("far.vti")});
-    EXPECT_TRUE(holds(told.err, "note: coordinates are rounded to float, by up to ")) << shown(told);
+    vtkNew<vtkPoints> points;
+    points->SetDataTypeToDouble();
+    for (vtkIdType i = 0; i < image->GetNumberOfPoints(); ++i)
+        points->InsertNextPoint(image->GetPoint(i));
+    vtkNew<vtkStructuredGrid> grid;
+    grid->SetDimensions(9, 9, 9);
+    grid->SetPoints(points);
+    grid->GetPointData()->ShallowCopy(image->GetPointData());
+    write(scratch("far.vts"), grid);
+    run_well({"iso", scratch("near.vti"), "-l", "3.25", "-o", near_result});
+    const auto from_near = read_surface(near_result);
+    for (const char *ending : {".vti", ".vts"}) {
+        const ran told =
+            run_well({"iso", scratch("far" + std::string(ending)), "-l", "3.25", "-o", scratch("far.vtp")});
+        EXPECT_TRUE(
+            holds(told.err, "note: float cannot hold the coordinates apart; worked on around 500000000,"))
+            << shown(told);
+        const auto from_far = read_surface(scratch("far.vtp"));
+        EXPECT_EQ(from_far->GetNumberOfPolys(), from_near->GetNumberOfPolys());
+        EXPECT_NEAR(area_of(from_far), area_of(from_near), 1e-3 * area_of(from_near));
+        EXPECT_NEAR(from_far->GetBounds()[0], 5e8 + 0.00245, 1e-3);
+        EXPECT_NEAR(from_far->GetBounds()[2], -4e6, 1e-6);
+        run_well({"probe", scratch("far" + std::string(ending)), "--line", "500000000.001,-4000000,0",
+                  "500000000.003,-3999999.996,0.004", "3", "-o", scratch("far.csv")});
+        const std::string table = bytes_of(scratch("far.csv"));
+        double values[3];
+        EXPECT_EQ(sscanf(table.c_str(),
+                         "x,y,z,any,vtkValidPointMask\n500000000.001,-4e+06,0,%lf,1\n%*[^\n]\n"
+                         "500000000.003,-3999999.996,0.004,%lf,1\n",
+                         &values[0], &values[1]),
+                  2)
+            << table;
+        EXPECT_NEAR(values[0], 1, 1e-3);
+        EXPECT_NEAR(values[1], 3.4, 1e-3);
+    }
+}
+
+// ---- places of results --------------------------------------------------------------------------------------
+
+TEST(Output, OverAFileThatIsReadIsRefused)
+{
+    const std::string path = made("uniform", "self.vti"), before = bytes_of(path);
+    std::filesystem::remove(scratch("link.vti"));
+    std::filesystem::create_symlink("self.vti", scratch("link.vti"));
+    for (const std::string &out : {path, scratch("link.vti"), scratch("./self.vti")}) {
+        const ran result = run({"clamp", path, "--max", "0", "-o", out});
+        EXPECT_EQ(result.code, 2);
+        EXPECT_TRUE(holds(result.err, "is a file that is read, too; --overwrite lets the result"))
+            << shown(result);
+    }
+    EXPECT_EQ(bytes_of(path), before);
+    write_bytes(scratch("self.csv"), "x,y,z\n0,0,0\n");
+    EXPECT_EQ(run({"probe", path, "--points", scratch("self.csv"), "-o", scratch("self.csv")}).code, 2);
+    EXPECT_EQ(bytes_of(scratch("self.csv")), "x,y,z\n0,0,0\n");
+    run_well({"probe", path, "--points", scratch("self.csv"), "-o", scratch("self.csv"), "--overwrite"});
+    EXPECT_TRUE(holds(bytes_of(scratch("self.csv")), "x,y,z,height"));
+    run_well({"--overwrite", "clamp", path, "--max", "0", "-o", path});
+    EXPECT_LE(node_array(read(path), "height")->GetRange()[1], 0);
+}
+
+TEST(Output, GoesWhereALinkPointsAndNotOverAReadOnlyFile)
+{
+    namespace fs = std::filesystem;
+    const std::string path = made("uniform", "linked.vti"), link = scratch("link.vtp");
+    fs::create_directories(scratch("deep"));
+    fs::remove(link);
+    fs::create_symlink("deep/there.vtp", link);
+    run_well({"iso", path, "-l", "0", "-o", link});
+    EXPECT_TRUE(fs::is_symlink(link));
+    EXPECT_GT(read(scratch("deep/there.vtp"))->GetNumberOfCells(), 0);
+
+    const std::string locked = scratch("locked.vtp");
+    write_bytes(locked, "older");
+    fs::permissions(locked, fs::perms::owner_read);
+    const ran result = run({"iso", path, "-l", "0", "-o", locked});
+    EXPECT_EQ(result.code, 1);
+    EXPECT_EQ(result.err, "skoklana: " + locked + ": cannot be written: it is there already and read-only\n");
+    EXPECT_EQ(bytes_of(locked), "older");
 }
 
 // ---- info ---------------------------------------------------------------------------------------------------

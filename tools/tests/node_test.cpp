@@ -5,10 +5,13 @@
 
 #include <vtkDataArray.h>
 #include <vtkDataSet.h>
+#include <vtkImageData.h>
 #include <vtkNew.h>
+#include <vtkPointData.h>
 #include <vtkThreshold.h>
 #include <vtkUnstructuredGrid.h>
 
+#include <algorithm>
 #include <cmath>
 
 namespace {
@@ -132,6 +135,37 @@ TEST(Clamp, LeavesNullsAlone)
     for (vtkIdType i = 0; i < data->GetNumberOfPoints(); ++i)
         ASSERT_EQ(node_array(ours, "height")->GetComponent(i, 0),
                   i == 3 ? -999 : std::max(0.0, node_array(data, "height")->GetComponent(i, 0)));
+}
+
+// Bounds beyond the type limit nothing, or everything; and what is told changed is what changed.
+TEST(Clamp, TakesBoundsThatTheTypeCannotHold)
+{
+    vtkNew<vtkImageData> image;
+    image->SetDimensions(16, 16, 1);
+    image->AllocateScalars(VTK_UNSIGNED_CHAR, 1);
+    for (int i = 0; i < 256; ++i)
+        static_cast<unsigned char *>(image->GetScalarPointer())[i] = static_cast<unsigned char>(i);
+    image->GetPointData()->GetScalars()->SetName("bytes");
+    const std::string path = scratch("bytes.vti"), out = scratch("bytes_out.vti");
+    write(path, image);
+    const struct {
+        std::vector<std::string> bounds;
+        int lo, hi;
+        const char *changed;
+    } cases[] = {{{"--min=-10", "--max", "300"}, 0, 255, ": 0 values of bytes limited"},
+                 {{"--min", "2.5", "--max", "9.9"}, 3, 9, ": 249 values"},
+                 {{"--min", "300"}, 255, 255, ": 255 values"},
+                 {{"--max=-1"}, 0, 0, ": 255 values"}};
+    for (const auto &one : cases) {
+        std::vector<std::string> arguments = {"clamp", path, "-o", out};
+        arguments.insert(arguments.end(), one.bounds.begin(), one.bounds.end());
+        const ran result = run_well(arguments);
+        const auto ours = read(out);
+        vtkDataArray *after = node_array(ours, "bytes");
+        for (int i = 0; i < 256; ++i)
+            ASSERT_EQ(after->GetComponent(i, 0), std::clamp(i, one.lo, one.hi)) << one.bounds[0];
+        EXPECT_NE(result.out.find(one.changed), std::string::npos) << shown(result);
+    }
 }
 
 TEST(Clamp, OfRealData)

@@ -1,12 +1,17 @@
 // What the commands share, called directly.
+#include "colours.hpp"
 #include "failure.hpp"
+#include "memory_limit.hpp"
 #include "parse.hpp"
 #include "table.hpp"
 #include "write.hpp"
 
 #include <gtest/gtest.h>
 
+#include <vtkColorTransferFunction.h>
+
 #include <cmath>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <limits>
@@ -127,6 +132,58 @@ TEST(Tables, HaveTheDigitsOfTheirType)
     EXPECT_EQ(csv_number(std::nanf("")), "");
     EXPECT_EQ(csv_field("plain"), "plain");
     EXPECT_EQ(csv_field("a\nb"), "\"a\nb\"");
+}
+
+// ---- memory -------------------------------------------------------------------------------------------------
+
+TEST(Memory, BeyondWhatIsFreeIsRefused)
+{
+    const size_t room = free_memory();
+    ASSERT_GT(room, 0u);
+    // in a program of its own, which the limit holds for
+    EXPECT_EXIT(
+        {
+            limit_memory();
+            void *small = malloc(room / 8); // not touched: nothing is taken from anybody
+            void *large = malloc(room + room / 8);
+            _exit(small != nullptr && large == nullptr ? 7 : 1);
+        },
+        testing::ExitedWithCode(7), "");
+}
+
+// ---- pictures -----------------------------------------------------------------------------------------------
+
+TEST(Ticks, AreRoundAndToldApart)
+{
+    EXPECT_EQ(round_ticks(0, 10, 5), (std::vector<double>{0, 2, 4, 6, 8, 10}));
+    EXPECT_EQ(round_ticks(-1.5, 1.5, 3), (std::vector<double>{-1, 0, 1}));
+    EXPECT_EQ(round_below(4.9), 2);
+    EXPECT_EQ(round_below(0.05), 0.05);
+    EXPECT_EQ(tick_texts({0.1, 0.5, 10}), (std::vector<std::string>{"0.1", "0.5", "10"}));
+    EXPECT_EQ(tick_texts({5118000, 5120000}), (std::vector<std::string>{"5118000", "5120000"}));
+    EXPECT_EQ(tick_texts({1.00001, 1.00002}), (std::vector<std::string>{"1.00001", "1.00002"}));
+    EXPECT_EQ(tick_texts({1e-12}), (std::vector<std::string>{"1e-12"}));
+}
+
+TEST(Colours, ReadOnWhite)
+{
+    const auto colours = colours_between("", 0, 1);
+    for (int i = 0; i <= 100; ++i) {
+        double rgb[3], light = 0;
+        colours->GetColor(i / 100.0, rgb);
+        const double weight[3] = {0.2126, 0.7152, 0.0722};
+        for (int c = 0; c < 3; ++c)
+            light += weight[c] * std::pow(rgb[c], 2.2);
+        EXPECT_GT(1.05 / (light + 0.05), 3) << "contrast at " << i;
+    }
+    EXPECT_TRUE(is_colours("viridis"));
+    EXPECT_FALSE(is_colours("nonsense"));
+}
+
+TEST(Titles, BreakBetweenWords)
+{
+    EXPECT_EQ(wrapped("wall shear stress", 12), (std::vector<std::string>{"wall shear ", "stress"}));
+    EXPECT_EQ(wrapped("t", 3), (std::vector<std::string>{"t"}));
 }
 
 } // namespace

@@ -31,6 +31,7 @@
 #include <cmath>
 #include <csignal>
 #include <cstdlib>
+#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <poll.h>
@@ -65,7 +66,7 @@ pipe_ends open_pipe(bool terminal)
 [[noreturn]] void become_command(const std::vector<std::string> &arguments, const surroundings &around,
                                  int out, int err)
 {
-    dup2(out, STDOUT_FILENO);
+    dup2(around.out.empty() ? out : open(around.out.c_str(), O_WRONLY), STDOUT_FILENO);
     dup2(err, STDERR_FILENO);
     for (const char *display : {"DISPLAY", "WAYLAND_DISPLAY"})
         unsetenv(display);
@@ -273,6 +274,7 @@ double sum_over_cells(vtkDataSet *data, int ndim, double (*measure)(const double
     double sum = 0;
     vtkNew<vtkIdList> nodes;
     vtkNew<vtkPoints> points;
+    points->SetDataTypeToDouble();
     for (vtkIdType c = 0; c < data->GetNumberOfCells(); ++c) {
         vtkCell *cell = data->GetCell(c);
         if (cell->GetCellDimension() != ndim) continue;

@@ -22,6 +22,7 @@ struct ran {
 struct surroundings {
     std::vector<std::string> set; // NAME=VALUE; displays are always taken away
     bool terminal = false;        // standard error is one
+    std::string out;              // a file that standard output goes to
     std::string until;            // interrupt as soon as standard error holds this
 };
 
