@@ -1,11 +1,8 @@
 // Cut over structured meshes: a sink of the walk over lattices (lattice_walk.hpp). Whole cells are copied, crossed
-// ones are split by their cut cases.
+// ones are split by their cut cases (lattice_split.hpp).
 //
 // The nodes that a cut retains are counted before anything is written, since new nodes are numbered behind them:
-// so each connect entry is final when it is written. As the walk reaches a plane its retained nodes get their
-// numbers, which then wait in a map until both slabs at the plane are done. In a run of whole cells all nodes are
-// retained, and their numbers in a row follow on each other: the run is written from the eight numbers of its
-// first cell, without another look at the map.
+// so each connect entry is final when it is written.
 //
 // A node is retained where its value, in double, is on the kept side of the level or at it. A cell keeps a corner
 // where besides the flags of UTILthreshold_scalar say so, whose comparison is in the data's precision and puts
@@ -13,76 +10,31 @@
 #include <skoklana/cut.h>
 
 #include "dtype.hpp"
-#include "lattice_cut_cases.hpp"
-#include "lattice_walk.hpp"
+#include "lattice_split.hpp"
 
 namespace {
 
 constexpr qx_long first_cut_entries = 1024; // of every list
 constexpr qx_long first_cut_nodes = 1024;
 
-// The retained nodes of a mesh, numbered plane by plane.
-struct retained_nodes {
-    const char *data;
-    size_t element_bytes;
+// What a cut is asked for.
+struct cut_request {
+    const mesh_info *mesh;
+    const void *data;
     int data_type, null_flag;
     const void *null_value;
     double level;
     int side;
-    qx_long plane;   // nodes
-    qx_long *map[2]; // numbers of the nodes of the lower and the upper live plane, where they are retained
-    qx_long *nodes;  // all of them
-    qx_long count;   // so far
-
-    void enter_plane(qx_long k)
-    {
-        std::swap(map[0], map[1]);
-        const qx_long first = plane * k;
-        UTILnode_thresh_struct(plane, data + static_cast<size_t>(first) * element_bytes, data_type, null_flag,
-                               null_value, level, side, first, &count, nodes, map[1]);
-    }
+    bool mapped;
 };
 
-// The numbers of the corners of a cell, in the order of the cut tables.
-template <int naxes>
-FORCE_INLINE void number_corners(qx_long *const *map, qx_long nx, qx_long in_plane, qx_long *numbers)
-{
-    for (int corner = 0; corner < 1 << naxes; ++corner) {
-        const unsigned place = place_of_cut_corner<naxes>(corner);
-        const qx_long row = naxes == 3 ? (place >> 1 & 1) * nx : 0;
-        numbers[corner] = map[place >> (naxes - 1)][in_plane + row + (place & 1)];
-    }
-}
+template <int naxes_> struct cut_sink : split_sink<naxes_, 1> {
+    using base = split_sink<naxes_, 1>;
+    static constexpr int naxes = naxes_;
+    using typename base::cases;
 
-// Rows of corners that all rise by one from cell to cell. No counters that are kept from cell to cell: GCC 12
-// makes vectors of eight such ones wrongly.
-template <int ncorners>
-FORCE_INLINE void write_rising_rows(const qx_long *__restrict first, qx_long count, qx_long *__restrict out)
-{
-    for (qx_long c = 0; c < count; ++c, out += ncorners)
-        for (int corner = 0; corner < ncorners; ++corner)
-            out[corner] = first[corner] + c;
-}
-
-template <int ncorners> void write_run_plain(const qx_long *first, qx_long count, qx_long *out)
-{
-    write_rising_rows<ncorners>(first, count, out);
-}
-
-template <int ncorners> TARGET_AVX2 void write_run_wide(const qx_long *first, qx_long count, qx_long *out)
-{
-    write_rising_rows<ncorners>(first, count, out);
-}
-
-template <int naxes_> struct cut_sink : lattice_sink<naxes_, 1> {
-    static constexpr int naxes = naxes_, ncorners = 1 << naxes;
-    static constexpr bool wants_whole = true;
-    using cases = std::conditional_t<naxes == 3, hex_cut_cases, quad_cut_cases>;
-    static constexpr int piece_nnodes = cut_list_nnodes[cases::piece_list];
-
-    qx_long nx, nold;
-    retained_nodes retained;
-    made_cells whole, pieces;
+    const cut_request *asked;
+    size_t element_bytes;
 
     struct tally {
         int npieces = 0;
@@ -96,14 +48,17 @@ template <int naxes_> struct cut_sink : lattice_sink<naxes_, 1> {
 
     lattice_end enter_plane(qx_long k)
     {
-        retained.enter_plane(k);
+        const qx_long first = this->plane * k;
+        UTILnode_thresh_struct(
+            this->plane, static_cast<const char *>(asked->data) + static_cast<size_t>(first) * element_bytes,
+            asked->data_type, asked->null_flag, asked->null_value, asked->level, asked->side, first,
+            &this->nlisted, this->old_nodes, this->next_map());
         return lattice_end::done;
     }
 
     lattice_end make_room(const tally &adds, int nwhole, double done)
     {
-        const lattice_end end = make_room_for_cells(&pieces, adds.npieces, piece_nnodes, 0, done);
-        return end != lattice_end::done ? end : make_room_for_cells(&whole, nwhole, ncorners, 0, done);
+        return this->make_room_for_split(adds.npieces, nwhole, done);
     }
 
     struct writer {
@@ -119,48 +74,30 @@ template <int naxes_> struct cut_sink : lattice_sink<naxes_, 1> {
             qx_long numbers[most_cut_local];
             number_corners<naxes>(retained, nx, first_in_plane + i, numbers);
             for (int p = 0; p < row.npoints; ++p)
-                numbers[ncorners + p] = nold + edges.slot[0][at.crossed.edges[p]][i];
-            const int nentries = piece_nnodes * row.ncells;
-            for (int n = 0; n < nentries; ++n)
-                *entry++ = numbers[row.nodes[n]];
+                numbers[base::ncorners + p] = nold + edges.slot[0][at.crossed.edges[p]][i];
+            entry = write_pieces(row.nodes, base::piece_nnodes * row.ncells, numbers, entry);
             if (map != nullptr)
                 for (int piece = 0; piece < row.ncells; ++piece)
                     *map++ = first_cell + i;
         }
     };
 
-    qx_long in_plane(const piece_place &place) const { return nx * place.j + place.i; }
-
     writer begin(const piece_place &place)
     {
-        return {pieces.connect.data + pieces.connect.used,
-                pieces.map.data != nullptr ? pieces.map.data + pieces.map.used : nullptr,
-                {retained.map[0], retained.map[1]},
-                nx,
-                nold,
-                in_plane(place),
+        const made_cells &out = this->pieces;
+        return {out.connect.data + out.connect.used,
+                out.map.data != nullptr ? out.map.data + out.map.used : nullptr,
+                {this->map[0], this->map[1]},
+                this->nx,
+                this->nold,
+                this->in_plane(place),
                 place.cell};
     }
 
     void end(const writer &, const tally &added)
     {
-        pieces.connect.used += piece_nnodes * static_cast<qx_long>(added.npieces);
-        pieces.map.used += added.npieces;
-    }
-
-    void take_whole(const piece_place &place, const bit_word *words, int nwords)
-    {
-        const auto write_run = have_avx2() ? write_run_wide<ncorners> : write_run_plain<ncorners>;
-        for_each_run(words, nwords, [&](int first, int count) {
-            qx_long numbers[ncorners];
-            number_corners<naxes>(retained.map, nx, in_plane(place) + first, numbers);
-            write_run(numbers, count, whole.connect.data + whole.connect.used);
-            whole.connect.used += ncorners * static_cast<qx_long>(count);
-            if (whole.map.data != nullptr)
-                for (int c = 0; c < count; ++c)
-                    whole.map.data[whole.map.used + c] = place.cell + first + c;
-            whole.map.used += count;
-        });
+        this->pieces.connect.used += base::piece_nnodes * static_cast<qx_long>(added.npieces);
+        this->pieces.map.used += added.npieces;
     }
 };
 
@@ -189,17 +126,6 @@ template <typename T, typename Body> auto with_kept_test(double level, int side,
     }
 }
 
-// What a cut is asked for.
-struct cut_request {
-    const mesh_info *mesh;
-    const void *data;
-    int data_type, null_flag;
-    const void *null_value;
-    double level;
-    int side;
-    bool mapped;
-};
-
 template <int naxes> struct cut_result {
     edge_nodes nodes;
     cut_sink<naxes> made = {};
@@ -213,7 +139,7 @@ template <int naxes> void release_cut(cut_result<naxes> *out)
     release_cells(&out->made.pieces);
     for (batch_list &map : out->no_cells)
         release_list(&map, ALLOC_AT("cut_stct"));
-    free(out->made.retained.nodes);
+    free(out->made.old_nodes);
 }
 
 template <int naxes> constexpr bool is_made_list(int list)
@@ -236,33 +162,15 @@ template <int naxes> bool open_cut(cut_result<naxes> *out, bool mapped)
 template <typename T, int naxes> lattice_end cut_typed(const cut_request &asked, cut_result<naxes> *out)
 {
     const mesh_info *mesh = asked.mesh;
-    cut_sink<naxes> &made = out->made;
-    const qx_long plane = naxes == 3 ? mesh->dims[0] * mesh->dims[1] : mesh->dims[0];
-    scratch memory;
-    qx_long *maps = memory.borrow<qx_long>(2 * plane);
-    qx_long *nodes = nullptr;
-    if (made.nold != 0)
-        nodes = static_cast<qx_long *>(malloc(static_cast<size_t>(made.nold) * sizeof(qx_long)));
-    made.nx = mesh->dims[0];
-    made.retained = {static_cast<const char *>(asked.data),
-                     sizeof(T),
-                     asked.data_type,
-                     asked.null_flag,
-                     asked.null_value,
-                     asked.level,
-                     asked.side,
-                     plane,
-                     {maps, maps + plane},
-                     nodes,
-                     0};
-    if (maps == nullptr || (nodes == nullptr && made.nold != 0)) return lattice_end::no_node_memory;
-    expect_to_fill(nodes, made.nold * static_cast<qx_long>(sizeof(qx_long)));
+    out->made.asked = &asked;
+    out->made.element_bytes = sizeof(T);
     const equal_to<T> null = {null_value_of<T>(asked.null_flag, asked.null_value)};
     return with_kept_test<T>(asked.level, asked.side, [&](auto kept) {
         return with_tested_flags(
             static_cast<const T *>(asked.data), mesh->nnodes, asked.null_flag != 0, null,
             [&](const flag_source &flags) {
-                return walk_lattice(mesh->dims, flags, lattice_checks::every_eighth_slab, &out->nodes, &made);
+                return walk_lattice(mesh->dims, flags, lattice_checks::every_eighth_slab, &out->nodes,
+                                    &out->made);
             },
             kept);
     });
@@ -287,10 +195,12 @@ static int cut_lattice(const cut_request &asked, qx_long *nold, qx_long **old_no
     }
 
     cut_result<naxes> out;
-    out.made.nold = UTILnnode_thresh_struct(naxes, asked.mesh->dims, asked.data, asked.data_type,
-                                            asked.null_flag, asked.null_value, asked.level, asked.side);
+    scratch memory;
+    const qx_long nretained =
+        UTILnnode_thresh_struct(naxes, asked.mesh->dims, asked.data, asked.data_type, asked.null_flag,
+                                asked.null_value, asked.level, asked.side);
     lattice_end end = lattice_end::no_node_memory;
-    if (open_cut(&out, asked.mapped))
+    if (out.made.open_retained(asked.mesh->dims, nretained, &memory) && open_cut(&out, asked.mapped))
         end = with_dtype_or(
             asked.data_type, [] { return lattice_end::no_node_memory; }, // reported by the count
             [&](auto type) { return cut_typed<typename decltype(type)::type>(asked, &out); });
@@ -301,7 +211,7 @@ static int cut_lattice(const cut_request &asked, qx_long *nold, qx_long **old_no
     }
 
     *nold = out.made.nold;
-    *old_nodes = out.made.retained.nodes;
+    *old_nodes = out.made.old_nodes;
     *nnodes_out = out.nodes.min_node.used;
     *min_node = out.nodes.min_node.data;
     *max_node = out.nodes.max_node.data;

@@ -3,7 +3,14 @@
 
 #include "grow.hpp"
 
-enum class lattice_end { done, interrupted, no_node_memory, no_map_memory, no_connect_memory };
+enum class lattice_end {
+    done,
+    interrupted,
+    no_node_memory,
+    no_map_memory,
+    no_connect_memory,
+    no_coords // from the host
+};
 
 // New nodes in the order of their numbers, by the nodes at the ends of their edges. They grow alike: used and
 // capacity of the first hold for both.

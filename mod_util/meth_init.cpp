@@ -82,6 +82,9 @@ static const OM_named_func named_functions[] = {
     ROW("cut_func_rect",   UTILcut_struct),
 
     ROW("contour_func",        UTILcontour_cells),
+    ROW("contour_func_struct", UTILcontour_struct),
+    ROW("contour_func_unif",   UTILcontour_struct),
+    ROW("contour_func_rect",   UTILcontour_struct),
 
     ROW("grad_func",        UTILgrad_cells),
     ROW("grad_func_struct", UTILgrad_struct),

@@ -16,6 +16,7 @@
 
 #include "classify.hpp"
 #include "dtype.hpp"
+#include "thresh.hpp"
 
 #include <algorithm>
 
@@ -382,6 +383,35 @@ static qx_long with_level_nodes(const char *operation, const void *data, int dat
     });
 }
 
+// The same for a range.
+template <typename Use>
+static qx_long with_range_nodes(const char *operation, const void *data, const range_threshold &range,
+                                Use use)
+{
+    return with_dtype(range.data_type, operation, [&](auto type) -> qx_long {
+        using T = typename decltype(type)::type;
+        const in_range<T> test = {truncate_to<T>(range.lo), truncate_to<T>(range.hi)};
+        return use(node_test<T, in_range<T>>{static_cast<const T *>(data), test, range.null_flag != 0,
+                                             null_value_of<T>(range.null_flag, range.null_value)});
+    });
+}
+
+// ---- by a range, for other modules -------------------------------------------------------------------------
+
+qx_long count_nodes_in_range(qx_long nnodes, const void *data, const range_threshold &range)
+{
+    return with_range_nodes("UTILnode_thresh2", data, range,
+                            [&](const auto &nodes) { return count_survivors(nnodes, nodes); });
+}
+
+void sweep_nodes_in_range(qx_long nnodes, const void *data, const range_threshold &range, qx_long base,
+                          qx_long *count, qx_long *list, qx_long *map)
+{
+    with_range_nodes("UTILnode_thresh2", data, range, [&](const auto &nodes) {
+        return append_survivors(nnodes, nodes, base, count, list, map);
+    });
+}
+
 // ---- exported ----------------------------------------------------------------------------------------------
 
 extern "C" {
@@ -396,13 +426,8 @@ qx_long UTILnode_thresh(qx_long nnodes, int data_type, const void *data, int nul
 qx_long UTILnode_thresh2(qx_long nnodes, int data_type, const void *data, int null_flag,
                          const void *null_value, double lo, double hi, qx_long *map)
 {
-    return with_dtype(data_type, "UTILnode_thresh2", [&](auto type) -> qx_long {
-        using T = typename decltype(type)::type;
-        const in_range<T> test = {truncate_to<T>(lo), truncate_to<T>(hi)};
-        const node_test<T, in_range<T>> nodes = {static_cast<const T *>(data), test, null_flag != 0,
-                                                 null_value_of<T>(null_flag, null_value)};
-        return number_survivors(nnodes, nodes, map);
-    });
+    return with_range_nodes("UTILnode_thresh2", data, {data_type, null_flag, null_value, lo, hi},
+                            [&](const auto &nodes) { return number_survivors(nnodes, nodes, map); });
 }
 
 qx_long UTILnnode_thresh_struct(int ndim, const qx_long *dims, const void *data, int data_type, int null_flag,

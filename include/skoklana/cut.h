@@ -411,6 +411,44 @@ int UTILcut_struct_2d(mesh_info *mesh, const void *data, int data_type, int null
                       qx_long **min_node, qx_long **max_node, qx_long *cut_ncells, qx_long **cut_conn,
                       qx_long *cut_nconn, qx_long *cell_map_count, qx_long **cell_map);
 
+/* ---- bands of structured meshes -------------------------------------------------------------------- *
+ *
+ * The part of a structured mesh between two levels, with the coordinates of all its nodes: a cut from both sides
+ * at once. Cells that are all inside are kept whole, others are split into tetrahedra or triangles.
+ *
+ * data, null_flag, null_value   as for a cut; here a value is null that equals the null value as a double
+ * lower, upper     the levels. A value at either is inside. With lower above upper no node is retained; what the
+ *                  crossed cells then give are new nodes, and of two axes triangles of new nodes alone
+ * nold, old_nodes  as for a cut: the nodes that UTILnode_thresh2 retains. It brings the levels into the data's type
+ *                  first, which cells do not: of integers, between levels with fractions, nodes may be retained that
+ *                  no cell uses, and a cell with a node between the levels that is not retained, as by levels beyond
+ *                  the type's range, is left out as if that node were null. Bring levels into that range first
+ * nnodes_out, min_node, max_node   out: new nodes, numbered from nold on, by the ends of their edges. An edge that
+ *                  both levels cross has two. Of three axes a cell that both levels cross is cut at the lower one and
+ *                  its pieces at the upper one: there an end max_node may be mesh->nnodes + e, which is new node e
+ * level_list       out, nnodes_out entries: 0 at the lower level, 1 at the upper one
+ * cont_ncells, cont_conn, cont_nconn   out, 6 entries, one a list as for a cut, without lines
+ * nspace           coordinates a node: that of the mesh
+ * coords           out, nold + nnodes_out rows of nspace floats; NULL if there is no node
+ * nlow_lines, nhigh_lines   in: not 0 asks for the lines that the band ends in at the lower, at the upper level.
+ *                  Out: how many lines there are
+ * low_lines, high_lines     out: output nodes, two a line; NULL where not asked for, and of three axes always
+ *
+ * Lists are handed over as those of a cut. UTILeval_contour carries more data onto the new nodes, by min_node,
+ * max_node and level_list as they are.
+ *
+ * Returns 1; 0 on failure, which leaves nothing behind, all outputs 0 and NULL. Coordinates are asked for two planes
+ * at a time, once for every slab: "unable to get field sub-coordinates" under "fld_info" where the host has none.
+ * Stops, an unknown type and a lack of memory are not reported; status and flags are as for a cut. */
+
+/* The form bound to all structured meshes. With axes other than 2 or 3: 0, and no output is written. */
+int UTILcontour_struct(mesh_info *mesh, const void *data, int data_type, int null_flag,
+                       const void *null_value, double lower, double upper, qx_long *nold, qx_long **old_nodes,
+                       qx_long *nnodes_out, qx_long **min_node, qx_long **max_node,
+                       unsigned char **level_list, qx_long *cont_ncells, qx_long **cont_conn,
+                       qx_long *cont_nconn, int nspace, float **coords, qx_long *nlow_lines,
+                       qx_long **low_lines, qx_long *nhigh_lines, qx_long **high_lines);
+
 /* ---- node thresholds ------------------------------------------------------------------------------- *
  *
  * Which nodes survive a test of their values, and their new numbers. Survivors are numbered from 0 in node
