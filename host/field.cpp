@@ -254,10 +254,27 @@ host_field *new_lattice(const char *call, mesh_kind kind, int ndim, const qx_lon
         field->dims[d] = dims[d];
         ncells *= dims[d] - 1;
     }
-    field->lattice_set = {lattice_cell[ndim], 1, ncells, nullptr};
+    field->lattice_set = {lattice_cell[ndim], 1, ncells, nullptr, nullptr};
     field->sets = &field->lattice_set;
     field->nsets = 1;
     return field;
+}
+
+} // namespace
+
+bool takes_cells(const char *call, const host_field *field, qx_long ncells)
+{
+    if (field == nullptr) return host_fail("%s: field is NULL", call) != 0;
+    if (field->kind != KIND_CELLS)
+        return host_fail("%s: the field is a lattice; only fields of host_cells take cell sets", call) != 0;
+    if (field->mesh_made)
+        return host_fail("%s: host_mesh was called already; add all cells before", call) != 0;
+    qx_long room = max_items;
+    for (int s = 0; s < field->nsets; ++s)
+        room -= field->sets[s].count;
+    return (ncells >= 0 && ncells <= room) ||
+           host_fail("%s: ncells is %lld, but the mesh has room for 0 to %lld", call, printed(ncells),
+                     printed(room)) != 0;
 }
 
 bool add_set(host_field *field, const cell_set &set)
@@ -272,8 +289,6 @@ bool add_set(host_field *field, const cell_set &set)
     field->sets[field->nsets++] = set;
     return true;
 }
-
-} // namespace
 
 extern "C" {
 
@@ -332,11 +347,7 @@ host_field *host_cells(qx_long nnodes, int nspace, const float *coords)
 
 int host_add_cells(host_field *field, int kind, int order, qx_long ncells, const qx_long *connect)
 {
-    if (field == nullptr) return host_fail("host_add_cells: field is NULL");
-    if (field->kind != KIND_CELLS)
-        return host_fail("host_add_cells: the field is a lattice; only fields of host_cells take cell sets");
-    if (field->mesh_made)
-        return host_fail("host_add_cells: host_mesh was called already; add all cells before");
+    if (!takes_cells("host_add_cells", field, ncells)) return 0;
     if (kind < 0 || kind >= CELL_KINDS)
         return host_fail("host_add_cells: kind is %d, but kinds run from CELL_LINE (%d) to CELL_HEX (%d)",
                          kind, CELL_LINE, CELL_HEX);
@@ -346,15 +357,9 @@ int host_add_cells(host_field *field, int kind, int order, qx_long ncells, const
     if (nodes.ndim > field->nspace)
         return host_fail("host_add_cells: a %s needs %d coordinates a node, but the field has %d",
                          cell_kind_names[kind], nodes.ndim, field->nspace);
-    qx_long room = max_items;
-    for (int s = 0; s < field->nsets; ++s)
-        room -= field->sets[s].count;
-    if (ncells < 0 || ncells > room)
-        return host_fail("host_add_cells: ncells is %lld, but the mesh has room for 0 to %lld",
-                         printed(ncells), printed(room));
     if (!check_connect(field->nnodes, order == 1 ? nodes.ncorners : nodes.nnodes_2, ncells, connect))
         return 0;
-    if (!add_set(field, {kind, order, ncells, connect}))
+    if (!add_set(field, {kind, order, ncells, connect, nullptr}))
         return host_fail("host_add_cells: no memory for the cell set");
     return 1;
 }
@@ -375,6 +380,8 @@ void host_free_field(host_field *field)
     free(field->made_points);
     free(field->made_coords);
     free(field->made_connect);
+    for (int s = 0; s < field->nsets; ++s)
+        free(field->sets[s].owned);
     if (field->kind == KIND_CELLS) free(field->sets);
     free(field);
 }

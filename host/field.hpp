@@ -13,6 +13,7 @@ struct cell_set {
     int kind, order;
     qx_long count;
     const qx_long *connect; // borrowed; NULL for the cells of a lattice
+    qx_long *owned;         // the same where the field owns it, else NULL
 };
 
 // The kind of a structured cell, by the number of axes.
@@ -69,6 +70,11 @@ template <typename T> T *allocate_zeroed(qx_long count)
 {
     return static_cast<T *>(calloc(static_cast<size_t>(count > 0 ? count : 1), sizeof(T)));
 }
+
+// Whether a field takes ncells more cells; if not, the failure is recorded.
+bool takes_cells(const char *call, const host_field *field, qx_long ncells);
+// False: no memory.
+bool add_set(host_field *field, const cell_set &set);
 
 // The coordinates of a node, nspace of them.
 void copy_node(const host_field *field, qx_long node, float *coords);

@@ -84,6 +84,20 @@ host_field *host_cells(qx_long nnodes, int nspace, const float *coords);
  * Every node number is looked at: one outside the field is refused. */
 int host_add_cells(host_field *field, int kind, int order, qx_long ncells, const qx_long *connect);
 
+/* Adds cells as VTK describes them: any mix of types, in VTK's node order. They are copied, into a cell set for each
+ * kind and order that there is: those of first order by kind, then those of second. Cells of one set keep their order.
+ *
+ * types     ncells entries: VTK's cell types 3, 5, 8 to 14 and 21 to 27: lines, triangles, pixels, quadrilaterals,
+ *           tetrahedra, voxels, hexahedra, wedges, pyramids, and the quadratic ones of these
+ * offsets   ncells + 1 entries: cell c has the nodes from offsets[c] to offsets[c + 1] - 1
+ * nodes     node numbers
+ * numbers   out, ncells entries: the number of each cell within the mesh, for data that goes by VTK's cells. May be
+ *           NULL
+ *
+ * Any other type, a wrong count of nodes and a node outside the field are refused, and nothing is added. */
+int host_add_cells_vtk(host_field *field, qx_long ncells, const unsigned char *types, const qx_long *offsets,
+                       const qx_long *nodes, qx_long *numbers);
+
 /* The field's mesh, bound to the library's operations: the same record each time, kept by the field.
  *
  * min_ext and max_ext are the box of all nodes, also of those that no cell uses; NaN coordinates do not

@@ -157,6 +157,21 @@ TEST(HostWithoutMemory, BuildsNoFieldAndSaysSo)
     EXPECT_EQ(refuse_each([] { return cells_of(13); }, false), 1 + 3 + 8); // the sets' list grows twice
 }
 
+TEST(HostWithoutMemory, TakesVtksCellsAsAWholeOrNotAtAll)
+{
+    const unsigned char types[3] = {12, 5, 12};
+    const qx_long offsets[4] = {0, 8, 11, 19},
+                  nodes[19] = {0, 1, 2, 3, 4, 5, 6, 7, 0, 1, 2, 0, 1, 2, 3, 4, 5, 6, 7};
+    const auto build = [&] {
+        host_field *field = host_cells(8, 3, coords);
+        if (field == nullptr || host_add_cells_vtk(field, 3, types, offsets, nodes, nullptr) == 1)
+            return field;
+        host_free_field(field);
+        return static_cast<host_field *>(nullptr);
+    };
+    EXPECT_EQ(refuse_each(build, false), 1 + 3 + 8); // two lists of nodes, and the sets' own
+}
+
 TEST(HostWithoutMemory, FailsFieldCallsByTheFetchesToo)
 {
     host_field *field = host_rectilinear(3, dims, 3, axes);

@@ -5,6 +5,9 @@
  * hexahedra start at a top corner and step around with u negative, simplices end at the parametric origin,
  * pyramids start at the apex. Second-order cells number their corners first, as the first order does.
  *
+ * "VTK" tells a kind's nodes in VTK's numbers: node k of the cell is the k-th of the list, corners first, then the
+ * second order's. host_add_cells_vtk takes VTK's order directly.
+ *
  * Rows are u, v, w; what a kind does not use is 0. Constant data, safe to read from any thread, and in C++
  * part of constant expressions. Shape functions exist for both orders of all kinds but the pyramid, whose
  * second order is known to the tesselation alone. */
@@ -41,13 +44,13 @@ typedef struct cell_kind_nodes {
 
 /* By kind. */
 static SKOKLANA_CONSTANT cell_kind_nodes cell_kinds[CELL_KINDS] = {
-    /* line */
+    /* line; VTK 0 1, 2 */
     {1, 2, 3, {{-1, 0, 0}, {1, 0, 0}, {0, 0, 0}}},
-    /* tri */
+    /* tri; VTK 0 1 2, 3 4 5 */
     {2, 3, 6, {{1, 0, 0}, {0, 1, 0}, {0, 0, 0}, {0.5f, 0.5f, 0}, {0, 0.5f, 0}, {0.5f, 0, 0}}},
-    /* quad */
+    /* quad; VTK 0 1 2 3, 4 5 6 7 */
     {2, 4, 8, {{-1, -1, 0}, {1, -1, 0}, {1, 1, 0}, {-1, 1, 0}, {0, -1, 0}, {1, 0, 0}, {0, 1, 0}, {-1, 0, 0}}},
-    /* tet */
+    /* tet; VTK 1 2 3 0, 5 8 4 9 7 6 */
     {3,
      4,
      10,
@@ -61,7 +64,7 @@ static SKOKLANA_CONSTANT cell_kind_nodes cell_kinds[CELL_KINDS] = {
       {0, 0.5f, 0.5f},
       {0, 0, 0.5f},
       {0, 0.5f, 0}}},
-    /* pyr */
+    /* pyr; VTK 4 2 3 0 1, 11 12 9 10 7 8 5 6 */
     {3,
      5,
      13,
@@ -78,7 +81,7 @@ static SKOKLANA_CONSTANT cell_kind_nodes cell_kinds[CELL_KINDS] = {
       {-1, 0, -1},
       {0, -1, -1},
       {1, 0, -1}}},
-    /* prism; nodes 12, 13, 14 stand on the edges of corners 1, 0, 2 */
+    /* prism; VTK 4 5 3 1 2 0, 10 11 9 7 8 6 14 13 12. Nodes 12, 13, 14 stand on the edges of corners 1, 0, 2 */
     {3,
      6,
      15,
@@ -97,7 +100,7 @@ static SKOKLANA_CONSTANT cell_kind_nodes cell_kinds[CELL_KINDS] = {
       {0, 1, 0},
       {1, 0, 0},
       {0, 0, 0}}},
-    /* hex */
+    /* hex; VTK 7 4 5 6 3 0 1 2, 15 12 13 14 11 8 9 10 19 16 17 18 */
     {3, 8, 20, {{-1, 1, 1}, {-1, -1, 1}, {1, -1, 1}, {1, 1, 1},   {-1, 1, -1}, {-1, -1, -1}, {1, -1, -1},
                 {1, 1, -1}, {-1, 0, 1},  {0, -1, 1}, {1, 0, 1},   {0, 1, 1},   {-1, 0, -1},  {0, -1, -1},
                 {1, 0, -1}, {0, 1, -1},  {-1, 1, 0}, {-1, -1, 0}, {1, -1, 0},  {1, 1, 0}}},

@@ -30,7 +30,11 @@ SKOKLANA_BEGIN
  * line_conn, tri_conn  out, handed over: 2 new nodes a line, 3 a triangle
  * nline_conn, ntri_conn  out: entries in use, 2 * nline and 3 * ntri
  *
- * Lists that are handed over come from ARRalloc_f and go by ARRfree_f or free. */
+ * Lists that are handed over come from ARRalloc_f and go by ARRfree_f or free.
+ *
+ * Success is a result of 1, on every mesh kind: test for that alone. Other results differ. Asked to stop, the
+ * isosurface of cell sets gives 0 and that of a lattice of three axes -1, both without a report; isolines are
+ * never stopped. A failure gives 0. Reports tell the two apart, and host_isosurf does so in its result. */
 
 /* Extracts from one cell set: the type of the functions in slots SLOT_SLICE, SLOT_ISOLINE and their SUB
  * fellows, for sets of first-order cells or for what second-order cells have been cut into.

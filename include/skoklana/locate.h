@@ -217,6 +217,16 @@ int UTILget_cell_id(mesh_info *mesh, qx_long cell, qx_long *local, int *set);
 
 /* ---- data at points ---------------------------------------------------------------------------------- *
  *
+ *     float null = 0, values[...];                       NaN, which no value can be mistaken for
+ *     int null_flag = 0, veclen = 1;
+ *     void *data = temperature, *out = values;
+ *     UTILinterpolate_data(npts, points, 3, NULL, mesh, table, 1, DTYPE_FLOAT, &veclen, &data, NULL, NULL, &null_flag,
+ *                          &null, 1, NAN, &out);         1, NAN: what points outside get
+ *
+ * Say what points outside are to get, by set_null: what they get otherwise, one above the largest value, looks like
+ * data. Integer types have no value that is none; programs that run on the embedded host have a mask instead, with
+ * places and weights in double: host_sample_nodes.
+ *
  * Each point is located in the mesh. Node data is interpolated in the cell found, by the mesh's
  * interp_data_func; cell data is that of the cell, copied as it stands. A point outside the mesh, or in a
  * cell that has no value, gets a null value in all elements of its row; that is no failure.
@@ -241,14 +251,16 @@ int UTILget_cell_id(mesh_info *mesh, qx_long cell, qx_long *local, int *set);
  *                   rectilinear meshes), of UTILinterp_init2 or UTILinterp_init_struct2 for the others
  * data_type         of data, null values and results alike
  * ncomp, veclens    node data: components that are sampled together, and the length of a row of each
- * data              node data: for each component nnodes rows. Cell data: arrays with a row for each cell
+ * data              node data: for each component nnodes rows, or NULL for one that is null at all points. Cell
+ *                   data: arrays with a row for each cell
  *                   of a set, by number within the set
  * set_map           cell data, by cell set: the index of its array in data; negative: the set has none, and
  *                   points in it get the null value. On structured meshes the cell goes by the number of its
  *                   lowest node, and that number is looked up like any other: cells whose node is beyond the
  *                   set's count have no row
  * min_values        not read; may be NULL
- * max_values        the largest value of each component, one element a component
+ * max_values        the largest value of each component, one element a component. May be NULL where no scalar
+ *                   comes with flag 0, and where set_null is given
  * null_flags        in and out, one a component: not 0 on entry: the data may hold the component's null
  *                   value; on return: as on entry, or 1 where a row was filled with null. null_flag is the
  *                   same for cell data
