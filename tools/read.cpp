@@ -9,6 +9,7 @@
 #include "crash_guard.hpp"
 #include "failure.hpp"
 #include "messages.hpp"
+#include "whole_file.hpp"
 #include "write.hpp"
 
 #include <vtkAVSucdReader.h>
@@ -50,7 +51,9 @@
 #include <vtkStreamingDemandDrivenPipeline.h>
 #include <vtkTecplotReader.h>
 #include <vtkUnstructuredGrid.h>
+#include <vtkXMLDataElement.h>
 #include <vtkXMLGenericDataObjectReader.h>
+#include <vtkXMLUtilities.h>
 
 #include <algorithm>
 #include <cctype>
@@ -58,6 +61,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <map>
 
 using reader_ptr = vtkSmartPointer<vtkAlgorithm>;
 
@@ -294,7 +298,7 @@ static const by_ending readers[] = {
 
 // Formats that are told by their first bytes alone.
 static const char *const marked_endings =
-    " .vtk .vti .vtr .vts .vtu .vtp .vtm .vtmb .vtpd .vtpc .pvti .pvtr .pvts .pvtu .pvtp .ply ";
+    " .vtk .vti .vtr .vts .vtu .vtp .vtm .vtmb .pvd .vtpd .vtpc .pvti .pvtr .pvts .pvtu .pvtp .ply ";
 static const char *const plot3d_endings = " .xyz .p3d .x .bin .grd .grid ";
 
 static bool has_ending(const char *endings, const std::string &ending)
@@ -335,9 +339,17 @@ static std::string first_bytes(const std::string &path)
                   start + " is missing); it may be damaged or of another format");
 }
 
+[[noreturn]] static void refuse_solution(const std::string &path)
+{
+    throw failure("--solution is for PLOT3D grids, and " + path + " is of another format", exit_usage);
+}
+
 static reader_ptr choose_reader(const std::string &path, const read_options &options, const std::string &head,
                                 std::vector<std::string> *notes)
 {
+    const bool marked = starts_with(head, "# vtk DataFile") || head.find("<VTKFile") != std::string::npos ||
+                        starts_with(head, "ply") || starts_with(head, "FORMAT");
+    if (marked && !options.solution.empty()) refuse_solution(path);
     if (starts_with(head, "# vtk DataFile")) return legacy(path);
     if (head.find("<VTKFile") != std::string::npos) return plain<vtkXMLGenericDataObjectReader>(path);
     if (starts_with(head, "ply\n") || starts_with(head, "ply\r")) return plain<vtkPLYReader>(path);
@@ -349,6 +361,10 @@ static reader_ptr choose_reader(const std::string &path, const read_options &opt
         wrong_start(path, ending == ".vtk"   ? "\"# vtk DataFile\""
                           : ending == ".ply" ? "\"ply\""
                                              : "\"<VTKFile\"");
+    const bool of_another = std::any_of(std::begin(readers), std::end(readers), [&](const by_ending &reader) {
+        return has_ending(reader.endings, ending);
+    });
+    if (!options.solution.empty() && of_another) refuse_solution(path);
     if (!options.solution.empty() || has_ending(plot3d_endings, ending)) {
         const std::string solution = options.solution.empty() ? solution_beside(path) : options.solution;
         if (solution.empty())
@@ -442,11 +458,78 @@ static vtkSmartPointer<vtkDataSet> data_set_of(vtkDataObject *object, const read
     return whole_of(leaves);
 }
 
+// ---- collections --------------------------------------------------------------------------------------------
+
+// A .pvd file lists the files of each time step.
+static bool is_collection(const std::string &head)
+{
+    const size_t root = head.find("<VTKFile");
+    return root != std::string::npos &&
+           head.substr(root, head.find('>', root) - root).find("\"Collection\"") != std::string::npos;
+}
+
+static input_file read_collection(const std::string &path, const read_options &options)
+{
+    const auto root =
+        vtkSmartPointer<vtkXMLDataElement>::Take(vtkXMLUtilities::ReadElementFromFile(path.c_str()));
+    vtkXMLDataElement *list = root != nullptr ? root->FindNestedElementWithName("Collection") : nullptr;
+    vtk_messages::take_errors();
+    if (list == nullptr) throw failure(path + ": is damaged: it holds no list of files");
+    std::map<double, std::vector<std::string>> steps;
+    for (int i = 0; i < list->GetNumberOfNestedElements(); ++i) {
+        vtkXMLDataElement *one = list->GetNestedElement(i);
+        const char *name = one->GetAttribute("file");
+        double time = 0;
+        one->GetScalarAttribute("timestep", time);
+        if (name != nullptr)
+            steps[time].push_back((std::filesystem::path(path).parent_path() / name).string());
+    }
+    if (steps.empty()) throw failure(path + ": lists no files");
+    if (options.step >= static_cast<int>(steps.size()))
+        throw failure(path + ": has time steps 0 to " + std::to_string(steps.size() - 1) + ", not " +
+                      std::to_string(options.step));
+    const auto &parts = std::next(steps.begin(), options.step)->second;
+    const int nparts = static_cast<int>(parts.size());
+    if (options.block >= nparts && nparts > 1)
+        throw failure(path + ": has blocks 0 to " + std::to_string(nparts - 1) + ", not " +
+                      std::to_string(options.block));
+    input_file file;
+    if (nparts == 1 || options.block >= 0) {
+        read_options one = options;
+        one.step = 0;
+        if (nparts > 1) one.block = -1;
+        file = read_file(parts[nparts > 1 ? static_cast<size_t>(options.block) : 0], one);
+    } else {
+        std::vector<input_file> read;
+        std::vector<vtkDataSet *> leaves;
+        for (const std::string &part : parts) {
+            read.push_back(read_file(part, {}));
+            leaves.push_back(read.back().data);
+        }
+        file.data = whole_of(leaves);
+        file.notes.push_back(std::to_string(nparts) +
+                             " files taken as one mesh, with the arrays that all of them "
+                             "have; --block N takes one");
+    }
+    if (nparts > 1) file.nblocks = nparts;
+    file.path = path;
+    file.nsteps = static_cast<int>(steps.size());
+    file.times.clear();
+    for (const auto &step : steps)
+        file.times.push_back(step.first);
+    return file;
+}
+
 input_file read_file(const std::string &path, const read_options &options)
 {
     input_file file;
     file.path = path;
     const std::string head = first_bytes(path);
+    if (is_collection(head)) {
+        if (!options.solution.empty()) refuse_solution(path);
+        return read_collection(path, options);
+    }
+    check_whole_file(path, head);
     const crash_guard guard(path);
     try {
         vtk_messages::take_errors();
@@ -456,6 +539,8 @@ input_file read_file(const std::string &path, const read_options &options)
         vtkInformation *about = reader->GetOutputInformation(0);
         auto *steps_key = vtkStreamingDemandDrivenPipeline::TIME_STEPS();
         file.nsteps = std::max(1, about->Length(steps_key));
+        for (int i = 0; i < about->Length(steps_key); ++i)
+            file.times.push_back(about->Get(steps_key, i));
         if (options.step >= file.nsteps)
             throw failure(path + ": has time steps 0 to " + std::to_string(file.nsteps - 1) + ", not " +
                           std::to_string(options.step));

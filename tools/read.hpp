@@ -18,6 +18,7 @@ struct input_file {
     std::string path;
     vtkSmartPointer<vtkDataSet> data;
     int nblocks = 1, nsteps = 1;
+    std::vector<double> times;      // of the steps, where the file has them
     std::vector<std::string> notes; // what the user should know of the reading
 };
 

@@ -15,11 +15,14 @@
 #include <vtkPoints.h>
 #include <vtkPolyData.h>
 #include <vtkRectilinearGrid.h>
+#include <vtkStringArray.h>
 #include <vtkStructuredGrid.h>
 #include <vtkXMLMultiBlockDataWriter.h>
 
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
+#include <cstring>
 #include <filesystem>
 
 namespace {
@@ -372,13 +375,93 @@ TEST(Info, TellsWhatAFileHolds)
     for (const char *line : {"mesh:  uniform, 9 x 9 x 9 nodes\n", "nodes: 729\n", "cells: 512\n",
                              "box:   -1.5 .. 1.5, -1.5 .. 1.5, -1.5 .. 1.5\n", "node  array height: float, ",
                              ", 1 without a value (NaN)\n", "node  array node: long, 0 .. 728\n",
-                             "cell  array cell: long, 0 .. 511\n"})
+                             "cell  array cell: long, 0 .. 511; "})
         EXPECT_TRUE(holds(told.out, line)) << line << "\n" << shown(told);
 
     // the suggestion works as it stands
     const size_t at = told.out.find("try:   skoklana iso ");
     ASSERT_NE(at, std::string::npos);
-    EXPECT_TRUE(holds(told.out.substr(at), "--array \"height\" --level "));
+    EXPECT_TRUE(holds(told.out.substr(at), "--array height --level"));
+}
+
+// The line that info suggests, run by a shell, works: whatever the file and the array are called.
+TEST(Info, SuggestsALineThatWorks)
+{
+    const auto data = read(made("uniform", "plain.vti"));
+    data->GetPointData()->RemoveArray("height");
+    add_node_array(data, "constant", [](const double *) { return 3; });
+    add_node_array(data, "it's $HOME; \\ of x", [](const double *x) { return x[0]; });
+    namespace fs = std::filesystem;
+    fs::create_directories(scratch("a dir"));
+    const fs::path before = fs::current_path();
+    fs::current_path(scratch("a dir"));
+    for (const char *name : {"-l.vti", "it's a file; $(exit).vti"}) {
+        write(scratch("a dir/" + std::string(name)), data);
+        const ran told = run_well({"info", "--", name});
+        const size_t at = told.out.find("try:   skoklana ");
+        ASSERT_NE(at, std::string::npos) << shown(told);
+        std::string line = told.out.substr(at + strlen("try:   skoklana "));
+        line.pop_back();
+        EXPECT_EQ(system((command_path() + " --quiet " + line).c_str()), 0) << line;
+        EXPECT_GT(read("out.vtp")->GetNumberOfCells(), 0);
+    }
+    fs::current_path(before);
+
+    // only cells have values
+    data->GetPointData()->Initialize();
+    number_all(data);
+    data->GetPointData()->Initialize();
+    write(scratch("cells.vti"), data);
+    EXPECT_TRUE(holds(run_well({"info", scratch("cells.vti")}).out, "\ntry:   skoklana probe "));
+}
+
+TEST(Info, TellsOfTextsStepsAndSpacing)
+{
+    const auto data = read(made("uniform", "plain.vti", "5"));
+    vtkNew<vtkStringArray> texts;
+    texts->SetName("station");
+    for (vtkIdType i = 0; i < data->GetNumberOfPoints(); ++i)
+        texts->InsertNextValue("place " + std::to_string(i));
+    data->GetPointData()->AddArray(texts);
+    number_all(data);
+    write(scratch("texts.vti"), data);
+    const ran told = run_well({"info", scratch("texts.vti")});
+    for (const char *line : {"grid:  origin -1.5, -1.5, -1.5; spacing 0.75, 0.75, 0.75\n",
+                             "node  array station: text, 125 entries, \"place 0\" first\n",
+                             "cell  array cell: long, 0 .. 63; taken from cells by probe"})
+        EXPECT_TRUE(holds(told.out, line)) << line << "\n" << shown(told);
+}
+
+TEST(Input, OfCollectionsIsTheFilesOfAStep)
+{
+    run_well({"sample", "hydrogen", "--size", "5", "-o", scratch("first.vti")});
+    run_well({"sample", "noisy-sphere", "--size", "6", "-o", scratch("second.vti")});
+    run_well({"sample", "noisy-sphere", "--size", "7", "-o", scratch("third.vti")});
+    write_bytes(scratch("steps.pvd"),
+                "<?xml version=\"1.0\"?>\n<VTKFile type=\"Collection\" version=\"0.1\">\n<Collection>\n"
+                "<DataSet timestep=\"2.5\" part=\"0\" file=\"second.vti\"/>\n"
+                "<DataSet timestep=\"0.5\" part=\"0\" file=\"first.vti\"/>\n"
+                "<DataSet timestep=\"2.5\" part=\"1\" file=\"third.vti\"/>\n</Collection>\n</VTKFile>\n");
+    const ran first = run_well({"info", scratch("steps.pvd")});
+    for (const char *line : {"file:  2 time steps\n", "times: 0.5, 2.5\n", "uniform, 5 x 5 x 5", "array psi"})
+        EXPECT_TRUE(holds(first.out, line)) << line << "\n" << shown(first);
+    const ran part = run_well({"info", scratch("steps.pvd"), "--step", "1", "--block", "1"});
+    EXPECT_TRUE(holds(part.out, "uniform, 7 x 7 x 7")) << shown(part);
+    const ran both = run_well({"info", scratch("steps.pvd"), "--step", "1"});
+    EXPECT_TRUE(holds(both.out, "341 hexahedra")) << shown(both);
+    EXPECT_EQ(run({"info", scratch("steps.pvd"), "--step", "2"}).code, 1);
+    write_bytes(
+        scratch("lost.pvd"),
+        "<VTKFile type=\"Collection\"><Collection><DataSet file=\"lost.vti\"/></Collection></VTKFile>");
+    EXPECT_TRUE(holds(run({"info", scratch("lost.pvd")}).err, "lost.vti: cannot be opened"));
+}
+
+TEST(Input, TakesASolutionForPlot3dOnly)
+{
+    const std::string path = made("uniform", "plain.vti", "5");
+    const ran result = run({"info", path, "--solution", path});
+    EXPECT_EQ(result.code, 2);
+    EXPECT_TRUE(holds(result.err, "--solution is for PLOT3D grids, and " + path)) << shown(result);
 }
 
 TEST(Info, OfRealData)

@@ -104,6 +104,11 @@ void read_both(int out, int err, ran *result, const std::function<void()> &after
 
 } // namespace
 
+std::string command_path()
+{
+    return "'" SKOKLANA_COMMAND "'";
+}
+
 ran run(const std::vector<std::string> &arguments, const surroundings &around)
 {
     ran result;
@@ -182,6 +187,15 @@ std::vector<std::string> files_in_scratch()
     for (const auto &entry : fs::directory_iterator(folder().path))
         names.push_back(entry.path().filename().string());
     return names;
+}
+
+std::vector<std::string> figures()
+{
+    std::vector<std::string> lines;
+    std::ifstream file(SKOKLANA_FIGURES);
+    for (std::string line; std::getline(file, line);)
+        if (!line.empty() && line[0] != '#') lines.push_back(line);
+    return lines;
 }
 
 std::string real_data(const std::string &name)

@@ -14,6 +14,9 @@ class vtkPolyData;
 
 // ---- the command --------------------------------------------------------------------------------------------
 
+// For a shell.
+std::string command_path();
+
 struct ran {
     int code = -1; // exit code; 128 + signal where one ended it
     std::string out, err;
@@ -43,6 +46,8 @@ std::vector<std::string> files_in_scratch();
 // A data set of this name, of those that come with the project's other tests or out of scripts/sample-data;
 // empty where it is not there.
 std::string real_data(const std::string &name);
+// The lines of figures.txt.
+std::vector<std::string> figures();
 
 // By the reader that VTK has for the ending.
 vtkSmartPointer<vtkDataSet> read(const std::string &path);
