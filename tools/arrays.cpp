@@ -156,21 +156,25 @@ template <typename T> static T unused_value(const T *values, qx_long count)
         if (std::find(values, values + count, candidate) == values + count) return candidate;
 }
 
+// Rows with a NaN become null, by their first value.
 template <typename T> static void nan_to_null(scalar_array *scalar)
 {
     typed_array &array = scalar->array;
-    T *values = static_cast<T *>(array.values), *end = values + array.count;
+    const int veclen = array.veclen;
+    T *values = static_cast<T *>(array.values), *end = values + array.count * veclen;
     if (std::none_of(values, end, [](T value) { return std::isnan(value); })) return;
     if (scalar->null_flag == 0) {
-        const T null = unused_value(values, array.count);
+        const T null = unused_value(values, array.count * veclen);
         memcpy(&scalar->null_value_bits, &null, sizeof null);
         scalar->null_flag = 1;
     }
     T null;
     memcpy(&null, &scalar->null_value_bits, sizeof null);
     const typed_array copy = like(array, array.count);
-    std::transform(values, end, static_cast<T *>(copy.values),
-                   [null](T value) { return std::isnan(value) ? null : value; });
+    T *to = std::copy(values, end, static_cast<T *>(copy.values)) - array.count * veclen;
+    for (qx_long i = 0; i < array.count; ++i, to += veclen)
+        if (std::any_of(to, to + veclen, [](T value) { return std::isnan(value); }))
+            std::fill_n(to, veclen, null);
     array = copy;
 }
 
@@ -197,6 +201,23 @@ bool limit_to_type(int type, double *bound)
         *bound = std::clamp(*bound, lo, hi);
     });
     return beyond;
+}
+
+// A null value that the type cannot hold is held by no row.
+static void set_null(scalar_array *scalar, bool has_null, double null_value)
+{
+    if (has_null)
+        scalar->null_flag = value_in_type(scalar->array.type, null_value, &scalar->null_value_bits) ? 1 : 0;
+    if (scalar->array.type == DTYPE_FLOAT) nan_to_null<float>(scalar);
+    if (scalar->array.type == DTYPE_DOUBLE) nan_to_null<double>(scalar);
+}
+
+scalar_array rows_with_null(const typed_array &array, bool has_null, double null_value)
+{
+    scalar_array rows;
+    rows.array = array;
+    set_null(&rows, has_null, null_value);
+    return rows;
 }
 
 scalar_array scalar_of(const typed_array &array, int component, bool has_null, double null_value)
@@ -228,9 +249,6 @@ scalar_array scalar_of(const typed_array &array, int component, bool has_null, d
             throw failure("component " + std::to_string(component) + " of " + array.name +
                           " could not be taken");
     }
-    if (has_null) // a null value that the type cannot hold is held by no node
-        scalar.null_flag = value_in_type(scalar.array.type, null_value, &scalar.null_value_bits) ? 1 : 0;
-    if (scalar.array.type == DTYPE_FLOAT) nan_to_null<float>(&scalar);
-    if (scalar.array.type == DTYPE_DOUBLE) nan_to_null<double>(&scalar);
+    set_null(&scalar, has_null, null_value);
     return scalar;
 }

@@ -91,3 +91,6 @@ struct scalar_array {
 // One component of an array, its length (component -1), or the array itself where it has one. NaN mean no
 // value: they become null, which is null_value where has_null, and otherwise a value that no node has.
 scalar_array scalar_of(const typed_array &array, int component, bool has_null, double null_value);
+// Rows of any length as they are. Those with a NaN become null, as do those whose first value is null_value where
+// has_null.
+scalar_array rows_with_null(const typed_array &array, bool has_null, double null_value);

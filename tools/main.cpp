@@ -20,6 +20,7 @@ Examples:
   skoklana isoline terrain.vti --array height --level 100,200,300 -o lines.vtp --picture lines.png
   skoklana probe flow.vtu --line 0,0,0 1,0,0 200 -o along.csv
   skoklana probe flow.vtu --grid 64 64 64 -o flow.vti
+  skoklana gradient flow.vtu --array pressure -o slopes.vtu --picture slopes.png
   skoklana threshold-null terrain.vtr --array height --null -9999 -o land.vtu
   skoklana clamp engine.vti --array density --min 0 --max 200 -o clamped.vti
   skoklana sample hydrogen --size 128 -o orbital.vti

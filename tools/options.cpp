@@ -3,6 +3,7 @@
 #include "colours.hpp"
 #include "console.hpp"
 #include "failure.hpp"
+#include "node_means.hpp"
 #include "write.hpp"
 
 #include <vtkDataSet.h>
@@ -78,12 +79,33 @@ array_options::array_options(CLI::App &app, array_place at, component_kind compo
     if (components == component_kind::all)
         app.add_option("--component", component, "of an array of vectors: component N, from 0; else all");
     if (null_option)
-        app.add_option("--null", null, "nodes with this value have none; NaN always means that")
+        app.add_option("--null", null,
+                       place == array_place::cell ? "cells with this value have none; NaN always means that"
+                                                  : "nodes with this value have none; NaN always means that")
             ->check(finite_number());
+    if (place != array_place::cell)
+        app.add_flag("--cell-to-node", cell_to_node,
+                     "take a cell array, as the mean of the cells around each node");
+}
+
+chosen_array array_options::means_of_cells(const input &in) const
+{
+    const std::string &path = in.file.path, of_cells = "; its cell arrays: " + names_of(in.cell);
+    if (in.cell.empty()) throw failure(path + ": has no cell arrays, and --cell-to-node takes one");
+    if (name.empty() && in.cell.size() > 1)
+        throw failure(path + ": has several cell arrays; name one with --array" + of_cells);
+    const typed_array *of = name.empty() ? &in.cell.front() : find_array(in.cell, name);
+    if (of == nullptr) throw failure(path + ": has no cell array " + name + of_cells);
+    std::unique_ptr<input_mesh> own;
+    if (in.mesh == nullptr) own = make_mesh(path, in.file.data, mesh_use::extract);
+    const node_mean made = means_at_nodes(path, own != nullptr ? *own : *in.mesh, *of, mean_weight::none,
+                                          null.has_value(), null.value_or(0));
+    return {made.array, false};
 }
 
 chosen_array array_options::choose(const input &in) const
 {
+    if (cell_to_node) return means_of_cells(in);
     const std::string &path = in.file.path;
     const bool nodes = place != array_place::cell, cells = place != array_place::node;
     const char *at = place == array_place::node ? "node " : place == array_place::cell ? "cell " : "";

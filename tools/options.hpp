@@ -46,7 +46,7 @@ enum class component_kind {
     all     // not given: every component
 };
 
-// --array, --component, --null: the array that is worked on.
+// --array, --component, --null, and --cell-to-node where a node array is wanted: the array that is worked on.
 class array_options {
   public:
     explicit array_options(CLI::App &app, array_place place = array_place::node,
@@ -62,9 +62,12 @@ class array_options {
     std::optional<double> null;
 
   private:
+    chosen_array means_of_cells(const input &in) const;
+
     array_place place;
     component_kind components;
     std::string name, component;
+    bool cell_to_node = false;
 };
 
 // --with: the arrays that are carried along.

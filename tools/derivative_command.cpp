@@ -1,0 +1,114 @@
+#include "derivative_command.hpp"
+
+#include "console.hpp"
+#include "failure.hpp"
+#include "progress.hpp"
+#include "to_vtk.hpp"
+
+#include <skoklana/deriv.h>
+#include <skoklana_host.h>
+
+#include <vtkDataSet.h>
+#include <vtkPointData.h>
+
+#include <algorithm>
+
+namespace {
+
+struct described_kind {
+    const char *name;
+    int veclen; // of a row of the result
+    int (*by_host)(host_field *, const host_array *, float *, unsigned char *);
+    int (*by_library)(mesh_info *, const void *, int, int, int, const void *, float *);
+};
+
+const described_kind kinds[] = {{"gradient", 3, host_gradient, UTILgrad},
+                                {"curl", 3, host_curl, UTILcurl},
+                                {"divergence", 1, host_divergence, UTILdiv}};
+
+const described_kind &described(derivative_kind kind)
+{
+    return kinds[static_cast<int>(kind)];
+}
+
+} // namespace
+
+derivative_command::derivative_command(CLI::App &app, derivative_kind kind_)
+    : kind(kind_), file(app),
+      array(app, array_place::node,
+            kind_ == derivative_kind::gradient ? component_kind::length : component_kind::none),
+      result(app, "result: .vti, .vtr, .vts, .vtu or .vtp, as the input", result_options::drawn::yes)
+{
+    app.footer("\nAdds a float array named after the operation and the input, such as gradient(t). Linear "
+               "data has its exact\nderivative at every node. On surfaces and lines that is the part "
+               "within them. Nodes without cells, and those\nwhose cells all have a node without a value, "
+               "get NaN.");
+    app.add_flag("--library", by_library,
+                 "the numbers of the library's own forms, with the differences that its manual tells");
+}
+
+scalar_array derivative_command::values(const input &in, const typed_array &of) const
+{
+    if (kind == derivative_kind::gradient) return array.scalar(in, of);
+    const bool fits = of.veclen == 3 || (of.veclen == 2 && !by_library);
+    if (!fits)
+        throw failure(file.path() + ": " + of.name + " has " + std::to_string(of.veclen) +
+                      (of.veclen == 1 ? " component" : " components") + ", and " + described(kind).name +
+                      " takes vectors of 3" + (by_library ? "" : ", or of 2 where the third is 0") +
+                      "; its node arrays: " + names_of(in.node));
+    return rows_with_null(of, array.null.has_value(), array.null.value_or(0));
+}
+
+qx_long derivative_command::derive(const input &in, const scalar_array &of, float *out) const
+{
+    const described_kind &how = described(kind);
+    const std::string what = file.path() + ": " + how.name;
+    input_mesh &mesh = *in.mesh;
+    if (mesh.nnodes == 0) return 0;
+    const operation run(how.name);
+    if (by_library) {
+        std::fill_n(out, mesh.nnodes * how.veclen, 0.0f); // refused meshes are left as they are
+        run.check(how.by_library(mesh.mesh, of.array.values, of.array.veclen, of.array.type, of.null_flag,
+                                 of.null_value(), out) == 1,
+                  what);
+        return 0;
+    }
+    const host_array values = {of.array.values, of.array.type, of.array.veclen,
+                               of.null_flag != 0 ? of.null_value() : nullptr};
+    std::vector<unsigned char> mask(static_cast<size_t>(mesh.nnodes));
+    const int done = how.by_host(mesh.field, &values, out, mask.data());
+    stop_if_asked();
+    if (done != HOST_DONE) throw failure(file.path() + ": " + host_error());
+    return std::count(mask.begin(), mask.end(), 0);
+}
+
+void derivative_command::run()
+{
+    const described_kind &how = described(kind);
+    const input in = file.load(mesh_use::extract);
+    vtkDataSet *data = in.file.data;
+    result.check(ending_of_data(data), "this mesh");
+    const typed_array of = array.choose(in).array;
+    const scalar_array from = values(in, of);
+    stage_done("read");
+
+    const std::string name = std::string(how.name) + "(" + of.name + ")";
+    const auto made = new_vtk_array(DTYPE_FLOAT, how.veclen, in.mesh->nnodes, name);
+    const qx_long without = derive(in, from, static_cast<float *>(values_of(made)));
+    if (without > 0)
+        say_note(std::to_string(without) + " nodes have no " + how.name +
+                 ", for want of cells with values; it is NaN there");
+    const auto out = vtkSmartPointer<vtkDataSet>::Take(data->NewInstance());
+    out->ShallowCopy(data);
+    out->GetPointData()->AddArray(made);
+    stage_done("compute");
+
+    const std::string counts = name + " at " + std::to_string(in.mesh->nnodes) + " nodes";
+    result.write(out, counts);
+    if (!result.pictured()) return;
+    drawing picture;
+    picture.data = out;
+    picture.colour_by = name;
+    data->GetBounds(picture.box);
+    result.draw(picture, counts);
+}

@@ -1,0 +1,25 @@
+// What gradient, curl and divergence have in common.
+#pragma once
+
+#include "command.hpp"
+#include "options.hpp"
+
+enum class derivative_kind { gradient, curl, divergence };
+
+class derivative_command : public command {
+  public:
+    derivative_command(CLI::App &app, derivative_kind kind);
+    void run() override;
+
+  private:
+    // The array as the operation takes it.
+    scalar_array values(const input &in, const typed_array &of) const;
+    // Nodes without a derivative.
+    qx_long derive(const input &in, const scalar_array &of, float *out) const;
+
+    derivative_kind kind;
+    input_options file;
+    array_options array;
+    result_options result;
+    bool by_library = false;
+};
