@@ -85,7 +85,7 @@ qx_long derivative_command::derive(const input &in, const scalar_array &of, floa
 void derivative_command::run()
 {
     const described_kind &how = described(kind);
-    const input in = file.load(mesh_use::extract);
+    const input in = file.load(mesh_use::locate);
     vtkDataSet *data = in.file.data;
     result.check(ending_of_data(data), "this mesh");
     const typed_array of = array.choose(in).array;

@@ -35,7 +35,7 @@ cell_to_node::cell_to_node(CLI::App &app)
 
 void cell_to_node::run()
 {
-    const input in = file.load(mesh_use::extract);
+    const input in = file.load(mesh_use::locate);
     vtkDataSet *data = in.file.data;
     result.check(ending_of_data(data), "this mesh");
     const typed_array of = array.choose(in).array;
