@@ -92,5 +92,6 @@ void add_sampling(suite *all, const sizes &of);
 void add_threshold(suite *all, const sizes &of);
 void add_deriv(suite *all, const sizes &of);
 void add_cut(suite *all, const sizes &of);
+void add_boundary(suite *all, const sizes &of);
 
 } // namespace bench

@@ -61,6 +61,7 @@ int main(int argc, char **argv)
     add_threshold(&all, of);
     add_deriv(&all, of);
     add_cut(&all, of);
+    add_boundary(&all, of);
     const auto wanted = [&](const std::string &family, const std::string &name) {
         return family.find(only) != std::string::npos || name.find(only) != std::string::npos;
     };

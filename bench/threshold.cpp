@@ -237,6 +237,43 @@ int64_t run_threshold(const array &in, int null_flag, void *out)
     return -1;
 }
 
+int64_t run_filter(const array &in, int, void *out)
+{
+    const float weights[3] = {1, 2, 1};
+    require(UTILfilter_1d(3, weights, in.count, 1, in.type, in.values, out) == 1);
+    return -1;
+}
+
+int64_t run_blend(const array &in, int, void *out)
+{
+    require(UTILinterpolate(in.count, 0.25, in.type, in.values, in.values, out) == 1);
+    return -1;
+}
+
+constexpr qx_long row = 4096;
+
+int64_t run_downsize(const array &in, int, void *out)
+{
+    const qx_long dims[2] = {row, in.count / row};
+    const int steps[2] = {2, 2};
+    require(UTILdownsize(2, dims, steps, in.type, in.values, out) == 1);
+    return -1;
+}
+
+int64_t run_resample(const array &in, int, void *out)
+{
+    const qx_long dims[2] = {row, in.count / row}, to[2] = {row * 3 / 4, in.count / row};
+    require(UTILresample(2, dims, to, 1, in.type, in.values, out) == 1);
+    return -1;
+}
+
+int64_t run_projection(const array &in, int, void *out)
+{
+    const float dir[3] = {0.6f, 0, 0.8f};
+    require(UTILproj_vec(in.count / 3, 3, in.type, in.values, 1, dir, static_cast<float *>(out)) == 1);
+    return -1;
+}
+
 int64_t flag_bytes(const array &in)
 {
     return in.count;
@@ -264,6 +301,17 @@ const kernel kernels[] = {
     {"clamp", false, false, [](const array &in, int64_t) { return value_bytes(in); }, run_clamp, value_bytes},
     {"threshold", false, false, [](const array &in, int64_t) { return value_bytes(in); }, run_threshold,
      value_bytes},
+    {"filter_1d, 3 weights", false, false, [](const array &in, int64_t) { return value_bytes(in); },
+     run_filter, value_bytes},
+    {"interpolate", false, false, [](const array &in, int64_t) { return value_bytes(in); }, run_blend,
+     value_bytes},
+    {"downsize by 2, 2", false, false, [](const array &in, int64_t) { return value_bytes(in) / 4; },
+     run_downsize, value_bytes},
+    {"resample to 3/4", false, false, [](const array &in, int64_t) { return value_bytes(in) * 3 / 4; },
+     run_resample, value_bytes},
+    {"proj_vec", false, false,
+     [](const array &in, int64_t) { return in.count / 3 * 3 * static_cast<int64_t>(sizeof(float)); },
+     run_projection, [](const array &in) { return in.count * static_cast<int64_t>(sizeof(float)); }},
 };
 
 std::shared_ptr<void> warm_block(int64_t bytes)

@@ -144,6 +144,34 @@ point_table read_point_table(const std::string &path)
     return points;
 }
 
+text_table read_text_table(const std::string &path)
+{
+    note_input(path);
+    std::ifstream file(path);
+    if (!file) throw failure(path + ": cannot be opened: " + strerror(errno));
+    text_table table;
+    std::vector<std::string> fields;
+    row_reader rows(file);
+    while (rows.next(&fields)) {
+        if (fields.empty() || fields[0].compare(0, 1, "#") == 0) continue;
+        if (std::all_of(fields.begin(), fields.end(), [](const std::string &field) { return field.empty(); }))
+            continue;
+        if (table.names.empty()) {
+            double value;
+            const bool header = std::none_of(fields.begin(), fields.end(), [&](const std::string &field) {
+                return is_number(field, &value);
+            });
+            for (size_t c = 0; c < fields.size(); ++c)
+                table.names.push_back(header && !fields[c].empty() ? fields[c]
+                                                                   : "column" + std::to_string(c + 1));
+            if (header) continue;
+        }
+        table.rows.push_back(fields);
+    }
+    if (table.rows.empty()) throw failure(path + ": holds no rows");
+    return table;
+}
+
 // ---- writing ------------------------------------------------------------------------------------------------
 
 // A coordinate that was a float is written as one.

@@ -32,3 +32,11 @@ void write_point_table(const std::string &path, const point_table &points,
 // A column as a VTK array: of doubles where every text is a number or empty (NaN), else of texts.
 vtkSmartPointer<vtkAbstractArray> array_of_texts(const std::string &name,
                                                  const std::vector<std::string> &texts);
+
+// Any table: the names of its columns, and its rows as texts. Without a header columns are named column1, column2 and so
+// on. Throws failure.
+struct text_table {
+    std::vector<std::string> names;
+    std::vector<std::vector<std::string>> rows;
+};
+text_table read_text_table(const std::string &path);

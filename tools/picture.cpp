@@ -44,6 +44,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <vector>
 
 static const int oversampling = 2;
@@ -738,12 +739,11 @@ static void save(const std::string &path, vtkImageData *image)
     if (!file) throw failure("it could not be written to the end");
 }
 
-static void draw(const std::string &path, const drawing &what, const picture_look &look)
+// A window that nobody sees: fill puts renderers into it, and what they draw becomes the file.
+static void draw_window(const std::string &path, const picture_look &look,
+                        const std::function<void(vtkGenericOpenGLRenderWindow *)> &fill)
 {
     const int width = look.width * oversampling, height = look.height * oversampling;
-    const int size =
-        std::clamp(static_cast<int>(16 * std::min(look.width / 1200.0, look.height / 900.0)), 9, 40) *
-        oversampling;
     const offscreen_context context;
     vtkNew<vtkGenericOpenGLRenderWindow> window;
     window->SetOwnContext(0);
@@ -755,6 +755,30 @@ static void draw(const std::string &path, const drawing &what, const picture_loo
     window->SetSize(width, height);
     window->OpenGLInit();
 
+    fill(window);
+
+    vtk_messages::take_errors();
+    window->Render();
+    vtkNew<vtkUnsignedCharArray> pixels;
+    window->GetPixelData(0, 0, width - 1, height - 1, 0, pixels.Get(), 0);
+    const auto errors = vtk_messages::take_errors();
+    if (!errors.empty()) throw failure("the renderer says: " + errors.front());
+    std::vector<unsigned char> drawn(pixels->GetPointer(0),
+                                     pixels->GetPointer(0) + pixels->GetNumberOfValues());
+    vtkNew<vtkImageData> image;
+    if (drawn.size() != static_cast<size_t>(width) * static_cast<size_t>(height) * 3 ||
+        !averaged(drawn, look.width, look.height, image))
+        throw failure("the picture came out empty; the OpenGL driver did not draw");
+    save(path, image);
+    window->Finalize();
+}
+
+static void fill_window(vtkGenericOpenGLRenderWindow *window, const drawing &what, const picture_look &look)
+{
+    const int width = look.width * oversampling, height = look.height * oversampling;
+    const int size =
+        std::clamp(static_cast<int>(16 * std::min(look.width / 1200.0, look.height / 900.0)), 9, 40) *
+        oversampling;
     const auto data = seen_of(what.data);
     vtkDataSetAttributes *arrays = data->GetPointData();
     if (what.colour_cells) arrays = data->GetCellData();
@@ -803,24 +827,25 @@ static void draw(const std::string &path, const drawing &what, const picture_loo
     }
     scene->ResetCameraClippingRange(what.box[0], what.box[1], what.box[2], what.box[3], what.box[4],
                                     what.box[5]);
-
-    vtk_messages::take_errors();
-    window->Render();
-    vtkNew<vtkUnsignedCharArray> pixels;
-    window->GetPixelData(0, 0, width - 1, height - 1, 0, pixels.Get(), 0);
-    const auto errors = vtk_messages::take_errors();
-    if (!errors.empty()) throw failure("the renderer says: " + errors.front());
-    std::vector<unsigned char> drawn(pixels->GetPointer(0),
-                                     pixels->GetPointer(0) + pixels->GetNumberOfValues());
-    vtkNew<vtkImageData> image;
-    if (drawn.size() != static_cast<size_t>(width) * static_cast<size_t>(height) * 3 ||
-        !averaged(drawn, look.width, look.height, image))
-        throw failure("the picture came out empty; the OpenGL driver did not draw");
-    save(path, image);
-    window->Finalize();
 }
 
 void write_picture(const std::string &path, const drawing &what, const picture_look &look)
 {
-    write_beside(path, [&](const std::string &beside) { draw(beside, what, look); });
+    write_beside(path, [&](const std::string &beside) {
+        draw_window(beside, look,
+                    [&](vtkGenericOpenGLRenderWindow *window) { fill_window(window, what, look); });
+    });
+}
+
+void write_scene(const std::string &path, const picture_look &look,
+                 const std::function<void(vtkRenderer *)> &fill)
+{
+    write_beside(path, [&](const std::string &beside) {
+        draw_window(beside, look, [&](vtkGenericOpenGLRenderWindow *window) {
+            vtkNew<vtkRenderer> scene;
+            scene->SetBackground(1, 1, 1);
+            window->AddRenderer(scene);
+            fill(scene);
+        });
+    });
 }

@@ -4,10 +4,12 @@
 #include <vtkSmartPointer.h>
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
 class vtkDataSet;
+class vtkRenderer;
 
 // How a picture looks, as the user chooses.
 struct picture_look {
@@ -32,3 +34,7 @@ struct drawing {
 
 // Draws into a PNG or JPEG file, by the ending. Throws failure; an empty picture is one.
 void write_picture(const std::string &path, const drawing &what, const picture_look &look);
+
+// The same for what fill puts into the one renderer, white, of the whole picture.
+void write_scene(const std::string &path, const picture_look &look,
+                 const std::function<void(vtkRenderer *)> &fill);

@@ -90,13 +90,12 @@ void boundary::write_faces(const input &in, mesh_surface &surface) const
     if (!nodes.add(nnodes, surface.nodes.data()))
         throw failure(file.path() + ": its nodes could not be read");
     cell_results cells;
-    const std::string counts = count_of(surface.tri_cell.size(), "triangles, ") +
-                               count_of(surface.quad_cell.size(), "quadrilaterals, ") +
-                               count_of(surface.nodes.size(), "nodes");
-    cells.add(CELL_TRI, 1, static_cast<qx_long>(surface.tri_cell.size()), as_list(surface.tri),
-              std::move(surface.tri_cell));
-    cells.add(CELL_QUAD, 1, static_cast<qx_long>(surface.quad_cell.size()), as_list(surface.quad),
-              std::move(surface.quad_cell));
+    const auto ntri = static_cast<qx_long>(surface.tri_cell.size());
+    const auto nquad = static_cast<qx_long>(surface.quad_cell.size());
+    cells.add(CELL_TRI, 1, ntri, as_list(surface.tri), std::move(surface.tri_cell));
+    cells.add(CELL_QUAD, 1, nquad, as_list(surface.quad), std::move(surface.quad_cell));
+    const std::string counts = std::to_string(ntri) + " triangles, " + std::to_string(nquad) +
+                               " quadrilaterals, " + std::to_string(nnodes) + " nodes";
     finish(in, &nodes, &cells, carried, counts);
 }
 
