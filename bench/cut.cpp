@@ -335,7 +335,7 @@ tolerance tolerance_of(const std::vector<int> &kinds)
 {
     const bool simplices =
         std::all_of(kinds.begin(), kinds.end(), [](int k) { return k == CELL_TET || k == CELL_TRI; });
-    return simplices ? tolerance{true, 1e-5} : tolerance{false, 0.02};
+    return simplices ? tolerance{true, 1e-5} : tolerance{false, 0.04};
 }
 
 double list_bytes(const input &in)
