@@ -18,14 +18,18 @@
 
 #include "band_cases.hpp"
 
-struct band_row {
+namespace {
+
+struct listed_band {
     int key;
     const char *text;
 };
 
+} // namespace
+
 // clang-format off
 
-constexpr band_row tri_band_rows[12] = {
+constexpr listed_band tri_band_rows[12] = {
     /*  1 */ {  9, "01L 02L 02U 01U : bda bcd : ab : cd"}, // +--
     /*  2 */ { 11, "12L 02L 01U 02U : ac1 bda adc : ab : cd"}, // +1-
     /*  3 */ { 13, "01L 12L 01U 02U : bca dcb 2db : ab : cd"}, // +-2
@@ -40,7 +44,7 @@ constexpr band_row tri_band_rows[12] = {
     /* 12 */ { 54, "01L 02L 01U 02U : dac dba : ab : cd"}, // -++
 };
 
-constexpr band_row quad_band_rows[50] = {
+constexpr listed_band quad_band_rows[50] = {
     /*  1 */ { 17, "01L 03L 03U 01U : bda bcd : ab : cd"}, // +---
     /*  2 */ { 19, "12L 03L 01U 03U : ac1 bca bdc : ab : cd"}, // +1--
     /*  3 */ { 21, "01L 12L 23L 03L 01U 03U : cb2 eab ceb fec dfc : ab cd : ef"}, // +-2-
@@ -126,6 +130,8 @@ template <int Corners> static constexpr band_case parse_band_row(const char *tex
     return row;
 }
 
+namespace {
+
 // Rows count from 1.
 template <int Rows, int Corners> struct band_table {
     band_case row[Rows + 2];
@@ -133,8 +139,10 @@ template <int Rows, int Corners> struct band_table {
     int nkept[Rows + 2];
 };
 
+} // namespace
+
 template <int Corners, int Rows>
-static constexpr band_table<Rows, Corners> parse_band_rows(const band_row (&rows)[Rows])
+static constexpr band_table<Rows, Corners> parse_band_rows(const listed_band (&rows)[Rows])
 {
     band_table<Rows, Corners> table = {};
     for (signed char &entry : table.index)
@@ -199,6 +207,8 @@ static_assert(bands_fit(quad_bands, "01 03 12 23"), "quad bands");
 
 // ---- runs ------------------------------------------------------------------------------------------------
 
+namespace {
+
 // Rows end to end, as they are exported.
 template <int Rows, int Points, int Cells, int Lines> struct band_runs {
     int first_point[Rows], first_cell[Rows], first_entry[Rows], first_line[2][Rows];
@@ -208,6 +218,8 @@ template <int Rows, int Points, int Cells, int Lines> struct band_runs {
     unsigned char line[2][2 * Lines];
     int npoints, ncells, nlines[2];
 };
+
+} // namespace
 
 template <int Points, int Cells, int Lines, int Rows, int Corners>
 static constexpr band_runs<Rows + 2, Points, Cells, Lines>

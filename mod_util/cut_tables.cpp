@@ -491,9 +491,13 @@ template <typename Cases> static constexpr cut_case parse_cut_row(const char *te
     return row;
 }
 
+namespace {
+
 template <int Cases> struct cut_table {
     cut_case row[Cases];
 };
+
+} // namespace
 
 template <typename Kind, int Rows>
 static constexpr cut_table<Kind::last_case + 1> parse_cut_rows(const char *const (&rows)[Rows])
@@ -557,6 +561,8 @@ static_assert(cuts_fit<line_cut_cases>(line_cuts, "01"), "line cuts");
 
 // ---- runs ------------------------------------------------------------------------------------------------
 
+namespace {
+
 // Rows end to end, as they are exported. The two cases of a line share their new node.
 template <int Cases, int Points, int Cells, int Entries> struct cut_runs {
     int first_point[Cases], first_cell[Cases], first_entry[Cases], first_line[Cases];
@@ -566,6 +572,8 @@ template <int Cases, int Points, int Cells, int Entries> struct cut_runs {
     unsigned char line[64];
     int npoints, ncells, nentries, nline_entries;
 };
+
+} // namespace
 
 template <typename Kind, int Points, int Cells, int Entries, int Cases>
 static constexpr cut_runs<Cases, Points, Cells, Entries> join_cut_rows(const cut_table<Cases> &table)

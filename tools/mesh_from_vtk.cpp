@@ -147,6 +147,8 @@ static const float *set_positions(input_mesh *mesh)
 
 // ---- lattices -----------------------------------------------------------------------------------------------
 
+namespace {
+
 // Cells and nodes that are marked as hidden, or as copies that another piece owns.
 struct ghosts {
     const unsigned char *node = nullptr, *cell = nullptr;
@@ -164,6 +166,8 @@ struct ghosts {
         return false;
     }
 };
+
+} // namespace
 
 // Whether any cell is left out; walking the marks alone is quick.
 static bool any_dropped(vtkDataSet *data)
@@ -259,6 +263,8 @@ static bool set_dims(input_mesh *mesh, const int *vtk_dims)
 
 // ---- cells --------------------------------------------------------------------------------------------------
 
+namespace {
+
 // Gathers the cells of a data set into sets.
 class cell_sorter {
   public:
@@ -298,6 +304,8 @@ class cell_sorter {
     vtkNew<vtkIdList> pieces;
     vtkNew<vtkPoints> piece_points;
 };
+
+} // namespace
 
 // The sign of the volume at the middle of the cell, in our node order.
 bool cell_sorter::inside_out(int kind, const vtkIdType *nodes, const cell_order &order) const

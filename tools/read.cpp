@@ -261,12 +261,16 @@ static bool is_anything(const std::string &, const std::string &)
     return true; // the reader looks for itself
 }
 
+namespace {
+
 struct by_ending {
     const char *endings; // each between spaces
     reader_ptr (*make)(const std::string &path);
     bool (*possible)(const std::string &path, const std::string &head);
     const char *start; // of such a file, in words
 };
+
+} // namespace
 
 static const by_ending readers[] = {
     {" .stl ", plain<vtkSTLReader>, is_stl, "\"solid\", or a count of triangles that suits its size,"},
