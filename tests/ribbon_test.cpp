@@ -314,6 +314,44 @@ TEST_F(Ribbon, OnASurfaceTheCurlIsAlongItsNormal)
     EXPECT_EQ(reference::run_ribbon(r).angle, 0) << "across the line nothing turns";
 }
 
+// ---- on meshes, with the mesh's own derivatives ------------------------------------------------------------------
+
+// About its axis a turning field turns a ribbon at its own rate, on meshes of any kind; the width stays, as the field
+// has no divergence and the speed along the axis does not change.
+TEST_F(Ribbon, TurnsWithAFieldOfKnownRotation)
+{
+    std::vector<meshes::mesh_ptr> all;
+    all.push_back(meshes::uniform({7, 7, 7}, 3, {0, 0, 0}, {1, 1, 1}));
+    all.push_back(meshes::rectilinear({7, 7, 7}, 3, {0, 0, 0}, {1, 1, 1}, 4));
+    all.push_back(meshes::curvilinear({7, 7, 7}, 3, {0, 0, 0}, {1, 1, 1}, 4));
+    for (int kind : {CELL_HEX, CELL_TET, CELL_PRISM})
+        all.push_back(meshes::cells(kind, 1, {6, 6, 6}, 4, 0.1));
+    for (const meshes::mesh_ptr &made : all) {
+        const sample_reference::table_ptr table = sample_reference::table_of(made->mesh);
+        reference::line_request trace;
+        trace.of = reference::vectors_of(*made, [](double x, double y, double) {
+            return std::array<double, 3>{-3 * (y - 0.5), 3 * (x - 0.5), 1};
+        });
+        trace.of.table = table.get();
+        trace.start = {0.5f, 0.5f, 0.05f};
+        const reference::line line = reference::run_line(trace);
+        ASSERT_GT(line.count, 5);
+        const size_t n = static_cast<size_t>(line.count);
+        std::vector<float> points(line.coords.begin(), line.coords.begin() + static_cast<long>(3 * n));
+        points.resize(6 * n);
+        float width = 0, angle = 0;
+        ASSERT_EQ(UTILribbon(made->mesh, line.count, 3, points.data(), line.vecs.data(), line.cells.data(),
+                             line.uvws.data(), line.speeds.data(), line.steps.data(), 3, trace.of.data.data(),
+                             DTYPE_FLOAT, 0, nullptr, 0, 0.1, 0, &width, &angle),
+                  1);
+        float way = 0.5f * line.steps[1]; // the start counts as not turning
+        for (size_t i = 2; i < n; ++i)
+            way += line.steps[i];
+        EXPECT_NEAR(angle, 3 * way, 0.02 * way);
+        EXPECT_NEAR(width, 0.1, 0.01);
+    }
+}
+
 // ---- failures --------------------------------------------------------------------------------------------------------
 
 TEST_F(Ribbon, DerivativeThatCantBeHadLeavesAllUntouched)
