@@ -82,10 +82,12 @@ struct sizes {
     int64_t growth_cells = 20;
     int64_t growth_points = 31250;
     int64_t squares = 707; // of a flat mesh, two triangles each
+    int64_t seeds = 1000, line_steps = 400;
+    int64_t glyph_nodes = 100;
 };
 
 // Seconds make the same path through every case: for the checks of outputs alone.
-constexpr sizes tiny_sizes = {20, 14, 13, 6, 4, 8, 64, 2000, 1 << 17, 4, 2, 250, 12};
+constexpr sizes tiny_sizes = {20, 14, 13, 6, 4, 8, 64, 2000, 1 << 17, 4, 2, 250, 12, 20, 50, 8};
 
 void add_isosurface(suite *all, const sizes &of, int threads);
 void add_sampling(suite *all, const sizes &of);
@@ -93,5 +95,6 @@ void add_threshold(suite *all, const sizes &of);
 void add_deriv(suite *all, const sizes &of);
 void add_cut(suite *all, const sizes &of);
 void add_boundary(suite *all, const sizes &of);
+void add_trace(suite *all, const sizes &of);
 
 } // namespace bench
