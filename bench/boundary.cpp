@@ -285,8 +285,8 @@ void add_boundary(suite *all, const sizes &of)
         {"boundary", "external faces, tets", false, [=] { return faces_case("tets", tets(), CELL_TET); }});
     all->cases.push_back(
         {"boundary", "all edges, hexes", true, [=] { return edges_case("hexes", hexes(), CELL_HEX); }});
-    all->cases.push_back({"boundary", "feature edges", true,
-                          [=] { return crease_case(folded_surface(of.squares)); }});
+    all->cases.push_back(
+        {"boundary", "feature edges", true, [=] { return crease_case(folded_surface(of.squares)); }});
     all->cases.push_back(
         {"measure", "integral, hexes", true, [=] { return integral_case("hexes", hexes()); }});
     all->cases.push_back({"measure", "integral, tets", false, [=] { return integral_case("tets", tets()); }});
