@@ -115,7 +115,7 @@ struct band_request {
     int nspace;
 };
 
-template <int naxes_> struct band_sink : split_sink<naxes_, 2> {
+template <int naxes_> struct lattice_band_sink : split_sink<naxes_, 2> {
     using base = split_sink<naxes_, 2>;
     static constexpr int naxes = naxes_, ncorners = base::ncorners;
     static constexpr unsigned full = (1u << ncorners) - 1;
@@ -237,7 +237,7 @@ template <int naxes_> struct band_sink : split_sink<naxes_, 2> {
     }
 
     struct writer {
-        band_sink *sink;
+        lattice_band_sink *sink;
         qx_long *entry;
         piece_place place;
 
@@ -488,7 +488,7 @@ bool may_miss_retained(const Lower &lower, const Upper &upper, const in_range<T>
 
 template <int naxes> struct band_result {
     edge_nodes nodes;
-    band_sink<naxes> made = {};
+    lattice_band_sink<naxes> made = {};
     edge_lookup lookups[2];
     scratch memory;
 };
@@ -508,7 +508,7 @@ template <int naxes> void release_band(band_result<naxes> *out)
 template <int naxes>
 bool open_band(band_result<naxes> *out, const band_request &asked, const bool *wants_lines)
 {
-    band_sink<naxes> &made = out->made;
+    lattice_band_sink<naxes> &made = out->made;
     made.asked = &asked;
     made.in_order = !(asked.range.lo > asked.range.hi);
     made.nodes = &out->nodes;
@@ -582,7 +582,7 @@ struct band_outputs {
 
 template <int naxes> void hand_over(band_result<naxes> *from, const band_outputs &out)
 {
-    band_sink<naxes> &made = from->made;
+    lattice_band_sink<naxes> &made = from->made;
     *out.nold = made.nold;
     *out.old_nodes = made.old_nodes;
     *out.nnodes_out = from->nodes.min_node.used;
@@ -590,7 +590,7 @@ template <int naxes> void hand_over(band_result<naxes> *from, const band_outputs
     *out.max_node = from->nodes.max_node.data;
     *out.level_list = made.levels;
     *out.coords = made.coords;
-    using cases = typename band_sink<naxes>::cases;
+    using cases = typename lattice_band_sink<naxes>::cases;
     for (made_cells *cells : {&made.whole, &made.pieces}) {
         const int list = cells == &made.whole ? cases::whole_list : cases::piece_list;
         out.ncells[list] = cells->connect.used / cut_list_nnodes[list];
@@ -615,7 +615,7 @@ template <int naxes> int band_lattice(band_request asked, const band_outputs &ou
         band_result<naxes> out;
         lattice_end end = lattice_end::no_node_memory;
         if (open_band(&out, asked, wants_lines)) end = walk_band<T>(asked, &out);
-        band_sink<naxes> &made = out.made;
+        lattice_band_sink<naxes> &made = out.made;
         bool placed = end == lattice_end::done;
         if (placed && made.nold != 0)
             placed = UTILget_coord_list(asked.mesh, made.nold, made.old_nodes, made.coords) >= 1;

@@ -28,7 +28,7 @@ struct cut_request {
     bool mapped;
 };
 
-template <int naxes_> struct cut_sink : split_sink<naxes_, 1> {
+template <int naxes_> struct lattice_cut_sink : split_sink<naxes_, 1> {
     using base = split_sink<naxes_, 1>;
     static constexpr int naxes = naxes_;
     using typename base::cases;
@@ -128,7 +128,7 @@ template <typename T, typename Body> auto with_kept_test(double level, int side,
 
 template <int naxes> struct cut_result {
     edge_nodes nodes;
-    cut_sink<naxes> made = {};
+    lattice_cut_sink<naxes> made = {};
     batch_list no_cells[CUT_LISTS]; // maps of the other lists
 };
 
@@ -144,7 +144,7 @@ template <int naxes> void release_cut(cut_result<naxes> *out)
 
 template <int naxes> constexpr bool is_made_list(int list)
 {
-    using cases = typename cut_sink<naxes>::cases;
+    using cases = typename lattice_cut_sink<naxes>::cases;
     return list == cases::whole_list || list == cases::piece_list;
 }
 
@@ -215,7 +215,7 @@ static int cut_lattice(const cut_request &asked, qx_long *nold, qx_long **old_no
     *nnodes_out = out.nodes.min_node.used;
     *min_node = out.nodes.min_node.data;
     *max_node = out.nodes.max_node.data;
-    using cases = typename cut_sink<naxes>::cases;
+    using cases = typename lattice_cut_sink<naxes>::cases;
     for (int list = 0; list < CUT_LISTS; ++list) {
         made_cells none;
         none.map = out.no_cells[list];

@@ -164,7 +164,7 @@ struct cell_batch {
 };
 
 // Cells side by side.
-struct lane_cells {
+struct integral_lanes {
     float coords[usual_nodes][3][lanes];
     float values[usual_nodes][lanes];
     bool null[lanes];
@@ -202,7 +202,8 @@ FORCE_INLINE lane_floats length_of(const lane_vector &a)
 }
 
 template <int ndim>
-FORCE_INLINE lane_floats determinants(const cell_batch &batch, const lane_cells &cells, const float *deriv)
+FORCE_INLINE lane_floats determinants(const cell_batch &batch, const integral_lanes &cells,
+                                      const float *deriv)
 {
     lane_vector tangent[ndim];
     for (int r = 0; r < ndim; ++r) {
@@ -221,7 +222,7 @@ FORCE_INLINE lane_floats determinants(const cell_batch &batch, const lane_cells 
 }
 
 template <int ndim>
-FORCE_INLINE void integrate_lanes(const cell_batch &batch, const lane_cells &cells, cell_measure *out)
+FORCE_INLINE void integrate_lanes(const cell_batch &batch, const integral_lanes &cells, cell_measure *out)
 {
     lane_floats measure = {}, integral = {};
     for (int q = 0; q < batch.rule->npoints; ++q) {
@@ -239,7 +240,7 @@ FORCE_INLINE void integrate_lanes(const cell_batch &batch, const lane_cells &cel
         out[l] = cells.null[l] ? cell_measure{} : cell_measure{measure[l], integral[l]};
 }
 
-FORCE_INLINE void integrate_any(const cell_batch &batch, const lane_cells &cells, cell_measure *out)
+FORCE_INLINE void integrate_any(const cell_batch &batch, const integral_lanes &cells, cell_measure *out)
 {
     switch (batch.ndim) {
     case 1: return integrate_lanes<1>(batch, cells, out);
@@ -248,7 +249,7 @@ FORCE_INLINE void integrate_any(const cell_batch &batch, const lane_cells &cells
     }
 }
 
-TARGET_AVX2 static void integrate_any_wide(const cell_batch &batch, const lane_cells &cells,
+TARGET_AVX2 static void integrate_any_wide(const cell_batch &batch, const integral_lanes &cells,
                                            cell_measure *out)
 {
     integrate_any(batch, cells, out);
@@ -256,7 +257,7 @@ TARGET_AVX2 static void integrate_any_wide(const cell_batch &batch, const lane_c
 
 // Lanes behind the last cell hold what they held.
 template <typename T>
-static void fill_lanes(const cell_batch &batch, qx_long first, int ncells, lane_cells *cells)
+static void fill_lanes(const cell_batch &batch, qx_long first, int ncells, integral_lanes *cells)
 {
     for (int l = 0; l < ncells; ++l) {
         const qx_long *nodes = batch.connect + (first + l) * batch.nnodes;
@@ -279,7 +280,7 @@ template <typename T>
 static void integrate_batch(const cell_batch &batch, qx_long first, qx_long end, float *out_vol,
                             float *out_integral)
 {
-    lane_cells cells = {};
+    integral_lanes cells = {};
     for (; first < end; first += lanes) {
         const int ncells = static_cast<int>(std::min<qx_long>(lanes, end - first));
         fill_lanes<T>(batch, first, ncells, &cells);
