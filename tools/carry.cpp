@@ -35,6 +35,23 @@ std::vector<typed_array> rows_of(const std::vector<typed_array> &arrays, const s
     return out;
 }
 
+std::vector<qx_long> drop_unused(qx_long count, const std::vector<node_entries> &lists)
+{
+    std::vector<qx_long> new_number(static_cast<size_t>(count)), kept;
+    for (const node_entries &list : lists)
+        for (qx_long i = 0; i < list.count; ++i)
+            new_number[static_cast<size_t>(list.nodes[i])] = 1;
+    for (qx_long node = 0; node < count; ++node) {
+        if (new_number[static_cast<size_t>(node)] == 0) continue;
+        new_number[static_cast<size_t>(node)] = static_cast<qx_long>(kept.size());
+        kept.push_back(node);
+    }
+    for (const node_entries &list : lists)
+        for (qx_long i = 0; i < list.count; ++i)
+            list.nodes[i] = new_number[static_cast<size_t>(list.nodes[i])];
+    return kept;
+}
+
 // ---- nodes --------------------------------------------------------------------------------------------------
 
 node_results::node_results(input_mesh &mesh_, const std::vector<typed_array> &arrays, qx_long count)
@@ -51,9 +68,10 @@ float *node_results::coords(qx_long row)
     return places->GetPointer(row * 3);
 }
 
-static void *row_at(const typed_array &array, qx_long row)
+void *node_results::row_of(size_t array) const
 {
-    return static_cast<char *>(array.values) + row * array.veclen * DTYPEtype_size(array.type);
+    const typed_array &of = made[array];
+    return static_cast<char *>(of.values) + filled * of.veclen * DTYPEtype_size(of.type);
 }
 
 bool node_results::add(qx_long count, const qx_long *nodes)
@@ -64,8 +82,7 @@ bool node_results::add(qx_long count, const qx_long *nodes)
     else if (UTILget_coord_list(mesh.mesh, count, nodes, coords(filled)) != 1)
         return false;
     for (size_t i = 0; i < from.size(); ++i)
-        UTILcopy_array_list(0, from[i].veclen, from[i].type, from[i].values, count, nodes,
-                            row_at(made[i], filled));
+        UTILcopy_array_list(0, from[i].veclen, from[i].type, from[i].values, count, nodes, row_of(i));
     filled += count;
     return true;
 }
@@ -83,24 +100,37 @@ static void round_between(const T *from, int veclen, qx_long count, const qx_lon
         }
 }
 
+static bool write_between(const typed_array &from, qx_long count, const qx_long *a, const qx_long *b,
+                          const float *t, void *to)
+{
+    bool done = true;
+    with_values(from, [&](const auto *values) {
+        using T = std::remove_cv_t<std::remove_reference_t<decltype(*values)>>;
+        if constexpr (std::is_integral_v<T>)
+            round_between(values, from.veclen, count, a, b, t, static_cast<T *>(to));
+        else
+            done = UTILeval_param(count, from.veclen, from.type, values, 0, nullptr, a, b, t, to) == 1;
+    });
+    return done;
+}
+
 bool node_results::add_between(qx_long count, const qx_long *a, const qx_long *b, const float *t)
 {
     if (count == 0) return true;
     if (UTILeval_coord(mesh.mesh, count, a, b, t, coords(filled)) != 1) return false;
-    for (size_t i = 0; i < from.size(); ++i) {
-        void *to = row_at(made[i], filled);
-        bool done = true;
-        with_values(from[i], [&](const auto *values) {
-            using T = std::remove_cv_t<std::remove_reference_t<decltype(*values)>>;
-            if constexpr (std::is_integral_v<T>)
-                round_between(values, from[i].veclen, count, a, b, t, static_cast<T *>(to));
-            else
-                done =
-                    UTILeval_param(count, from[i].veclen, from[i].type, values, 0, nullptr, a, b, t, to) == 1;
-        });
-        if (!done) return false;
-    }
+    for (size_t i = 0; i < from.size(); ++i)
+        if (!write_between(from[i], count, a, b, t, row_of(i))) return false;
     filled += count;
+    return true;
+}
+
+bool rows_between(const std::vector<typed_array> &arrays, qx_long count, const qx_long *a, const qx_long *b,
+                  const float *t, std::vector<typed_array> *out)
+{
+    for (const typed_array &array : arrays) {
+        out->push_back(like(array, count));
+        if (!write_between(array, count, a, b, t, out->back().values)) return false;
+    }
     return true;
 }
 

@@ -9,6 +9,7 @@
 
 #include <vtkSmartPointer.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <memory>
 #include <vector>
@@ -34,12 +35,25 @@ class node_results {
     bool add(qx_long count, const qx_long *nodes);
     // Nodes at the places a + t (b - a) between nodes of the mesh. False: the library reported a failure.
     bool add_between(qx_long count, const qx_long *a, const qx_long *b, const float *t);
+    // Nodes at places of their own, rows of 3, whose values carry(array, to) writes: a row a node.
+    template <typename Carry> bool add_placed(qx_long count, const float *xyz, Carry carry)
+    {
+        if (count == 0) return true;
+        std::copy_n(xyz, 3 * count, coords(filled));
+        for (size_t i = 0; i < from.size(); ++i)
+            if (!carry(from[i], row_of(i))) return false;
+        filled += count;
+        return true;
+    }
     // Positions from a row on, rows of 3, for results with positions of their own.
     float *coords(qx_long from);
     // Gives data the nodes and the arrays; the nodes of shifted meshes where they belong.
     void hand_over(vtkPointSet *data);
 
   private:
+    // Where the next row of an array goes.
+    void *row_of(size_t array) const;
+
     input_mesh &mesh;
     const std::vector<typed_array> &from;
     std::vector<typed_array> made;
@@ -71,5 +85,19 @@ class cell_results {
     std::vector<part> parts;
 };
 
+// Entries of a connect list.
+struct node_entries {
+    qx_long *nodes;
+    qx_long count;
+};
+
+// Numbers nodes 0 to count - 1 anew, in order, so that those that no list names drop out, and the lists with them.
+// The old numbers of those that stay.
+std::vector<qx_long> drop_unused(qx_long count, const std::vector<node_entries> &lists);
+
 // Rows of arrays, by their numbers.
 std::vector<typed_array> rows_of(const std::vector<typed_array> &arrays, const std::vector<qx_long> &rows);
+// Rows at the places a + t (b - a) between two others, integers rounded to the nearest. False: the library
+// reported a failure.
+bool rows_between(const std::vector<typed_array> &arrays, qx_long count, const qx_long *a, const qx_long *b,
+                  const float *t, std::vector<typed_array> *out);

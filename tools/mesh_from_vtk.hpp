@@ -1,6 +1,7 @@
 // VTK data sets as meshes of the library.
 #pragma once
 
+#include <skoklana/cell_nodes.h>
 #include <skoklana_host.h>
 
 #include <vtkSmartPointer.h>
@@ -53,6 +54,8 @@ struct input_mesh {
     }
     // The same for a list of them, appended.
     void vtk_cells(size_t set, qx_long count, const qx_long *local, std::vector<qx_long> *to) const;
+    // Calls take(nodes, count) for every cell, with its nodes in no particular order.
+    template <typename Take> void each_cell(Take take) const;
     // The cell kind of a set; of structured meshes, lines, quadrilaterals or hexahedra.
     int kind_of_set(size_t set) const;
     size_t nsets() const { return structured() ? 1 : sets.size(); }
@@ -65,6 +68,30 @@ struct input_mesh {
     // what the field borrows where VTK has nothing of that layout
     std::vector<float> coords, axes[3], corners;
 };
+
+template <typename Take> void input_mesh::each_cell(Take take) const
+{
+    for (const input_set &of : sets) {
+        const int n = of.order == 1 ? cell_kinds[of.kind].ncorners : cell_kinds[of.kind].nnodes_2;
+        for (qx_long cell = 0; cell < of.ncells; ++cell)
+            take(of.connect + cell * n, n);
+    }
+    if (!structured()) return;
+    qx_long along[3] = {1, 1, 1}, cells[3] = {1, 1, 1};
+    for (int d = 0; d < ndim; ++d) {
+        along[d] = dims[static_cast<size_t>(d)];
+        cells[d] = along[d] - 1;
+    }
+    for (qx_long k = 0; k < cells[2]; ++k)
+        for (qx_long j = 0; j < cells[1]; ++j)
+            for (qx_long i = 0; i < cells[0]; ++i) {
+                qx_long nodes[8];
+                for (int corner = 0; corner < 1 << ndim; ++corner)
+                    nodes[corner] = i + (corner & 1) +
+                                    along[0] * (j + (corner >> 1 & 1) + along[1] * (k + (corner >> 2)));
+                take(nodes, 1 << ndim);
+            }
+}
 
 // What the mesh is for.
 enum class mesh_use {

@@ -106,6 +106,13 @@ class result_options {
     bool pictured() const { return !picture.empty(); }
     // Formats of surfaces that hold triangles alone do not.
     bool takes_quadrilaterals() const;
+    // Of --out; an empty ending: there is none.
+    bool ends_in(const std::string &ending) const
+    {
+        return ending.empty() ? out.empty()
+                              : out.size() > ending.size() &&
+                                    out.compare(out.size() - ending.size(), ending.size(), ending) == 0;
+    }
     // Both say so, with the counts.
     void write(vtkDataSet *data, const std::string &counts) const;
     void draw(const drawing &picture, const std::string &counts) const;
