@@ -19,6 +19,7 @@ Examples:
   skoklana iso engine.vti --array density --level 80 --level 200 -o engine.vtp --picture engine.png
   skoklana isoline terrain.vti --array height --level 100,200,300 -o lines.vtp --picture lines.png
   skoklana cut engine.vti --array density --level 80 --side low -o soft.vtu --picture soft.png
+  skoklana band terrain.vti --array height --levels 0,100,200,500 -o land.vtp --picture land.png
   skoklana slice flow.vtu --origin 0,0,1 --normal 1,0,2 -o plane.vtp --picture plane.png
   skoklana slice engine.vti --axis z --at 40 -o layer.vti
   skoklana threshold flow.vtu --array pressure --min 1.2 --any -o high.vtu

@@ -28,8 +28,7 @@
 
 namespace {
 
-// ---- any plane
-// -----------------------------------------------------------------------------------------------
+// ---- any plane --------------------------------------------------------------------------------------------
 
 // The distance of each node, 0 within the rounding of the coordinates.
 std::vector<double> distances_to(const slice_plane &plane, const input_mesh &mesh)
@@ -67,8 +66,7 @@ void close_lower_rim(const input_mesh &mesh, std::vector<double> *distance)
         if ((*distance)[node] == 0 && has_below[node] == 0) (*distance)[node] = -next_to_nothing;
 }
 
-// ---- across an axis of a lattice
-// -----------------------------------------------------------------------------
+// ---- across an axis of a lattice --------------------------------------------------------------------------
 
 // Where a layer of nodes is made: from two nodes of the mesh each.
 struct layer_nodes {

@@ -33,8 +33,7 @@ std::string difference(const result &got, const result &expected)
     return got.maps == expected.maps ? "nothing" : "maps";
 }
 
-// ---- tables
-// --------------------------------------------------------------------------------------------------
+// ---- tables -----------------------------------------------------------------------------------------------
 
 case_row row_of(int kind, int index)
 {
@@ -80,8 +79,7 @@ size_t whole_list(int kind)
     }
 }
 
-// ---- cells
-// ---------------------------------------------------------------------------------------------------
+// ---- cells ------------------------------------------------------------------------------------------------
 
 void each_cell(const meshes::test_mesh &mesh, size_t set,
                const std::function<void(int kind, const numbers &nodes, qx_long cell)> &take)
@@ -133,8 +131,7 @@ void each_lattice_cell(const numbers &dims,
             }
 }
 
-// ---- the cut
-// -------------------------------------------------------------------------------------------------
+// ---- the cut ----------------------------------------------------------------------------------------------
 
 namespace {
 
@@ -245,8 +242,7 @@ result cut_lattice(const numbers &dims, const scalar &field, double level, int s
     return cut.out;
 }
 
-// ---- calls
-// ---------------------------------------------------------------------------------------------------
+// ---- calls ------------------------------------------------------------------------------------------------
 
 numbers take_list(qx_long *list, qx_long count)
 {

@@ -165,7 +165,7 @@ TEST(Usage, IsToldAndExitsWith2)
         const char *wrong;
     } cases[] = {
         {{}, "subcommand is required"},
-        {{"nonsense"}, "there is no command nonsense; there are info, iso, isoline, cut, slice, threshold, "},
+        {{"nonsense"}, "there is no command nonsense; there are info, iso, isoline, cut, band, slice, "},
         {{"iso"}, "FILE is required"},
         {{"iso", in, "-o", out}, "--level is required"},
         {{"iso", in, "-l", "high", "-o", out}, "--level"},

@@ -1,15 +1,17 @@
-// cut, slice and threshold.
+// cut, band, slice and threshold.
 #include "support.hpp"
 
 #include <gtest/gtest.h>
 
 #include <vtkCell.h>
+#include <vtkCellData.h>
 #include <vtkDataArray.h>
 #include <vtkDataSet.h>
 #include <vtkNew.h>
 #include <vtkPointData.h>
 #include <vtkPolyData.h>
 #include <vtkThreshold.h>
+#include <vtkUnsignedCharArray.h>
 #include <vtkUnstructuredGrid.h>
 
 #include <algorithm>
@@ -146,6 +148,107 @@ TEST(CutOfCells, WantsValuesAtNodes)
               std::string::npos);
     EXPECT_EQ(
         run({"cut", path, "-a", "value", "--level", "7", "--side", "left", "-o", scratch("no.vtu")}).code, 2);
+}
+
+// ---- band ---------------------------------------------------------------------------------------------------
+
+namespace {
+
+class Band : public testing::TestWithParam<part_mesh> {};
+
+} // namespace
+
+TEST_P(Band, BandsOfALinearArrayFillTheMesh)
+{
+    const std::string path =
+        cube(GetParam(), "6", [](const double *x) { return x[0] + 0.5 * x[1] - 0.25 * x[2]; });
+    const std::string out = scratch("bands.vtu");
+    run_well({"band", path, "-a", "value", "--levels=-9,-0.7,-0.65,0.31,9", "-o", out});
+    const auto data = read(out);
+    EXPECT_NEAR(volume_of(data), 27, 1e-4);
+    expect_all_nodes_used(data);
+    const double levels[] = {-9, -0.7, -0.65, 0.31, 9};
+    vtkDataArray *band = cell_array(data, "band"), *value = node_array(data, "value");
+    double seen = 0;
+    for (vtkIdType c = 0; c < data->GetNumberOfCells(); ++c) {
+        const int b = static_cast<int>(band->GetComponent(c, 0));
+        seen = std::max(seen, band->GetComponent(c, 0));
+        ASSERT_EQ(cell_array(data, "band_lower")->GetComponent(c, 0), levels[b]);
+        ASSERT_EQ(cell_array(data, "band_upper")->GetComponent(c, 0), levels[b + 1]);
+        for (vtkIdType i = 0; i < data->GetCell(c)->GetNumberOfPoints(); ++i) {
+            const vtkIdType node = data->GetCell(c)->GetPointId(i);
+            const double *at = data->GetPoint(node);
+            ASSERT_GE(value->GetComponent(node, 0), levels[b] - 1e-6);
+            ASSERT_LE(value->GetComponent(node, 0), levels[b + 1] + 1e-6);
+            ASSERT_NEAR(value->GetComponent(node, 0), at[0] + 0.5 * at[1] - 0.25 * at[2], 1e-5);
+        }
+    }
+    EXPECT_EQ(seen, 3);
+}
+
+INSTANTIATE_TEST_SUITE_P(Solids, Band, testing::ValuesIn(solid_meshes), name_of);
+
+TEST(BandOfFlatCells, PlateausAreInOneBandAndAreasAddUp)
+{
+    for (const char *mesh : {"tri", "quad", "uniform"}) {
+        const std::string ending = mesh == std::string("uniform") ? ".vti" : ".vtu";
+        const std::string path = scratch("flat" + ending), out = scratch("flat.vtp");
+        std::vector<std::string> make = {"sample", "noisy-sphere", "--mesh", mesh, "--size", "7"};
+        for (const char *more : {"7", "1", "-o"})
+            make.push_back(more);
+        make.push_back(path);
+        run_well(make);
+        const auto data = read(path);
+        add_node_array(data, "step", [](const double *x) { return std::floor(x[0] + 0.01); });
+        write(path, data);
+        run_well({"band", path, "-a", "step", "--levels=-2,-1,0,1", "-o", out});
+        const auto bands = read_surface(out);
+        EXPECT_NEAR(area_of(bands), 9, 1e-4) << mesh;
+        vtkDataArray *band = cell_array(bands, "band");
+        int ncells[3] = {};
+        for (vtkIdType c = bands->GetNumberOfLines(); c < bands->GetNumberOfCells(); ++c)
+            ++ncells[static_cast<int>(band->GetComponent(c, 0))];
+        for (const int n : ncells)
+            EXPECT_GT(n, 0) << mesh;
+    }
+}
+
+TEST(BandOfFlatCells, LinesRunAlongTheLevels)
+{
+    const std::string path = scratch("slope.vtu"), out = scratch("slope.vtp");
+    run_well({"sample", "noisy-sphere", "--mesh", "tri", "--size", "9", "9", "1", "-o", path});
+    const auto data = read(path);
+    add_node_array(data, "slope", [](const double *x) { return x[0]; });
+    write(path, data);
+    run_well({"band", path, "-a", "slope", "--levels=-1.1,-0.4,0.2,1.4", "-o", out});
+    const auto bands = read_surface(out);
+    EXPECT_NEAR(area_of(bands), 2.5 * 3, 1e-4);
+    EXPECT_NEAR(length_of(bands), 4 * 3, 1e-4);
+    EXPECT_EQ(bands->GetCellData()->GetArray("band")->GetNumberOfTuples(), bands->GetNumberOfCells());
+}
+
+TEST(BandOfCells, LevelsBeyondTheTypeAreItsEnds)
+{
+    const std::string path = scratch("bytes.vti"), out = scratch("bytes.vtu");
+    run_well({"sample", "noisy-sphere", "--size", "5", "-o", path});
+    const auto data = read(path);
+    vtkNew<vtkUnsignedCharArray> bytes;
+    bytes->SetName("byte");
+    for (vtkIdType i = 0; i < data->GetNumberOfPoints(); ++i)
+        bytes->InsertNextValue(static_cast<unsigned char>(i % 256));
+    data->GetPointData()->AddArray(bytes);
+    write(path, data);
+    run_well({"band", path, "-a", "byte", "--levels=-10,300", "-o", out});
+    EXPECT_EQ(read(out)->GetNumberOfCells(), 64);
+    EXPECT_NEAR(volume_of(read(out)), 27, 1e-4);
+}
+
+TEST(BandOfCells, LevelsAscend)
+{
+    const std::string path = cube({"tet", ".vtu", 1}, "3", [](const double *x) { return x[0]; });
+    for (const char *levels : {"--levels=1", "--levels=1,1", "--levels=1,0", "--levels=0,nan"})
+        EXPECT_EQ(run({"band", path, "-a", "value", levels, "-o", scratch("no.vtu")}).code, 2) << levels;
+    EXPECT_EQ(run({"band", path, "-a", "value", "--levels=0,1", "-o", scratch("no.vtp")}).code, 2);
 }
 
 // ---- slice --------------------------------------------------------------------------------------------------
