@@ -369,7 +369,7 @@ template <int axes> class cell_bins {
                 for (int k = across - 1; k >= 0; --k) {
                     const int b = (at[k] >> up) - (corner >> k & 1);
                     inside = inside && b >= 0;
-                    bin = (bin << level) + b;
+                    bin = bin * (1 << level) + b;
                 }
                 if (inside && bins[bin] >= 0) chains[n++] = bins[bin];
             }
