@@ -12,7 +12,7 @@
 // The square-root table is the host's affair; that it is asked for is not.
 static int sqrt_tables = 0;
 extern "C" void __real_MATbuild_sqrt_table(void);
-extern "C" void __wrap_MATbuild_sqrt_table(void)
+extern "C" __attribute__((visibility("default"))) void __wrap_MATbuild_sqrt_table(void)
 {
     ++sqrt_tables;
     __real_MATbuild_sqrt_table();
