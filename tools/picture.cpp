@@ -150,10 +150,14 @@ static double box_length(const double *box)
     return std::hypot(box[1] - box[0], box[3] - box[2], box[5] - box[4]);
 }
 
+namespace {
+
 // The parts that data is drawn as.
 struct scene_parts {
     vtkSmartPointer<vtkPolyData> solid, veil, thin; // veil: surfaces that others shine through
 };
+
+} // namespace
 
 static double extent_of(vtkPolyData *data, vtkIdType first, vtkIdType n)
 {
@@ -258,9 +262,13 @@ static vtkSmartPointer<vtkTextActor> text_actor(const std::string &text, int siz
     return actor;
 }
 
+namespace {
+
 struct text_extent {
     int width = 0, height = 0;
 };
+
+} // namespace
 
 static text_extent extent_of_text(const std::string &text, int size)
 {
@@ -300,6 +308,8 @@ static void add_pixel_lines(vtkRenderer *renderer, const std::vector<double> &en
 
 // ---- colours ------------------------------------------------------------------------------------------------
 
+namespace {
+
 // The colour bar and what the array is coloured by.
 struct colouring {
     vtkSmartPointer<vtkColorTransferFunction> colours;
@@ -308,6 +318,8 @@ struct colouring {
     bool stepped = false;
     std::string title;
 };
+
+} // namespace
 
 // By an array of one component, or by the length of its rows.
 static colouring colouring_of(vtkDataArray *array, const drawing &what, const picture_look &look)
@@ -351,6 +363,8 @@ static void colour(vtkActor *actor, const colouring &by, vtkDataArray *array, bo
     mapper->ScalarVisibilityOn();
 }
 
+namespace {
+
 // The place and size of all that belongs to the colour bar, in pixels of its column.
 struct bar_layout {
     int size = 0; // of texts
@@ -361,6 +375,8 @@ struct bar_layout {
     int title_size = 0;
     int width = 0;
 };
+
+} // namespace
 
 static int widest(const std::vector<std::string> &texts, int size)
 {
@@ -468,10 +484,14 @@ static void add_bar(vtkRenderer *renderer, const colouring &by, const bar_layout
 
 // ---- camera -------------------------------------------------------------------------------------------------
 
+namespace {
+
 // What of the view the box fills: x and y from -1 to 1.
 struct frame {
     double lo[2], hi[2];
 };
+
+} // namespace
 
 // Turns the camera so that all of the box is seen, as large as the frame allows.
 static void fit(vtkRenderer *renderer, const double *box, double aspect, const frame &into)
@@ -502,6 +522,8 @@ static void fit(vtkRenderer *renderer, const double *box, double aspect, const f
     }
 }
 
+namespace {
+
 // The axis that the camera looks along, or -1.
 struct sight {
     int axis = -1;
@@ -509,6 +531,8 @@ struct sight {
     bool flat = false;      // seen straight along an axis
     bool flat_data = false; // and there is nothing along it
 };
+
+} // namespace
 
 static sight sight_of(const double *box, const std::string &view)
 {

@@ -60,7 +60,7 @@ TEST(BadInput, ThatIsCutShort)
     const std::string whole = bytes_of(sphere());
     for (const size_t length : {whole.size() / 3, whole.size() / 2, whole.size() - 300}) {
         write_bytes(scratch("cut.vti"), whole.substr(0, length));
-        expect_failure(run({"info", scratch("cut.vti")}), 1, "cut.vti", "is damaged");
+        expect_failure(run({"info", scratch("cut.vti")}), 1, "cut.vti", "damaged");
     }
     write(scratch("whole.vtk"), read(sphere()));
     const std::string legacy = bytes_of(scratch("whole.vtk"));
