@@ -46,7 +46,7 @@ template <typename T> inline T rounded_to(double x)
     if constexpr (std::is_floating_point_v<T>) {
         return static_cast<T>(x);
     } else {
-        constexpr double beyond = -2.0 * static_cast<double>(std::numeric_limits<T>::min() / 2);
+        constexpr double beyond = -static_cast<double>(std::numeric_limits<T>::min());
         const double whole = std::nearbyint(x);
         if constexpr (std::is_unsigned_v<T>) {
             if (whole >= std::numeric_limits<T>::max()) return std::numeric_limits<T>::max();
