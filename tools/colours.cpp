@@ -98,9 +98,9 @@ std::vector<double> round_ticks(double lo, double hi, int count)
     while ((hi - lo) / step > 1.3 * count)
         step = round_below(step * 2.51);
     std::vector<double> ticks;
-    const double last = std::floor(hi / step + 1e-9);
-    for (double i = std::ceil(lo / step - 1e-9); i <= last; ++i)
-        ticks.push_back(i == 0 ? 0 : i * step);
+    const double first = std::ceil(lo / step - 1e-9), last = std::floor(hi / step + 1e-9);
+    for (int i = 0; i <= last - first; ++i)
+        ticks.push_back(first + i == 0 ? 0 : (first + i) * step);
     return ticks;
 }
 

@@ -92,7 +92,7 @@ static void blank(const typed_array &array, const std::vector<unsigned char> &in
 // Rows of a cell array, by VTK's cell of each point or -1.
 static typed_array rows_of_cells(const typed_array &array, const std::vector<qx_long> &cells)
 {
-    const typed_array out = like(array, static_cast<qx_long>(cells.size()));
+    typed_array out = like(array, static_cast<qx_long>(cells.size()));
     const size_t row = static_cast<size_t>(out.kept->GetDataTypeSize()) * static_cast<size_t>(array.veclen);
     for (size_t i = 0; i < cells.size(); ++i)
         if (cells[i] >= 0)
@@ -376,11 +376,11 @@ probed prober::all(const std::vector<typed_array> &node, const std::vector<typed
         table.reset(made);
     }
     const std::vector<qx_long> cells = find_cells();
+    std::vector<unsigned char> found(cells.size());
+    std::transform(cells.begin(), cells.end(), found.begin(),
+                   [](qx_long one) -> unsigned char { return one >= 0 ? 1 : 0; });
     for (const typed_array &array : cell) {
         out.arrays.push_back(rows_of_cells(array, cells));
-        std::vector<unsigned char> found;
-        for (const qx_long one : cells)
-            found.push_back(one >= 0 ? 1 : 0);
         blank(out.arrays.back(), found);
     }
     return out;
