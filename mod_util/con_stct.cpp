@@ -243,60 +243,60 @@ template <int naxes_> struct lattice_band_sink : split_sink<naxes_, 2> {
 
         using edges_of = piece_edges<naxes, 2>;
 
-        void add_node(qx_long low, qx_long high, int level, node_writer *nodes)
+        void add_node(qx_long low, qx_long high, int level, node_writer *made)
         {
-            nodes->min_node[nodes->next] = low;
-            nodes->max_node[nodes->next] = high;
-            sink->levels[nodes->next] = static_cast<unsigned char>(level);
-            ++nodes->next;
+            made->min_node[made->next] = low;
+            made->max_node[made->next] = high;
+            sink->levels[made->next] = static_cast<unsigned char>(level);
+            ++made->next;
         }
 
         // The number of any edge.
-        qx_long look_up(qx_long a, qx_long b, int level, node_writer *nodes)
+        qx_long look_up(qx_long a, qx_long b, int level, node_writer *made)
         {
             const qx_long low = std::min(a, b), high = std::max(a, b);
             const edge_lookup::entry *below = sink->looked_up[0]->find(low, high, level);
             if (below != nullptr && below->number >= 0) return below->number;
             edge_lookup::entry *found = sink->looked_up[1]->find(low, high, level);
             if (found->number < 0) {
-                *found = {low, high, nodes->next, level};
+                *found = {low, high, made->next, level};
                 ++sink->looked_up[1]->used;
-                add_node(low, high, level, nodes);
+                add_node(low, high, level, made);
             }
             return found->number;
         }
 
         // The number of an edge of the mesh. fresh: those that no cell before has, nor this one so far.
         qx_long number_one(const edges_of &edges, int edge, int level, qx_long i, unsigned *fresh,
-                           node_writer *nodes)
+                           node_writer *made)
         {
             const qx_long low = edges.low_node[edge] + i,
                           high = low + edges.step[edge / edges_an_axis<naxes>];
-            if (!sink->in_order) return look_up(low, high, level, nodes);
+            if (!sink->in_order) return look_up(low, high, level, made);
             qx_long *slot = &edges.slot[level][edge][i];
             if ((*fresh >> edge & 1) != 0) {
                 *fresh &= ~(1u << edge);
-                *slot = nodes->next;
-                add_node(low, high, level, nodes);
+                *slot = made->next;
+                add_node(low, high, level, made);
             }
             return *slot;
         }
 
         // The numbers of the new nodes of a case.
         void number_cut(const lattice_cut_case<naxes> &at, int level, const lattice_cell<2> &cell,
-                        const edges_of &edges, node_writer *nodes, qx_long *numbers)
+                        const edges_of &edges, node_writer *made, qx_long *numbers)
         {
             if (sink->in_order) {
-                const qx_long before = nodes->next;
-                number_edges(edges, level, cell.i, at.crossed, cell.fresh, nodes);
-                for (qx_long n = before; n < nodes->next; ++n)
+                const qx_long before = made->next;
+                number_edges(edges, level, cell.i, at.crossed, cell.fresh, made);
+                for (qx_long n = before; n < made->next; ++n)
                     sink->levels[n] = static_cast<unsigned char>(level);
                 for (int p = 0; p < at.crossed.nedges; ++p)
                     numbers[p] = edges.slot[level][at.crossed.edges[p]][cell.i];
             } else {
                 unsigned fresh = 0;
                 for (int p = 0; p < at.crossed.nedges; ++p)
-                    numbers[p] = number_one(edges, at.crossed.edges[p], level, cell.i, &fresh, nodes);
+                    numbers[p] = number_one(edges, at.crossed.edges[p], level, cell.i, &fresh, made);
             }
         }
 
@@ -308,7 +308,7 @@ template <int naxes_> struct lattice_band_sink : split_sink<naxes_, 2> {
                 list->data[list->used++] = numbers[points[n]];
         }
 
-        void take(const lattice_cell<2> &cell, const edges_of &edges, node_writer *nodes)
+        void take(const lattice_cell<2> &cell, const edges_of &edges, node_writer *made)
         {
             qx_long numbers[most_cut_local]; // in the output
             const int level = crossing_level(cell);
@@ -316,19 +316,19 @@ template <int naxes_> struct lattice_band_sink : split_sink<naxes_, 2> {
             if (level >= 0) {
                 const lattice_cut_case<naxes> &at = single_cut(cell, level);
                 const cut_case &row = cases::row(at.index);
-                number_cut(at, level, cell, edges, nodes, numbers + ncorners);
+                number_cut(at, level, cell, edges, made, numbers + ncorners);
                 for (int p = 0; p < row.npoints; ++p)
                     numbers[ncorners + p] += sink->nold;
                 entry = write_pieces(row.nodes, base::piece_nnodes * row.ncells, numbers, entry);
                 add_lines(level, row.nlines, row.lines, numbers + ncorners);
             } else if constexpr (naxes == 3) {
-                cut_twice(cell, edges, nodes, numbers);
+                cut_twice(cell, edges, made, numbers);
             } else {
-                use_row(cell, edges, nodes, numbers);
+                use_row(cell, edges, made, numbers);
             }
         }
 
-        void use_row(const lattice_cell<2> &cell, const edges_of &edges, node_writer *nodes, qx_long *numbers)
+        void use_row(const lattice_cell<2> &cell, const edges_of &edges, node_writer *made, qx_long *numbers)
         {
             const band_case *row = band_row(cell);
             if (row == nullptr) return;
@@ -337,19 +337,19 @@ template <int naxes_> struct lattice_band_sink : split_sink<naxes_, 2> {
                 const int edge = edge_between<2>(place_of_cut_corner<2>(row->left[p]),
                                                  place_of_cut_corner<2>(row->right[p]));
                 numbers[ncorners + p] =
-                    sink->nold + number_one(edges, edge, row->level[p], cell.i, &fresh[row->level[p]], nodes);
+                    sink->nold + number_one(edges, edge, row->level[p], cell.i, &fresh[row->level[p]], made);
             }
             entry = write_pieces(row->nodes, base::piece_nnodes * row->ncells, numbers, entry);
             for (int level = 0; level < 2; ++level)
                 add_lines(level, row->nlines[level], row->lines[level], numbers + ncorners);
         }
 
-        void cut_twice(const lattice_cell<2> &cell, const edges_of &edges, node_writer *nodes,
+        void cut_twice(const lattice_cell<2> &cell, const edges_of &edges, node_writer *made,
                        qx_long *numbers)
         {
             const lattice_cut_case<3> &first = lattice_cuts_hex.row[cell.index[0]];
             const cut_case &row = cut_rows_hex[first.index];
-            number_cut(first, 0, cell, edges, nodes, numbers + ncorners);
+            number_cut(first, 0, cell, edges, made, numbers + ncorners);
             if (!sink->in_order) return; // all of it is above the upper level
 
             // Corners and new nodes as ends of edges, and which of them are not above the upper level.
@@ -384,9 +384,8 @@ template <int naxes_> struct lattice_band_sink : split_sink<naxes_, 2> {
                 for (int p = 0; p < second.npoints; ++p) {
                     const int a = tet[second.left[p]], b = tet[second.right[p]];
                     const int edge = a < 8 && b < 8 ? edges_of_corners.edge[a][b] : -1;
-                    of_tet[4 + p] =
-                        sink->nold + (edge >= 0 ? number_one(edges, edge, 1, cell.i, &fresh, nodes)
-                                                : look_up(ends[a], ends[b], 1, nodes));
+                    of_tet[4 + p] = sink->nold + (edge >= 0 ? number_one(edges, edge, 1, cell.i, &fresh, made)
+                                                            : look_up(ends[a], ends[b], 1, made));
                 }
                 entry = write_pieces(second.nodes, 4 * second.ncells, of_tet, entry);
             }
@@ -416,7 +415,9 @@ template <typename T, typename Lower, typename Upper> struct left_out {
 
     FORCE_INLINE bool one(T v) const
     {
-        return null.one(v) | (lower.one(v) & !upper.one(v) & !retained.one(v));
+        const int is_null = null.one(v), above_low = lower.one(v), below_high = !upper.one(v),
+                  dropped = !retained.one(v);
+        return (is_null | (above_low & below_high & dropped)) != 0;
     }
 #if SKOKLANA_HAVE_AVX2_FORM
     template <typename V> TARGET_AVX2 FORCE_INLINE auto each(V v) const
