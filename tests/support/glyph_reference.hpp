@@ -52,7 +52,7 @@ struct output {
     {
         const size_t rows = static_cast<size_t>(r.nnodes() * r.glyph_nnodes());
         coords.resize(rows * static_cast<size_t>(r.out_nspace));
-        memset(coords.data(), 0x5A, coords.size() * sizeof(float));
+        if (!coords.empty()) memset(coords.data(), 0x5A, coords.size() * sizeof(float));
         data.assign(rows * static_cast<size_t>(DTYPEtype_size(r.type)), 0x5A);
     }
 };
