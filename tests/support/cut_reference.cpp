@@ -38,6 +38,7 @@ std::string difference(const result &got, const result &expected)
 case_row row_of(int kind, int index)
 {
     case_row row;
+    if (index == (1 << cell_kinds[kind].ncorners) - 1) return row; // all kept: not every table has the row
 #define READ_ROW(k, n)                                                                             \
     for (int p = 0; p < CUTnnew_nodes_##k[index]; ++p)                                             \
         row.points.push_back(                                                                      \
