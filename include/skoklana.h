@@ -11,6 +11,7 @@
 #include <skoklana/cell.h>
 #include <skoklana/cell_faces.h>
 #include <skoklana/cell_nodes.h>
+#include <skoklana/chart.h>
 #include <skoklana/containers.h>
 #include <skoklana/cut.h>
 #include <skoklana/deriv.h>
