@@ -100,5 +100,44 @@ int UTILleast_squares(qx_long npts, const float *x, int dtype, const void *y, in
  * hold what the elimination left. */
 int UTILgauss_solve(double *a, double *b, qx_long *perm, double *x, int n, double eps);
 
+/* ---- height grids reduced to triangles ---------------------------------------------------------------- */
+
+/* Replaces a uniform grid of heights by fewer triangles, over some of its nodes, within a tolerance.
+ *
+ * dims          2 entries: nodes along each axis, 2 and up
+ * nspace        2 or 3: coordinates a point
+ * points        2 rows of nspace floats: first and last node
+ * data          heights, dims[0] * dims[1] elements of dtype, the first axis fastest
+ * tolerance     in units of the data
+ * out_ncoords   out: vertices
+ * out_coords    out: nspace floats a vertex; handed over. Heights are no part of them: z is 0
+ * out_ntris     out: triangles
+ * out_connect   out: 3 vertex numbers a triangle, anticlockwise where both axes run forward; handed over
+ * out_data      out: the height of each vertex, an element of dtype; handed over
+ *
+ * The four corners stay. A vertex on the edge of a triangle that was made before it has the height of that edge,
+ * brought to the data's type, so that the surface has no cracks; all others have the data of their node.
+ *
+ * What the tolerance means: each triangle that passes has it along its edges, at nodes of those along the grid and
+ * between two rows at each column that a slanted one crosses, and in its rows of nodes but the last. Rows are held
+ * against a line whose ends are exact only where the edges cross the row at nodes, and rows with one node, and so all
+ * thin triangles, are not looked at. Triangles by which the last corners of a polygon are filled are not held against
+ * anything, and may lie upon others. So the error at a node can be above the tolerance, and a surface that fits may be
+ * turned down: a flat grid of another height than 0 need not come down to two triangles, unless dims[0] - 1 is a
+ * multiple of dims[1] - 1. Whoever must keep a bound measures the result. With NaN in the data, and with a tolerance
+ * below 0 or NaN, nothing passes.
+ *
+ * Returns 1; 0, with the outputs as they were and without a report, where there is no memory, for an unknown type, and
+ * for dims and nspace out of range. Progress is not told and the work is not interrupted. Arrays are released with
+ * ARRfree_f or plain free.
+ *
+ * The order of vertices is that in which they came in, the boundary from the first node on anticlockwise at first.
+ * Cost: some microseconds a triangle, and the nodes.
+ *
+ * Meisters. Polygons have ears. American Mathematical Monthly, 1975 */
+int UTILoptimize_surface(const qx_long *dims, int nspace, const float *points, int dtype, const void *data,
+                         double tolerance, qx_long *out_ncoords, float **out_coords, qx_long *out_ntris,
+                         qx_long **out_connect, void **out_data);
+
 SKOKLANA_END
 #endif
