@@ -157,12 +157,12 @@ template <int axes> class cell_bins {
     int nblocks = 0; // that were ever in use since the last clear
     int ncells = 0;
 
-    // Two corners of the box of the points.
-    void set_box(const double *a, const double *b)
+    // The box of the points.
+    void set_box(const double *min, const double *max)
     {
         for (int k = 0; k < across; ++k) {
-            low[k] = std::min(a[k + 1], b[k + 1]);
-            inverse[k] = 1 / std::fabs(b[k + 1] - a[k + 1]);
+            low[k] = min[k + 1];
+            inverse[k] = 1 / (max[k + 1] - min[k + 1]);
         }
     }
 

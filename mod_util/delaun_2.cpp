@@ -97,5 +97,5 @@ extern "C" int UTILdelaun_tess_2D(qx_long nnodes, const float *coords, int nspac
     const double enclosing[3][2] = {
         {min[0] - dx - 0.2 * dx, below}, {max[0] + dx + 0.2 * dx, below}, {min[0] + 0.5 * dx, apex}};
 
-    return tesselate<triangle_kind>({nnodes, coords, nspace, enclosing[0], min, max, check != 0}, ntri, conn);
+    return tesselate<triangle_kind>({nnodes, coords, nspace, enclosing[0], check != 0}, ntri, conn);
 }

@@ -152,11 +152,10 @@ extern "C" int UTILdelaun_tess_3D(qx_long nnodes, const float *coords, const flo
 {
     *ntet = 0;
     *conn = nullptr;
-    double min[3], max[3], extent[3];
+    double min[3], extent[3];
     for (int k = 0; k < 3; ++k) {
         if (max_extent[k] == min_extent[k]) return 1;
         min[k] = min_extent[k];
-        max[k] = max_extent[k];
         extent[k] = max_extent[k] - min_extent[k];
     }
     const double x = min[0] - 0.5 * extent[0], y = min[1] - 0.5 * extent[1], z = min[2] - 0.5 * extent[2];
@@ -167,5 +166,5 @@ extern "C" int UTILdelaun_tess_3D(qx_long nnodes, const float *coords, const flo
     const double far_z = z + 12.0 * extent[2];
     const double enclosing[4][3] = {{x, y, z}, {far_x, y, z}, {x, y, far_z}, {x, far_y, z}};
 
-    return tesselate<tetrahedron_kind>({nnodes, coords, 3, enclosing[0], min, max, check != 0}, ntet, conn);
+    return tesselate<tetrahedron_kind>({nnodes, coords, 3, enclosing[0], check != 0}, ntet, conn);
 }

@@ -19,6 +19,10 @@
 #include <algorithm>
 #include <cmath>
 
+#if SKOKLANA_HAVE_AVX2_FORM
+#include <immintrin.h>
+#endif
+
 constexpr double saturated_weight = 1e38, pinned_weight = -1;
 constexpr double least_extent = 1e-38; // of a box along an axis; a smaller one has no inside
 
@@ -105,7 +109,7 @@ struct grid_steps {
 constexpr int piece_nodes = 128;
 
 struct window_piece {
-    int count;
+    int count;               // the arrays are filled in whole vectors
     double dx2[piece_nodes]; // one axis: squared distances
     float fx2[piece_nodes];  // more axes: their part along x
 };
@@ -140,18 +144,21 @@ struct any_power {
     }
 };
 
-// One row of a window. beside2: the squared distances along y and z, in that order.
+// Nodes of one row of a window, from start on. beside2: the squared distances along y and z, in that order.
 template <int ndim, class Power, typename T>
-FORCE_INLINE void add_to_row_body(const window_piece &piece, const float *beside2, const Power &power,
-                                  double threshold, const T *value, int veclen, double *weight, double *acc)
+FORCE_INLINE void add_to_row_body(int start, const window_piece &piece, const float *beside2,
+                                  const Power &power, double threshold, const T *value, int veclen,
+                                  double *weight, double *acc)
 {
-    const int count = piece.count;
+    const int count = piece.count - start;
+    weight += start;
+    acc += start * veclen;
     double d2[piece_nodes], wt[piece_nodes], before[piece_nodes];
     for (int i = 0; i < count; ++i) {
         if (ndim == 1) {
-            d2[i] = piece.dx2[i];
+            d2[i] = piece.dx2[start + i];
         } else {
-            float sum = piece.fx2[i] + beside2[0];
+            float sum = piece.fx2[start + i] + beside2[0];
             if (ndim == 3) sum += beside2[1];
             d2[i] = static_cast<double>(sum);
         }
@@ -178,17 +185,77 @@ template <int ndim, class Power, typename T>
 void add_to_row_plain(const window_piece &piece, const float *beside2, const Power &power, double threshold,
                       const T *value, int veclen, double *weight, double *acc)
 {
-    add_to_row_body<ndim>(piece, beside2, power, threshold, value, veclen, weight, acc);
+    add_to_row_body<ndim>(0, piece, beside2, power, threshold, value, veclen, weight, acc);
+}
+
+#if SKOKLANA_HAVE_AVX2_FORM
+
+// Four nodes at a time, one component, as far as there are whole vectors. Returns how many nodes that were. (Masked
+// stores for the rest take longer than the plain form does.)
+template <int ndim, class Power>
+TARGET_AVX2 FORCE_INLINE int add_value_wide(const window_piece &piece, const float *beside2,
+                                            const Power &power, double threshold, double value,
+                                            double *weight, double *acc)
+{
+    const __m256d zero = _mm256_setzero_pd(), one = _mm256_set1_pd(1), v = _mm256_set1_pd(value);
+    const __m256d saturated = _mm256_set1_pd(saturated_weight), pinned = _mm256_set1_pd(pinned_weight);
+    const __m256d near = _mm256_set1_pd(threshold);
+    int i = 0;
+    for (; i + 4 <= piece.count; i += 4) {
+        __m256d d2;
+        if (ndim == 1) {
+            d2 = _mm256_loadu_pd(piece.dx2 + i);
+        } else {
+            __m128 sum = _mm_add_ps(_mm_loadu_ps(piece.fx2 + i), _mm_set1_ps(beside2[0]));
+            if (ndim == 3) sum = _mm_add_ps(sum, _mm_set1_ps(beside2[1]));
+            d2 = _mm256_cvtps_pd(sum);
+        }
+        __m256d t = d2;
+        if (!std::is_same_v<Power, square_power>) {
+            double from[4], to[4];
+            _mm256_storeu_pd(from, d2);
+            power(4, from, to);
+            t = _mm256_loadu_pd(to);
+        }
+        const __m256d w = _mm256_loadu_pd(weight + i), sum = _mm256_loadu_pd(acc + i);
+        const __m256d open =
+            _mm256_and_pd(_mm256_cmp_pd(w, zero, _CMP_GE_OQ), _mm256_cmp_pd(w, saturated, _CMP_LT_OQ));
+        const __m256d apart = _mm256_cmp_pd(d2, near, _CMP_GE_OQ);
+        const __m256d wt = _mm256_div_pd(one, t);
+        const __m256d started = _mm256_andnot_pd(_mm256_cmp_pd(w, zero, _CMP_EQ_OQ), sum);
+        const __m256d added = _mm256_add_pd(started, _mm256_mul_pd(v, wt));
+        const __m256d new_w = _mm256_blendv_pd(pinned, _mm256_add_pd(w, wt), apart);
+        const __m256d new_sum = _mm256_blendv_pd(v, added, apart);
+        _mm256_storeu_pd(weight + i, _mm256_blendv_pd(w, new_w, open));
+        _mm256_storeu_pd(acc + i, _mm256_blendv_pd(sum, new_sum, open));
+    }
+    return i;
 }
 
 template <int ndim, class Power, typename T>
 TARGET_AVX2 void add_to_row_wide(const window_piece &piece, const float *beside2, const Power &power,
                                  double threshold, const T *value, int veclen, double *weight, double *acc)
 {
-    if (veclen == 1)
-        add_to_row_body<ndim>(piece, beside2, power, threshold, value, 1, weight, acc);
-    else
-        add_to_row_body<ndim>(piece, beside2, power, threshold, value, veclen, weight, acc);
+    if (veclen != 1)
+        return add_to_row_body<ndim>(0, piece, beside2, power, threshold, value, veclen, weight, acc);
+    const int done =
+        add_value_wide<ndim>(piece, beside2, power, threshold, static_cast<double>(value[0]), weight, acc);
+    if (done < piece.count)
+        add_to_row_body<ndim>(done, piece, beside2, power, threshold, value, 1, weight, acc);
+}
+
+#endif
+
+// The rows of one piece of a window, by the widest form that the machine has.
+template <int ndim, class Power, typename T>
+void add_to_row(const window_piece &piece, const float *beside2, const Power &power, double threshold,
+                const T *value, int veclen, double *weight, double *acc)
+{
+#if SKOKLANA_HAVE_AVX2_FORM
+    if (have_avx2())
+        return add_to_row_wide<ndim>(piece, beside2, power, threshold, value, veclen, weight, acc);
+#endif
+    add_to_row_plain<ndim>(piece, beside2, power, threshold, value, veclen, weight, acc);
 }
 
 template <int ndim, class Power, typename T> class point_spreader {
@@ -198,14 +265,15 @@ template <int ndim, class Power, typename T> class point_spreader {
     {
     }
 
-    void spread(const float *point, const T *value)
+    // Into the planes of the slab from first to last.
+    void spread(const float *point, const T *value, qx_long first, qx_long last)
     {
         index_window window[3] = {{0, 0}, {0, 0}, {0, 0}};
         for (int k = 0; k < ndim; ++k)
             window[k] = window_of(grid, point, k);
         const qx_long chain_start = window[0].first;
-        index_window &last = window[ndim - 1];
-        last = {std::max(last.first, slab.first), std::min(last.last, slab.last)};
+        index_window &planes = window[ndim - 1];
+        planes = {std::max(planes.first, first), std::min(planes.last, last)};
         for (int k = 0; k < ndim; ++k)
             if (window[k].last < window[k].first) return;
 
@@ -240,7 +308,6 @@ template <int ndim, class Power, typename T> class point_spreader {
     void spread_piece(const float *point, const T *value, const index_window *window, qx_long i,
                       const window_piece &piece)
     {
-        const auto add = have_avx2() ? add_to_row_wide<ndim, Power, T> : add_to_row_plain<ndim, Power, T>;
         float beside[2] = {0, 0};
         for (qx_long z = window[2].first; z <= window[2].last; ++z) {
             if (ndim > 2) beside[1] = beside2(point, 2, z);
@@ -250,25 +317,51 @@ template <int ndim, class Power, typename T> class point_spreader {
                                     : ndim > 1 ? y * grid.dims[0]
                                                : 0;
                 const qx_long node = row + i - slab.offset;
-                add(piece, beside, power, grid.threshold, value, grid.veclen, slab.weight + node,
-                    slab.acc + node * grid.veclen);
+                add_to_row<ndim>(piece, beside, power, grid.threshold, value, grid.veclen, slab.weight + node,
+                                 slab.acc + node * grid.veclen);
             }
         }
     }
 };
 
-// Spreads all points into a slab, those left out whose first component is null. stop(i) is asked at point i before
-// it is looked at; true ends it. Returns whether all points were gone through.
+// Points that are taken together, and the planes that they are spread into one tile after the other. A point's rows
+// lie far apart: were the points taken one by one, each row would be waited for. A tile stays in a cache that is near.
+constexpr int batch_points = 4096;
+constexpr qx_long tile_bytes = qx_long{256} << 10;
+
+inline qx_long planes_of_tile(const scatter_grid &grid)
+{
+    qx_long bytes = static_cast<qx_long>(sizeof(double)) * (1 + grid.veclen);
+    for (int k = 0; k + 1 < grid.ndim && bytes < tile_bytes; ++k)
+        bytes *= std::max<qx_long>(1, grid.dims[k]);
+    return std::max<qx_long>(1, tile_bytes / std::max<qx_long>(1, bytes));
+}
+
+// Spreads all points into a slab, those left out whose first component is null. stop(i) is asked for each point i in
+// turn, before anything is done for it; true ends it. Returns whether all points were gone through.
 template <int ndim, class Power, typename T, class Stop>
 bool spread_points_by(const scatter_grid &grid, const scatter_slab &slab, const Power &power, const T *data,
                       bool has_null, T null_value, Stop stop)
 {
     point_spreader<ndim, Power, T> spreader(grid, slab, power);
-    for (qx_long i = 0; i < grid.nnodes; ++i) {
-        if (stop(i)) return false;
-        const T *value = data + i * grid.veclen;
-        if (has_null && value[0] == null_value) continue;
-        spreader.spread(grid.coords + i * grid.nspace, value);
+    const qx_long tile = planes_of_tile(grid);
+    index_window planes[batch_points];
+    for (qx_long done = 0; done < grid.nnodes; done += batch_points) {
+        const int count = static_cast<int>(std::min<qx_long>(batch_points, grid.nnodes - done));
+        const float *coords = grid.coords + done * grid.nspace;
+        const T *values = data + done * grid.veclen;
+        for (int i = 0; i < count; ++i) {
+            if (stop(done + i)) return false;
+            planes[i] = window_of(grid, coords + qx_long{i} * grid.nspace, ndim - 1);
+            if (has_null && values[qx_long{i} * grid.veclen] == null_value) planes[i] = {0, -1};
+        }
+        for (qx_long first = slab.first; first <= slab.last; first += tile) {
+            const qx_long last = std::min(slab.last, first + tile - 1);
+            for (int i = 0; i < count; ++i)
+                if (planes[i].first <= last && planes[i].last >= first)
+                    spreader.spread(coords + qx_long{i} * grid.nspace, values + qx_long{i} * grid.veclen,
+                                    first, last);
+        }
     }
     return true;
 }

@@ -63,8 +63,7 @@ template <class Kind> class tess_sweep {
     qx_long last_made[corners]; // ids of the cell that was tried last
 
     // enclosing: the vertices of the first cell, numbered behind the points. false: no memory.
-    bool start(qx_long count, const float *coords, int nspace, const double *enclosing, const double *min,
-               const double *max)
+    bool start(qx_long count, const float *coords, int nspace, const double *enclosing)
     {
         nnodes = count;
         if (!order.reach(count + corners) || !place.reach((count + corners) * axes) ||
@@ -77,7 +76,7 @@ template <class Kind> class tess_sweep {
         for (int c = 0; c < corners; ++c)
             order[count + c] = count + c;
         memcpy(place.data + count * axes, enclosing, sizeof(double) * axes * corners);
-        bins.set_box(min, max);
+        set_bin_box();
         return add_first_cell();
     }
 
@@ -102,7 +101,7 @@ template <class Kind> class tess_sweep {
         qx_long n = 0;
         const int nactive = list_active();
         for (int i = nactive - 1; i >= 0; --i)
-            n += put_row(cells[work[i]].v, conn + n * corners);
+            n += put_row(cells[listed[i].cell].v, conn + n * corners);
         if (nactive > 0)
             for (qx_long row = nrows - 1; row >= 0; --row, ++n)
                 memcpy(conn + n * corners, rows.data + row * corners, sizeof(qx_long) * corners);
@@ -123,6 +122,11 @@ template <class Kind> class tess_sweep {
         qx_long push;
         qx_long since; // how many searches there had been when it was made
         bin_place at;
+    };
+
+    struct pushed_cell {
+        qx_long push;
+        int cell;
     };
 
     struct passed_cell {
@@ -149,7 +153,9 @@ template <class Kind> class tess_sweep {
     growing_array<qx_long> rows; // finished cells of points only, by ids, in order of finish
     qx_long nrows = 0;
 
-    growing_array<int> work; // as long as there may be live cells
+    // As long as there may be live cells: what a search finds, and cells by rising push number.
+    growing_array<int> found;
+    growing_array<pushed_cell> listed;
     growing_array<passed_cell> passed, passed_sorted;
     growing_array<int> walk_start;
     facet_set<axes> facets;
@@ -163,6 +169,23 @@ template <class Kind> class tess_sweep {
         for (int k = 0; k < axes; ++k)
             if (place[a * axes + k] != place[b * axes + k]) return false;
         return true;
+    }
+
+    // The bins divide the box of the points. The caller's may be much larger.
+    void set_bin_box()
+    {
+        double min[axes], max[axes];
+        for (int k = 0; k < axes; ++k) {
+            min[k] = std::numeric_limits<double>::infinity();
+            max[k] = -min[k];
+            for (qx_long at = 0; at < nnodes; ++at) {
+                const double x = place[at * axes + k];
+                const bool finite = std::fabs(x) < std::numeric_limits<double>::infinity();
+                min[k] = finite && x < min[k] ? x : min[k];
+                max[k] = finite && x > max[k] ? x : max[k];
+            }
+        }
+        bins.set_box(min, max);
     }
 
     // ---- cells -------------------------------------------------------------------------------------------
@@ -187,7 +210,7 @@ template <class Kind> class tess_sweep {
         if (nfree == 0) {
             // Both lists hold every cell at most.
             if (ncells == INT_MAX || !cells.reach(ncells + 1) || !free_cells.reach(ncells + 1) ||
-                !work.reach(ncells + 1))
+                !found.reach(ncells + 1) || !listed.reach(ncells + 1))
                 return false;
             free_cells[nfree++] = ncells++;
         }
@@ -224,21 +247,24 @@ template <class Kind> class tess_sweep {
         }
     }
 
-    // The live cells by rising push number, in work.
+    // The live cells by rising push number, in listed.
     int list_active()
     {
         int n = 0;
         for (int b = 0; b < bins.nblocks; ++b)
             for (int lane = 0; lane < bins.blocks[b].used; ++lane)
-                work[n++] = bins.blocks[b].cell[lane];
+                found[n++] = bins.blocks[b].cell[lane];
         sort_by_push(n);
         return n;
     }
 
-    // Sorts the first n numbers of work.
+    // Puts the first n cells of found into listed.
     void sort_by_push(int n)
     {
-        std::sort(work.data, work.data + n, [this](int a, int b) { return cells[a].push < cells[b].push; });
+        for (int i = 0; i < n; ++i)
+            listed[i] = {cells[found[i]].push, found[i]};
+        std::sort(listed.data, listed.data + n,
+                  [](const pushed_cell &a, const pushed_cell &b) { return a.push < b.push; });
     }
 
     // ---- passing -----------------------------------------------------------------------------------------
@@ -389,16 +415,16 @@ template <class Kind> class tess_sweep {
         return true;
     }
 
-    // Lists the cavity of p in work, by rising push number. -1: no memory.
+    // Lists the cavity of p in listed, by rising push number. -1: no memory.
     int find_cavity(const double *p)
     {
-        const int nnear = bins.find(p, work.data);
+        const int nnear = bins.find(p, found.data);
         int n = 0;
         for (int i = 0; i < nnear; ++i)
-            if (work[i] >= 0)
-                work[n++] = work[i];
-            else if (holds_after_all(~work[i], p))
-                work[n++] = ~work[i];
+            if (found[i] >= 0)
+                found[n++] = found[i];
+            else if (holds_after_all(~found[i], p))
+                found[n++] = ~found[i];
         sort_by_push(n);
         return n;
     }
@@ -413,12 +439,12 @@ template <class Kind> class tess_sweep {
         const int n = list_active();
         int ncavity = 0;
         for (int i = 0; i < n; ++i) {
-            const int number = work[i];
+            const int number = listed[i].cell;
             const holding_lanes bits = bins.holds(cells[number].at, p);
             if (has_passed(p[0], number))
                 passed[count++] = {nwalks - 1, number};
             else if (bits.near != 0 && (bits.sure != 0 || holds_after_all(number, p)))
-                work[ncavity++] = number;
+                listed[ncavity++] = listed[i];
         }
         if (!append_passed(count)) return -1;
         for (qx_long i = 0; i < count; ++i)
@@ -434,7 +460,7 @@ template <class Kind> class tess_sweep {
             for (const auto &facet : Kind::facets) {
                 qx_long v[axes];
                 for (int k = 0; k < axes; ++k)
-                    v[k] = cells[work[i]].v[facet[k]];
+                    v[k] = cells[listed[i].cell].v[facet[k]];
                 facets.toggle(v);
             }
         facets.sort([this](qx_long *v) {
@@ -480,7 +506,7 @@ template <class Kind> class tess_sweep {
 
     enum class attempt { joined, degenerate, no_memory };
 
-    // Joins a point to the boundary of the cavity that work lists.
+    // Joins a point to the boundary of the cavity that is listed.
     attempt join(qx_long at, int ncavity)
     {
         if (!find_boundary(ncavity)) return attempt::no_memory;
@@ -498,11 +524,11 @@ template <class Kind> class tess_sweep {
         if (degenerate < nmade) {
             move_apex(facets[degenerate], at);
             for (int i = 0; i < ncavity; ++i)
-                cells[work[i]].push = pushes++;
+                cells[listed[i].cell].push = pushes++;
             return attempt::degenerate;
         }
         for (int i = 0; i < ncavity; ++i)
-            drop_cell(work[i]);
+            drop_cell(listed[i].cell);
         bins.place(nmade, &made);
         for (int e = nmade - 1; e >= 0; --e)
             if (!add_cell(facets[e], at, e)) return attempt::no_memory;
@@ -538,7 +564,7 @@ struct tess_input {
     qx_long nnodes;
     const float *coords;
     int nspace;
-    const double *enclosing, *min, *max;
+    const double *enclosing;
     bool check;
 };
 
@@ -636,8 +662,7 @@ template <class Kind> int tesselate(const tess_input &input, qx_long *count, qx_
         *conn = nullptr;
         return 0;
     };
-    if (!sweep.start(input.nnodes, input.coords, input.nspace, input.enclosing, input.min, input.max))
-        return fail();
+    if (!sweep.start(input.nnodes, input.coords, input.nspace, input.enclosing)) return fail();
     const sweep_end end = sweep.run();
     if (end == sweep_end::no_memory) return fail();
     if (end == sweep_end::interrupted) {

@@ -151,6 +151,24 @@ TYPED_TEST(ScatterOntoGrid, EmptyNodesHaveTheNullValueItself)
     }
 }
 
+// More points than are taken at a time, on a grid whose planes are taken in several tiles.
+TEST(ScatterData, LargeGridsAndManyPointsAgreeWithTheReference)
+{
+    const grid g = {3, {70, 60, 40}, {0, 0, 0}, {1, 2, 3}, {1, 2, 1}, 2};
+    const scattered_points p = points_around(g, 5000, 3);
+    for (int veclen : {1, 2}) {
+        const std::vector<double> data = small_values<double>(p.count() * veclen, 5);
+        bool any_empty;
+        branches seen;
+        const std::vector<double> expected = scatter_reference::spread<double>(
+            g, p.count(), p.nspace, p.coords.data(), veclen, data.data(), true, data[0], &any_empty, &seen);
+        const spread_result<double> got = spread_by_library<double>(g, p, veclen, data, 1, data[0]);
+        EXPECT_TRUE(same_bytes(expected, got.out));
+        EXPECT_GT(std::min({seen.empty, seen.summed, seen.null}), 10)
+            << "of the first point, which is in the grid";
+    }
+}
+
 TEST(ScatterData, FirstOfTwoPointsOnANodeStays)
 {
     const grid g = {2, {3, 3, 1}, {0, 0, 0}, {2, 2, 0}, {1, 1, 0}, 2};
