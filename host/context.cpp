@@ -38,7 +38,9 @@ host_context *host_new_context(void)
 
 void host_free_context(host_context *context)
 {
-    if (context != nullptr && context == in_use) in_use = nullptr;
+    if (context == nullptr) return;
+    if (context == in_use) in_use = nullptr;
+    free(context->chain.reserve);
     free(context);
 }
 

@@ -31,6 +31,8 @@ struct call_chain {
     bool told_to_stop; // by a status check of the operation that is watched
     // The workers that this chain has running, to be stopped with it.
     std::atomic<int> *workers_stop;
+    // What is given back when an operation must have memory; null: nothing.
+    void *reserve;
 };
 
 struct handlers {

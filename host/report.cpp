@@ -104,8 +104,23 @@ void ERRerror(const char *module, int, int severity, const char *message)
     take_report(module, severity, message);
 }
 
+int host_reserve_memory(size_t bytes)
+{
+    call_chain &chain = this_chain();
+    free(chain.reserve);
+    chain.reserve = bytes > 0 ? malloc(bytes) : nullptr;
+    return bytes == 0 || chain.reserve != nullptr ||
+           host_fail("host_reserve_memory: no memory for %zu bytes", bytes) != 0;
+}
+
 void ERRout_of_memory(const char *message)
 {
+    call_chain &chain = this_chain();
+    if (chain.reserve != nullptr) {
+        free(chain.reserve);
+        chain.reserve = nullptr;
+        return;
+    }
     shortage &now = memory_shortage;
     if (seconds_now() - now.last_s > 1) now.waits = 0;
     if (now.waits == 0) take_report("out of memory", 2, message);

@@ -106,8 +106,11 @@ void carry_nodes(const host_result &result, const host_array &from, T *to, unsig
         } else {
             const qx_long k = i - result.nold;
             const double t = static_cast<double>(result.t[k]);
+            const bool has_third = result.third_node != nullptr && result.third_node[k] >= 0;
+            const double s = has_third ? static_cast<double>(result.s[k]) : 0;
             nodes.add(result.first_node[k], 1 - t);
-            nodes.add(result.second_node[k], t);
+            nodes.add(result.second_node[k], t * (1 - s));
+            if (has_third) nodes.add(result.third_node[k], t * s);
         }
         const bool has_value = nodes.count > 0 && !touches_null<T>(nodes, from);
         T *row = to + i * from.veclen;
@@ -169,7 +172,8 @@ void host_free_result(host_result *given)
     }
     for (void *list : {static_cast<void *>(result->sets), static_cast<void *>(result->old_node),
                        static_cast<void *>(result->first_node), static_cast<void *>(result->second_node),
-                       static_cast<void *>(result->t), static_cast<void *>(result->coords)})
+                       static_cast<void *>(result->t), static_cast<void *>(result->coords),
+                       static_cast<void *>(result->third_node), static_cast<void *>(result->s)})
         free(list);
     free(result);
 }

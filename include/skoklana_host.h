@@ -194,6 +194,16 @@ void host_interrupt(void);
 void host_interrupt_context(host_context *context);
 void host_clear_interrupt(void);
 
+/* Sets memory aside for this thread, or its context. Some operations of the library can't do without a working array, a
+ * byte a node in most cases; a host that has no memory for it is asked again and again, and this one ends the
+ * program after ten seconds. With memory set aside that is given back instead, at the first such question, so that the
+ * array can be had. The operation goes on, and fails as others do where memory is short.
+ *
+ * bytes   as much as such an array takes; 0: none. What was set aside before is given back first
+ *
+ * Returns 0 where there is no such memory. It goes with the context. */
+int host_reserve_memory(size_t bytes);
+
 /* ---- results, arrays and options ---------------------------------------------------------------------- *
  *
  * Calls below that work on a whole mesh give one of three results. Where it is not HOST_DONE nothing is handed
@@ -252,6 +262,12 @@ typedef struct host_result {
     qx_long ncells;       /* of all sets */
     int nsets;            /* each kind of cells that there are any of */
     host_set *sets;
+    qx_long *
+        third_node; /* NULL, or nnodes - nold entries: where it is not -1 the new node lies at t not between first_node
+                            and second_node, but between first_node and the point at s between second_node and this
+                            one. A program may carry data by such a record of its own, as of the new nodes of bands
+                            that stand on edges to other new nodes; results of the host have none */
+    float *s; /* with third_node */
 } host_result;
 
 typedef struct host_level_options {

@@ -265,3 +265,30 @@ TEST_F(OutOfMemory, BeginsAnewAfterAQuietSecond)
     EXPECT_EQ(reports.size(), 3u);
     EXPECT_EQ(waits, 240);
 }
+
+TEST_F(OutOfMemory, IsMetFromWhatWasSetAside)
+{
+    host_calls::reset();
+    host_calls::watch watch;
+    ASSERT_EQ(host_reserve_memory(1000), 1);
+    EXPECT_EQ(watch.live_blocks(), 1);
+    ASSERT_EQ(host_reserve_memory(2000), 1);
+    EXPECT_EQ(watch.live_blocks(), 1);
+    __real_ERRout_of_memory("a list");
+    EXPECT_EQ(watch.live_blocks(), 0);
+    EXPECT_EQ(waits, 0);
+    EXPECT_EQ(reports.size(), 0u);
+    __real_ERRout_of_memory("a list");
+    EXPECT_EQ(waits, 1);
+    EXPECT_EQ(reports.size(), 1u);
+    host_calls::fail_allocation(0);
+    EXPECT_EQ(host_reserve_memory(1000), 0);
+    EXPECT_STREQ(host_error(), "host_reserve_memory: no memory for 1000 bytes");
+    EXPECT_EQ(host_reserve_memory(0), 1);
+    host_context *context = host_new_context(), *before = host_use_context(context);
+    EXPECT_EQ(host_reserve_memory(1000), 1);
+    host_use_context(before);
+    EXPECT_EQ(watch.live_blocks(), 2);
+    host_free_context(context);
+    EXPECT_EQ(watch.live_blocks(), 0);
+}

@@ -307,3 +307,30 @@ TEST(HostCarries, RefuseWhatIsNoArray)
         EXPECT_EQ(call(result.get(), &sound, to.data()), HOST_DONE);
     }
 }
+
+TEST(HostCarries, WeighThreeNodes)
+{
+    qx_long old_node[1] = {3}, first[3] = {0, 1, 2}, second[3] = {1, 2, 0}, third[3] = {2, -1, 3};
+    float t[3] = {0.25f, 0.5f, 1}, s[3] = {0.5f, 0.75f, 0};
+    host_result record = {};
+    record.nnodes = 4;
+    record.nold = 1;
+    record.old_node = old_node;
+    record.first_node = first;
+    record.second_node = second;
+    record.third_node = third;
+    record.t = t;
+    record.s = s;
+    const double data[4] = {8, 16, 32, 64}, null = 64;
+    const host_array values = {data, DTYPE_DOUBLE, 1, nullptr}, holed = {data, DTYPE_DOUBLE, 1, &null};
+    double to[4];
+    unsigned char mask[4];
+    ASSERT_EQ(host_carry_nodes(&record, &values, to, mask), HOST_DONE);
+    EXPECT_EQ(to[0], 64);
+    EXPECT_EQ(to[1], 0.75 * 8 + 0.125 * 16 + 0.125 * 32);
+    EXPECT_EQ(to[2], 24);
+    EXPECT_EQ(to[3], 8);
+    ASSERT_EQ(host_carry_nodes(&record, &holed, to, mask), HOST_DONE);
+    EXPECT_EQ(mask[0], 0);
+    EXPECT_EQ(mask[1] + mask[2] + mask[3], 3); // the null node has no weight in the last one
+}
