@@ -1,0 +1,230 @@
+// Operations, arguments and arrays: what stands between Python and the library.
+//
+// The library looks for a request to stop at its status checks. There, at most every few hundredths of a second, the
+// frame takes Python's lock for a moment, runs signal handlers and the caller's own progress function, and keeps what
+// either raises until the operation has ended.
+#include "core.hpp"
+
+#include <skoklana/host/om.h>
+
+#include <chrono>
+#include <cstring>
+#include <new>
+#include <string>
+
+namespace {
+
+constexpr double look_every_s = 0.03;
+// Working arrays that the library must have, beside its byte a node.
+constexpr qx_long spare_bytes = 65536;
+
+std::atomic<long long> nlive;
+
+double seconds()
+{
+    return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
+}
+
+bool has(const std::string &text, const char *word)
+{
+    return text.find(word) != std::string::npos;
+}
+
+// The exception that a text of the library or the host belongs to.
+[[noreturn]] void raise(std::string text)
+{
+    if (text.compare(0, 5, "host_") == 0) text.erase(0, 5);
+    if (has(text, "memory") || has(text, "alloc")) {
+        PyErr_SetString(PyExc_MemoryError, text.c_str());
+        throw py::error_already_set();
+    }
+    if (has(text, "names node")) throw py::index_error(text);
+    if (has(text, "data type")) throw py::type_error(text);
+    throw py::value_error(text);
+}
+
+} // namespace
+
+// ---- lists and arrays ------------------------------------------------------------------------------------------
+
+void *new_bytes(qx_long count, size_t size)
+{
+    size_t bytes;
+    void *made = nullptr;
+    if (count >= 0 && !__builtin_mul_overflow(static_cast<size_t>(count), size, &bytes))
+        made = malloc(bytes > 0 ? bytes : 1);
+    if (made == nullptr) throw std::bad_alloc();
+    return made;
+}
+
+py::array adopt_list(void *list, const py::dtype &type, const std::vector<py::ssize_t> &shape)
+{
+    std::unique_ptr<void, freed_by_host> held(list);
+    if (list == nullptr) return py::array(type, shape);
+    py::capsule owner(list, [](void *owned) {
+        host_free(owned);
+        --nlive;
+    });
+    list = held.release();
+    ++nlive;
+    return py::array(type, shape, list, owner);
+}
+
+long long live_lists()
+{
+    return nlive;
+}
+
+int type_code(const py::dtype &type)
+{
+    if (!type.attr("isnative").cast<bool>()) return -1;
+    const auto size = type.itemsize();
+    switch (type.kind()) {
+    case 'i':
+        return size == 1   ? DTYPE_CHAR
+               : size == 2 ? DTYPE_SHORT
+               : size == 4 ? DTYPE_INT
+               : size == 8 ? DTYPE_QX_LONG
+                           : -1;
+    case 'u': return size == 1 ? DTYPE_BYTE : -1;
+    case 'f': return size == 4 ? DTYPE_FLOAT : size == 8 ? DTYPE_DOUBLE : -1;
+    default: return -1;
+    }
+}
+
+py::dtype type_of_code(int code)
+{
+    switch (code) {
+    case DTYPE_CHAR: return py::dtype::of<signed char>();
+    case DTYPE_BYTE: return py::dtype::of<unsigned char>();
+    case DTYPE_SHORT: return py::dtype::of<short>();
+    case DTYPE_INT: return py::dtype::of<int>();
+    case DTYPE_FLOAT: return py::dtype::of<float>();
+    case DTYPE_DOUBLE: return py::dtype::of<double>();
+    default: return py::dtype::of<qx_long>();
+    }
+}
+
+rows_arg::rows_arg(const char *name, const py::array &values, qx_long rows, const py::object &null)
+    : array{values.data(), type_code(values.dtype()), 1, nullptr}, count(rows), null_value{}, keep(values)
+{
+    const std::string who = name;
+    if (array.type < 0) throw py::type_error(who + ": the library has no such element type");
+    if ((values.flags() & py::array::c_style) == 0) throw py::value_error(who + ": is not contiguous");
+    if (values.ndim() < 1 || values.ndim() > 2 || values.shape(0) != rows)
+        throw py::value_error(who + ": has the wrong shape");
+    if (values.ndim() == 2) {
+        if (values.shape(1) < 1 || values.shape(1) > 1 << 20)
+            throw py::value_error(who + ": rows have at least one element");
+        array.veclen = static_cast<int>(values.shape(1));
+    }
+    if (rows == 0) array.data = null_value; // never read, but a place
+    if (null.is_none()) return;
+    const py::array one = py::array::ensure(null);
+    if (!one || one.size() != 1 || type_code(one.dtype()) != array.type)
+        throw py::type_error("null: is no element of the type of " + who);
+    memcpy(null_value, one.data(), static_cast<size_t>(one.itemsize()));
+    array.null = null_value;
+}
+
+// ---- operations ----------------------------------------------------------------------------------------------------
+
+call_frame::call_frame(const char *name_, mesh_object *mesh_, const py::object &progress_)
+    : mesh(mesh_), name(name_), progress(progress_), context(nullptr), before(nullptr)
+{
+    if (mesh != nullptr) take_turn();
+    context = host_new_context();
+    before = host_use_context(context);
+    const qx_long nnodes = mesh != nullptr ? mesh->record()->nnodes : 0;
+    if (context == nullptr || host_reserve_memory(static_cast<size_t>(nnodes + spare_bytes)) != 1) {
+        leave();
+        throw std::bad_alloc();
+    }
+    host_set_progress_handler(on_progress, this);
+    last_look = seconds();
+}
+
+call_frame::~call_frame()
+{
+    leave();
+    for (PyObject *part : error)
+        Py_XDECREF(part);
+}
+
+// A thread that waits still hears of Ctrl-C.
+void call_frame::take_turn()
+{
+    if (mesh->user.load() == std::this_thread::get_id())
+        throw std::runtime_error("the mesh is in use by the operation that tells its progress");
+    bool taken = mesh->busy.try_lock();
+    while (!taken) {
+        {
+            const py::gil_scoped_release unlocked;
+            taken = mesh->busy.try_lock_for(std::chrono::milliseconds(30));
+        }
+        if (PyErr_CheckSignals() == 0) continue;
+        if (taken) mesh->busy.unlock();
+        throw py::error_already_set();
+    }
+    if (mesh->record() == nullptr) {
+        mesh->busy.unlock();
+        throw py::value_error("the mesh was closed");
+    }
+    mesh->user = std::this_thread::get_id();
+}
+
+void call_frame::leave()
+{
+    host_use_context(before);
+    host_free_context(context);
+    if (mesh == nullptr) return;
+    mesh->user = std::thread::id();
+    mesh->busy.unlock();
+}
+
+int call_frame::on_progress(void *user, int percent, const char *message)
+{
+    return static_cast<call_frame *>(user)->look(percent, message);
+}
+
+int call_frame::look(int percent, const char *message)
+{
+    if (stop) return 1;
+    const double now = seconds();
+    const bool tell = !progress.is_none() && percent != last_percent;
+    if (!tell && now - last_look < look_every_s) return 0;
+    const py::gil_scoped_acquire locked;
+    last_look = now;
+    stop = PyErr_CheckSignals() != 0;
+    if (!stop && tell) {
+        last_percent = percent;
+        PyObject *given = PyObject_CallFunction(progress.ptr(), "iz", percent, message);
+        stop = given == nullptr;
+        Py_XDECREF(given);
+    }
+    if (stop) PyErr_Fetch(&error[0], &error[1], &error[2]);
+    return stop ? 1 : 0;
+}
+
+void call_frame::finish(int done)
+{
+    if (error[0] != nullptr) {
+        PyErr_Restore(error[0], error[1], error[2]);
+        error[0] = error[1] = error[2] = nullptr;
+        throw py::error_already_set();
+    }
+    if (done == HOST_DONE) return;
+    if (done == HOST_STOPPED) throw std::runtime_error(std::string(name) + ": was asked to stop");
+    if (done == HOST_FAILED) raise(host_error());
+    const char *message;
+    if (host_last_report(0, nullptr, &message) == 1) raise(std::string(name) + ": " + message);
+    raise(std::string(name) + ": no memory");
+}
+
+bool asked_to_stop(qx_long done, qx_long total, const char *message)
+{
+    int stop = 0;
+    const double part = static_cast<double>(done) / static_cast<double>(total > 0 ? total : 1);
+    OMstatus_check(static_cast<int>(100 * part), message, &stop);
+    return stop != 0;
+}
