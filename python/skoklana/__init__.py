@@ -14,7 +14,7 @@ Meshes
     operations: levels (`Mesh.isosurface`, `Mesh.isoline`), parts (`Mesh.cut`, `Mesh.band`, `Mesh.slice`,
     `Mesh.threshold`, `Mesh.without_null`), points (`Mesh.locate`, `Mesh.sample`), operators (`Mesh.gradient`,
     `Mesh.curl`, `Mesh.divergence`, `Mesh.cell_to_node`, `Mesh.measure`), tracing (`Mesh.stream_lines`, `Mesh.glyphs`),
-    boundary (`Mesh.boundary`, `Mesh.boundary_edges`, `Mesh.edges`).
+    boundary (`Mesh.boundary`, `Mesh.boundary_edges`, `Mesh.edges`), heights (`Mesh.reduce_heights`).
 Results
     `Result`: points, cells by kind, and `Result.carry` for any array of the mesh.
 Scattered points
@@ -22,6 +22,8 @@ Scattered points
 Arrays
     `clamp`, `replace_outside`, `classify`, `take`, `component`, `stack`, `downsize`, `resample`, `filter1d`, `blend`,
     `project`; `polyfit`, `polyval`, `solve`, `quadratic`.
+Charts
+    `smith_chart`, `sort_outline`, `join_outlines`.
 Exchange
     `from_vtk`, `to_vtk`, `from_meshio`, `to_meshio`, `save`. VTK and meshio are imported when these are called.
 
@@ -75,17 +77,18 @@ from ._arrays import (
     stack,
     take,
 )
+from ._chart import SmithChart, join_outlines, smith_chart, sort_outline
 from ._interchange import from_meshio, from_vtk, save, to_meshio, to_vtk
 from ._lines import Glyphs, Ribbons, StreamLines, arrow
-from ._mesh import Measured, Measures, Mesh, Places, PlaneGrid, cells, curvilinear, rectilinear, uniform
+from ._mesh import Measured, Measures, Mesh, Places, PlaneGrid, Terrain, cells, curvilinear, rectilinear, uniform
 from ._result import Result, join_lines
 from ._scatter import bins, delaunay, scatter
 
 __version__ = "0.1.0"
 
 __all__ = [
-    "Glyphs", "Measured", "Measures", "Mesh", "Places", "PlaneGrid", "Result", "Ribbons", "StreamLines", "arrow", "bins",
-    "blend", "cells", "clamp", "classify", "component", "curvilinear", "delaunay", "downsize", "filter1d", "from_meshio",
-    "from_vtk", "join_lines", "polyfit", "polyval", "project", "quadratic", "rectilinear", "replace_outside", "resample",
-    "save", "scatter", "solve", "stack", "take", "to_meshio", "to_vtk", "uniform",
+    "Glyphs", "Measured", "Measures", "Mesh", "Places", "PlaneGrid", "Result", "Ribbons", "SmithChart", "StreamLines",
+    "Terrain", "arrow", "bins", "blend", "cells", "clamp", "classify", "component", "curvilinear", "delaunay", "downsize", "filter1d", "from_meshio",
+    "from_vtk", "join_lines", "join_outlines", "polyfit", "polyval", "project", "quadratic", "rectilinear", "replace_outside", "resample",
+    "save", "scatter", "smith_chart", "solve", "sort_outline", "stack", "take", "to_meshio", "to_vtk", "uniform",
 ]  # fmt: skip

@@ -60,6 +60,14 @@ class PlaneGrid(NamedTuple):
         return np.where(self.valid, between, fill)
 
 
+class Terrain(NamedTuple):
+    """A height grid as triangles: from `Mesh.reduce_heights`."""
+
+    points: np.ndarray  #: float32, shape (n, 3): x, y and the height
+    triangles: np.ndarray  #: int64, shape (m, 3)
+    heights: np.ndarray  #: shape (n,), of the type of the data
+
+
 class Places:
     """Located points: from `Mesh.locate`.
 
@@ -840,6 +848,38 @@ class Mesh:
         count = len(shape)
         faces = None if triangles is None else numbers(triangles, "glyph")
         return Glyphs(coords.reshape(self.nnodes, count, 3), out.reshape(self.nnodes, count), faces)
+
+    # ---- heights ------------------------------------------------------------------------------------------------
+
+    def reduce_heights(self, heights: Any, tolerance: float) -> Terrain:
+        """A grid of heights as fewer triangles over some of its nodes.
+
+        Parameters
+        ----------
+        heights : array_like
+            A scalar a node of a uniform mesh of two axes.
+        tolerance : float
+            How far edges may be off the heights, in their unit. The error at other nodes can be larger: sample the result
+            where a bound must hold.
+
+        Returns
+        -------
+        Terrain
+            Triangles without cracks, anticlockwise from above.
+        """
+        if self.kind != "uniform" or len(self.shape) != 2 or min(self.shape) < 2:
+            raise ValueError("reduce_heights: is for uniform meshes of two axes with two nodes and more along each")
+        if not tolerance >= 0:
+            raise ValueError("tolerance: is 0 and up")
+        if self.closed:
+            raise ValueError("the mesh was closed")
+        given = self._node_rows(heights, "heights", None, (1,))
+        if given.null is not None:
+            raise ValueError("heights: has masked nodes, which the library knows nothing of")
+        corners = np.ascontiguousarray(self._corners[:, :2])  # type: ignore[index]
+        coords, triangles, found = _core.reduce_heights(given.rows.reshape(self.shape), corners, float(tolerance))
+        points = np.column_stack([coords, found.astype(np.float32)])
+        return Terrain(points, triangles, found)
 
     # ---- boundary ----------------------------------------------------------------------------------------------
 

@@ -192,3 +192,4 @@ void bind_sampling(py::module_ &m);
 void bind_tracing(py::module_ &m);
 void bind_scatter(py::module_ &m);
 void bind_arrays(py::module_ &m);
+void bind_charts(py::module_ &m);

@@ -10,5 +10,6 @@ PYBIND11_MODULE(_core, m)
     bind_tracing(m);
     bind_scatter(m);
     bind_arrays(m);
+    bind_charts(m);
     m.def("version", &host_version);
 }
