@@ -96,5 +96,6 @@ void add_deriv(suite *all, const sizes &of);
 void add_cut(suite *all, const sizes &of);
 void add_boundary(suite *all, const sizes &of);
 void add_trace(suite *all, const sizes &of);
+void add_scatter(suite *all, const sizes &of);
 
 } // namespace bench

@@ -63,6 +63,7 @@ int main(int argc, char **argv)
     add_cut(&all, of);
     add_boundary(&all, of);
     add_trace(&all, of);
+    add_scatter(&all, of);
     const auto wanted = [&](const std::string &family, const std::string &name) {
         return family.find(only) != std::string::npos || name.find(only) != std::string::npos;
     };

@@ -8,6 +8,7 @@
 #include <vtkStringArray.h>
 
 #include <algorithm>
+#include <array>
 #include <cctype>
 #include <cerrno>
 #include <cmath>
@@ -51,6 +52,7 @@ bool row_reader::next(std::vector<std::string> *fields)
     line = lines + 1;
     if (!std::getline(file, text)) return false;
     ++lines;
+    if (lines == 1 && text.compare(0, 3, "\xef\xbb\xbf") == 0) text.erase(0, 3); // a mark of UTF-8
     while (std::count(text.begin(), text.end(), '"') % 2 == 1 && std::getline(file, more)) {
         text += "\n" + more;
         ++lines;
@@ -92,6 +94,8 @@ void row_reader::split(const std::string &text, std::vector<std::string> *fields
     if (!text.empty()) put();
 }
 
+constexpr size_t no_column = SIZE_MAX;
+
 bool is_number(const std::string &text, double *value)
 {
     char *end;
@@ -99,16 +103,56 @@ bool is_number(const std::string &text, double *value)
     return !text.empty() && *end == '\0';
 }
 
+bool is_name(const std::string &text, const std::string &name)
+{
+    return std::equal(text.begin(), text.end(), name.begin(), name.end(),
+                      [](unsigned char a, unsigned char b) { return tolower(a) == tolower(b); });
+}
+
+std::string listed(const std::vector<std::string> &names)
+{
+    std::string list;
+    for (const std::string &name : names)
+        list += (list.empty() ? "" : ", ") + name;
+    return list;
+}
+
+// The numbers of the coordinates' columns; no_column for a third one that may be missing.
+std::array<size_t, 3> find_coordinates(const std::string &path, const std::vector<std::string> &names,
+                                       bool has_header, const point_columns &wanted)
+{
+    std::array<size_t, 3> at = {0, 1, 2};
+    if (!has_header && wanted.names.empty()) {
+        if (wanted.may_be_flat && names.size() == 2) at[2] = no_column;
+        return at;
+    }
+    const std::vector<std::string> xyz =
+        wanted.names.empty() ? std::vector<std::string>{"x", "y", "z"} : wanted.names;
+    for (size_t d = 0; d < 3; ++d) {
+        const auto found = d < xyz.size()
+                               ? std::find_if(names.begin(), names.end(),
+                                              [&](const std::string &name) { return is_name(name, xyz[d]); })
+                               : names.end();
+        at[d] = found == names.end() ? no_column : static_cast<size_t>(found - names.begin());
+        const bool may_miss = d == 2 && wanted.may_be_flat && (wanted.names.empty() || xyz.size() == 2);
+        if (at[d] == no_column && !may_miss)
+            throw failure(path + ": has no column " + xyz[d] +
+                          ", one of the coordinates; its columns: " + listed(names) +
+                          (wanted.may_be_flat ? "; --columns tells which are coordinates" : ""));
+    }
+    return at;
+}
+
 } // namespace
 
-point_table read_point_table(const std::string &path)
+point_table read_point_table(const std::string &path, const point_columns &columns)
 {
     note_input(path);
     std::ifstream file(path);
     if (!file) throw failure(path + ": cannot be opened: " + strerror(errno));
     point_table points;
-    std::vector<std::string> fields, header;
-    size_t at[3] = {0, 1, 2};
+    std::vector<std::string> fields;
+    std::array<size_t, 3> at = {0, 1, 2};
     std::vector<size_t> others;
     bool first = true;
     row_reader rows(file);
@@ -119,22 +163,28 @@ point_table read_point_table(const std::string &path)
             continue;
         if (first) {
             first = false;
-            if (!is_number(fields[0], &value)) header = fields;
-            for (size_t d = 0; d < 3; ++d)
-                for (size_t c = 0; c < header.size(); ++c)
-                    if (header[c].size() == 1 && tolower(header[c][0]) == "xyz"[d]) at[d] = c;
-            for (size_t c = 0; c < fields.size(); ++c) {
-                if (std::find(at, at + 3, c) != at + 3) continue;
+            const bool has_header = !is_number(fields[0], &value);
+            std::vector<std::string> names;
+            for (size_t c = 0; c < fields.size(); ++c)
+                names.push_back(has_header && !fields[c].empty() ? fields[c]
+                                                                 : "column" + std::to_string(c + 1));
+            at = find_coordinates(path, names, has_header, columns);
+            for (size_t c = 0; c < names.size(); ++c) {
+                if (std::find(at.begin(), at.end(), c) != at.end()) continue;
                 others.push_back(c);
-                const bool named = c < header.size() && !header[c].empty();
-                points.others.push_back({named ? header[c] : "column" + std::to_string(c + 1), {}});
+                points.others.push_back({names[c], {}});
             }
-            if (!header.empty()) continue;
+            if (has_header) continue;
         }
         for (const size_t c : at) {
+            if (c == no_column) {
+                points.xyz.push_back(0);
+                continue;
+            }
             if (c >= fields.size() || !is_number(fields[c], &value))
-                throw failure(path + ": line " + std::to_string(rows.line) +
-                              " holds no point; three numbers x, y, z are wanted, with commas between");
+                throw failure(path + ": line " + std::to_string(rows.line) + " holds no point; " +
+                              (at[2] == no_column ? "two numbers x, y" : "three numbers x, y, z") +
+                              " are wanted, with commas between");
             points.xyz.push_back(value);
         }
         for (size_t i = 0; i < others.size(); ++i)

@@ -19,9 +19,15 @@ struct point_table {
     qx_long count() const { return static_cast<qx_long>(xyz.size() / 3); }
 };
 
-// Commas, semicolons, tabs or spaces stand between the columns, and quotes around what holds such. With a header,
-// the columns x, y and z are the points; without, the first three. Throws failure.
-point_table read_point_table(const std::string &path);
+// Which columns of a table are the coordinates: those of these names, two or three; without names x, y and z, or,
+// where the table has no header, the first ones.
+struct point_columns {
+    bool may_be_flat = false; // where the third one is missing z is 0
+    std::vector<std::string> names;
+};
+
+// Commas, semicolons, tabs or spaces stand between the columns, and quotes around what holds such. Throws failure.
+point_table read_point_table(const std::string &path, const point_columns &columns = {});
 
 // The points, the other columns, the arrays and their mask, a row a point. Numbers have the digits of their type;
 // where inside holds 0 the fields of the arrays are empty. Throws failure.

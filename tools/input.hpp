@@ -15,9 +15,12 @@ struct input {
     std::unique_ptr<input_mesh> mesh; // of load_input only
 };
 
-// Both tell the user what came up. Throw failure.
+// All tell the user what came up. Throw failure.
 input read_input(const std::string &path, const read_options &how);
 input load_input(const std::string &path, const read_options &how, mesh_use use);
+// Points alone, of a table of text too: .csv, .tsv, .txt and .xyz. columns: of a table, those that are the
+// coordinates; empty: see csv.hpp.
+input read_points(const std::string &path, const read_options &how, const std::vector<std::string> &columns);
 
 // "a, b, c", or "none".
 std::string names_of(const std::vector<typed_array> &arrays);

@@ -27,6 +27,8 @@ Examples:
   skoklana probe flow.vtu --grid 64 64 64 -o flow.vti
   skoklana gradient flow.vtu --array pressure -o slopes.vtu --picture slopes.png
   skoklana threshold-null terrain.vtr --array height --null -9999 -o land.vtu
+  skoklana delaunay wells.csv -o wells.vtp --picture wells.png
+  skoklana scatter wells.csv --array depth --size 200,150 -o depth.vti
   skoklana clamp engine.vti --array density --min 0 --max 200 -o clamped.vti
   skoklana sample hydrogen --size 128 -o orbital.vti
 

@@ -40,22 +40,49 @@ CLI::Validator whole_number(int64_t from)
 
 // ---- input --------------------------------------------------------------------------------------------------
 
+static void add_how(CLI::App &app, read_options *how)
+{
+    app.add_option("--block", how->block, "of a file of several blocks: take block N only, from 0")
+        ->check(whole_number(0));
+    app.add_option("--step", how->step,
+                   "of a file of several time steps: take step N, from 0; else the first")
+        ->check(whole_number(0));
+    app.add_option("--solution", how->solution,
+                   "PLOT3D: the file with the data of the grid; else looked for beside it");
+}
+
 input_options::input_options(CLI::App &app)
 {
     app.add_option("FILE", file,
                    "any file that VTK reads: .vtk .vti .vtu .vtp ..., PLOT3D, EnSight, Exodus, STL, ...")
         ->required();
-    app.add_option("--block", how.block, "of a file of several blocks: take block N only, from 0")
-        ->check(whole_number(0));
-    app.add_option("--step", how.step, "of a file of several time steps: take step N, from 0; else the first")
-        ->check(whole_number(0));
-    app.add_option("--solution", how.solution,
-                   "PLOT3D: the file with the data of the grid; else looked for beside it");
+    add_how(app, &how);
+}
+
+input_options::input_options(CLI::App &app, points_too)
+{
+    app.add_option("POINTS", file,
+                   "the points of a .csv file (columns x, y, z and values; z may be missing), of an .xyz "
+                   "file (rows of "
+                   "numbers) or of any file that VTK reads")
+        ->required();
+    app.add_option(
+           "--columns", columns,
+           "of a .csv or .xyz file: the columns that are the coordinates, X,Y or X,Y,Z; those without a "
+           "name are column1, column2, ...")
+        ->delimiter(',')
+        ->expected(2, 3);
+    add_how(app, &how);
 }
 
 input input_options::read() const
 {
     return read_input(file, how);
+}
+
+input input_options::points() const
+{
+    return read_points(file, how, columns);
 }
 
 input input_options::load(mesh_use use) const
@@ -201,7 +228,8 @@ void level_options::check(size_t most, const char *use) const
 
 // ---- results ------------------------------------------------------------------------------------------------
 
-result_options::result_options(CLI::App &app, const char *about, drawn pictures)
+result_options::result_options(CLI::App &app, const char *about, drawn pictures, const char *size_name)
+    : size_option(size_name)
 {
     CLI::Option *file = app.add_option("--out,-o", out, about);
     if (pictures == drawn::no) {
@@ -211,7 +239,7 @@ result_options::result_options(CLI::App &app, const char *about, drawn pictures)
     app.add_option("--picture,-p", picture, "draw the result into a .png or .jpg file; needs no display");
     app.add_option("--view", look.view, "of the picture: along x, y, z, -x, -y or -z, or iso, from a corner")
         ->check(CLI::IsMember({"x", "y", "z", "-x", "-y", "-z", "iso"}));
-    app.add_option("--size", size, "of the picture in pixels: WxH, 1200x900 if not given");
+    app.add_option(size_name, size, "of the picture in pixels: WxH, 1200x900 if not given");
     app.add_option("--colors,--colours", look.colours, "of the picture: " + names_of_colours())
         ->check([](const std::string &name) {
             return is_colours(name) ? std::string() : name + " is not among " + names_of_colours();
@@ -232,7 +260,8 @@ void result_options::check(const char *endings, const char *what)
     if (sscanf(size.c_str(), "%dx%d%n", &look.width, &look.height, &used) != 2 ||
         static_cast<size_t>(used) != size.size() || std::min(look.width, look.height) < 100 ||
         std::max(look.width, look.height) > 8000)
-        throw failure("--size: " + size + " is out of range; WxH is wanted, each from 100 to 8000",
+        throw failure(std::string(size_option) + ": " + size +
+                          " is out of range; WxH is wanted, each from 100 to 8000",
                       exit_usage);
 }
 

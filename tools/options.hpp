@@ -21,14 +21,19 @@ CLI::Validator whole_number(int64_t from);
 class input_options {
   public:
     explicit input_options(CLI::App &app);
+    // POINTS instead of FILE: tables of text too, with --columns.
+    enum class points_too { yes };
+    input_options(CLI::App &app, points_too);
     const std::string &path() const { return file; }
     // The file with its arrays; the user is told what came up. With a mesh of the library: load.
     input read() const;
     input load(mesh_use use) const;
+    input points() const;
 
   private:
     std::string file;
     read_options how;
+    std::vector<std::string> columns;
 };
 
 enum class array_place { node, cell, either };
@@ -100,7 +105,9 @@ class result_options {
   public:
     enum class drawn { no, yes };
     // about: the help text of --out. Without pictures --out is required, with them one of both is.
-    result_options(CLI::App &app, const char *about, drawn pictures = drawn::no);
+    // size_name: of the size of pictures, for commands that have a --size of their own.
+    result_options(CLI::App &app, const char *about, drawn pictures = drawn::no,
+                   const char *size_name = "--size");
     // Before any work: something is asked for, and its names suit.
     void check(const char *endings, const char *what);
     bool pictured() const { return !picture.empty(); }
@@ -119,5 +126,6 @@ class result_options {
 
   private:
     std::string out, picture, size;
+    const char *size_option;
     picture_look look;
 };

@@ -344,6 +344,7 @@ static colouring colouring_of(vtkDataArray *array, const drawing &what, const pi
     std::sort(made.labels.begin(), made.labels.end());
     made.colours = made.stepped ? stepped_colours(look.colours, what.limits)
                                 : colours_between(look.colours, made.lo, made.hi);
+    made.colours->SetNanColor(0.45, 0.45, 0.45); // no value: not one of the colours between
     if (component < 0) made.colours->SetVectorModeToMagnitude();
     made.title = what.title.empty() ? array->GetName() : what.title;
     if (component < 0) made.title += " (length)";
@@ -731,6 +732,11 @@ static void add_data(vtkRenderer *scene, vtkPolyData *data, const drawing &what,
         if (part == nullptr) continue;
         const auto actor = actor_of(part);
         if (part == parts.thin) actor->GetProperty()->LightingOff();
+        if (what.sides && part != parts.thin) {
+            actor->GetProperty()->EdgeVisibilityOn();
+            actor->GetProperty()->SetEdgeColor(0.15, 0.15, 0.2);
+            actor->GetProperty()->SetLineWidth(0.6f * oversampling);
+        }
         if (part == parts.veil) {
             actor->GetProperty()->SetOpacity(0.35);
             scene->SetUseDepthPeeling(1);

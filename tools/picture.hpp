@@ -23,6 +23,7 @@ struct drawing {
     vtkSmartPointer<vtkDataSet> data;
     std::string colour_by; // an array of the data, of vectors their length; empty: one colour, no colour bar
     bool colour_cells = false;  // it is a cell array
+    bool sides = false;         // of polygons are drawn as lines
     std::string title;          // of the colour bar; empty: the array's name
     std::vector<double> levels; // where the bar has labels, with colours from the first to the last
     std::vector<double> limits; // of bands, ascending: one colour from each to the next
