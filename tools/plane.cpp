@@ -201,7 +201,7 @@ vtkSmartPointer<vtkDataSet> slice_lattice(const std::string &path, input_mesh &m
                                           const carried_arrays &carried)
 {
     const layer_nodes layer = layer_at(path, mesh, axis, at);
-    const auto flat = flat_mesh(mesh, axis, at);
+    auto flat = flat_mesh(mesh, axis, at);
     std::vector<typed_array> made;
     if (!rows_between(carried.node, static_cast<qx_long>(layer.a.size()), layer.a.data(), layer.b.data(),
                       layer.t.data(), &made))

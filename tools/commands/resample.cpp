@@ -123,12 +123,12 @@ vtkSmartPointer<vtkDataSet> resampled(vtkImageData *image, const sizes &from, co
 
 vtkSmartPointer<vtkDataArray> axis_between(vtkDataArray *axis, qx_long to)
 {
-    const auto made = vtkSmartPointer<vtkDataArray>::Take(axis->NewInstance());
+    auto made = vtkSmartPointer<vtkDataArray>::Take(axis->NewInstance());
     made->SetNumberOfTuples(static_cast<vtkIdType>(to));
     for (qx_long i = 0; i < to; ++i) {
         const between at = place_of(i, axis->GetNumberOfTuples(), to);
         const double low = axis->GetComponent(static_cast<vtkIdType>(at.low), 0);
-        const double high = at.t > 0 ? axis->GetComponent(static_cast<vtkIdType>(at.low + 1), 0) : low;
+        const double high = at.t > 0 ? axis->GetComponent(static_cast<vtkIdType>(at.low) + 1, 0) : low;
         made->SetComponent(static_cast<vtkIdType>(i), 0, low + at.t * (high - low));
     }
     return made;
@@ -171,7 +171,8 @@ vtkSmartPointer<vtkDataSet> resampled(vtkStructuredGrid *grid, const sizes &from
                     for (int d = 0; d < 3; ++d)
                         x[d] += weight * p[d];
                 }
-                points->SetPoint(static_cast<vtkIdType>((k * to[1] + j) * to[0] + i), x);
+                const qx_long node = (k * to[1] + j) * to[0] + i;
+                points->SetPoint(static_cast<vtkIdType>(node), x);
             }
     made->SetDimensions(static_cast<int>(to[0]), static_cast<int>(to[1]), static_cast<int>(to[2]));
     made->SetPoints(points);

@@ -27,7 +27,7 @@ std::string made(const std::string &mesh, int order, int size, const char *field
                                : mesh == "rectilinear" ? ".vtr"
                                : mesh == "curvilinear" ? ".vts"
                                                        : ".vtu";
-    const std::string path = scratch("made_" + mesh + std::to_string(order) + ending);
+    std::string path = scratch("made_" + mesh + std::to_string(order) + ending);
     run_well({"sample", field, "--mesh", mesh, "--order", std::to_string(order), "--size",
               std::to_string(size), "-o", path});
     return path;

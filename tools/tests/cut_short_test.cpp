@@ -44,7 +44,7 @@ void expect_told(const std::string &path)
 
 std::string made(const char *mesh, const char *ending)
 {
-    const std::string path = scratch(std::string("made") + ending);
+    std::string path = scratch(std::string("made") + ending);
     run_well({"sample", "noisy-sphere", "--mesh", mesh, "--size", "7", "-o", path});
     return path;
 }

@@ -371,7 +371,7 @@ TEST(Picture, OfLinesIsDrawnToo)
 struct pixels {
     int width = 0, height = 0;
     std::vector<unsigned char> rgb;
-    const unsigned char *at(int x, int y) const { return &rgb[static_cast<size_t>((y * width + x) * 3)]; }
+    const unsigned char *at(int x, int y) const { return rgb.data() + (y * width + x) * 3; }
     bool white(int x, int y) const { return at(x, y)[0] > 250 && at(x, y)[1] > 250 && at(x, y)[2] > 250; }
 };
 

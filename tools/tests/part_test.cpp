@@ -37,7 +37,7 @@ std::string name_of(const testing::TestParamInfo<part_mesh> &info)
 // The cube from -1.5 to 1.5 with numbers at nodes and cells, and an array that is linear.
 std::string cube(const part_mesh &mesh, const char *size, const std::function<double(const double *)> &value)
 {
-    const std::string path = scratch(std::string("cube") + mesh.ending);
+    std::string path = scratch(std::string("cube") + mesh.ending);
     run_well({"sample", "noisy-sphere", "--mesh", mesh.mesh, "--order", std::to_string(mesh.order), "--size",
               size, "-o", path});
     const auto data = read(path);
