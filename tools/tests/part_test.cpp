@@ -15,6 +15,7 @@
 #include <vtkUnstructuredGrid.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <vector>
 
@@ -62,6 +63,55 @@ void expect_all_nodes_used(vtkDataSet *data)
         for (vtkIdType i = 0; i < data->GetCell(cell)->GetNumberOfPoints(); ++i)
             used[static_cast<size_t>(data->GetCell(cell)->GetPointId(i))] = true;
     EXPECT_EQ(std::count(used.begin(), used.end(), false), 0);
+}
+
+// The pieces that are left of the cells for which wanted holds: the number of the cell and the piece's box.
+std::vector<std::array<double, 7>> pieces_of(vtkDataSet *data, const std::vector<bool> &wanted)
+{
+    std::vector<std::array<double, 7>> pieces;
+    for (vtkIdType c = 0; c < data->GetNumberOfCells(); ++c) {
+        std::array<double, 7> piece = {cell_array(data, "cell")->GetComponent(c, 0)};
+        if (!wanted[static_cast<size_t>(piece[0])]) continue;
+        data->GetCellBounds(c, piece.data() + 1);
+        pieces.push_back(piece);
+    }
+    std::sort(pieces.begin(), pieces.end());
+    return pieces;
+}
+
+// Runs a command on a linear array, and again with every 19th node null: the cells of these nodes are gone, and
+// every other cell has the pieces that it had.
+void expect_nulls_to_take_their_cells_alone(const part_mesh &mesh, std::vector<std::string> arguments)
+{
+    const std::string path = cube(mesh, "6", [](const double *x) { return x[0] + 0.5 * x[1] - 0.25 * x[2]; });
+    const std::string out = scratch("with_nulls.vtu");
+    arguments.insert(arguments.begin() + 1, path);
+    for (const char *more : {"-a", "value", "-o"})
+        arguments.push_back(more);
+    arguments.push_back(out);
+    run_well(arguments);
+    const auto whole = read(path), plain = read(out);
+
+    constexpr double null = -999;
+    for (vtkIdType node = 3; node < whole->GetNumberOfPoints(); node += 19)
+        node_array(whole, "value")->SetComponent(node, 0, null);
+    write(path, whole);
+    std::vector<bool> without(static_cast<size_t>(whole->GetNumberOfCells()), true);
+    for (vtkIdType cell = 0; cell < whole->GetNumberOfCells(); ++cell)
+        for (vtkIdType i = 0; i < whole->GetCell(cell)->GetNumberOfPoints(); ++i)
+            if (whole->GetCell(cell)->GetPointId(i) % 19 == 3) without[static_cast<size_t>(cell)] = false;
+    arguments.push_back("--null=-999");
+    run_well(arguments);
+    const auto with_nulls = read(out);
+    const auto expected = pieces_of(plain, without), made = pieces_of(with_nulls, without);
+    EXPECT_GT(made.size(), 0u);
+    EXPECT_EQ(made, expected);
+    EXPECT_EQ(static_cast<vtkIdType>(made.size()), with_nulls->GetNumberOfCells())
+        << "pieces of cells with nulls";
+    EXPECT_LT(made.size(), static_cast<size_t>(plain->GetNumberOfCells()));
+    expect_all_nodes_used(with_nulls);
+    for (vtkIdType i = 0; i < with_nulls->GetNumberOfPoints(); ++i)
+        ASSERT_GT(node_array(with_nulls, "value")->GetComponent(i, 0), -3) << "a null carried onto a node";
 }
 
 } // namespace
@@ -113,6 +163,12 @@ TEST_P(Cut, CellsKeepTheNumbersOfTheirOwn)
             ASSERT_LE(piece[2 * d + 1], of[2 * d + 1] + 1e-5);
         }
     }
+}
+
+TEST_P(Cut, NullNodesTakeTheirCellsAndNothingElse)
+{
+    for (const char *side : {"high", "low"})
+        expect_nulls_to_take_their_cells_alone(GetParam(), {"cut", "--level", "0.31", "--side", side});
 }
 
 INSTANTIATE_TEST_SUITE_P(Solids, Cut, testing::ValuesIn(solid_meshes), name_of);
@@ -184,6 +240,12 @@ TEST_P(Band, BandsOfALinearArrayFillTheMesh)
         }
     }
     EXPECT_EQ(seen, 3);
+}
+
+// Nulls would lie in the first band.
+TEST_P(Band, NullNodesTakeTheirCellsAndNothingElse)
+{
+    expect_nulls_to_take_their_cells_alone(GetParam(), {"band", "--levels=-2000,-0.7,-0.65,0.31,9"});
 }
 
 INSTANTIATE_TEST_SUITE_P(Solids, Band, testing::ValuesIn(solid_meshes), name_of);
