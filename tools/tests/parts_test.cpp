@@ -2,20 +2,35 @@
 #include "colours.hpp"
 #include "failure.hpp"
 #include "memory_limit.hpp"
+#include "messages.hpp"
 #include "parse.hpp"
+#include "picture.hpp"
+#include "samples.hpp"
 #include "table.hpp"
+#include "to_vtk.hpp"
 #include "write.hpp"
+
+#include <skoklana/cell_nodes.h>
 
 #include <gtest/gtest.h>
 
+#include <vtkCellData.h>
 #include <vtkColorTransferFunction.h>
+#include <vtkDoubleArray.h>
+#include <vtkImageData.h>
+#include <vtkNew.h>
+#include <vtkPNGReader.h>
+#include <vtkPointData.h>
+#include <vtkUnstructuredGrid.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <limits>
 #include <new>
+#include <set>
 #include <unistd.h>
 
 namespace {
@@ -178,6 +193,91 @@ TEST(Colours, ReadOnWhite)
     }
     EXPECT_TRUE(is_colours("viridis"));
     EXPECT_FALSE(is_colours("nonsense"));
+}
+
+// Coloured pixels of a picture of any data set: of which colours, in steps of 16.
+std::set<int> hues_of(const drawing &what, const std::string &path)
+{
+    picture_look look;
+    look.width = 300;
+    look.height = 200;
+    write_picture(path, what, look);
+    vtkNew<vtkPNGReader> reader;
+    reader->SetFileName(path.c_str());
+    reader->Update();
+    std::set<int> hues;
+    auto *pixel = static_cast<unsigned char *>(reader->GetOutput()->GetScalarPointer());
+    for (int i = 0; i < 300 * 200; ++i, pixel += 3)
+        if (*std::max_element(pixel, pixel + 3) > *std::min_element(pixel, pixel + 3) + 60)
+            hues.insert(pixel[0] >> 4 << 8 | pixel[1] >> 4 << 4 | pixel[2] >> 4);
+    return hues;
+}
+
+class Drawing : public Writing {
+  protected:
+    drawing of(vtkDataSet *data) const
+    {
+        vtkNew<vtkDoubleArray> node, cell;
+        node->SetName("node");
+        cell->SetName("cell");
+        for (vtkIdType i = 0; i < data->GetNumberOfPoints(); ++i)
+            node->InsertNextValue(data->GetPoint(i)[0]);
+        for (vtkIdType i = 0; i < data->GetNumberOfCells(); ++i)
+            cell->InsertNextValue(static_cast<double>(i));
+        data->GetPointData()->AddArray(node);
+        data->GetCellData()->AddArray(cell);
+        drawing what = {};
+        what.data = data;
+        data->GetBounds(what.box);
+        return what;
+    }
+    const std::string picture = (folder / "picture.png").string();
+};
+
+TEST_F(Drawing, TakesAnyDataSetByNodesOrCells)
+{
+    vtk_messages::install();
+    const qx_long dims[3] = {5, 4, 3}, flat_dims[3] = {6, 5, 1};
+    std::vector<vtkSmartPointer<vtkDataSet>> sets;
+    for (const auto layout :
+         {samples::layout::uniform, samples::layout::rectilinear, samples::layout::curvilinear})
+        sets.push_back(sample_to_vtk(samples::structured(layout, dims, -1, 1), samples::fields()[0]));
+    sets.push_back(
+        sample_to_vtk(samples::structured(samples::layout::uniform, flat_dims, -1, 1), samples::fields()[0]));
+    for (const int kind : {CELL_TRI, CELL_QUAD, CELL_TET, CELL_PYR, CELL_PRISM, CELL_HEX})
+        for (const int order : {1, 2})
+            sets.push_back(
+                sample_to_vtk(samples::cells(kind, order, kind <= CELL_QUAD ? flat_dims : dims, -1, 1),
+                              samples::fields()[0]));
+    for (const auto &data : sets) {
+        drawing what = of(data);
+        EXPECT_LT(hues_of(what, picture).size(), 60u) << data->GetClassName() << " in one colour";
+        what.colour_by = "node";
+        const auto by_node = hues_of(what, picture);
+        EXPECT_GT(by_node.size(), 30u) << data->GetClassName();
+        what.colour_by = "cell";
+        what.colour_cells = true;
+        EXPECT_NE(hues_of(what, picture), by_node) << data->GetClassName();
+    }
+    const auto points = points_to_vtk({0, 0, 0, 1, 0, 0, 1, 1, 0, 0, 1, 1});
+    drawing what = of(points);
+    what.colour_by = "node";
+    EXPECT_GT(hues_of(what, picture).size(), 1u);
+    vtkNew<vtkUnstructuredGrid> empty;
+    what = of(empty);
+    EXPECT_NO_THROW(write_picture(picture, what, {})) << "nothing but its outline";
+}
+
+TEST_F(Drawing, OfBandsHasAColourForEach)
+{
+    vtk_messages::install();
+    const qx_long dims[3] = {40, 30, 1};
+    drawing what =
+        of(sample_to_vtk(samples::structured(samples::layout::uniform, dims, -1, 1), samples::fields()[0]));
+    what.colour_by = "node";
+    const size_t smooth = hues_of(what, picture).size();
+    what.limits = {-1, -0.5, 0, 1};
+    EXPECT_LT(hues_of(what, picture).size(), smooth / 2);
 }
 
 TEST(Titles, BreakBetweenWords)
