@@ -6,6 +6,7 @@
 #include "inputs.hpp"
 
 #include <skoklana.h>
+#include <skoklana_host.h>
 
 #include <vtkCellLocatorStrategy.h>
 #include <vtkDataSet.h>
@@ -78,6 +79,49 @@ made sampled(const input &in, std::vector<float> *places, const blk_tbl *table)
     return output;
 }
 
+// ---- ours, exact -------------------------------------------------------------------------------------------
+
+using locator_ptr = std::shared_ptr<host_locator>;
+
+locator_ptr exact_locator_of(const input &in)
+{
+    host_locator *locator = nullptr;
+    if (host_make_locator(in.field, nullptr, &locator) != HOST_DONE) {
+        fprintf(stderr, "bench: %s\n", host_error());
+        exit(2);
+    }
+    return locator_ptr(locator, host_free_locator);
+}
+
+// Both sides end within rounding of the place, in double and in float.
+std::vector<check> exact_checks_of(const float *values, qx_long count)
+{
+    return {{"values", std::vector<double>(values, values + count), 1e-3}};
+}
+
+made sampled_exactly(const input &in, const std::vector<float> &places, const host_locator *locator)
+{
+    const qx_long npts = static_cast<qx_long>(places.size()) / 3;
+    const auto values =
+        std::shared_ptr<float>(static_cast<float *>(malloc(static_cast<size_t>(npts) * sizeof(float))), free);
+    std::vector<unsigned char> mask(static_cast<size_t>(npts));
+    const host_array points = {places.data(), DTYPE_FLOAT, 3, nullptr},
+                     data = {in.data(), DTYPE_FLOAT, 1, nullptr};
+    host_places *located = nullptr;
+    if (host_locate(locator, &points, npts, &located) != HOST_DONE ||
+        host_sample_nodes(located, &data, values.get(), mask.data()) != HOST_DONE) {
+        fprintf(stderr, "bench: %s\n", host_error());
+        exit(2);
+    }
+    host_free_places(located);
+    made output;
+    output.cells = std::count(mask.begin(), mask.end(), 1);
+    output.written_bytes = static_cast<double>(npts) * sizeof(float);
+    output.kept = values;
+    output.checks = [=] { return exact_checks_of(values.get(), npts); };
+    return output;
+}
+
 // ---- theirs -------------------------------------------------------------------------------------------------
 
 vtkSmartPointer<vtkStaticCellLocator> locator_of(const input &in)
@@ -90,7 +134,8 @@ vtkSmartPointer<vtkStaticCellLocator> locator_of(const input &in)
 
 enum class search { data_set, new_locator, given_locator };
 
-made probed(const input &in, std::vector<float> *places, search how, vtkStaticCellLocator *locator)
+made probed(const input &in, std::vector<float> *places, search how, vtkStaticCellLocator *locator,
+            bool exact = false)
 {
     auto array = vtkSmartPointer<vtkFloatArray>::New();
     array->SetNumberOfComponents(3);
@@ -115,8 +160,9 @@ made probed(const input &in, std::vector<float> *places, search how, vtkStaticCe
     output.cells = probe->GetValidPoints()->GetNumberOfValues();
     output.kept = std::make_shared<vtkSmartPointer<vtkDataArray>>(values);
     output.checks = [=, &in] {
-        return checks_of(in, static_cast<const float *>(values->GetVoidPointer(0)),
-                         values->GetNumberOfTuples());
+        const float *first = static_cast<const float *>(values->GetVoidPointer(0));
+        const qx_long count = values->GetNumberOfTuples();
+        return exact ? exact_checks_of(first, count) : checks_of(in, first, count);
     };
     return output;
 }
@@ -164,6 +210,23 @@ bench_case whole_case(const std::string &what, const input_ptr &in, int64_t npoi
                         return probed(*in, places.get(), locator ? search::new_locator : search::data_set,
                                       nullptr);
                     })};
+    c.read_bytes = bytes_read(*in, *places);
+    return c;
+}
+
+bench_case exact_case(const std::string &what, const input_ptr &in, int64_t npoints, bool locator)
+{
+    const auto places = std::make_shared<std::vector<float>>(random_places(*in, npoints));
+    bench_case c;
+    c.name = "sample exactly, " + what;
+    c.size = points_text(npoints);
+    contender peer = their_probe(locator ? "probe, static cell locator" : "probe", [=] {
+        return probed(*in, places.get(), locator ? search::new_locator : search::data_set, nullptr, true);
+    });
+    if (locator) peer.aim = 3;
+    c.contenders = {ours(locator ? "table, places, values" : "places, values",
+                         [=] { return sampled_exactly(*in, *places, exact_locator_of(*in).get()); }),
+                    peer};
     c.read_bytes = bytes_read(*in, *places);
     return c;
 }
@@ -233,6 +296,7 @@ void add_sampling(suite *all, const sizes &of)
             all->cases.push_back({"sampling", name, true, make});
         };
         add("sample, " + what, [=] { return whole_case(what, m.make(), of.points, m.locator); });
+        add("sample exactly, " + what, [=] { return exact_case(what, m.make(), of.points, m.locator); });
         if (!m.locator) continue;
         add("query alone, " + what, [=] { return query_case(what, m.make(), of.points); });
         add("build alone, " + what, [=] { return build_case(what, m.make()); });
