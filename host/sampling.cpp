@@ -20,7 +20,7 @@ void weigh(const field_cells &cells, const host_places &places, qx_long i, weigh
         decltype(shape)::values(places.uvw + 3 * i, weights);
         return 0;
     });
-    *out = weighted_nodes();
+    out->clear();
     for (int k = 0; k < cell.nnodes; ++k)
         out->add(cell.nodes[k], weights[k]);
     out->make_sum_1();
@@ -47,6 +47,16 @@ bool copy_row(const field_cells &, const host_places &places, const host_array &
     return true;
 }
 
+// Asks for the data of a point that is to be sampled. Only lattices are worth it: where points come by block, what their
+// cells hold is near already.
+template <typename T> void ask_for_data(const field_cells &cells, const host_array &of, qx_long cell)
+{
+    cell_view view;
+    cells.look_up(cell, &view);
+    for (int k = 0; k < view.nnodes; k += 2) // two neighbours along axis 0
+        __builtin_prefetch(static_cast<const T *>(of.data) + view.nodes[k] * of.veclen);
+}
+
 // Writes each row, and whether it has a value, in the order in which points lie near each other.
 template <typename T, typename WriteRow>
 int sample_all(const host_places &given, const host_array &of, T *out, unsigned char *mask, WriteRow write)
@@ -62,6 +72,8 @@ int sample_all(const host_places &given, const host_array &of, T *out, unsigned 
             __builtin_prefetch(places.cell + next);
             __builtin_prefetch(places.uvw + 3 * next);
             __builtin_prefetch(out + next * of.veclen, 1);
+            if (places.order == nullptr && places.cell[next] >= 0)
+                ask_for_data<T>(cells, of, places.cell[next]);
         }
         const qx_long i = places.in_order(turn);
         T *row = out + i * of.veclen;

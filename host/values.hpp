@@ -24,6 +24,12 @@ struct weighted_nodes {
     qx_long node[most_weighted_nodes];
     double weight[most_weighted_nodes];
 
+    void clear()
+    {
+        count = largest = 0;
+        sum = 0;
+    }
+
     void add(qx_long node_, double weight_)
     {
         if (std::fabs(weight_) < least_weight) return;
