@@ -145,7 +145,10 @@ chosen_array array_options::choose(const input &in) const
     const size_t count = first.size() + (nodes && cells ? other.size() : 0);
     if (count == 0 && nodes && cells) throw failure(path + ": has no arrays, and values are wanted");
     if (count == 0)
-        throw failure(path + ": has no " + at + "arrays, and " + wanted + (other.empty() ? "" : other_names));
+        throw failure(path + ": has no " + at + "arrays, and " + wanted +
+                      (other.empty() ? ""
+                       : nodes       ? " (--cell-to-node makes them of cell arrays)" + other_names
+                                     : other_names));
     if (name.empty()) {
         if (count > 1) throw failure(path + ": has several " + at + "arrays; name one with --array" + choice);
         if (first.empty()) return {other.front(), nodes};
@@ -156,7 +159,7 @@ chosen_array array_options::choose(const input &in) const
     if (array != nullptr && nodes && cells) return {*array, true};
     if (array != nullptr)
         throw failure(path + ": " + name + " holds a value a " + (nodes ? "cell" : "node") + ", and " +
-                      wanted + choice);
+                      wanted + (nodes ? " (--cell-to-node makes them of it)" : "") + choice);
     throw failure(path + ": has no array " + name + choice);
 }
 

@@ -16,9 +16,9 @@
 #include <vtkCellData.h>
 #include <vtkColorTransferFunction.h>
 #include <vtkDataArray.h>
+#include <vtkDataSetSurfaceFilter.h>
 #include <vtkFloatArray.h>
 #include <vtkGenericOpenGLRenderWindow.h>
-#include <vtkGeometryFilter.h>
 #include <vtkImageData.h>
 #include <vtkJPEGWriter.h>
 #include <vtkLightKit.h>
@@ -96,7 +96,8 @@ static vtkSmartPointer<vtkPolyData> seen_of(vtkDataSet *data)
     if (auto *poly = vtkPolyData::SafeDownCast(data)) {
         seen->ShallowCopy(poly);
     } else {
-        vtkNew<vtkGeometryFilter> skin;
+        vtkNew<vtkDataSetSurfaceFilter> skin; // VTK 9.1's newer geometry filter was seen to crash
+        skin->DelegationOff();
         skin->SetInputData(data);
         skin->Update();
         seen->ShallowCopy(skin->GetOutput());

@@ -200,7 +200,7 @@ TEST(CutOfCells, WantsValuesAtNodes)
     const std::string path = cube({"tet", ".vtu", 1}, "3", [](const double *x) { return x[0]; });
     const ran result = run({"cut", path, "-a", "cell", "--level", "7", "-o", scratch("no.vtu")});
     EXPECT_EQ(result.code, 1);
-    EXPECT_NE(result.err.find("cell holds a value a cell, and values at nodes are wanted"),
+    EXPECT_NE(result.err.find("cell holds a value a cell, and values at nodes are wanted (--cell-to-node"),
               std::string::npos);
     EXPECT_EQ(
         run({"cut", path, "-a", "value", "--level", "7", "--side", "left", "-o", scratch("no.vtu")}).code, 2);
