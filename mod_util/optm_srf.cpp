@@ -14,9 +14,9 @@
 //   apexes   Whether the triangle holds depends on its three places alone and is kept with the edge. An apex that a
 //            polygon edge stands in the way of is tried again when that edge goes. (stale_edge; watchers of an edge.)
 //
-// So a round is a walk over the stale ones, in the order of the ring, and comes to the same as a full one. Corners in a
-// triangle, edges in the way and what an apex lies on are found by boxes in the plane. All of these tests are exact, in
-// whole numbers.
+// So a round goes from one stale corner or edge to the next, in the order of the ring, and comes to the same as a full
+// one. Corners in a triangle, edges in the way and what an apex lies on are found by boxes in the plane. All of these
+// tests are exact, in whole numbers.
 #include <skoklana/measure.h>
 
 #include "height_test.hpp"
@@ -56,19 +56,31 @@ struct surf_output {
     qx_long tcapacity = output_step;
 };
 
+// Membership in a list of corners or edges that are to be tried.
+struct stale_link {
+    int next = -1, prev = -1;
+    bool is_in = false;
+};
+
+struct stale_list {
+    int first = -1;
+    qx_long count = 0;
+};
+
 // A corner of a polygon, with the edge to the next one.
 struct ring_node {
-    grid_place at;
-    qx_long vert;
-    int next, prev;
-    int polygon; // on the stack; -1: a free record
-    signed char kind;
-    bool stale_ear, stale_edge;
-    known ear;                        // whether the triangle of the two neighbours holds
-    known line;                       // the edge
-    unsigned char looked_at, holding; // of the edge's apexes, a bit each
-    int watchers;                     // of the edge
-    unsigned mark;                    // changes with the edge
+    grid_place at = {0, 0};
+    qx_long vert = 0;
+    int next = -1, prev = -1;
+    int polygon = -1; // on the stack; -1: a free record
+    signed char kind = untried;
+    known ear = known::nothing;               // whether the triangle of the two neighbours holds
+    known line = known::nothing;              // the edge
+    unsigned char looked_at = 0, holding = 0; // of the edge's apexes, a bit each
+    int watchers = -1;                        // of the edge
+    unsigned mark = 0;                        // changes with the edge
+    uint64_t order = 0;                       // place in the ring, which runs once around all numbers
+    stale_link stale_ear, stale_edge;
     box_link edge_box, ear_box;
 };
 
@@ -82,8 +94,8 @@ struct edge_watch {
 // than that of the ring it came from, or it is not above 0. It only loses what ears it has.
 struct surf_polygon {
     qx_long count;
-    qx_long stale_ears, stale_edges;
-    qx_long area; // twice
+    stale_list ears, edges; // to be tried
+    qx_long area;           // twice
     int node;
     bool astray;
 };
@@ -232,34 +244,94 @@ static const ring_node &prev_of(const reduction &s, int v)
 static int new_node(reduction *s, grid_place at, qx_long vert, corner_kind kind, int polygon)
 {
     int v = s->node.free_list;
-    if (v >= 0) {
+    if (v >= 0)
         s->node.free_list = s->node[v].next;
-    } else {
-        v = s->node.append(ring_node());
-        if (v < 0) return -1;
-        s->node[v].mark = 0;
-    }
-    const unsigned mark = s->node[v].mark;
-    s->node[v] = {at, vert, -1, -1,   polygon,    kind,      false, false, known::nothing, known::nothing,
-                  0,  0,    -1, mark, box_link(), box_link()};
+    else if ((v = s->node.append(ring_node())) < 0)
+        return -1;
+    ring_node &node = s->node[v];
+    const unsigned mark = node.mark;
+    node = ring_node();
+    node.at = at;
+    node.vert = vert;
+    node.kind = kind;
+    node.polygon = polygon;
+    node.mark = mark;
     return v;
+}
+
+template <stale_link ring_node::*link, stale_list surf_polygon::*list>
+static void set_stale(reduction *s, int v)
+{
+    stale_link &of = s->node[v].*link;
+    if (of.is_in) return;
+    stale_list &all = s->polygon[s->node[v].polygon].*list;
+    of = {all.first, -1, true};
+    if (all.first >= 0) (s->node[all.first].*link).prev = v;
+    all.first = v;
+    ++all.count;
+}
+
+// One that is not stale is taken too.
+template <stale_link ring_node::*link, stale_list surf_polygon::*list>
+static void set_settled(reduction *s, int v)
+{
+    stale_link &of = s->node[v].*link;
+    if (!of.is_in) return;
+    stale_list &all = s->polygon[s->node[v].polygon].*list;
+    if (of.next >= 0) (s->node[of.next].*link).prev = of.prev;
+    (of.prev >= 0 ? (s->node[of.prev].*link).next : all.first) = of.next;
+    of.is_in = false;
+    --all.count;
+}
+
+// The first stale one from a corner on, in the order of the ring; there is one. Of many the next is not far, of few
+// the order tells.
+template <stale_link ring_node::*link, stale_list surf_polygon::*list>
+static int first_stale(const reduction &s, int p, int from)
+{
+    constexpr qx_long few = 16;
+    const stale_list &all = s.polygon[p].*list;
+    int v = from;
+    if (all.count > few) {
+        while (!(s.node[v].*link).is_in)
+            v = s.node[v].next;
+        return v;
+    }
+    int found = all.first;
+    for (v = (s.node[found].*link).next; v >= 0; v = (s.node[v].*link).next)
+        if (s.node[v].order - s.node[from].order < s.node[found].order - s.node[from].order) found = v;
+    return found;
 }
 
 static void set_stale_ear(reduction *s, int v)
 {
-    ring_node &node = s->node[v];
     s->failed_ears.remove(s->node.items, v);
-    if (node.stale_ear) return;
-    node.stale_ear = true;
-    ++s->polygon[node.polygon].stale_ears;
+    set_stale<&ring_node::stale_ear, &surf_polygon::ears>(s, v);
 }
 
 static void set_stale_edge(reduction *s, int v)
 {
-    ring_node &node = s->node[v];
-    if (node.stale_edge) return;
-    node.stale_edge = true;
-    ++s->polygon[node.polygon].stale_edges;
+    set_stale<&ring_node::stale_edge, &surf_polygon::edges>(s, v);
+}
+
+static void settle_ear(reduction *s, int v)
+{
+    set_settled<&ring_node::stale_ear, &surf_polygon::ears>(s, v);
+}
+
+static void settle_edge(reduction *s, int v)
+{
+    set_settled<&ring_node::stale_edge, &surf_polygon::edges>(s, v);
+}
+
+// The order of a ring's corners, from one on, with room between them.
+static void number_ring(reduction *s, int first, qx_long count)
+{
+    const uint64_t step = ~uint64_t{0} / static_cast<uint64_t>(count);
+    uint64_t order = 0;
+    int v = first;
+    for (qx_long k = 0; k < count; ++k, v = s->node[v].next, order += step)
+        s->node[v].order = order;
 }
 
 static void drop_watchers(reduction *s, int v, bool tell)
@@ -301,8 +373,8 @@ static void drop_node(reduction *s, int v, bool tell)
     surf_polygon &of = s->polygon[node.polygon];
     s->edges.remove(s->node.items, v);
     s->failed_ears.remove(s->node.items, v);
-    if (node.stale_ear) --of.stale_ears;
-    if (node.stale_edge) --of.stale_edges;
+    settle_ear(s, v);
+    settle_edge(s, v);
     ++node.mark;
     drop_watchers(s, v, tell);
     --of.count;
@@ -376,8 +448,7 @@ static bool ear_holds(reduction *s, int v)
 static bool try_ear(reduction *s, int v)
 {
     ring_node &node = s->node[v];
-    node.stale_ear = false;
-    --s->polygon[node.polygon].stale_ears;
+    settle_ear(s, v);
     const grid_place prev = prev_of(*s, v).at, next = next_of(*s, v).at;
     const auto bars = [&](int u) {
         return u != v && u != node.prev && u != node.next && is_in_ear(prev, node.at, next, s->node[u].at);
@@ -415,8 +486,9 @@ static step_result cut_ears(reduction *s, int p)
     while (s->polygon[p].count > 3) {
         int v = s->polygon[p].node;
         for (;; v = s->node[v].next) {
-            if (s->polygon[p].stale_ears == 0) return unchanged;
-            if (s->node[v].stale_ear && try_ear(s, v)) break;
+            if (s->polygon[p].ears.count == 0) return unchanged;
+            v = first_stale<&ring_node::stale_ear, &surf_polygon::ears>(*s, p, v);
+            if (try_ear(s, v)) break;
         }
         if (!cut_ear(s, p, v)) return no_memory;
     }
@@ -443,6 +515,8 @@ static int insert_corner(reduction *s, int a, grid_place at, qx_long vert, corne
     const int p = s->node[a].polygon, v = new_node(s, at, vert, kind, p);
     if (v < 0) return -1;
     const int b = s->node[a].next;
+    if (s->node[b].order - s->node[a].order < 2) number_ring(s, a, s->polygon[p].count);
+    s->node[v].order = s->node[a].order + (s->node[b].order - s->node[a].order) / 2;
     s->node[v].prev = a;
     s->node[v].next = b;
     s->node[a].next = v;
@@ -599,32 +673,26 @@ static bool watch_edge(reduction *s, int a, int watched)
 
 // ---- polygons falling in two ---------------------------------------------------------------------------------
 
-// The ring from first on, closed behind last, that comes from one of the area.
-static surf_polygon close_ring(reduction *s, int first, int last, qx_long area)
+static qx_long area_of_ring(const reduction &s, int first)
 {
-    s->node[last].next = first;
-    s->node[first].prev = last;
-    surf_polygon ring = {1, 0, 0, 0, first, false};
-    for (int v = first; v != last; v = s->node[v].next, ++ring.count)
-        ring.area += turn_of(s->node[first].at, s->node[v].at, next_of(*s, v).at);
-    ring.astray = ring.area >= area;
-    return ring;
+    qx_long area = 0;
+    for (int v = s.node[first].next; v != first; v = s.node[v].next)
+        area += turn_of(s.node[first].at, s.node[v].at, next_of(s, v).at);
+    return area;
 }
 
 // A ring that has been cut off becomes a polygon of its own, on top of the stack, with everything to be tried anew.
-static bool push_ring(reduction *s, const surf_polygon &ring)
+static bool push_ring(reduction *s, int first, qx_long count, qx_long area, bool astray)
 {
-    const int p = s->polygon.append(ring);
+    const int p = s->polygon.append({count, {}, {}, area, first, astray});
     if (p < 0) return false;
-    int v = ring.node;
-    for (qx_long k = 0; k < ring.count; ++k, v = s->node[v].next) {
-        ring_node &node = s->node[v];
-        surf_polygon &old = s->polygon[node.polygon];
-        if (node.stale_ear) --old.stale_ears;
-        if (node.stale_edge) --old.stale_edges;
-        node.stale_ear = node.stale_edge = false;
-        node.polygon = p;
-        node.kind = untried;
+    number_ring(s, first, count);
+    int v = first;
+    for (qx_long k = 0; k < count; ++k, v = s->node[v].next) {
+        settle_ear(s, v);
+        settle_edge(s, v);
+        s->node[v].polygon = p;
+        s->node[v].kind = untried;
         drop_watchers(s, v, true);
         set_stale_ear(s, v);
         set_stale_edge(s, v);
@@ -632,38 +700,57 @@ static bool push_ring(reduction *s, const surf_polygon &ring)
     return true;
 }
 
+// How many corners there are from b to the corner, or from there to a, whichever is less or, if they are equal, the
+// second; both ends count. Both ways are gone together, so that it costs no more than the smaller part.
+static qx_long count_smaller_part(const reduction &s, int a, int b, int corner, bool *is_first)
+{
+    qx_long count = 1;
+    int u = b, w = corner;
+    for (; u != corner && w != a; ++count) {
+        u = s.node[u].next;
+        w = s.node[w].next;
+    }
+    *is_first = w != a;
+    return count;
+}
+
 // The ring falls in two at a corner that the edge from a has a triangle with: from its end to the corner, and from
 // there to its start. The smaller part, or the second one if they are equal, becomes a polygon of its own.
 static bool divide_ring(reduction *s, int p, int a, int corner)
 {
+    bool first_is_small;
+    const int b = s->node[a].next, behind = s->node[corner].next;
+    const qx_long small_count = count_smaller_part(*s, a, b, corner, &first_is_small);
+    const qx_long rest = s->polygon[p].area - turn_of(s->node[a].at, s->node[b].at, s->node[corner].at);
     const int twin = new_node(s, s->node[corner].at, s->node[corner].vert, untried, p);
     if (twin < 0) return false;
     ++s->polygon[p].count;
-    const int b = s->node[a].next, behind = s->node[corner].next;
     s->node[corner].kind = untried;
-    s->node[twin].next = behind;
-    s->node[behind].prev = twin;
-    const known behind_line = s->node[corner].line;
-    const surf_polygon to_corner = close_ring(s, b, corner, s->polygon[p].area);
-    const surf_polygon from_corner = close_ring(s, twin, a, s->polygon[p].area);
+    s->node[twin].order = s->node[corner].order;
+    const auto join = [&](int from, int to) {
+        s->node[from].next = to;
+        s->node[to].prev = from;
+    };
+    join(twin, behind);
+    join(corner, b);
+    join(a, twin);
+    edge_changed(s, twin, s->node[corner].line);
     edge_changed(s, corner, known::holds);
-    edge_changed(s, twin, behind_line);
     edge_changed(s, a, known::holds);
     for (const int v : {a, b, corner, twin})
         ear_changed(s, v);
 
-    const bool first_stays = from_corner.count <= to_corner.count;
-    const surf_polygon &large = first_stays ? to_corner : from_corner;
-    const surf_polygon &small = first_stays ? from_corner : to_corner;
-    s->polygon[p].node = large.node;
-    s->polygon[p].area = large.area;
-    s->polygon[p].astray = s->polygon[p].astray || large.astray;
-    if (small.count >= 3) {
-        s->polygon[p].count -= small.count;
-        return push_ring(s, small);
+    const int small = first_is_small ? b : twin;
+    const qx_long whole = s->polygon[p].area, small_area = area_of_ring(*s, small);
+    s->polygon[p].node = first_is_small ? twin : b;
+    s->polygon[p].area = rest - small_area;
+    s->polygon[p].astray = s->polygon[p].astray || s->polygon[p].area >= whole;
+    if (small_count >= 3) {
+        s->polygon[p].count -= small_count;
+        return push_ring(s, small, small_count, small_area, small_area >= whole);
     }
-    int v = small.node;
-    for (qx_long k = 0; k < small.count; ++k) {
+    int v = small;
+    for (qx_long k = 0; k < small_count; ++k) {
         const int next = s->node[v].next;
         drop_node(s, v, true);
         v = next;
@@ -698,8 +785,7 @@ static bool split_at_boundary(reduction *s, int p, int a, apex_place at, grid_pl
 // A triangle on the edge from a, if an apex is found for it.
 static step_result try_edge(reduction *s, int p, int a)
 {
-    s->node[a].stale_edge = false;
-    --s->polygon[p].stale_edges;
+    settle_edge(s, a);
     const grid_place from = s->node[a].at, to = next_of(*s, a).at;
     grid_place before = no_apex;
     bool try_again = false;
@@ -734,10 +820,12 @@ static step_result try_edge(reduction *s, int p, int a)
 static step_result split_ring(reduction *s, int p)
 {
     int v = s->polygon[p].node;
-    for (qx_long k = s->polygon[p].count; k > 0 && s->polygon[p].stale_edges > 0; --k, v = s->node[v].next) {
-        if (!s->node[v].stale_edge) continue;
+    for (qx_long k = s->polygon[p].edges.count; k > 0; --k) {
+        v = first_stale<&ring_node::stale_edge, &surf_polygon::edges>(*s, p, v);
+        const int next = s->node[v].next;
         const step_result result = try_edge(s, p, v);
         if (result != unchanged) return result;
+        v = next;
     }
     return unchanged;
 }
@@ -846,11 +934,12 @@ static bool push_boundary(reduction *s)
     for (int c = 0; c < 4; ++c)
         if (!append_corner(s, corners[c], failed) || !walk_side(s, corners[c], corners[c + 1])) return false;
     const int n = s->node.used;
-    if (s->polygon.append({n, 0, 0, 2 * right * top, 0, false}) < 0) return false;
+    if (s->polygon.append({n, {}, {}, 2 * right * top, 0, false}) < 0) return false;
     for (int v = 0; v < n; ++v) {
         s->node[v].next = v + 1 < n ? v + 1 : 0;
         s->node[v].prev = v > 0 ? v - 1 : n - 1;
     }
+    number_ring(s, 0, n);
     for (int v = 0; v < n; ++v) {
         edge_changed(s, v, known::nothing);
         ear_changed(s, v);
