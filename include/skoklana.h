@@ -22,6 +22,7 @@
 #include <skoklana/mesh.h>
 #include <skoklana/scatter.h>
 #include <skoklana/tables.h>
+#include <skoklana/thread.h>
 #include <skoklana/trace.h>
 #include <skoklana/types.h>
 

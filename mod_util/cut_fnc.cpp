@@ -9,69 +9,32 @@
 
 #include "blocks.hpp"
 #include "cell_set.hpp"
-#include "cell_walk.hpp"
+#include "cut_sink.hpp"
 #include "dtype.hpp"
 #include "kernel_watch.hpp"
-#include "piece_lists.hpp"
 
 #include <skoklana/array.h>
 
 #include <cmath>
 
+static const char *const cut_module = "UTILcut";
+
+void report_cut_end(walk_end end, const char *module)
+{
+    switch (end) {
+    case walk_end::no_list: report_error(module, "alloc for connect list failed"); break;
+    case walk_end::no_edges: report_error(module, "realloc for edge table failed"); break;
+    case walk_end::no_connect: report_error(module, "realloc for connect list failed"); break;
+    case walk_end::no_map: report_error(module, "realloc for cell list failed"); break;
+    default: break;
+    }
+}
+
 namespace {
 
-constexpr const char *cut_module = "UTILcut";
 constexpr qx_long cut_block = 1024; // second-order cells that are taken together
 
 // ---- a kernel --------------------------------------------------------------------------------------------
-
-template <typename Cases> class cut_sink {
-  public:
-    static constexpr bool checks_status = true;
-    static constexpr bool takes_whole = true;
-
-    cut_sink(int row_nnodes, qx_long nretained, const qx_long *map_of_nodes, const piece_lists &to,
-             piece_maps *maps_to)
-        : nnodes(row_nnodes), nold(nretained), node_map(map_of_nodes), lists(to), maps(maps_to)
-    {
-    }
-
-    walk_end take(qx_long cell, const qx_long *corners, const cut_case &row, const int *number)
-    {
-        constexpr cut_list list = Cases::piece_list;
-        const int ncells = row.ncells;
-        qx_long local[most_cut_local];
-        local_nodes<Cases::ncorners>(corners, node_map, row.npoints, number, nold, local);
-        if (!append_pieces(lists, list, ncells, row.nodes, local)) return walk_end::no_connect;
-        if (maps->count != nullptr) {
-            if (!maps->make_room(list, ncells)) return walk_end::no_map;
-            std::fill_n(maps->map[list] + maps->count[list], ncells, cell);
-            maps->count[list] += ncells;
-        }
-        return walk_end::complete;
-    }
-
-    walk_end take_whole(qx_long first, const qx_long *corners, qx_long ncells)
-    {
-        constexpr int list = Cases::whole_list;
-        if (!append_whole_cells<Cases>(lists, corners, nnodes, ncells, node_map)) return walk_end::no_connect;
-        if (maps->count != nullptr) {
-            if (!maps->make_room(list, ncells)) return walk_end::no_map;
-            qx_long *map = maps->map[list] + maps->count[list];
-            for (qx_long i = 0; i < ncells; ++i)
-                map[i] = first + i;
-            maps->count[list] += ncells;
-        }
-        return walk_end::complete;
-    }
-
-  private:
-    const int nnodes;
-    const qx_long nold;
-    const qx_long *const node_map;
-    const piece_lists lists;
-    piece_maps *const maps;
-};
 
 // What a kernel is given.
 struct cut_call {
@@ -102,17 +65,6 @@ template <typename Cases> walk_end cut_set(const cut_call &call)
     return walk_cells<Cases>(rows, {call.set, 0, mesh->cell_count[call.set]}, call.table, &sink);
 }
 
-void report_cut_end(walk_end end)
-{
-    switch (end) {
-    case walk_end::no_list: report_error(cut_module, "alloc for connect list failed"); break;
-    case walk_end::no_edges: report_error(cut_module, "realloc for edge table failed"); break;
-    case walk_end::no_connect: report_error(cut_module, "realloc for connect list failed"); break;
-    case walk_end::no_map: report_error(cut_module, "realloc for cell list failed"); break;
-    default: break;
-    }
-}
-
 void release_maps_of_set(qx_long *count, qx_long **map)
 {
     if (count == nullptr) return;
@@ -125,7 +77,7 @@ void release_maps_of_set(qx_long *count, qx_long **map)
 // The result of an exported kernel: what it does not hand back then it releases.
 int end_cut_kernel(const cut_call &call, walk_end end)
 {
-    report_cut_end(end);
+    report_cut_end(end, cut_module);
     if (end == walk_end::complete) return 1;
     if (end == walk_end::no_rows || end == walk_end::no_list) {
         kernel_watch::mark(call.table, kernel_failure::kept);

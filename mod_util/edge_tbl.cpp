@@ -23,25 +23,36 @@ static_assert(sizeof(edge_table_str) == 72 && offsetof(edge_table_str, max_edges
 
 constexpr int first_edges = 1024; // entries of a plain table, and their first step
 
-static bool resize_numbers(qx_long **list, int capacity)
+template <class Numbers> static bool resize_numbers(qx_long **list, int capacity)
 {
-    void *grown = ARRrealloc_f(*list, DTYPE_QX_LONG, capacity, 0, ALLOC_AT("edge_tbl"));
+    qx_long *grown = Numbers::resize(*list, capacity, ALLOC_AT("edge_tbl"));
     if (grown == nullptr) return false;
-    *list = static_cast<qx_long *>(grown);
+    *list = grown;
     return true;
 }
 
 // ---- plain table -----------------------------------------------------------------------------------------
 
-bool grow_edge_table(edge_table *table)
+template <class Numbers> static bool grow_lists(edge_table *table)
 {
     const int capacity = raised_capacity(table->max_edges, table->grow);
     if (capacity == table->max_edges || !resize_zeroed_links(&table->next, table->max_edges, capacity) ||
-        !resize_numbers(&table->min_list, capacity) || !resize_numbers(&table->max_list, capacity))
+        !resize_numbers<Numbers>(&table->min_list, capacity) ||
+        !resize_numbers<Numbers>(&table->max_list, capacity))
         return false;
     table->max_edges = capacity;
     table->grow = raised_grow(table->grow);
     return true;
+}
+
+bool grow_edge_table(edge_table *table)
+{
+    return grow_lists<host_numbers>(table);
+}
+
+bool grow_edge_table(thread_edge_table *table)
+{
+    return grow_lists<thread_numbers>(table);
 }
 
 // As find_or_add_edge, where a bucket holds edges of many lower nodes.
@@ -126,7 +137,7 @@ qx_long UTILedge_table_delete(edge_table *table)
 // ---- banded table ----------------------------------------------------------------------------------------
 
 // Room for one more link and one more edge, nlinks counting the new link already.
-static bool grow_band(edge_table_str *table)
+template <class Numbers> static bool grow_band(edge_table_str *table)
 {
     bool grown = false;
     if (table->max_links <= table->nlinks) {
@@ -139,8 +150,8 @@ static bool grow_band(edge_table_str *table)
     }
     if (table->nedges >= table->max_edges) {
         const int capacity = raised_capacity(table->max_edges, table->grow);
-        if (capacity == table->max_edges || !resize_numbers(&table->max_list, capacity) ||
-            !resize_numbers(&table->min_list, capacity))
+        if (capacity == table->max_edges || !resize_numbers<Numbers>(&table->max_list, capacity) ||
+            !resize_numbers<Numbers>(&table->min_list, capacity))
             return false;
         table->max_edges = capacity;
         grown = true;
@@ -150,7 +161,8 @@ static bool grow_band(edge_table_str *table)
 }
 
 // As find_or_add_edge, with buckets counted from base.
-static int find_or_add_banded(edge_table_str *table, qx_long base, qx_long a, qx_long b)
+template <class Numbers>
+static int number_banded_edge(edge_table_str *table, qx_long base, qx_long a, qx_long b)
 {
     const qx_long lo = std::min(a, b), hi = std::max(a, b);
     assert(lo >= base && lo - base < table->size);
@@ -162,7 +174,7 @@ static int find_or_add_banded(edge_table_str *table, qx_long base, qx_long a, qx
     const int link = table->nlinks;
     if (link == INT_MAX) return -1;
     ++table->nlinks;
-    if (!grow_band(table)) return -1;
+    if (!grow_band<Numbers>(table)) return -1;
     const int edge = table->nedges++;
     table->max_list[edge] = hi;
     table->min_list[edge] = lo;
@@ -170,6 +182,11 @@ static int find_or_add_banded(edge_table_str *table, qx_long base, qx_long a, qx
     table->next[link] = *head;
     *head = link;
     return edge;
+}
+
+int find_or_add_banded(thread_edge_table_str *table, qx_long base, qx_long a, qx_long b)
+{
+    return number_banded_edge<thread_numbers>(table, base, a, b);
 }
 
 edge_table_str *UTILedge_table_create_str(qx_long size, int initial)
@@ -200,7 +217,7 @@ qx_long UTILedge_table_add_str(edge_table_str *table, const qx_long *first, cons
 {
     if (table == nullptr) return -1;
     for (int i = 0; i < count; ++i) {
-        numbers[i] = find_or_add_banded(table, base, first[i], second[i]);
+        numbers[i] = number_banded_edge<host_numbers>(table, base, first[i], second[i]);
         if (numbers[i] < 0) return 0;
     }
     return 1;

@@ -32,7 +32,7 @@ static void release_list(qx_long **list)
     release_numbers(list, ALLOC_AT("extract"));
 }
 
-static void report_end(walk_end end, const kernel_manners &manners)
+void report_kernel_end(walk_end end, const kernel_manners &manners)
 {
     switch (end) {
     case walk_end::no_list: report_error(manners.connect_module, "alloc for connect list failed"); break;
@@ -53,7 +53,7 @@ qx_long run_kernel(range_kernel kernel, const kernel_manners &manners, mesh_info
             mesh->cell_connect[set], mesh->cell_nnodes[set], flags, null_flag != 0, 0, table->size};
         end = kernel(rows, {set, 0, mesh->cell_count[set]}, table, lists, &made);
     }
-    report_end(end, manners);
+    report_kernel_end(end, manners);
     if (end == walk_end::complete) {
         if (manners.checks_at_end) interrupted(100);
         return made;
@@ -76,6 +76,11 @@ qx_long run_kernel(range_kernel kernel, const kernel_manners &manners, mesh_info
 static qx_long run_set(extraction &x, mesh_info *mesh, int set, const set_kernel &kernel, qx_long **map)
 {
     primitive_list &list = kernel.makes_triangles ? x.result.triangles : x.result.lines;
+    if (x.rules.nthreads > 0)
+        return kernel.threaded == nullptr
+                   ? 0
+                   : kernel.threaded(x.rules.nthreads, mesh, set, x.request.null_flag, x.flags, x.table,
+                                     &list.connect, &list.used, &list.capacity, map);
     const kernel_watch watch(x.table);
     const qx_long made = kernel.func(mesh, set, x.request.null_flag, x.flags, x.table, &list.connect,
                                      &list.used, &list.capacity, map);

@@ -19,7 +19,18 @@ struct primitive_lists {
     qx_long **cell_map; // null, or holding null: not wanted; otherwise a list of the first capacity
 };
 
-// Rules are those of an operation: which primitives a case makes, and how lists grow.
+// Begins a list that is not there yet, or has no capacity. False: there is no memory.
+template <class Numbers> bool begin_primitives(const primitive_lists &lists, qx_long first_capacity)
+{
+    if (*lists.capacity != 0 && *lists.connect != nullptr) return true;
+    if (*lists.connect != nullptr) Numbers::release(*lists.connect, ALLOC_AT("extract"));
+    *lists.used = 0;
+    *lists.connect = Numbers::alloc(first_capacity, ALLOC_AT("extract"));
+    *lists.capacity = *lists.connect != nullptr ? first_capacity : 0;
+    return *lists.connect != nullptr;
+}
+
+// Rules are those of an operation: which primitives a case makes, whose the lists are and how they grow.
 template <typename Rules> class primitive_sink {
   public:
     static constexpr bool checks_status = Rules::checks_status;
@@ -31,14 +42,8 @@ template <typename Rules> class primitive_sink {
     // False: there is no memory.
     bool begin()
     {
-        if (*lists.capacity == 0 || *lists.connect == nullptr) {
-            release_numbers(lists.connect, ALLOC_AT("extract"));
-            *lists.used = 0;
-            *lists.connect = alloc_numbers(Rules::first_capacity, ALLOC_AT("extract"));
-            *lists.capacity = *lists.connect != nullptr ? Rules::first_capacity : 0;
-        }
         map = lists.cell_map != nullptr ? *lists.cell_map : nullptr;
-        return *lists.connect != nullptr;
+        return begin_primitives<typename Rules::numbers>(lists, Rules::first_capacity);
     }
 
     template <typename Row> walk_end take(qx_long cell, const qx_long *, const Row &row, const int *number)
@@ -47,15 +52,17 @@ template <typename Rules> class primitive_sink {
         Rules::append(row, number, *lists.connect + *lists.used);
         *lists.used += nprimitives * Rules::nodes_each;
         if (map != nullptr) {
-            if (!make_room(lists.cell_map, made, nprimitives, {&map_capacity, &map_step, Rules::raises_step},
-                           ALLOC_AT("extract")))
+            if (!make_room<typename Rules::numbers>(lists.cell_map, made, nprimitives,
+                                                    {&map_capacity, &map_step, Rules::raises_step},
+                                                    ALLOC_AT("extract")))
                 return walk_end::no_map;
             map = *lists.cell_map;
             std::fill_n(map + made, nprimitives, cell);
         }
         made += nprimitives;
-        return make_room(lists.connect, *lists.used, Rules::margin,
-                         {lists.capacity, &connect_step, Rules::raises_step}, ALLOC_AT("extract"))
+        return make_room<typename Rules::numbers>(lists.connect, *lists.used, Rules::margin,
+                                                  {lists.capacity, &connect_step, Rules::raises_step},
+                                                  ALLOC_AT("extract"))
                    ? walk_end::complete
                    : walk_end::no_connect;
     }
@@ -70,8 +77,8 @@ template <typename Rules> class primitive_sink {
 };
 
 // A kernel over a range of cells. made: primitives, also where it ends early.
-template <typename Cases, typename Rules>
-walk_end extract_range(const cell_rows &rows, const cell_range &range, edge_table *table,
+template <typename Cases, typename Rules, typename Table = edge_table>
+walk_end extract_range(const cell_rows &rows, const cell_range &range, Table *table,
                        const primitive_lists &lists, qx_long *made)
 {
     primitive_sink<Rules> sink(lists);
@@ -90,6 +97,9 @@ struct kernel_manners {
     bool checks_at_end;
 };
 
+// Tells of what memory was missing, where it was that.
+void report_kernel_end(walk_end end, const kernel_manners &manners);
+
 // An exported kernel: a whole set on behalf of a caller outside, who has no word for a failure but 0. What the
 // kernel does not hand back then it releases.
 qx_long run_kernel(range_kernel kernel, const kernel_manners &manners, mesh_info *mesh, int set,
@@ -97,10 +107,16 @@ qx_long run_kernel(range_kernel kernel, const kernel_manners &manners, mesh_info
 
 // ---- a whole mesh ----------------------------------------------------------------------------------------
 
+// As slice_cell_func, by nthreads threads. What a call is given stays with its caller.
+using threaded_slice_func = qx_long (*)(int nthreads, mesh_info *mesh, int set, int null_flag,
+                                        unsigned char *flags, edge_table *table, qx_long **connect,
+                                        qx_long *used, qx_long *capacity, qx_long **cell_map);
+
 // The function that extracts from a set; null: the set takes no part.
 struct set_kernel {
     slice_cell_func func;
-    bool makes_triangles; // or lines
+    bool makes_triangles;         // or lines
+    threaded_slice_func threaded; // of operations by threads: in place of func; null: the set makes nothing
 };
 
 // What differs between the operations.
@@ -109,6 +125,7 @@ struct extract_rules {
     qx_long unit;          // cells in a block at most, and the first size of a cell map
     bool opens_set_ranges; // a status range around each set
     set_kernel (*choose)(const mesh_info *mesh, int set);
+    int nthreads; // 0: an operation without threads
 };
 
 struct level_request {

@@ -26,16 +26,17 @@ struct list_growth {
 
 // Room in a host array of qx_long for margin entries behind the used ones, by at most one growth. On
 // failure the list is as it was, still the caller's to release, though capacity and step have moved on.
-inline bool make_room(qx_long **list, qx_long used, qx_long margin, const list_growth &growth,
-                      const char *file, int line)
+template <class Numbers = host_numbers>
+bool make_room(qx_long **list, qx_long used, qx_long margin, const list_growth &growth, const char *file,
+               int line)
 {
     if (used <= *growth.capacity - margin) return true;
     *growth.capacity += *growth.step;
     if (growth.raise) *growth.step = raised_step(*growth.step);
-    void *grown = ARRrealloc_f(*list, DTYPE_QX_LONG, *growth.capacity, 0, file, line);
+    qx_long *grown = Numbers::resize(*list, *growth.capacity, file, line);
     if (grown == nullptr) return false;
     expect_to_fill(grown, *growth.capacity * static_cast<qx_long>(sizeof(qx_long)));
-    *list = static_cast<qx_long *>(grown);
+    *list = grown;
     return true;
 }
 

@@ -3,31 +3,11 @@
 // Volume cells give triangles by the isosurface cases, through one kernel for all four kinds. Surface cells
 // in the same mesh give lines, by the isoline kernels, over the same new nodes.
 #include "cell_set.hpp"
-#include "extract.hpp"
-#include "iso_cases.hpp"
+#include "surface_rules.hpp"
 
 namespace {
 
-struct surface_rules {
-    static constexpr qx_long first_capacity = 1024;
-    // A hex case makes at most 5 triangles, 15 entries; the rest is headroom so that a test a cell suffices.
-    static constexpr qx_long margin = 25;
-    static constexpr bool raises_step = true;
-    static constexpr bool checks_status = true;
-    static constexpr int nodes_each = 3;
-
-    static int count(const iso_case &row) { return row.ntriangles; }
-
-    // Every triangle is turned: with the corner numbers of the cells, normals then point to lower values.
-    static void append(const iso_case &row, const int *number, qx_long *connect)
-    {
-        for (int i = 0; i < 3 * row.ntriangles; i += 3) {
-            connect[i] = number[row.points[i]];
-            connect[i + 1] = number[row.points[i + 2]];
-            connect[i + 2] = number[row.points[i + 1]];
-        }
-    }
-};
+using surface_rules = surface_rules_of<host_numbers, true>;
 
 constexpr kernel_manners slice_manners = {"UTILslice", "UTILslice", true};
 
@@ -36,9 +16,9 @@ constexpr kernel_manners slice_manners = {"UTILslice", "UTILslice", true};
 static set_kernel slice_kernel(const mesh_info *mesh, int set)
 {
     switch (mesh->cell_ndim[set]) {
-    case 3: return {set_function<slice_cell_func>(mesh, set, SLOT_SLICE, SLOT_SUB_SLICE), true};
-    case 2: return {set_function<slice_cell_func>(mesh, set, SLOT_ISOLINE, SLOT_SUB_ISOLINE), false};
-    default: return {nullptr, false};
+    case 3: return {set_function<slice_cell_func>(mesh, set, SLOT_SLICE, SLOT_SUB_SLICE), true, nullptr};
+    case 2: return {set_function<slice_cell_func>(mesh, set, SLOT_ISOLINE, SLOT_SUB_ISOLINE), false, nullptr};
+    default: return {nullptr, false, nullptr};
     }
 }
 
@@ -47,7 +27,7 @@ int UTILslice_cells(mesh_info *mesh, const void *data, int data_type, int null_f
                     qx_long **line_conn, qx_long *nline_conn, qx_long *ntri, qx_long **tri_conn,
                     qx_long *ntri_conn, qx_long *cell_map_count, qx_long **cell_map)
 {
-    const extract_rules rules = {"UTILslice", 1024, true, slice_kernel};
+    const extract_rules rules = {"UTILslice", 1024, true, slice_kernel, 0};
     level_result result;
     const int status = extract_level(
         {mesh, data, data_type, null_flag, null_value, level, cell_map_count, cell_map}, rules, &result);

@@ -10,6 +10,7 @@
 namespace {
 
 struct line_rules {
+    using numbers = host_numbers;
     static constexpr qx_long first_capacity = 1000;
     // A quad case makes at most 2 lines, 4 entries.
     static constexpr qx_long margin = 8;
@@ -32,7 +33,7 @@ constexpr kernel_manners line_manners = {"isoline", "UTILisoline", false};
 
 static set_kernel isoline_kernel(const mesh_info *mesh, int set)
 {
-    return {set_function<slice_cell_func>(mesh, set, SLOT_ISOLINE, SLOT_SUB_ISOLINE), false};
+    return {set_function<slice_cell_func>(mesh, set, SLOT_ISOLINE, SLOT_SUB_ISOLINE), false, nullptr};
 }
 
 int UTILisoline_cells(mesh_info *mesh, const void *data, int data_type, int null_flag, const void *null_value,
@@ -40,7 +41,7 @@ int UTILisoline_cells(mesh_info *mesh, const void *data, int data_type, int null
                       qx_long *nline, qx_long **line_conn, qx_long *nline_conn, qx_long *cell_map_count,
                       qx_long **cell_map)
 {
-    const extract_rules rules = {"UTILisoline", 1000, false, isoline_kernel};
+    const extract_rules rules = {"UTILisoline", 1000, false, isoline_kernel, 0};
     level_result result;
     const int status = extract_level(
         {mesh, data, data_type, null_flag, null_value, level, cell_map_count, cell_map}, rules, &result);

@@ -14,9 +14,10 @@ enum class lattice_end {
 
 // New nodes in the order of their numbers, by the nodes at the ends of their edges. They grow alike: used and
 // capacity of the first hold for both.
-struct edge_nodes {
-    batch_list min_node, max_node;
+template <class List> struct edge_nodes_of {
+    List min_node, max_node;
 };
+using edge_nodes = edge_nodes_of<batch_list>;
 
 inline void release_nodes(edge_nodes *nodes)
 {
@@ -30,7 +31,8 @@ inline bool open_nodes(edge_nodes *nodes, qx_long capacity)
            open_list(&nodes->min_node, capacity, ALLOC_AT("lattice_lists"));
 }
 
-inline lattice_end make_room_for_nodes(edge_nodes *nodes, qx_long more, qx_long margin, double done)
+template <class List>
+lattice_end make_room_for_nodes(edge_nodes_of<List> *nodes, qx_long more, qx_long margin, double done)
 {
     const bool has_room = make_room_for(&nodes->max_node, more, margin, done, ALLOC_AT("lattice_lists")) &&
                           make_room_for(&nodes->min_node, more, margin, done, ALLOC_AT("lattice_lists"));
@@ -38,10 +40,11 @@ inline lattice_end make_room_for_nodes(edge_nodes *nodes, qx_long more, qx_long 
 }
 
 // Cells of one kind that a walk makes: their nodes, and the cell of the mesh that each comes from.
-struct made_cells {
-    batch_list connect;
-    batch_list map; // no data: not wanted
+template <class List> struct made_cells_of {
+    List connect;
+    List map; // no data: not wanted
 };
+using made_cells = made_cells_of<batch_list>;
 
 inline void release_cells(made_cells *cells)
 {
@@ -56,8 +59,9 @@ inline bool open_cells(made_cells *cells, qx_long capacity, bool mapped)
 }
 
 // Room for more cells of nentries nodes, and a margin of entries behind them.
-inline lattice_end make_room_for_cells(made_cells *cells, qx_long more, int nentries, qx_long margin,
-                                       double done)
+template <class List>
+lattice_end make_room_for_cells(made_cells_of<List> *cells, qx_long more, int nentries, qx_long margin,
+                                double done)
 {
     if (cells->map.data != nullptr && !make_room_for(&cells->map, more, 0, done, ALLOC_AT("lattice_lists")))
         return lattice_end::no_map_memory;

@@ -43,7 +43,8 @@ template <int ncorners> TARGET_AVX2 void write_rising_wide(const qx_long *first,
     write_rising_rows<ncorners>(first, count, out);
 }
 
-template <int naxes_, int ntests_> struct split_sink : lattice_sink<naxes_, ntests_> {
+template <int naxes_, int ntests_, class List = batch_list>
+struct split_sink : lattice_sink<naxes_, ntests_, List> {
     static constexpr int naxes = naxes_, ncorners = 1 << naxes;
     static constexpr bool wants_whole = true;
     using cases = std::conditional_t<naxes == 3, hex_cut_cases, quad_cut_cases>;
@@ -54,7 +55,7 @@ template <int naxes_, int ntests_> struct split_sink : lattice_sink<naxes_, ntes
     qx_long *map[2];    // numbers of the nodes of the lower and the upper live plane, where they are retained
     qx_long *old_nodes; // the retained nodes; NULL where there is none
     qx_long nlisted;    // of them, so far
-    made_cells whole, pieces;
+    made_cells_of<List> whole, pieces;
 
     // What a sink holds for the length of a walk. False: no memory.
     bool open_retained(const qx_long *dims, qx_long nretained, scratch *memory)

@@ -74,9 +74,11 @@ struct piece_place {
     qx_long cell; // its number in the mesh
 };
 
-template <int naxes_, int ntests_> struct lattice_sink {
+template <int naxes_, int ntests_, class List = batch_list> struct lattice_sink {
     static constexpr int naxes = naxes_, ntests = ntests_;
     static constexpr bool wants_whole = false;
+    static constexpr bool only_counts = false; // makes nothing: its count(piece, k) is told of each piece
+    using nodes_type = edge_nodes_of<List>;
 
     // Called when the nodes of plane k have been flagged, and when the cells of slab k have been taken.
     lattice_end enter_plane(qx_long) { return lattice_end::done; }
@@ -188,20 +190,31 @@ piece_edges<naxes, nlevels> edges_of_piece(const edge_slots<naxes, nlevels> &slo
 // The lists of new nodes while a piece is written.
 struct node_writer {
     qx_long *min_node, *max_node, next;
+
+    FORCE_INLINE void put_low(qx_long number, qx_long node) { min_node[number] = node; }
+    FORCE_INLINE void put_high(qx_long number, qx_long node) { max_node[number] = node; }
+};
+
+// The same where someone else writes the lists.
+struct node_counter {
+    qx_long next;
+
+    FORCE_INLINE void put_low(qx_long, qx_long) {}
+    FORCE_INLINE void put_high(qx_long, qx_long) {}
 };
 
 // Numbers the crossed edges of a cell that are fresh. Its own edges are stored whether or not they are crossed.
-template <int naxes, int nlevels>
+template <int naxes, int nlevels, class Nodes>
 FORCE_INLINE void number_edges(const piece_edges<naxes, nlevels> &edges, int level, qx_long i,
-                               const edge_order<naxes> &crossed, unsigned fresh, node_writer *nodes)
+                               const edge_order<naxes> &crossed, unsigned fresh, Nodes *nodes)
 {
     if (fresh == own_edges<naxes>) {
         const qx_long upper_corner = edges.low_node[own_edge<naxes>(0)] + 1 + i;
         for (int axis = 0; axis < naxes; ++axis) {
             const qx_long number = nodes->next + crossed.own_rank[axis];
             edges.slot[level][own_edge<naxes>(axis)][i] = number;
-            nodes->min_node[number] = upper_corner - edges.step[axis];
-            nodes->max_node[nodes->next + axis] = upper_corner;
+            nodes->put_low(number, upper_corner - edges.step[axis]);
+            nodes->put_high(nodes->next + axis, upper_corner);
         }
         nodes->next += crossed.nown;
         return;
@@ -210,8 +223,8 @@ FORCE_INLINE void number_edges(const piece_edges<naxes, nlevels> &edges, int lev
         const int edge = crossed.edges[e];
         if ((fresh >> edge & 1) == 0) continue;
         edges.slot[level][edge][i] = nodes->next;
-        nodes->min_node[nodes->next] = edges.low_node[edge] + i;
-        nodes->max_node[nodes->next] = edges.low_node[edge] + i + edges.step[edge / edges_an_axis<naxes>];
+        nodes->put_low(nodes->next, edges.low_node[edge] + i);
+        nodes->put_high(nodes->next, edges.low_node[edge] + i + edges.step[edge / edges_an_axis<naxes>]);
         ++nodes->next;
     }
 }
@@ -228,15 +241,29 @@ template <int naxes, int ntests> struct live_planes {
     bit_plane constant;          // row 0: no cell, row 1: all cells
     scratch memory;
 
-    live_planes(const qx_long *dims, bool nulls)
+    static qx_long plane_words(const qx_long *dims)
+    {
+        return bit_plane::length(dims[0], naxes == 3 ? dims[1] : 1);
+    }
+    static qx_long words_needed(const qx_long *dims, bool nulls)
+    {
+        return bit_plane::length(dims[0], 2) + plane_words(dims) * 2 * (ntests + (nulls ? 2 : 0));
+    }
+    static bit_word *insist_on(qx_long nwords)
+    {
+        return insist_zeroed<bit_word>(nwords, "Cannot alloc flags array");
+    }
+
+    live_planes(const qx_long *dims, bool nulls) : live_planes(dims, nulls, nullptr) {}
+
+    // Upon words_needed words that are zeroed, or have served for the same planes; NULL: upon words of its own.
+    live_planes(const qx_long *dims, bool nulls, bit_word *words)
     {
         nx = dims[0];
         plane = naxes == 3 ? nx * dims[1] : nx;
         nrows = naxes == 3 ? dims[1] - 1 : 1;
-        const qx_long in_plane = bit_plane::length(nx, naxes == 3 ? dims[1] : 1);
-        const qx_long nplanes = 2 * (ntests + (nulls ? 2 : 0));
-        bit_word *words = memory.keep(insist_zeroed<bit_word>(bit_plane::length(nx, 2) + in_plane * nplanes,
-                                                              "Cannot alloc flags array"));
+        const qx_long in_plane = plane_words(dims);
+        if (words == nullptr) words = memory.keep(insist_on(words_needed(dims, nulls)));
         constant = {words, bit_plane::stride_of(nx)};
         words += bit_plane::length(nx, 2);
         set_first_bits(constant.row(1), nx - 1);
@@ -446,7 +473,8 @@ void list_cells(const cell_row<Sink::naxes, Sink::ntests> &row, qx_long first_wo
 // Second pass. The lists have room.
 template <typename Sink>
 void write_cells(const row_piece<Sink> &piece, const piece_place &place,
-                 const piece_edges<Sink::naxes, Sink::ntests> &edges, edge_nodes *nodes, Sink *sink)
+                 const piece_edges<Sink::naxes, Sink::ntests> &edges, typename Sink::nodes_type *nodes,
+                 Sink *sink)
 {
     node_writer numbered = {nodes->min_node.data, nodes->max_node.data, nodes->min_node.used};
     auto writer = sink->begin(place);
@@ -469,13 +497,14 @@ template <typename Sink> struct lattice_walk {
     static constexpr int naxes = Sink::naxes, ntests = Sink::ntests;
     const qx_long *dims;
     const flag_source &flags;
-    edge_slots<naxes, ntests> *slots; // open
-    edge_nodes *nodes;
+    edge_slots<naxes, ntests> *slots; // open; not read where the sink only counts
+    typename Sink::nodes_type *nodes; // likewise
     Sink *sink;
 
-    // done: the share of the range that is behind the walk after this slab.
-    lattice_end take_row(const live_planes<naxes, ntests> &live, qx_long j, qx_long k, bool in_first_slab,
-                         double done) const
+    // Calls body(piece, place) for each piece of a row that has cells for the sink, until one fails.
+    template <typename Body>
+    lattice_end for_each_piece(const live_planes<naxes, ntests> &live, qx_long j, qx_long k,
+                               bool in_first_slab, Body body) const
     {
         const cell_row<naxes, ntests> row = bits_of_row(live, j, in_first_slab);
         const qx_long nwords = words_for(live.nx - 1);
@@ -483,19 +512,56 @@ template <typename Sink> struct lattice_walk {
         for (qx_long w = 0; w < nwords; w += words_a_piece) {
             list_cells<Sink>(row, w, static_cast<int>(std::min<qx_long>(nwords - w, words_a_piece)), &piece);
             if (piece.ncells == 0 && piece.nwhole == 0) continue;
-            lattice_end end = make_room_for_nodes(nodes, nodes_of(piece), naxes, done);
-            if (end == lattice_end::done) end = sink->make_room(piece.tally, piece.nwhole, done);
-            if (end != lattice_end::done) return end;
             const qx_long i = w * word_bits;
-            const piece_place place = {i, j, k, live.plane * k + live.nx * j + i,
-                                       (live.nrows * k + j) * (live.nx - 1) + i};
-            if (piece.ncells != 0)
-                write_cells<Sink>(piece, place, edges_of_piece(*slots, place, live.nx, live.plane), nodes,
-                                  sink);
-            if constexpr (Sink::wants_whole)
-                if (piece.nwhole != 0) sink->take_whole(place, piece.whole, piece.nwords);
+            const lattice_end end = body(piece, piece_place{i, j, k, live.plane * k + live.nx * j + i,
+                                                            (live.nrows * k + j) * (live.nx - 1) + i});
+            if (end != lattice_end::done) return end;
         }
         return lattice_end::done;
+    }
+
+    // done: the share of the range that is behind the walk after this slab.
+    lattice_end take_row(const live_planes<naxes, ntests> &live, qx_long j, qx_long k, bool in_first_slab,
+                         double done) const
+    {
+        return for_each_piece(
+            live, j, k, in_first_slab, [&](const row_piece<Sink> &piece, const piece_place &place) {
+                if constexpr (Sink::only_counts) {
+                    sink->count(piece, k);
+                } else {
+                    lattice_end end = make_room_for_nodes(nodes, nodes_of(piece), naxes, done);
+                    if (end == lattice_end::done) end = sink->make_room(piece.tally, piece.nwhole, done);
+                    if (end != lattice_end::done) return end;
+                    if (piece.ncells != 0)
+                        write_cells<Sink>(piece, place, edges_of_piece(*slots, place, live.nx, live.plane),
+                                          nodes, sink);
+                    if constexpr (Sink::wants_whole)
+                        if (piece.nwhole != 0) sink->take_whole(place, piece.whole, piece.nwords);
+                }
+                return lattice_end::done;
+            });
+    }
+
+    // A row of the slab below a part: its edges get the numbers that they have in the walk over the slab, the first
+    // of which is given, and nothing else is done. Gives how many there are.
+    qx_long number_row_below(const live_planes<naxes, ntests> &live, qx_long j, qx_long k,
+                             qx_long first_number) const
+    {
+        static_assert(ntests == 1, "sinks of two tests number edges themselves");
+        node_counter numbered = {first_number};
+        for_each_piece(live, j, k, k == 0, [&](const row_piece<Sink> &piece, const piece_place &place) {
+            if constexpr (Sink::only_counts) {
+                numbered.next += piece.nnodes;
+            } else {
+                const auto edges = edges_of_piece(*slots, place, live.nx, live.plane);
+                for (int n = 0; n < piece.ncells; ++n) {
+                    const lattice_cell<1> cell = piece.cells[n];
+                    number_edges(edges, 0, cell.i, Sink::order(cell.index[0]), cell.fresh, &numbered);
+                }
+            }
+            return lattice_end::done;
+        });
+        return numbered.next - first_number;
     }
 
     static qx_long nodes_of(const row_piece<Sink> &piece)
@@ -506,11 +572,75 @@ template <typename Sink> struct lattice_walk {
             return piece.tally.nnodes;
     }
 
-    lattice_end enter_plane(live_planes<naxes, ntests> *live, int side, qx_long k) const
+    void flag_plane(live_planes<naxes, ntests> *live, int side, qx_long k) const
     {
         const qx_long nrows = naxes == 3 ? live->nrows + 1 : 1;
         flags.flag_rows(flags, live->plane * k, live->nx, nrows, live->passed[side], live->null[side]);
+    }
+
+    lattice_end enter_plane(live_planes<naxes, ntests> *live, int side, qx_long k) const
+    {
+        flag_plane(live, side, k);
         return sink->enter_plane(k);
+    }
+
+    void find_walked_rows(live_planes<naxes, ntests> *live) const
+    {
+        if (!flags.nulls) return;
+        for (qx_long j = 0; j < live->nrows; ++j)
+            find_walked(*live, j);
+    }
+
+    // Brings the planes and slots to where they are in a walk over the whole mesh before slab first, above 0, given
+    // the number of edges that such a walk has numbered before slab first - 1. Gives how many more it has
+    // numbered in that slab.
+    qx_long catch_up(live_planes<naxes, ntests> *live, qx_long first, qx_long before_slab_below) const
+    {
+        const qx_long below = first - 1;
+        if (flags.nulls &&
+            below > 0) { // what is fresh in the slab below depends on the cells of the one under it
+            flag_plane(live, 0, below - 1);
+            flag_plane(live, 1, below);
+            find_walked_rows(live);
+            live->next_plane();
+        } else {
+            flag_plane(live, 0, below);
+        }
+        flag_plane(live, 1, first);
+        find_walked_rows(live);
+        qx_long numbered = 0;
+        for (qx_long j = 0; j < live->nrows; ++j) {
+            numbered += number_row_below(*live, j, below, before_slab_below + numbered);
+            if constexpr (!Sink::only_counts) slots->next_row();
+        }
+        live->next_plane();
+        if constexpr (!Sink::only_counts) slots->next_plane();
+        return numbered;
+    }
+
+    // The range as a part of a walk over the whole mesh: nodes, where there are any, count on from the number that
+    // such a walk has reached, and the slab below the range is walked for the numbers of the edges between the two.
+    // numbered_below: how many of them that slab has; a sink that counts is told so, others are given it.
+    lattice_end take_part(live_planes<naxes, ntests> *live, plane_range range, qx_long *numbered_below) const
+    {
+        qx_long reached = 0;
+        if constexpr (!Sink::only_counts) reached = nodes->min_node.used - *numbered_below;
+        if (range.first > 0)
+            *numbered_below = catch_up(live, range.first, reached);
+        else
+            flag_plane(live, 0, 0);
+        lattice_end end = sink->enter_plane(range.first);
+        for (qx_long k = range.first; k < range.end && end == lattice_end::done; ++k) {
+            end = enter_plane(live, 1, k + 1);
+            find_walked_rows(live);
+            for (qx_long j = 0; j < live->nrows && end == lattice_end::done; ++j) {
+                end = take_row(*live, j, k, k == 0, 1);
+                if constexpr (!Sink::only_counts) slots->next_row();
+            }
+            live->next_plane();
+            if constexpr (!Sink::only_counts) slots->next_plane();
+        }
+        return end;
     }
 
     lattice_end take(plane_range range, lattice_checks checks) const
@@ -547,8 +677,8 @@ template <typename Sink> struct lattice_walk {
 // Walks over a range of a mesh. The slots are left to a caller who stitches ranges together.
 template <typename Sink>
 lattice_end walk_range(const qx_long *dims, const flag_source &flags, plane_range range,
-                       lattice_checks checks, edge_slots<Sink::naxes, Sink::ntests> *slots, edge_nodes *nodes,
-                       Sink *sink)
+                       lattice_checks checks, edge_slots<Sink::naxes, Sink::ntests> *slots,
+                       typename Sink::nodes_type *nodes, Sink *sink)
 {
     if (!slots->open(dims)) return lattice_end::no_node_memory;
     return lattice_walk<Sink>{dims, flags, slots, nodes, sink}.take(range, checks);
@@ -557,7 +687,7 @@ lattice_end walk_range(const qx_long *dims, const flag_source &flags, plane_rang
 // Walks over a whole mesh.
 template <typename Sink>
 lattice_end walk_lattice(const qx_long *dims, const flag_source &flags, lattice_checks checks,
-                         edge_nodes *nodes, Sink *sink)
+                         typename Sink::nodes_type *nodes, Sink *sink)
 {
     edge_slots<Sink::naxes, Sink::ntests> slots;
     return walk_range(dims, flags, all_planes<Sink::naxes>(dims), checks, &slots, nodes, sink);

@@ -27,6 +27,38 @@ inline void release_numbers(qx_long **list, const char *file, int line)
     *list = nullptr;
 }
 
+// Who has a list that a kernel grows: the host; or the C library, in threads, who make no calls of the host. A list
+// is an array of qx_long; NULL: no memory, and a list to be resized is as it was.
+struct host_numbers {
+    static qx_long *alloc(qx_long count, const char *file, int line)
+    {
+        return alloc_numbers(count, file, line);
+    }
+    static qx_long *resize(qx_long *list, qx_long count, const char *file, int line)
+    {
+        return static_cast<qx_long *>(ARRrealloc_f(list, DTYPE_QX_LONG, count, 0, file, line));
+    }
+    static void release(qx_long *list, const char *file, int line) { ARRfree_f(list, file, line); }
+};
+
+struct thread_numbers {
+    static qx_long *alloc(qx_long count, const char *, int)
+    {
+        return static_cast<qx_long *>(malloc(bytes(count)));
+    }
+    static qx_long *resize(qx_long *list, qx_long count, const char *, int)
+    {
+        return static_cast<qx_long *>(realloc(list, bytes(count)));
+    }
+    static void release(qx_long *list, const char *, int) { free(list); }
+
+  private:
+    static size_t bytes(qx_long count)
+    {
+        return static_cast<size_t>(count > 0 ? count : 1) * sizeof(qx_long);
+    }
+};
+
 // A hint to the system that a block of this size will be filled from end to end. The first touch of fresh
 // memory costs a page fault each 4 KiB, more than most kernels need to fill them; where the system backs
 // the block by pages of 2 MiB that goes away. Whoever owns the block, its contents and its release are

@@ -1,5 +1,8 @@
 #include "support/host_calls.hpp"
 
+#include <pthread.h>
+
+#include <cerrno>
 #include <climits>
 #include <cstdlib>
 #include <mutex>
@@ -8,6 +11,7 @@
 namespace {
 
 struct allocator_state {
+    std::mutex lock;
     bool watching = false;
     int asked = 0;
     size_t largest = 0;
@@ -16,7 +20,8 @@ struct allocator_state {
     std::unordered_set<void *> *live = nullptr;
 };
 
-thread_local allocator_state allocator;
+thread_local allocator_state own_allocator;
+thread_local allocator_state *of_starter = nullptr; // of the thread that started this one, where it watched
 thread_local int inside = 0; // in a wrapped host call: what it allocates is the host's own
 
 struct guard {
@@ -27,17 +32,26 @@ struct guard {
 std::recursive_mutex lock;
 host_calls::record seen_calls;
 int stop_at = INT_MAX;
+int threads_asked = 0;
+int refused_thread = INT_MAX; // of the counter threads_asked
 const OM_named_func *table = nullptr;
 int table_count = 0;
 
+allocator_state &allocator_of_thread()
+{
+    return of_starter != nullptr ? *of_starter : own_allocator;
+}
+
 bool counted()
 {
-    return allocator.watching && inside == 0;
+    return inside == 0 && allocator_of_thread().watching;
 }
 
 // Counts one request; true: to be refused.
 bool refuse(size_t bytes = 0)
 {
+    allocator_state &allocator = allocator_of_thread();
+    const std::lock_guard<std::mutex> hold(allocator.lock);
     if (bytes > allocator.largest) allocator.largest = bytes;
     const int number = allocator.asked++;
     const bool no = number >= allocator.refuse_from && number <= allocator.refuse_to;
@@ -48,12 +62,16 @@ bool refuse(size_t bytes = 0)
 void track(void *block)
 {
     guard g;
+    allocator_state &allocator = allocator_of_thread();
+    const std::lock_guard<std::mutex> hold(allocator.lock);
     if (block != nullptr) allocator.live->insert(block);
 }
 
 void untrack(void *block)
 {
     guard g;
+    allocator_state &allocator = allocator_of_thread();
+    const std::lock_guard<std::mutex> hold(allocator.lock);
     if (block != nullptr && allocator.live != nullptr) allocator.live->erase(block);
 }
 
@@ -77,8 +95,9 @@ void reset()
     const std::lock_guard<std::recursive_mutex> hold(lock);
     seen_calls = record();
     stop_at = INT_MAX;
-    allocator.refuse_from = allocator.refuse_to = INT_MAX;
-    allocator.refused = false;
+    refused_thread = INT_MAX;
+    own_allocator.refuse_from = own_allocator.refuse_to = INT_MAX;
+    own_allocator.refused = false;
 }
 
 std::vector<std::string> report_texts()
@@ -104,50 +123,62 @@ void interrupt_at(int k)
 
 watch::watch()
 {
-    allocator.live = new std::unordered_set<void *>;
-    allocator.asked = 0;
-    allocator.largest = 0;
-    allocator.watching = true;
+    own_allocator.live = new std::unordered_set<void *>;
+    own_allocator.asked = 0;
+    own_allocator.largest = 0;
+    own_allocator.watching = true;
 }
 
 watch::~watch()
 {
-    allocator.watching = false;
-    delete allocator.live;
-    allocator.live = nullptr;
-    allocator.refuse_from = allocator.refuse_to = INT_MAX;
+    own_allocator.watching = false;
+    delete own_allocator.live;
+    own_allocator.live = nullptr;
+    own_allocator.refuse_from = own_allocator.refuse_to = INT_MAX;
 }
 
 int watch::allocations() const
 {
-    return allocator.asked;
+    return own_allocator.asked;
 }
 long watch::live_blocks() const
 {
-    return static_cast<long>(allocator.live->size());
+    return static_cast<long>(own_allocator.live->size());
 }
 
 size_t watch::largest() const
 {
-    return allocator.largest;
+    return own_allocator.largest;
 }
 
 void fail_allocation(int k)
 {
-    allocator.refuse_from = allocator.refuse_to = allocator.asked + k;
-    allocator.refused = false;
+    own_allocator.refuse_from = own_allocator.refuse_to = own_allocator.asked + k;
+    own_allocator.refused = false;
 }
 
 void fail_allocations_from(int k)
 {
-    allocator.refuse_from = allocator.asked + k;
-    allocator.refuse_to = INT_MAX;
-    allocator.refused = false;
+    own_allocator.refuse_from = own_allocator.asked + k;
+    own_allocator.refuse_to = INT_MAX;
+    own_allocator.refused = false;
 }
 
 bool allocation_was_refused()
 {
-    return allocator.refused;
+    return own_allocator.refused;
+}
+
+int threads_started()
+{
+    const std::lock_guard<std::recursive_mutex> hold(lock);
+    return threads_asked;
+}
+
+void fail_thread(int k)
+{
+    const std::lock_guard<std::recursive_mutex> hold(lock);
+    refused_thread = threads_asked + k;
 }
 
 const OM_named_func *named_funcs()
@@ -178,6 +209,8 @@ void __real_OMpush_status_range(int low, int high);
 void __real_OMpop_status_range(void);
 int __real_OMstatus_check(int percent, const char *message, int *stop);
 int __real_OMadd_named_funcs(const OM_named_func *rows, int count);
+int __real_pthread_create(pthread_t *thread, const pthread_attr_t *attributes, void *(*entry)(void *),
+                          void *argument);
 
 void *__wrap_malloc(size_t size)
 {
@@ -294,6 +327,38 @@ int __wrap_OMadd_named_funcs(const OM_named_func *rows, int count)
     table = rows;
     table_count = count;
     return __real_OMadd_named_funcs(rows, count);
+}
+
+struct thread_start {
+    void *(*entry)(void *);
+    void *argument;
+    allocator_state *watched; // by the thread that starts; null: it does not watch
+};
+
+static void *run_watched(void *argument)
+{
+    thread_start *const start = static_cast<thread_start *>(argument);
+    ++inside;
+    const thread_start what = *start;
+    delete start;
+    --inside;
+    of_starter = what.watched;
+    return what.entry(what.argument);
+}
+
+int __wrap_pthread_create(pthread_t *thread, const pthread_attr_t *attributes, void *(*entry)(void *),
+                          void *argument)
+{
+    guard g;
+    {
+        const std::lock_guard<std::recursive_mutex> hold(lock);
+        if (threads_asked++ == refused_thread) return EAGAIN;
+    }
+    allocator_state &allocator = allocator_of_thread();
+    thread_start *const start = new thread_start{entry, argument, allocator.watching ? &allocator : nullptr};
+    const int result = __real_pthread_create(thread, attributes, run_watched, start);
+    if (result != 0) delete start;
+    return result;
 }
 
 #pragma GCC visibility pop

@@ -2,7 +2,7 @@
 //
 // The test programs are linked with these calls wrapped, so that everything passes through here before it
 // reaches the embedded host or the C library. Allocations are counted and tracked only between watch() and
-// the end of the watch object, and only on the thread that watches.
+// the end of the watch object, and only on the thread that watches and on those that are started from it.
 #pragma once
 
 #include <skoklana/host/om.h>
@@ -67,7 +67,7 @@ std::vector<qx_long> resized_counts();
 // The k-th status check from now (0: the next) asks to stop, and so do all after it.
 void interrupt_at(int k);
 
-// Watches allocations of this thread: of the library, by malloc, calloc, realloc and the host's arrays.
+// Watches allocations of this thread and of those it starts: of the library, by malloc, calloc, realloc and the host's arrays.
 struct watch {
     watch();
     ~watch();
@@ -85,6 +85,11 @@ void fail_allocation(int k);
 void fail_allocations_from(int k);
 // Whether a refusal has happened since it was asked for.
 bool allocation_was_refused();
+
+// Threads asked for so far, refused ones included.
+int threads_started();
+// The k-th thread from now (0: the next) can't be started.
+void fail_thread(int k);
 
 // The table that the library handed over last.
 const OM_named_func *named_funcs();
