@@ -97,5 +97,6 @@ void add_cut(suite *all, const sizes &of);
 void add_boundary(suite *all, const sizes &of);
 void add_trace(suite *all, const sizes &of);
 void add_scatter(suite *all, const sizes &of);
+void add_threads(suite *all, const sizes &of, int threads);
 
 } // namespace bench

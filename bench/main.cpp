@@ -64,6 +64,7 @@ int main(int argc, char **argv)
     add_boundary(&all, of);
     add_trace(&all, of);
     add_scatter(&all, of);
+    add_threads(&all, of, threads);
     const auto wanted = [&](const std::string &family, const std::string &name) {
         return family.find(only) != std::string::npos || name.find(only) != std::string::npos;
     };

@@ -6,24 +6,12 @@
 // slot, while the flags tell on return which components came to use theirs.
 
 #include "memory.hpp"
-#include "sample.hpp"
+#include "node_request.hpp"
 #include "status.hpp"
 
 #include <skoklana/locate.h>
 
 namespace {
-
-struct node_request {
-    qx_long npts;
-    sample_points points;
-    mesh_info *mesh;
-    const blk_tbl *table;
-    node_fields fields;
-    const void *max_values;
-    int *null_flags;
-    int set_null;
-    double null_fill;
-};
 
 struct cell_request {
     qx_long npts;
@@ -74,7 +62,7 @@ template <typename T> int interpolate_nodes(const node_request &request)
     const double npts = static_cast<double>(request.npts);
     for (qx_long done = 0, next; done < request.npts; done = next) {
         if (done > 0 && interrupted(static_cast<int>(static_cast<double>(done) * 100.0 / npts))) return 0;
-        next = next_status_check(done, request.npts);
+        next = request.checks_status ? next_status_check(done, request.npts) : request.npts;
         sample_nodes(&points, done, next, &rows);
     }
     std::copy_n(flags, fields.ncomp, request.null_flags);
@@ -98,6 +86,12 @@ template <typename T> int interpolate_cells(const cell_request &request)
 
 } // namespace
 
+int interpolate_node_data(const node_request &request)
+{
+    return with_dtype(request.fields.data_type, "UTILinterpolate_data",
+                      [&](auto tag) { return interpolate_nodes<typename decltype(tag)::type>(request); });
+}
+
 int UTILinterpolate_data(qx_long npts, const float *points, int nspace, const float *xform, mesh_info *mesh,
                          const blk_tbl *tbl, int ncomp, int data_type, const int *veclens, void **data,
                          void *, void *max_values, int *null_flags, void *null_values, int set_null,
@@ -111,9 +105,9 @@ int UTILinterpolate_data(qx_long npts, const float *points, int nspace, const fl
                                   max_values,
                                   null_flags,
                                   set_null,
-                                  null_fill};
-    return with_dtype(data_type, "UTILinterpolate_data",
-                      [&](auto tag) { return interpolate_nodes<typename decltype(tag)::type>(request); });
+                                  null_fill,
+                                  true};
+    return interpolate_node_data(request);
 }
 
 int UTILinterpolate_cell_data(qx_long npts, const float *points, int nspace, const float *xform,

@@ -91,6 +91,7 @@ struct threaded_cut {
 struct cut_shares {
     int nthreads;
     thread_cut_arg *args = nullptr;
+    list_copies *copies = nullptr;
     thread_team threads;
     scratch memory;
 
@@ -113,8 +114,10 @@ struct cut_shares {
     {
         const mesh_info *mesh = cut.mesh;
         args = memory.borrow<thread_cut_arg>(nthreads);
+        copies = memory.borrow<list_copies>(nthreads);
         qx_long *counts = memory.borrow<qx_long>(nthreads);
-        if (args == nullptr || counts == nullptr || !threads.open(nthreads)) return false;
+        if (args == nullptr || copies == nullptr || counts == nullptr || !threads.open(nthreads))
+            return false;
         UTILmt_divide_number(nthreads, mesh->cell_count[cut.set], counts);
         qx_long first = 0;
         for (int k = 0; k < nthreads; ++k) {
@@ -187,18 +190,18 @@ walk_end reserve_output(const threaded_cut &cut, const cut_shares &work)
 void append_output(const threaded_cut &cut, cut_shares *work)
 {
     for (int k = 0; k < work->nthreads; ++k) {
-        thread_cut_arg &arg = work->args[k];
+        const thread_cut_arg &arg = work->args[k];
+        list_copies *copies = &work->copies[k];
         for (int list = 0; list < CUT_LISTS; ++list) {
-            if (arg.conn_used[list] > 0)
-                std::copy_n(arg.conn[list], arg.conn_used[list], cut.out.connect[list] + cut.out.used[list]);
+            copies->add(arg.conn[list], cut.out.connect[list] + cut.out.used[list], arg.conn_used[list]);
             cut.out.used[list] += arg.conn_used[list];
-            if (arg.cells_used[list] == 0) continue;
-            std::copy_n(arg.cells[list], arg.cells_used[list], cut.map[list] + cut.map_count[list]);
+            if (arg.cells_used[list] == 0) continue; // a map that is not there has no count either
+            copies->add(arg.cells[list], cut.map[list] + cut.map_count[list], arg.cells_used[list]);
             cut.map_count[list] += arg.cells_used[list];
         }
-        append_edges(cut.table, arg.edges);
-        arg.edges = nullptr;
+        place_edges(cut.table, arg.edges, copies);
     }
+    copy_lists(&work->threads, work->nthreads, work->copies);
 }
 
 int cut_set_in_threads(const threaded_cut &cut)

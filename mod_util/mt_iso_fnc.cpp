@@ -67,6 +67,7 @@ struct sliced_set {
     int nthreads;
     thread_slice_arg *args = nullptr;
     slice_share *shares = nullptr;
+    list_copies *copies = nullptr;
     thread_team threads;
     scratch memory;
 
@@ -87,8 +88,10 @@ struct sliced_set {
     {
         args = memory.borrow<thread_slice_arg>(nthreads);
         shares = memory.borrow<slice_share>(nthreads);
+        copies = memory.borrow<list_copies>(nthreads);
         qx_long *counts = memory.borrow<qx_long>(nthreads);
-        if (args == nullptr || shares == nullptr || counts == nullptr || !threads.open(nthreads))
+        if (args == nullptr || shares == nullptr || copies == nullptr || counts == nullptr ||
+            !threads.open(nthreads))
             return false;
         UTILmt_divide_number(nthreads, mesh->cell_count[set], counts);
         qx_long first = 0;
@@ -140,14 +143,18 @@ struct sliced_set {
             report_kernel_end(walk_end::no_map, thread_manners);
             return false;
         }
-        qx_long *connect = *lists.connect + *lists.used, *map = ncells > 0 ? *lists.cell_map : nullptr;
+        qx_long *map = ncells > 0 ? *lists.cell_map : nullptr;
         for (int k = 0; k < nthreads; ++k) {
-            connect = std::copy_n(shares[k].conn, shares[k].conn_used, connect);
-            if (ncells > 0) map = std::copy_n(shares[k].cells, shares[k].cells_used, map);
-            append_edges(table, args[k].edges);
-            args[k].edges = nullptr;
+            const slice_share &share = shares[k];
+            copies[k].add(share.conn, *lists.connect + *lists.used, share.conn_used);
+            *lists.used += share.conn_used;
+            if (ncells > 0) {
+                copies[k].add(share.cells, map, share.cells_used);
+                map += share.cells_used;
+            }
+            place_edges(table, args[k].edges, &copies[k]);
         }
-        *lists.used += nentries;
+        copy_lists(&threads, nthreads, copies);
         return true;
     }
 
@@ -157,6 +164,7 @@ struct sliced_set {
         if (needed <= *capacity) return true;
         qx_long *grown = host_numbers::resize(*list, needed, ALLOC_AT("mt_iso_fnc"));
         if (grown == nullptr) return false;
+        expect_to_fill(grown, needed * static_cast<qx_long>(sizeof(qx_long)));
         *list = grown;
         *capacity = needed;
         return true;

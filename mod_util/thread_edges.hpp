@@ -4,6 +4,7 @@
 
 #include "edge_tbl.hpp"
 #include "links.hpp"
+#include "threads.hpp"
 
 #include <skoklana/thread.h>
 
@@ -50,17 +51,14 @@ inline bool reserve_edges(edge_table *table, qx_long more)
     return true;
 }
 
-// Appends a thread's edges with the numbers that follow on those of the caller's table, whose buckets learn nothing
-// of them, and ends the thread's table.
-inline void append_edges(edge_table *table, mt_edge_table *thread)
+// Gives a thread's edges the places behind those of the caller's table, whose buckets learn nothing of them; they are
+// yet to be copied.
+inline void place_edges(edge_table *table, const mt_edge_table *thread, list_copies *copies)
 {
-    qx_long *lo = nullptr, *hi = nullptr, count = 0;
-    if (UTILmt_edge_table_get_free(thread, &lo, &hi, &count) != 1) return;
-    std::copy_n(lo, count, table->min_list + table->nedges);
-    std::copy_n(hi, count, table->max_list + table->nedges);
-    table->nedges += static_cast<int>(count);
-    free(lo);
-    free(hi);
+    if (thread == nullptr) return;
+    copies->add(thread->lo, table->min_list + table->nedges, thread->count);
+    copies->add(thread->hi, table->max_list + table->nedges, thread->count);
+    table->nedges += thread->count;
 }
 
 inline thread_edge_table_str as_edge_table_str(const mt_edge_table_str &table)

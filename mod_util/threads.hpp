@@ -3,6 +3,7 @@
 
 #include "memory.hpp"
 
+#include <algorithm>
 #include <pthread.h>
 
 // The handles of up to n threads.
@@ -42,7 +43,52 @@ class thread_team {
             if (runs[k]) pthread_join(handles[k], nullptr);
     }
 
+    // The same for work on some values a time, which takes longer than to start a thread if they are many.
+    template <typename Record>
+    void run_if_worthwhile(qx_long nvalues, int n, Record *records, void *(*entry)(void *))
+    {
+        constexpr qx_long many = 1 << 17;
+        if (nvalues >= many) return run(n, records, entry);
+        for (int k = 0; k < n; ++k)
+            entry(&records[k]);
+    }
+
   private:
     pthread_t *handles = nullptr;
     bool *runs = nullptr;
 };
+
+// Lists that threads have made, to be copied behind each other into arrays that have room for them: a thread's copies
+// are a thread's work again, where they are worth one.
+struct list_copies {
+    static constexpr int most = 16;
+    struct copy {
+        const qx_long *from;
+        qx_long *to, count;
+    };
+    copy copies[most];
+    int ncopies;
+
+    void add(const qx_long *from, qx_long *to, qx_long count)
+    {
+        assert(ncopies < most);
+        if (count > 0) copies[ncopies++] = {from, to, count};
+    }
+
+    static void *run(void *arg)
+    {
+        const list_copies &of_thread = *static_cast<list_copies *>(arg);
+        for (int c = 0; c < of_thread.ncopies; ++c)
+            std::copy_n(of_thread.copies[c].from, of_thread.copies[c].count, of_thread.copies[c].to);
+        return arg;
+    }
+};
+
+inline void copy_lists(thread_team *threads, int n, list_copies *lists)
+{
+    qx_long nentries = 0;
+    for (int k = 0; k < n; ++k)
+        for (int c = 0; c < lists[k].ncopies; ++c)
+            nentries += lists[k].copies[c].count;
+    threads->run_if_worthwhile(nentries, n, lists, list_copies::run);
+}

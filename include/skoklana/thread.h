@@ -391,5 +391,65 @@ int UTILmt_cut(int nthreads, mesh_info *mesh, const void *data, int data_type, i
                qx_long *nnodes_out, qx_long **min_node, qx_long **max_node, qx_long *cut_ncells,
                qx_long **cut_conn, qx_long *cut_nconn, qx_long *cell_map_count, qx_long **cell_map);
 
+/* ---- scattered data ------------------------------------------------------------------------------------------ */
+
+/* What a thread is given that spreads scattered values over some planes of a grid's last axis. */
+typedef struct thread_scat_arg {
+    qx_long nnodes;                       /* points */
+    int nspace;                           /* floats from point to point */
+    const float *coords;                  /* of the points */
+    int veclen;                           /* components a point */
+    const double *data;                   /* veclen values a point */
+    const float *min_extent, *max_extent; /* the grid's box */
+    int ndim;                             /* the grid's axes, 1 to 3 */
+    const qx_long *dims;                  /* nodes along each */
+    const int *radius;                    /* of a point's window along each axis, none of them 0 */
+    int power;                            /* of the distance */
+    double *acc;                          /* veclen sums a node, from the first node of the planes on */
+    double *weight;       /* a weight a node, likewise; 0 where no point has reached the node, and
+                                           * the sums are of no meaning then */
+    double threshold;     /* squared distance below which a point is on a node */
+    const int *null_flag; /* not 0: points whose first component is null_value are left out */
+    double null_value;
+    qx_long first, last; /* the planes, both included; none if last is below first */
+    qx_long offset;      /* nodes of the grid before the planes */
+} thread_scat_arg;
+
+/* UTILscat_data_interp2 by nthreads threads: slabs of the grid's last axis, a thread each, and no more of them than
+ * there are planes. The result does not depend on their number. It is that of UTILscat_data_interp2, but that null
+ * values are told by comparing doubles, which takes some values of DTYPE_QX_LONG beyond 2^53 for the null value.
+ *
+ * The arguments are those of UTILscat_data_interp2. There are no status calls: it can't be stopped.
+ *
+ * Returns 1; 0 without a report for an unknown type; 0 with "illegal ndim" or "cannot allocate arrays" under
+ * "UTILmt_scat_interp", all outputs and radius being as they were.
+ *
+ * Takes working memory of 8 bytes for each value, of points and of the grid, and 8 a node of the grid. */
+int UTILmt_scat_data_interp2(int nthreads, qx_long nnodes, int nspace, const float *coords, int dtype,
+                             int veclen, const void *data, const float *min_extent, const float *max_extent,
+                             int ndim, const qx_long *dims, int *radius, int power, int *null_flag,
+                             const void *null_value, void *out);
+/* What its threads run: adds the points to a thread_scat_arg's sums and weights, in their order. Returns arg. */
+void *thread_func_scat_data_interp(void *arg);
+
+/* ---- sampling -------------------------------------------------------------------------------------------------- */
+
+/* UTILinterpolate_data and UTILinterpolate_cell_data for threads of the caller's, who shares out the points: each
+ * thread calls with its own points, outputs, null flags and null values. No thread is started and no status call
+ * made, so that a call can't be stopped. All else is as there, the reports under the names there included.
+ *
+ * Mesh and table are read by all threads at a time. So the mesh must have what is fetched on demand before the first
+ * call: coordinates or points, and the connect lists of its sets. Functions that a host has bound must stand it, too.
+ *
+ * min_values   not read; may be NULL */
+int UTILmt_interpolate_data(qx_long npts, const float *points, int nspace, const float *xform,
+                            mesh_info *mesh, const blk_tbl *tbl, int ncomp, int data_type, const int *veclens,
+                            void **data, void *min_values, void *max_values, int *null_flags,
+                            void *null_values, int set_null, double null_fill, void **out);
+int UTILmt_interpolate_cell_data(qx_long npts, const float *points, int nspace, const float *xform,
+                                 mesh_info *mesh, const blk_tbl *tbl, const int *set_map, int data_type,
+                                 int veclen, void **data, void *min_values, void *max_values, int *null_flag,
+                                 void *null_value, void *out);
+
 SKOKLANA_END
 #endif
