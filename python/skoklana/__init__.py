@@ -45,8 +45,8 @@ Copies
     solid cells, which are put into the library's order of nodes; masked arrays whose masked elements don't hold their
     fill_value already. What comes out owns the library's memory, which goes with the last array that shows it.
 Null
-    ``null=`` names a value that stands for none. A masked array brings its own: its fill_value, which must be no value of
-    the others. Results without a value are NaN in floats and masked in integers, or ``fill=``; what was masked comes back
+    ``null=`` names a value that stands for none. A masked array brings its own: its fill_value, or another one where that is
+    a value of others or not of the type. Results without a value are NaN in floats and masked in integers, or ``fill=``; what was masked comes back
     masked.
 Right numbers
     Samples, derivatives, measures and carried data are worked out exactly, to the precision of coordinates. Where the

@@ -35,6 +35,27 @@ def null_element(null: Any, dtype: np.dtype, name: str) -> np.ndarray:
     return element
 
 
+def _value_of_none(valid: np.ndarray, wanted: Any, name: str) -> np.ndarray:
+    """What can stand for masked values: the array's own fill_value if it can, or else a value that none has."""
+    if valid.dtype.kind == "f":
+        others = [np.finfo(valid.dtype).min, np.finfo(valid.dtype).max, -np.inf, np.inf]
+    else:
+        others = [np.iinfo(valid.dtype).min, np.iinfo(valid.dtype).max]
+    for value in [wanted] + others:
+        try:
+            element = null_element(value, valid.dtype, name)
+        except ValueError:
+            continue
+        if not (valid == element[0]).any():
+            return element
+    if valid.dtype.kind in "iu":
+        there = np.unique(valid)
+        gaps = np.flatnonzero(np.diff(there.astype(object)) > 1)
+        if len(gaps):
+            return there[gaps[:1]] + 1
+    raise ValueError(f"{name}: has every value of its type, so that none can stand for what is masked")
+
+
 class Rows:
     """Values as the library takes them: a row a node, cell or point."""
 
@@ -88,15 +109,15 @@ class Rows:
     def _without_mask(rows: np.ndarray, mask: np.ndarray, null: Any, values: Any, name: str) -> Any:
         if not mask.any():
             return rows, None if null is None else null_element(null, rows.dtype, name)
-        element = null_element(values.fill_value if null is None else null, rows.dtype, name)
         leading = rows[:, 0] if rows.ndim > 1 else rows
-        is_null = leading == element[0]
-        if (is_null & ~mask).any():
-            raise ValueError(
-                f"{name}: {element[0]}, which stands for what is masked, is a value of others too; "
-                f"set another fill_value, or give null="
-            )
-        if not is_null[mask].all():
+        valid = leading[~mask]
+        if null is not None:
+            element = null_element(null, rows.dtype, name)
+            if (valid == element[0]).any():
+                raise ValueError(f"null: {null}, which is to stand for what is masked, is a value of others too")
+        else:
+            element = _value_of_none(valid, values.fill_value, name)
+        if not (leading[mask] == element[0]).all():
             rows = rows.copy()
             (rows[:, 0] if rows.ndim > 1 else rows)[mask] = element[0]
         return rows, element

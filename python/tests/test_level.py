@@ -81,6 +81,15 @@ def test_data_under_a_mask_is_copied_only_where_it_must_be():
     other = np.ma.MaskedArray([1.0, 2.0, 3.0], mask=[0, 1, 0], fill_value=-9.0)
     rows = Rows(other, "values", 3, (3,))
     assert rows.rows.tolist() == [1, -9, 3] and other.data.tolist() == [1, 2, 3]
+    for dtype in TYPES:  # the fill_value that numpy gives by itself, 999999 or 1e20, fits in few of them
+        of = np.ma.MaskedArray(np.arange(100).astype(dtype), mask=np.arange(100) == 7)
+        rows = Rows(of, "values", 100, (100,))
+        assert np.array_equal(rows.rows == rows.null[0], of.mask)
+    lowest = np.ma.MaskedArray(np.arange(256).astype(np.uint8), mask=np.arange(256) == 77)
+    assert Rows(lowest, "values", 256, (256,)).null[0] == 77
+    full = np.ma.MaskedArray(np.arange(257).astype(np.uint8), mask=np.arange(257) == 256)
+    with pytest.raises(ValueError, match="has every value of its type"):
+        Rows(full, "values", 257, (257,))
     plain = np.arange(3.0)
     assert np.shares_memory(Rows(plain, "values", 3, (3,)).rows, plain)
 
@@ -99,10 +108,10 @@ def test_data_under_a_mask_is_copied_only_where_it_must_be():
         (np.zeros(SIZE, np.uint8), {"null": 300}, ValueError, "null: 300 is no value that values can have"),
         (np.zeros(SIZE, np.uint8), {"null": 0.5}, ValueError, "null: 0.5 is no value"),
         (
-            np.ma.MaskedArray(np.ones(SIZE), mask=np.arange(210).reshape(SIZE) == 3, fill_value=1),
-            {},
+            np.ma.MaskedArray(np.ones(SIZE), mask=np.arange(210).reshape(SIZE) == 3),
+            {"null": 1},
             ValueError,
-            "stands for what is masked, is a value of others too",
+            "null: 1, which is to stand for what is masked, is a value of others too",
         ),
     ],
 )
