@@ -71,7 +71,7 @@ input_options::input_options(CLI::App &app, points_too)
            "of a .csv or .xyz file: the columns that are the coordinates, X,Y or X,Y,Z; those without a "
            "name are column1, column2, ...")
         ->delimiter(',')
-        ->expected(2, 3);
+        ->allow_extra_args(false);
     add_how(app, &how);
 }
 
@@ -82,6 +82,8 @@ input input_options::read() const
 
 input input_options::points() const
 {
+    if (columns.size() == 1 || columns.size() > 3)
+        throw failure("--columns: X,Y or X,Y,Z is wanted", exit_usage);
     return read_points(file, how, columns);
 }
 

@@ -67,13 +67,13 @@ scatter::scatter(CLI::App &app)
     app.add_option("--size,-n", size, "nodes of the grid along each axis: NX,NY by x and y, or NX,NY,NZ")
         ->required()
         ->delimiter(',')
-        ->expected(2, 3);
+        ->allow_extra_args(false);
     app.add_option(
            "--radius,-r", radii,
            "how many nodes a point reaches to either side: one number, or one an axis; by default some "
            "six points reach a node")
         ->delimiter(',')
-        ->expected(1, 3)
+        ->allow_extra_args(false)
         ->check(CLI::Range(1, 1000000));
     app.add_option("--power", power, "of the distance that values weigh by, inversely; 2 by default")
         ->check(CLI::Range(1, 100));
@@ -82,11 +82,13 @@ scatter::scatter(CLI::App &app)
                    "as large as "
                    "the points' own box")
         ->delimiter(',')
-        ->expected(6);
+        ->allow_extra_args(false);
 }
 
 void scatter::check()
 {
+    if (size.size() != 2 && size.size() != 3)
+        throw failure("--size: NX,NY or NX,NY,NZ is wanted", exit_usage);
     ndim = static_cast<int>(size.size());
     qx_long nodes = 1;
     for (size_t d = 0; d < size.size(); ++d) {
@@ -99,7 +101,8 @@ void scatter::check()
     if (!radii.empty() && radii.size() != 1 && radii.size() != size.size())
         throw failure("--radius: one number is wanted, or one for each axis of --size", exit_usage);
     for (size_t d = 0; d < size.size() && !corners.empty(); ++d)
-        if (!(corners[d] < corners[d + 3]) || !std::isfinite(corners[d]) || !std::isfinite(corners[d + 3]))
+        if (corners.size() != 6 || !(corners[d] < corners[d + 3]) || !std::isfinite(corners[d]) ||
+            !std::isfinite(corners[d + 3]))
             throw failure("--box: X0,Y0,Z0,X1,Y1,Z1 are wanted, each of the first three below its fellow",
                           exit_usage);
     result.check(" .vti ", "a grid");

@@ -427,4 +427,10 @@ TEST(Scatter, WrongArgumentsAreRefused)
     refused({"--size", "5,5", "--box", "0,0,0,0,1,1"}, 2);
     refused({"--size", "5,5", "--array", "depth"}, 1);
     refused({"--size", "5,5,5"}, 1); // all z are equal
+    refused({"--size", "5,5", "--box", "0,0,0,1,1"}, 2);
+    refused({"--size", "5,5", "--columns", "x"}, 2);
+    // lists end at the next word
+    run_well({"scatter", "--size", "5,5", path, "-o", out});
+    run_well({"scatter", "-o", out, "--size", "5,5", "--box", "0,0,0,1,1,0", "--radius", "3", path});
+    run_well({"scatter", "-o", out, "--size", "5,5", "--columns", "x,height", "-a", "y", path});
 }
