@@ -191,8 +191,9 @@ static int first_tick(const tick_run &run, int position)
     return run.count;
 }
 
-// The mean gap of the levels that the run would make; below 0 if it will not do.
-static double mean_gap(const chart_builder &builder, const tick_run &run)
+// The mean gap of the levels that the run would make; below 0 if it will not do. Gaps from one value to another have
+// the same sum whatever lies between: as a float it is the same, too, so that equal means are ties.
+static float mean_gap(const chart_builder &builder, const tick_run &run)
 {
     const float base = static_cast<float>(builder.decade * 10) * builder.scale;
     const int begin = first_tick(run, builder.position);
@@ -204,15 +205,15 @@ static double mean_gap(const chart_builder &builder, const tick_run &run)
         sum += gap;
         before = value;
     }
-    return begin < run.count ? sum / (run.count - begin) : -1;
+    return begin < run.count ? static_cast<float>(sum / (run.count - begin)) : -1;
 }
 
 static const tick_run *choose_run(const chart_builder &builder)
 {
     const tick_run *best = nullptr;
-    double lowest = 0;
+    float lowest = 0;
     for (const tick_run *run = builder.runs; run < builder.runs_end; ++run) {
-        const double mean = mean_gap(builder, *run);
+        const float mean = mean_gap(builder, *run);
         if (mean < 0 || (best != nullptr && mean >= lowest)) continue;
         best = run;
         lowest = mean;

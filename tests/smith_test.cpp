@@ -219,6 +219,23 @@ TEST_F(SmithChart, OfEqualMeansTheEarlierRunIsTaken)
         EXPECT_EQ(info->runs, level->run);
 }
 
+TEST_F(SmithChart, RunsOfOneLengthAndEndAreTies)
+{
+    for (const float spacing : {0.02f, 0.05f}) {
+        const chart info = make_chart(2, spacing, {5, 10, 4, 10, 6, 10, 5, 10, 7, 10});
+        size_t fresh = 0;
+        int band = 0;
+        for (const graticule_level *level : levels_of(info)) {
+            if (level->band != band && level->position == 0 && level->value < 0.3f) {
+                ++fresh;
+                EXPECT_EQ(info->runs, level->run) << level->value;
+            }
+            band = level->band;
+        }
+        EXPECT_GT(fresh, 0u);
+    }
+}
+
 TEST_F(SmithChart, AfterSixPowersOfTenTheLastBandGoesOnToInfinity)
 {
     // Neighbouring ticks that are too close at every scale.
