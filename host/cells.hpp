@@ -57,6 +57,25 @@ class field_cells {
         location_order_nodes(lowest_node(cell), steps, view->nnodes, view->corners);
     }
 
+    // The number of a cell in the mesh record, where a structured cell goes by its lowest node.
+    qx_long mesh_number(qx_long cell) const { return field->kind == KIND_CELLS ? cell : lowest_node(cell); }
+
+    // The cell of such a number; -1: there is none.
+    qx_long from_mesh_number(qx_long number) const
+    {
+        if (number < 0) return -1;
+        if (field->kind == KIND_CELLS) return number < count ? number : -1;
+        qx_long rest = number, cell = 0, stride = 1;
+        for (int a = 0; a < naxes; ++a) {
+            const qx_long at = rest % dims[a];
+            if (at == dims[a] - 1) return -1;
+            cell += at * stride;
+            stride *= dims[a] - 1;
+            rest /= dims[a];
+        }
+        return rest == 0 && cell < count ? cell : -1;
+    }
+
     const host_field *field;
     int naxes = 0;               // of a lattice: axes of more than one node
     int axis[3] = {0, 0, 0};     // which they are

@@ -405,6 +405,20 @@ bool find_among(const host_locator &locator, const block_cells &among, const flo
     return best != cell_holds::no;
 }
 
+// The block of a point, as the table was filled; -1: none.
+template <typename Real> int block_of(const blk_tbl *table, const Real *point)
+{
+    qx_long at[3] = {0, 0, 0};
+    for (int d = 0; d < 3; ++d) {
+        const float x = static_cast<float>(point[d]), extent = table->max_ext[d] - table->min_ext[d];
+        if (!(static_cast<double>(extent) > 1e-30)) continue; // the boxes decide
+        if (!(x >= table->min_ext[d] && x <= table->max_ext[d])) return -1;
+        at[d] = static_cast<qx_long>((x - table->min_ext[d]) * static_cast<float>(table->nblk - 1) / extent);
+    }
+    const qx_long nblk = table->nblk;
+    return static_cast<int>((at[2] * nblk + at[1]) * nblk + at[0]);
+}
+
 // A point that waits for its block.
 template <typename Real> struct queued_point {
     Real at[3];
@@ -437,21 +451,6 @@ template <typename Real> class block_queue {
     }
 
   private:
-    // As the table was filled.
-    int block_of(const Real *point) const
-    {
-        qx_long at[3] = {0, 0, 0};
-        for (int d = 0; d < 3; ++d) {
-            const float x = static_cast<float>(point[d]), extent = table->max_ext[d] - table->min_ext[d];
-            if (!(static_cast<double>(extent) > 1e-30)) continue; // the boxes decide
-            if (!(x >= table->min_ext[d] && x <= table->max_ext[d])) return -1;
-            at[d] =
-                static_cast<qx_long>((x - table->min_ext[d]) * static_cast<float>(table->nblk - 1) / extent);
-        }
-        const qx_long nblk = table->nblk;
-        return static_cast<int>((at[2] * nblk + at[1]) * nblk + at[0]);
-    }
-
     // Sorts by counting.
     void sort(qx_long first, qx_long end)
     {
@@ -459,7 +458,7 @@ template <typename Real> class block_queue {
         for (qx_long i = first; i < end; ++i) {
             Real point[3];
             points.read(i, point);
-            const int block = blocks[i - first] = block_of(point);
+            const int block = blocks[i - first] = block_of(table, point);
             if (block >= 0)
                 ++ends[block];
             else
@@ -576,6 +575,61 @@ double default_tolerance(const mesh_info &mesh)
 }
 
 } // namespace
+
+// ---- one point after another --------------------------------------------------------------------------------------
+
+// The cells of two blocks are kept: along the face between two a trace changes sides at every step.
+struct host_point_search {
+    const host_locator *locator;
+    block_cells among[2];
+    qx_long block[2] = {-1, -1};
+    int newest = 0;
+
+    explicit host_point_search(const host_locator *locator_) : locator(locator_) {}
+
+    // The cells of a block; null: no memory.
+    const block_cells *cells_of(qx_long wanted)
+    {
+        if (block[newest] == wanted) return &among[newest];
+        newest = 1 - newest;
+        if (block[newest] == wanted) return &among[newest];
+        block[newest] = -1;
+        if (!among[newest].fill(*locator, wanted)) return nullptr;
+        block[newest] = wanted;
+        return &among[newest];
+    }
+};
+
+host_point_search *start_search(const host_locator *locator)
+{
+    void *room = malloc(sizeof(host_point_search));
+    return room != nullptr ? new (room) host_point_search(locator) : nullptr;
+}
+
+void end_search(host_point_search *search)
+{
+    if (search == nullptr) return;
+    search->~host_point_search();
+    free(search);
+}
+
+int find_point(host_point_search *search, const double *point, qx_long *cell, double *uvw)
+{
+    const host_locator &locator = *search->locator;
+    if (locator.is_compact()) return find_compact(locator, point, cell, uvw) ? 1 : 0;
+    const qx_long block = locator.table != nullptr ? block_of(locator.table, point) : -1;
+    if (block < 0) return 0;
+    const block_cells *among = search->cells_of(block);
+    if (among == nullptr) return -1;
+    const float window[3] = {static_cast<float>(point[0]), static_cast<float>(point[1]),
+                             static_cast<float>(point[2])};
+    return find_among(locator, *among, window, point, cell, uvw) ? 1 : 0;
+}
+
+const host_field *field_of(const host_locator *locator)
+{
+    return locator->field;
+}
 
 extern "C" {
 

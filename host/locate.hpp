@@ -22,3 +22,15 @@ inline const host_field *field_of(const host_places *places)
 {
     return static_cast<const located_points *>(places)->field;
 }
+
+// ---- one point after another ---------------------------------------------------------------------------------------
+
+// A search for points one by one, each near the last; for one thread at a time.
+struct host_point_search;
+host_point_search *start_search(const host_locator *locator); // null: no memory
+void end_search(host_point_search *search);                   // null is taken
+
+// Where a point of three coordinates belongs, as host_locate has it: 1; 0: outside; -1: no memory.
+int find_point(host_point_search *search, const double *point, qx_long *cell, double *uvw);
+
+const host_field *field_of(const host_locator *locator);

@@ -397,6 +397,29 @@ int host_sample_cells(const host_places *places, const host_array *values, void 
  * Returns how many there are; 0 for a point outside. */
 int host_place_weights(const host_places *places, qx_long point, qx_long *nodes, double *weights);
 
+/* ---- exact tracing ----------------------------------------------------------------------------------------- *
+ *
+ * The operations of trace.h reach a field through its mesh's find_cell_func and interp_data_func. Those of the library
+ * take places to a twentieth of a cell; those of this mesh are exact, so that lines end at the mesh's border and a field
+ * that is linear in space is followed as one.
+ *
+ *     mesh_info *exact = host_exact_mesh(locator);
+ *     UTILstream_line(exact, NULL, vectors, DTYPE_FLOAT, 3, 0, NULL, 4, 1, 4, 0, seed, ...);
+ *     host_free_exact_mesh(exact); */
+
+/* A mesh record of the locator's field with exact functions for places and values; all others are the library's.
+ *
+ * find_cell_func     looks at no block table: NULL will do. Points belong to cells as host_locate tells; cells are
+ *                    numbered as UTILfind_cell numbers them, so that a structured cell goes by its lowest node.
+ *                    -1 where there is no memory
+ * interp_data_func   values are worked out in double and rounded to float. 0 where a node that takes part is null
+ *
+ * Handed over, to host_free_exact_mesh; NULL where it can't be had. The locator must outlive it. It serves one thread at
+ * a time. Cells of second order are those of the locator: the library's derivatives do not suit its prisms and
+ * pyramids. */
+mesh_info *host_exact_mesh(const host_locator *locator);
+void host_free_exact_mesh(mesh_info *mesh); /* NULL is taken */
+
 /* ---- derivatives --------------------------------------------------------------------------------------- *
  *
  * Right for linear fields at every node of every mesh, up to the rounding of floats, where the forms of deriv.h keep

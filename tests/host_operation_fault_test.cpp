@@ -98,12 +98,37 @@ int locate_and_sample(host_field *field, qx_long npoints)
     return done;
 }
 
+int find_by_exact_mesh(host_field *field)
+{
+    const float point[3] = {0.4f, 0.3f, 0.6f};
+    float uvw[3];
+    qx_long cell;
+    host_locator *locator = nullptr;
+    mesh_info *exact = nullptr;
+    int done = host_make_locator(field, nullptr, &locator);
+    if (done == HOST_DONE) {
+        exact = host_exact_mesh(locator);
+        done = exact != nullptr ? HOST_DONE : HOST_FAILED;
+    }
+    if (done == HOST_DONE && exact->methods->find_cell_func(exact, nullptr, point, &cell, uvw) != 1)
+        done = HOST_FAILED;
+    host_free_exact_mesh(exact);
+    host_free_locator(locator);
+    return done;
+}
+
 } // namespace
 
 TEST(HostOperations, LocateAndSampleOrFailAsAWhole)
 {
     for (const meshes::mesh_ptr &mesh : some_meshes())
         refuse_each([&] { return locate_and_sample(mesh->field, 100); });
+}
+
+TEST(HostOperations, FindPointsOneByOneOrFailAsAWhole)
+{
+    for (const meshes::mesh_ptr &mesh : some_meshes())
+        refuse_each([&] { return find_by_exact_mesh(mesh->field); });
 }
 
 TEST(HostOperations, LocateAndSampleUntilToldToStop)
