@@ -557,6 +557,22 @@ static void take_apart(const std::string &path, input_mesh *mesh)
     }
 }
 
+// Surfaces beside solids, which are most often their skin.
+static void drop_lower_cells(input_mesh *mesh)
+{
+    const int highest = mesh->cell_ndim();
+    qx_long count = 0;
+    auto &sets = mesh->sets;
+    for (auto set = sets.begin(); set != sets.end();) {
+        const bool is_lower = cell_kinds[set->kind].ndim < highest;
+        count += is_lower ? set->ncells : 0;
+        set = is_lower ? sets.erase(set) : set + 1;
+    }
+    if (count > 0)
+        mesh->notes.push_back("left out: " + std::to_string(count) + " cell(s) that are no " +
+                              (highest == 3 ? "solids" : "surfaces"));
+}
+
 static void cell_sets(const std::string &path, input_mesh *mesh, mesh_use use)
 {
     const bool lattice = mesh->structured();
@@ -571,7 +587,8 @@ static void cell_sets(const std::string &path, input_mesh *mesh, mesh_use use)
     mesh->kind = "cell sets";
     mesh->ndim = 0;
     mesh->dims.clear();
-    if (use == mesh_use::sample) take_apart(path, mesh);
+    if (use == mesh_use::sample || use == mesh_use::trace) take_apart(path, mesh);
+    if (use == mesh_use::trace) drop_lower_cells(mesh);
     if (use == mesh_use::locate)
         for (input_set &set : mesh->sets)
             if (set.kind == CELL_PRISM && set.order == 2)

@@ -97,7 +97,8 @@ template <typename Take> void input_mesh::each_cell(Take take) const
 enum class mesh_use {
     extract, // second-order cells as the tesselation takes them
     locate,  // as cell_nodes.h has them, for the host's exact location
-    sample   // only cells that the library's own sampling can compute values in
+    sample,  // only cells that the library's own sampling can compute values in
+    trace    // the same, of the highest dimension that there is
 };
 
 // Throws failure, whose text starts with path.

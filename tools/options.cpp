@@ -13,6 +13,7 @@
 #include <cmath>
 #include <cstring>
 #include <filesystem>
+#include <iterator>
 
 CLI::Validator finite_number()
 {
@@ -21,6 +22,17 @@ CLI::Validator finite_number()
             double value;
             if (!CLI::detail::lexical_cast(text, value)) return text + " is no number";
             return std::isfinite(value) ? std::string() : text + " is no finite number";
+        },
+        "", "");
+}
+
+CLI::Validator positive_number()
+{
+    return CLI::Validator(
+        [](const std::string &text) {
+            double value;
+            const bool is_one = CLI::detail::lexical_cast(text, value) && std::isfinite(value) && value > 0;
+            return is_one ? std::string() : text + " is out of range; a number above 0 is wanted";
         },
         "", "");
 }
@@ -117,6 +129,17 @@ array_options::array_options(CLI::App &app, array_place at, component_kind compo
                      "take a cell array, as the mean of the cells around each node");
 }
 
+// A cell array at the nodes.
+static typed_array mean_at_nodes(const input &in, const typed_array &of, const std::optional<double> &null)
+{
+    const std::string &path = in.file.path;
+    std::unique_ptr<input_mesh> own;
+    if (in.mesh == nullptr) own = make_mesh(path, in.file.data, mesh_use::extract);
+    return means_at_nodes(path, own != nullptr ? *own : *in.mesh, of, mean_weight::none, null.has_value(),
+                          null.value_or(0))
+        .array;
+}
+
 chosen_array array_options::means_of_cells(const input &in) const
 {
     const std::string &path = in.file.path, of_cells = "; its cell arrays: " + names_of(in.cell);
@@ -125,11 +148,7 @@ chosen_array array_options::means_of_cells(const input &in) const
         throw failure(path + ": has several cell arrays; name one with --array" + of_cells);
     const typed_array *of = name.empty() ? &in.cell.front() : find_array(in.cell, name);
     if (of == nullptr) throw failure(path + ": has no cell array " + name + of_cells);
-    std::unique_ptr<input_mesh> own;
-    if (in.mesh == nullptr) own = make_mesh(path, in.file.data, mesh_use::extract);
-    const node_mean made = means_at_nodes(path, own != nullptr ? *own : *in.mesh, *of, mean_weight::none,
-                                          null.has_value(), null.value_or(0));
-    return {made.array, false};
+    return {mean_at_nodes(in, *of, null), false};
 }
 
 chosen_array array_options::choose(const input &in) const
@@ -184,6 +203,52 @@ int array_options::component_of(const input &in, const typed_array &array) const
 scalar_array array_options::scalar(const input &in, const typed_array &array) const
 {
     return scalar_of(array, component_of(in, array), null.has_value(), null.value_or(0));
+}
+
+// ---- vectors ------------------------------------------------------------------------------------------------
+
+vectors_options::vectors_options(CLI::App &app)
+{
+    app.add_option("--vectors", name, "the node array of vectors; needed where there are several");
+    app.add_option("--null", null,
+                   "nodes whose vector begins with this value have none; NaN always means that")
+        ->check(finite_number());
+    app.add_flag("--cell-to-node", cell_to_node,
+                 "take a cell array, as the mean of the cells around each node");
+}
+
+typed_array vectors_options::choose(const input &in) const
+{
+    const std::string &path = in.file.path;
+    const auto is_vectors = [](const typed_array &array) { return array.veclen == 2 || array.veclen == 3; };
+    const auto &arrays = cell_to_node ? in.cell : in.node, &others = cell_to_node ? in.node : in.cell;
+    const std::string at = cell_to_node ? "cell" : "node", other = cell_to_node ? "node" : "cell";
+    std::vector<typed_array> vectors;
+    std::copy_if(arrays.begin(), arrays.end(), std::back_inserter(vectors), is_vectors);
+    const std::string choice = "; its " + at + " arrays of vectors: " + names_of(vectors);
+    const typed_array *array = name.empty() ? nullptr : find_array(arrays, name);
+    if (name.empty() && vectors.empty())
+        throw failure(path + ": has no " + at + " arrays of vectors, of 2 or 3 components; its " + at +
+                      " arrays: " + names_of(arrays) + "; its " + other + " arrays: " + names_of(others));
+    if (name.empty() && vectors.size() > 1)
+        throw failure(path + ": has several " + at + " arrays of vectors; name one with --vectors" + choice);
+    if (name.empty()) array = &vectors.front();
+    if (array != nullptr && !is_vectors(*array))
+        throw failure(path + ": " + name + " has " + std::to_string(array->veclen) +
+                      (array->veclen == 1 ? " component" : " components") + ", and vectors have 2 or 3" +
+                      choice);
+    if (array == nullptr && find_array(others, name) != nullptr)
+        throw failure(path + ": " + name + " holds a vector a " + other +
+                      (cell_to_node ? ", and --cell-to-node takes a cell array"
+                                    : ", and vectors at nodes are wanted: see --cell-to-node") +
+                      choice);
+    if (array == nullptr) throw failure(path + ": has no " + at + " array " + name + choice);
+    return cell_to_node ? mean_at_nodes(in, *array, null) : *array;
+}
+
+scalar_array vectors_options::choose_rows(const input &in) const
+{
+    return rows_with_null(choose(in), null.has_value(), null.value_or(0));
 }
 
 // ---- arrays to carry ----------------------------------------------------------------------------------------

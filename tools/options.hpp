@@ -15,6 +15,7 @@
 
 // Checks of arguments, which name the option and what is wanted.
 CLI::Validator finite_number();
+CLI::Validator positive_number(); // and finite
 CLI::Validator whole_number(int64_t from);
 
 // FILE, --block, --step, --solution.
@@ -72,6 +73,21 @@ class array_options {
     array_place place;
     component_kind components;
     std::string name, component;
+    bool cell_to_node = false;
+};
+
+// --vectors, --null, --cell-to-node: the node array of vectors that is worked on.
+class vectors_options {
+  public:
+    explicit vectors_options(CLI::App &app);
+    // The array that was named, or the only one of 2 or 3 components.
+    typed_array choose(const input &in) const;
+    // The same with its null rows: those with a NaN, and those that begin with the null value.
+    scalar_array choose_rows(const input &in) const;
+
+  private:
+    std::string name;
+    std::optional<double> null;
     bool cell_to_node = false;
 };
 
