@@ -22,6 +22,7 @@
 #include "fetch.hpp"
 #include "jacobian.hpp"
 #include "lattice.hpp"
+#include "memory.hpp"
 #include "status.hpp"
 
 #include <algorithm>
@@ -453,6 +454,9 @@ template <typename T, typename Places> static int place_glyphs(const glyph_reque
     const qx_long total = places.nnodes;
     const float percent_a_node = static_cast<float>(100.0 / static_cast<double>(total));
     status_cadence cadence(256);
+    const qx_long rows = total * r.glyph_nnodes;
+    expect_to_fill(r.out_coords, rows * std::min(r.out_nspace, 3) * static_cast<qx_long>(sizeof(float)));
+    expect_to_fill(r.out_data, rows * static_cast<qx_long>(sizeof(T)));
     glyph_writer writer(r, r.orient && r.veclen > 1);
     glyph_values<T> values(r);
     for (qx_long n = 0; n < total; ++n) {
