@@ -25,6 +25,8 @@ Examples:
   skoklana threshold flow.vtu --array pressure --min 1.2 --any -o high.vtu
   skoklana probe flow.vtu --line 0,0,0 1,0,0 200 -o along.csv
   skoklana probe flow.vtu --grid 64 64 64 -o flow.vti
+  skoklana stream flow.vtu --vectors v --seeds-random 100 --both -o lines.vtp --picture lines.png
+  skoklana glyph flow.vtu --vectors v --every 10 -o arrows.vtp --picture arrows.png
   skoklana gradient flow.vtu --array pressure -o slopes.vtu --picture slopes.png
   skoklana threshold-null terrain.vtr --array height --null -9999 -o land.vtu
   skoklana delaunay wells.csv -o wells.vtp --picture wells.png

@@ -71,7 +71,7 @@ stream::stream(CLI::App &app)
         ->check(positive_number())
         ->type_name("S");
     app.add_flag("--library", options.by_library,
-                 "by the library's own places, which are exact to a twentieth of a cell, and sooner");
+                 "by the library's own places, which are exact to a twentieth of a cell");
 }
 
 // A count of seeds, times that of the other direction.
@@ -92,7 +92,7 @@ void stream::check()
         throw failure("give one of --seeds-line A B N, --seeds-plane ORIGIN A B NA NB, --seeds-random N and "
                       "--seeds FILE",
                       exit_usage);
-    result.check(" .vtp ", "lines");
+    result.check(" .vtp ", "a set of lines");
 }
 
 std::vector<double> stream::chosen_seeds(const input_mesh &mesh) const
