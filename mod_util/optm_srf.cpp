@@ -90,8 +90,10 @@ struct edge_watch {
     unsigned mark;
 };
 
-// A ring that lies upon itself can come out of a division, and such a one could go on for ever: its area is not less
-// than that of the ring it came from, or it is not above 0. It only loses what ears it has.
+// A ring that lies upon itself can come out of a division, and such a one could go on for ever. One whose area is not
+// above 0, or not less than that of the ring it came from once that has happened too often, only loses what ears it has.
+constexpr int most_strays = 1024;
+
 struct surf_polygon {
     qx_long count;
     stale_list ears, edges; // to be tried
@@ -142,6 +144,7 @@ struct reduction {
     pool<ring_node> node;
     pool<edge_watch> watch;
     pool<surf_polygon> polygon; // a stack; the top is worked on
+    int strays = 0;             // divisions after which a part was no smaller than the whole
     plane_boxes<ring_node, &ring_node::edge_box> edges;
     plane_boxes<ring_node, &ring_node::ear_box> failed_ears;
 };
@@ -700,6 +703,11 @@ static bool push_ring(reduction *s, int first, qx_long count, qx_long area, bool
     return true;
 }
 
+static bool goes_astray(reduction *s, qx_long area, qx_long whole)
+{
+    return area >= whole && ++s->strays > most_strays;
+}
+
 // How many corners there are from b to the corner, or from there to a, whichever is less or, if they are equal, the
 // second; both ends count. Both ways are gone together, so that it costs no more than the smaller part.
 static qx_long count_smaller_part(const reduction &s, int a, int b, int corner, bool *is_first)
@@ -744,10 +752,10 @@ static bool divide_ring(reduction *s, int p, int a, int corner)
     const qx_long whole = s->polygon[p].area, small_area = area_of_ring(*s, small);
     s->polygon[p].node = first_is_small ? twin : b;
     s->polygon[p].area = rest - small_area;
-    s->polygon[p].astray = s->polygon[p].astray || s->polygon[p].area >= whole;
+    s->polygon[p].astray = goes_astray(s, s->polygon[p].area, whole) || s->polygon[p].astray;
     if (small_count >= 3) {
         s->polygon[p].count -= small_count;
-        return push_ring(s, small, small_count, small_area, small_area >= whole);
+        return push_ring(s, small, small_count, small_area, goes_astray(s, small_area, whole));
     }
     int v = small;
     for (qx_long k = 0; k < small_count; ++k) {

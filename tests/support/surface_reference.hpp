@@ -56,6 +56,7 @@ class surface_reduction {
     double tol;
     double (*to_type)(double);
     std::vector<ring> polygons;
+    int strays = 0;
     std::vector<bool> astray; // those that lie upon themselves only lose their ears
     surface out;
 
@@ -212,6 +213,7 @@ class surface_reduction {
         return sum;
     }
 
+    bool goes_astray(qx_long part, qx_long whole) { return part >= whole && ++strays > 1024; }
     bool is_astray(const ring &r) const { return astray.back() || area(r) <= 0; }
 
     static bool coincide(const ring &r)
@@ -431,12 +433,12 @@ class surface_reduction {
         ring second = from_apex.size() > to_apex.size() ? to_apex : from_apex;
         const bool was_astray = astray.back();
         polygons.back() = first;
-        astray.back() = was_astray || area(first) >= whole;
+        astray.back() = goes_astray(area(first), whole) || was_astray;
         if (second.size() < 3) return;
         for (vertex &v : second)
             v.kind = 0;
         polygons.push_back(second);
-        astray.push_back(area(second) >= whole);
+        astray.push_back(goes_astray(area(second), whole));
     }
 
     // ---- refinement and what is left ----------------------------------------------------------------------------
