@@ -95,6 +95,7 @@ void add_threshold(suite *all, const sizes &of);
 void add_deriv(suite *all, const sizes &of);
 void add_cut(suite *all, const sizes &of);
 void add_boundary(suite *all, const sizes &of);
+void add_terrain(suite *all, const sizes &of);
 void add_trace(suite *all, const sizes &of);
 void add_scatter(suite *all, const sizes &of);
 void add_threads(suite *all, const sizes &of, int threads);

@@ -62,6 +62,7 @@ int main(int argc, char **argv)
     add_deriv(&all, of);
     add_cut(&all, of);
     add_boundary(&all, of);
+    add_terrain(&all, of);
     add_trace(&all, of);
     add_scatter(&all, of);
     add_threads(&all, of, threads);
