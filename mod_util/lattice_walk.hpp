@@ -32,8 +32,10 @@
 //     take_whole(place, words, nwords) writes the whole cells of a piece, bits from place.i on
 //
 // A walk takes a range of cell planes as it takes all: cells and nodes keep the numbers that they have in the
-// mesh, new nodes count from 0. Where two ranges meet, the slots of the plane between them are what a stitch
-// needs: seam_number gives the number that the lower range gave an edge of its last plane.
+// mesh, new nodes count from 0. Or it takes a range as a part of the walk over the whole mesh: new nodes count on from
+// where that walk has come to, and edges that it has met before keep their numbers. For these the part walks over the
+// slab below it first, so that parts need nothing of each other but how many nodes there are below them. A sink that
+// only counts tells how many.
 #pragma once
 
 #include "lattice_edges.hpp"
@@ -128,19 +130,6 @@ template <int naxes, int nlevels> struct edge_slots {
         }
     }
 };
-
-// After a walk: the number of the edge from node low to node high, both in the last plane of nodes, whose first
-// is first_node; -1 if it has none. Slots hold more than numbered edges, so the nodes must bear them out.
-template <int naxes, int nlevels>
-qx_long seam_number(const edge_slots<naxes, nlevels> &slots, int level, qx_long first_node, qx_long low,
-                    qx_long high, const edge_nodes &nodes)
-{
-    const auto &of_level = slots.of_level[level];
-    const qx_long number = (high - low == 1 ? of_level.along_i : of_level.along_j)[0][low - first_node];
-    const bool is_its_own = number >= 0 && number < nodes.min_node.used &&
-                            nodes.min_node.data[number] == low && nodes.max_node.data[number] == high;
-    return is_its_own ? number : -1;
-}
 
 // Where the edges of the cells of a piece have their slots, and their lower nodes, both for its first cell.
 template <int naxes, int nlevels> struct piece_edges {
