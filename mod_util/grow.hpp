@@ -24,13 +24,12 @@ struct list_growth {
     bool raise;        // whether a growth raises the step by half
 };
 
-// Room in a host array of qx_long for margin entries behind the used ones, by at most one growth. On
-// failure the list is as it was, still the caller's to release, though capacity and step have moved on.
-template <class Numbers = host_numbers>
-bool make_room(qx_long **list, qx_long used, qx_long margin, const list_growth &growth, const char *file,
-               int line)
+// One growth of a host array of qx_long, whatever room is left in it. Kept out of the walks, which test for room
+// once a cell and grow a few times in all.
+template <class Numbers>
+__attribute__((noinline)) bool grow_list(qx_long **list, const list_growth &growth, const char *file,
+                                         int line)
 {
-    if (used <= *growth.capacity - margin) return true;
     *growth.capacity += *growth.step;
     if (growth.raise) *growth.step = raised_step(*growth.step);
     qx_long *grown = Numbers::resize(*list, *growth.capacity, file, line);
@@ -38,6 +37,15 @@ bool make_room(qx_long **list, qx_long used, qx_long margin, const list_growth &
     expect_to_fill(grown, *growth.capacity * static_cast<qx_long>(sizeof(qx_long)));
     *list = grown;
     return true;
+}
+
+// Room in a host array of qx_long for margin entries behind the used ones, by at most one growth. On
+// failure the list is as it was, still the caller's to release, though capacity and step have moved on.
+template <class Numbers = host_numbers>
+bool make_room(qx_long **list, qx_long used, qx_long margin, const list_growth &growth, const char *file,
+               int line)
+{
+    return used <= *growth.capacity - margin || grow_list<Numbers>(list, growth, file, line);
 }
 
 // A host array of numbers with its bookkeeping, for kernels that fill it a batch of cells at a time.
