@@ -151,22 +151,53 @@ TYPED_TEST(ScatterOntoGrid, EmptyNodesHaveTheNullValueItself)
     }
 }
 
-// More points than are taken at a time, on a grid whose planes are taken in several tiles.
+// Grids of several tiles: of some planes; of rows, where a plane is larger than a tile; of single rows that are. And
+// more points, or more tiles of points, than are listed at a time.
 TEST(ScatterData, LargeGridsAndManyPointsAgreeWithTheReference)
 {
-    const grid g = {3, {70, 60, 40}, {0, 0, 0}, {1, 2, 3}, {1, 2, 1}, 2};
-    const scattered_points p = points_around(g, 5000, 3);
-    for (int veclen : {1, 2}) {
-        const std::vector<double> data = small_values<double>(p.count() * veclen, 5);
+    const struct {
+        grid g;
+        int count, veclen;
+    } cases[] = {
+        {{3, {70, 60, 40}, {0, 0, 0}, {1, 2, 3}, {1, 2, 1}, 2}, 5000, 1},
+        {{3, {70, 60, 40}, {0, 0, 0}, {1, 2, 3}, {1, 2, 1}, 2}, 5000, 2},
+        {{3, {200, 180, 6}, {0, 0, 0}, {1, 2, 3}, {5, 30, 2}, 2}, 300, 1},
+        {{2, {300, 300, 1}, {0, 0, 0}, {1, 2, 0}, {1, 1, 0}, 2}, 70000, 1},
+        {{2, {33000, 60, 1}, {0, 0, 0}, {1, 2, 0}, {1, 60, 0}, 2}, 6000, 1},
+        {{1, {50000, 1, 1}, {0, 0, 0}, {1, 0, 0}, {200, 0, 0}, 2}, 500, 1},
+    };
+    for (const auto &c : cases) {
+        const grid &g = c.g;
+        const scattered_points p = points_around(g, c.count, 3);
+        const std::vector<double> data = small_values<double>(p.count() * c.veclen, 5);
         bool any_empty;
         branches seen;
         const std::vector<double> expected = scatter_reference::spread<double>(
-            g, p.count(), p.nspace, p.coords.data(), veclen, data.data(), true, data[0], &any_empty, &seen);
-        const spread_result<double> got = spread_by_library<double>(g, p, veclen, data, 1, data[0]);
-        EXPECT_TRUE(same_bytes(expected, got.out));
-        EXPECT_GT(std::min({seen.empty, seen.summed, seen.null}), 10)
-            << "of the first point, which is in the grid";
+            g, p.count(), p.nspace, p.coords.data(), c.veclen, data.data(), true, data[0], &any_empty, &seen);
+        EXPECT_GT(std::min(seen.summed, seen.null), 0) << "of the first point, which is in the grid";
+        const spread_result<double> got = spread_by_library<double>(g, p, c.veclen, data, 1, data[0]);
+        EXPECT_TRUE(same_bytes(expected, got.out)) << g.ndim << " axes, " << c.count << " points";
     }
+}
+
+// Lists of points are for speed alone.
+TEST(ScatterData, NoMemoryForTilesChangesNothing)
+{
+    const grid g = {3, {70, 60, 40}, {0, 0, 0}, {1, 2, 3}, {1, 2, 1}, 2};
+    const scattered_points p = points_around(g, 300, 3);
+    const std::vector<float> data = small_values<float>(p.count(), 5);
+    const spread_result<float> expected = spread_by_library<float>(g, p, 1, data, 0, 0.0f);
+    for (int k : {2, 3}) { // behind the sums and weights
+        const host_calls::watch watch;
+        host_calls::fail_allocation(k);
+        const spread_result<float> got = spread_by_library<float>(g, p, 1, data, 0, 0.0f);
+        EXPECT_TRUE(host_calls::allocation_was_refused());
+        EXPECT_EQ(1, got.returned);
+        EXPECT_TRUE(same_bytes(expected.out, got.out));
+        EXPECT_EQ(0, watch.live_blocks());
+    }
+    EXPECT_TRUE(host_calls::report_texts().empty());
+    host_calls::reset();
 }
 
 TEST(ScatterData, FirstOfTwoPointsOnANodeStays)
