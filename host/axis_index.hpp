@@ -1,7 +1,8 @@
 // Positions on an axis of a uniform or rectilinear mesh: between which two nodes a coordinate lies.
 //
 // Nodes are where the mesh has them, in float. A coordinate within rounding of a node is at it, and belongs to the
-// interval below; so does one that is beyond an end by no more than a tolerance.
+// interval below; so does one that is beyond an end by no more than a tolerance. An axis of a part is looked at as that
+// of the whole: of two parts, one has the point.
 #pragma once
 
 #include "field.hpp"
@@ -18,7 +19,9 @@ inline double rounding_of(double size)
 class axis_index {
   public:
     axis_index() = default;
-    axis_index(const host_field *field_, int d_) : field(field_), d(d_), n(field_->dims[d_])
+    axis_index(const host_field *field_, int d_)
+        : field(searched_field(field_)), d(d_), n(field->dims[d_]), begin(field_->first[d_]),
+          end(begin + field_->dims[d_] - 1)
     {
         if (n > 1 && node(n - 1) < node(0)) sign = -1;
         if (field->kind == KIND_RECT)
@@ -43,6 +46,8 @@ class axis_index {
         } else {
             *u = length > 0 ? std::clamp(2 * (p - low) / (high - low) - 1, -1.0, 1.0) : -1;
         }
+        if (*interval < begin || *interval >= end) return false;
+        *interval -= begin;
         return true;
     }
 
@@ -98,6 +103,7 @@ class axis_index {
     const host_field *field = nullptr;
     int d = 0;
     qx_long n = 1;
+    qx_long begin = 0, end = 0; // intervals that count
     double sign = 1;
     bool monotonous = true;
 };

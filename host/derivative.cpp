@@ -13,6 +13,8 @@
 #include "registry.hpp"
 #include "report.hpp"
 
+#include "mod_util/deriv.hpp"
+#include "mod_util/difference.hpp"
 #include "mod_util/type_switch.hpp"
 
 #include <skoklana_host.h>
@@ -109,6 +111,77 @@ int derive_by_library(const request &asked, mesh_operator run)
     if (done != 1 || watch.was_stopped()) return watch.failed(asked.call);
     mark_nodes_of_cells(asked);
     return HOST_DONE;
+}
+
+// ---- parts of uniform meshes ---------------------------------------------------------------------------------
+
+// As the library differences the whole: by its step. At the part's own ends the nodes there are differenced.
+template <typename Operator, typename T> int derive_rows(const request &asked, const float *scales)
+{
+    constexpr int ncomp = Operator::ncomp, length = Operator::out_veclen;
+    constexpr qx_long rows_a_check = 1024;
+    const qx_long *n = asked.field->dims;
+    const int ndim = asked.field->ndim;
+    const qx_long nrows = n[1] * n[2];
+    const T *data = static_cast<const T *>(asked.values->data);
+    for (qx_long row = 0; row < nrows; ++row) {
+        if (row % rows_a_check == 0 && is_stopped(row, nrows, "derivatives")) return HOST_STOPPED;
+        const qx_long at[3] = {0, row % n[1], row / n[1]}, step[3] = {1, n[0], n[0] * n[1]};
+        qx_long up[3] = {}, down[3] = {};
+        float scale[3] = {};
+        const auto look_at = [&](int axis, qx_long position) {
+            const stencil s = stencil_at(position, n[axis]);
+            up[axis] = (s.high - position) * step[axis] * ncomp;
+            down[axis] = (s.low - position) * step[axis] * ncomp;
+            scale[axis] = scales[axis] * s.factor;
+        };
+        for (int axis = 1; axis < ndim; ++axis)
+            look_at(axis, at[axis]);
+        const auto derive_nodes = [&](qx_long first, qx_long end) {
+            look_at(0, first); // all of them are alike
+            const T *values = data + (row * n[0] + first) * ncomp;
+            float *out = asked.out + (row * n[0] + first) * length;
+            for (qx_long i = first; i < end; ++i, values += ncomp, out += length) {
+                const auto d = [&](int axis, int c) {
+                    return axis < ndim
+                               ? scaled_difference(values[up[axis] + c], values[down[axis] + c], scale[axis])
+                               : 0.0f;
+                };
+                Operator::combine(d, out);
+            }
+        };
+        derive_nodes(0, 1);
+        derive_nodes(1, n[0] - 1);
+        derive_nodes(n[0] - 1, n[0]);
+    }
+    return HOST_DONE;
+}
+
+// Whether a part has a derivative at each node by differences alone.
+bool is_differenced_part(const request &asked)
+{
+    const host_field *field = asked.field;
+    if (field->whole == nullptr) return false;
+    for (int d = 0; d < field->ndim; ++d)
+        if (field->whole->step[d] == 0) return false;
+    return true;
+}
+
+int derive_part(const request &asked)
+{
+    float scales[3] = {};
+    for (int d = 0; d < asked.field->ndim; ++d)
+        scales[d] = 1.0f / asked.field->whole->step[d];
+    const int done = with_dtype_silent(asked.values->type, [&](auto tag) {
+        using T = typename decltype(tag)::type;
+        switch (asked.of) {
+        case derivative::gradient: return derive_rows<grad_operator, T>(asked, scales);
+        case derivative::curl: return derive_rows<curl_operator, T>(asked, scales);
+        default: return derive_rows<div_operator, T>(asked, scales);
+        }
+    });
+    if (done == HOST_DONE) mark_nodes_of_cells(asked);
+    return done;
 }
 
 // ---- cell by cell --------------------------------------------------------------------------------------------
@@ -290,7 +363,8 @@ int differentiate(request asked)
         return host_fail("%s: rows of 2 or 3 are wanted, and these have %d", asked.call, values->veclen);
     asked.mesh = host_mesh(asked.field);
     if (asked.mesh == nullptr) return HOST_FAILED;
-    if (const mesh_operator form = right_form(asked)) return derive_by_library(asked, form);
+    if (const mesh_operator form = right_form(asked))
+        return is_differenced_part(asked) ? derive_part(asked) : derive_by_library(asked, form);
     return derive_by_cells(asked);
 }
 

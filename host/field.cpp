@@ -214,6 +214,7 @@ bool make_mesh(host_field *field)
     find_extents(field, mesh.min_ext, mesh.max_ext);
     mesh.methods = &field->methods;
     bind_methods(field->kind, &field->methods);
+    if (field->whole != nullptr) bind_search_of_whole(field);
     mesh.get_coords = fetch_coords_of_field;
     mesh.get_coords_range = fetch_coords_range_of_field;
     mesh.get_points = fetch_points_of_field;
@@ -380,6 +381,8 @@ void host_free_field(host_field *field)
     free(field->made_points);
     free(field->made_coords);
     free(field->made_connect);
+    free(field->own_axes);
+    host_free_field(field->whole);
     for (int s = 0; s < field->nsets; ++s)
         free(field->sets[s].owned);
     if (field->kind == KIND_CELLS) free(field->sets);

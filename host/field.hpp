@@ -27,12 +27,16 @@ struct host_field {
     qx_long dims[3];  // 1 from ndim on; cell sets are one axis of nnodes
     qx_long nnodes;
 
-    // borrowed
+    // borrowed, but for parts
     const float *corners; // uniform
     const float *axes[3]; // rectilinear; NULL is a constant 0
     const float *coords;  // curvilinear and cell sets
 
     float step[3]; // uniform
+    // of a part of a uniform mesh, which is rectilinear; else NULL: the whole, and the part's first node in it
+    host_field *whole;
+    qx_long first[3];
+    float *own_axes;
     cell_set *sets;
     int nsets, sets_capacity;
     cell_set lattice_set; // the one set of structured meshes
@@ -64,6 +68,15 @@ inline float axis_coordinate(const host_field *field, int d, qx_long position)
     if (d >= field->ndim) return field->corners[d];
     return uniform_coordinate(position, field->step[d], field->corners[d]);
 }
+
+// The field in which points are looked for: of a part of a uniform mesh, the whole.
+inline const host_field *searched_field(const host_field *field)
+{
+    return field->whole != nullptr ? field->whole : field;
+}
+
+// Makes points be found in a part as in the whole.
+void bind_search_of_whole(host_field *part);
 
 // count elements, at least one, so that NULL always means that there is no memory.
 template <typename T> T *allocate_zeroed(qx_long count)

@@ -643,7 +643,7 @@ int host_make_locator(host_field *field, const host_locator_options *options, ho
     void *room = malloc(sizeof(host_locator));
     if (room == nullptr) return host_fail("host_make_locator: no memory for the locator");
     host_locator *locator = new (room) host_locator(field);
-    locator->tolerance = asked > 0 ? asked : asked < 0 ? 0 : default_tolerance(field->made);
+    locator->tolerance = asked > 0 ? asked : asked < 0 ? 0 : default_tolerance(searched_field(field)->made);
     int done = HOST_DONE;
     if (locator->is_compact())
         for (int a = 0; a < locator->cells.naxes; ++a)

@@ -57,6 +57,21 @@ typedef struct host_field host_field;
  * each step. */
 host_field *host_uniform(int ndim, const qx_long *dims, int nspace, const float *corners);
 
+/* A part of a uniform mesh: the nodes of a box of it, with their coordinates in the whole, bit for bit.
+ *
+ * Corners of the part's own would be rounded, and the steps between them too. The part is a rectilinear mesh
+ * therefore, with the whole's coordinates on its axes, and its extents are those of its own nodes. Points belong to
+ * the cells that hold them in the whole, with the same places within them, for the library's search and for
+ * host_make_locator (with the whole's default tolerance): of parts that meet in a plane of nodes, one has a point in it.
+ * host_gradient, host_curl and host_divergence take the whole's steps, and one-sided differences at the ends of the part;
+ * so a part of which a layer of nodes is left out, except at ends of the whole, has the whole's derivatives. The
+ * library's derivatives of whole meshes are those of rectilinear ones. A part that is flat where the whole is not is a
+ * mesh of its own: a point belongs to it where it lies in its plane.
+ *
+ * whole    a field of host_uniform, or a part of one. Nothing is borrowed: it may go before the part
+ * extent   a pair for each axis: the first node and the last, counted from 0 within whole */
+host_field *host_uniform_part(const host_field *whole, const qx_long *extent);
+
 /* A rectilinear mesh: spaced at will along each axis.
  *
  * axes   nspace pointers. Below ndim: dims[d] finite floats, the coordinates along that axis. From ndim on:

@@ -1,3 +1,5 @@
+// The embedded host includes this header too.
+//
 // What gradient, curl and divergence differ in: one table for cell sets and lattices, for a cell and for whole
 // meshes.
 //

@@ -21,6 +21,7 @@
 
 #include "deriv.hpp"
 #include "deriv_point.hpp"
+#include "difference.hpp"
 #include "dtype.hpp"
 #include "fetch.hpp"
 #include "lattice.hpp"
@@ -32,20 +33,7 @@ namespace {
 constexpr qx_long check_period = 8; // positions of axis 0 between status checks
 constexpr qx_long piece_nodes = 128;
 
-// ---- stencils ----------------------------------------------------------------------------------------------
-
-struct stencil {
-    qx_long low, high;
-    float factor;
-};
-
-// On an axis of one node high lies beyond it: users of such axes get what is there in memory.
-stencil stencil_at(qx_long position, qx_long n)
-{
-    if (position == 0) return {0, 1, 1.0f};
-    if (position == n - 1) return {position - 1, position, 1.0f};
-    return {position - 1, position + 1, 0.5f};
-}
+// ---- scales ------------------------------------------------------------------------------------------------
 
 struct lattice_shape {
     qx_long n[3]; // axes that are not there have one node
@@ -77,21 +65,6 @@ struct axis_scales {
 };
 
 // ---- differences -------------------------------------------------------------------------------------------
-
-// Integers are subtracted in 32 bits, qx_long in 64, and wrap round.
-template <typename T> FORCE_INLINE float scaled_difference(T high, T low, float scale)
-{
-    if constexpr (std::is_same_v<T, double>) {
-        return static_cast<float>((high - low) * static_cast<double>(scale));
-    } else if constexpr (std::is_same_v<T, float>) {
-        return (high - low) * scale;
-    } else {
-        using whole = std::conditional_t<sizeof(T) == 8, qx_long, int>;
-        using bits = std::make_unsigned_t<whole>;
-        const bits difference = static_cast<bits>(high) - static_cast<bits>(low);
-        return static_cast<float>(static_cast<whole>(difference)) * scale;
-    }
-}
 
 // count elements from high on, less those from low on, times one scale or one each.
 template <typename T>
