@@ -50,15 +50,27 @@ struct cell_rows {
     int nnodes;
     const unsigned char *flags; // a byte a node, of a meaning that the cases know
     bool nulls;                 // cells with a null node are left out
-    int flip;                   // what keys are xor'ed with
+    int flip;                   // what keys are xor'ed with where whole cells are of interest
     qx_long mesh_nodes;
 };
 
 // ---- a run of cells --------------------------------------------------------------------------------------
 
-struct mixed_cell {
-    int in_run, key;
+// Where a mixed cell stands in its run, and its key, in a word: the loop over all cells writes one for each, and
+// is bound by what it writes.
+class mixed_cell {
+  public:
+    mixed_cell() = default;
+    mixed_cell(int in_run, int key) : word(static_cast<uint32_t>(in_run) << 16 | static_cast<uint32_t>(key))
+    {
+    }
+    int in_run() const { return static_cast<int>(word >> 16); }
+    int key() const { return static_cast<int>(word & 0xffff); }
+
+  private:
+    uint32_t word;
 };
+static_assert(items_between_checks < 1 << 16, "a place in a run has 16 bits");
 
 // A run's mixed cells in order, and a bit for each whole one.
 struct sorted_run {
@@ -78,7 +90,7 @@ void sort_cells(const cell_rows &rows, qx_long first, qx_long ncells, bool scatt
     const unsigned char *const flags = rows.flags;
     const int nnodes = rows.nnodes, flip = rows.flip;
     const qx_long *nodes = rows.connect + first * nnodes;
-    int nmixed = 0;
+    mixed_cell *mixed = run->mixed;
     if (Whole) memset(run->whole, 0, sizeof run->whole);
     for (int cell = 0; cell < ncells; ++cell, nodes += nnodes) {
         if (scattered) ask_for_row(nodes, sizeof(qx_long), entries_ahead);
@@ -92,14 +104,14 @@ void sort_cells(const cell_rows &rows, qx_long first, qx_long ncells, bool scatt
             for (int node = Cases::ncorners; node < nnodes; ++node)
                 seen |= flags[nodes[node]];
         const bool taken = !(Nulls && (seen & Cases::null_mark) != 0);
-        key ^= flip;
+        if (Whole) key ^= flip;
         // Written always and counted if it is to stay: most cells are not mixed, but no predictor knows which
         // ones.
-        run->mixed[nmixed] = {cell, key};
-        nmixed += Cases::is_mixed(key) & taken;
+        *mixed = mixed_cell(cell, key);
+        mixed += Cases::is_mixed(key) & taken;
         if (Whole) run->whole[cell / 64] |= static_cast<uint64_t>(Cases::is_whole(key) & taken) << cell % 64;
     }
-    run->nmixed = nmixed;
+    run->nmixed = static_cast<int>(mixed - run->mixed);
 }
 
 // The first stretch of set bits from begin on and before end, where there is one.
@@ -151,8 +163,8 @@ FORCE_INLINE void ask_for_edges(const qx_long *run, int nnodes, const mixed_cell
     const int *bucket[batch_cells * most_row_edges];
     int nbuckets = 0;
     for (int i = 0; i < ncells; ++i) {
-        const qx_long *corners = run + static_cast<qx_long>(mixed[i].in_run) * nnodes;
-        const auto &row = Cases::row(mixed[i].key);
+        const qx_long *corners = run + static_cast<qx_long>(mixed[i].in_run()) * nnodes;
+        const auto &row = Cases::row(mixed[i].key());
         for (int p = 0; p < row.npoints; ++p) {
             bucket[nbuckets] = &table->head[std::min(corners[row.left[p]], corners[row.right[p]])];
             __builtin_prefetch(bucket[nbuckets++], 1);
@@ -204,15 +216,15 @@ walk_end hand_over(const cell_rows &rows, qx_long first, int ncells, const sorte
                                  table);
         const mixed_cell cell = sorted.mixed[i];
         if (Sink::takes_whole) {
-            end = hand_over_whole(rows, first, sorted, done, cell.in_run, sink);
+            end = hand_over_whole(rows, first, sorted, done, cell.in_run(), sink);
             if (end != walk_end::complete) return end;
-            done = cell.in_run + 1;
+            done = cell.in_run() + 1;
         }
-        const qx_long *corners = run + static_cast<qx_long>(cell.in_run) * rows.nnodes;
-        const auto &row = Cases::row(cell.key);
+        const qx_long *corners = run + static_cast<qx_long>(cell.in_run()) * rows.nnodes;
+        const auto &row = Cases::row(cell.key());
         int number[most_row_edges];
         if (!number_edges(table, corners, row, number)) return walk_end::no_edges;
-        end = sink->take(first + cell.in_run, corners, row, number);
+        end = sink->take(first + cell.in_run(), corners, row, number);
         if (end != walk_end::complete) return end;
     }
     if (Sink::takes_whole) end = hand_over_whole(rows, first, sorted, done, ncells, sink);

@@ -92,7 +92,7 @@ template <typename T> T *insist_zeroed(qx_long count, const char *message)
 
 // Working memory of one call, released last first when the record goes out of scope.
 struct scratch {
-    void *block[8];
+    void *block[8] = {};
     int used = 0;
 
     scratch() = default;

@@ -105,7 +105,7 @@ std::vector<taken_cell> expected(const cell_rows &rows, const cell_range &range,
         int key = 0;
         for (int b = 0; b < Cases::ncorners; ++b)
             key |= (rows.flags[nodes[Cases::corner_of_bit[b]]] & 1) << b;
-        key ^= rows.flip;
+        if (whole) key ^= rows.flip;
         if (null || key == 0) continue;
         taken_cell cell = {c, key == Cases::last_case, {nodes, nodes + rows.nnodes}, {}};
         if (cell.whole) {
