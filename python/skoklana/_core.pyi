@@ -30,7 +30,14 @@ def cells(points: _Array, sets: Sequence[Tuple[int, int, _Array]]) -> Mesh: ...
 
 # Extractions. Parts: old, first, second, t, third and s, points, sets of (kind, order, rows, cells).
 def level(
-    mesh: Mesh, values: _Array, null: Optional[_Array], level: float, lines: bool, cells: bool, progress: _Progress
+    mesh: Mesh,
+    values: _Array,
+    null: Optional[_Array],
+    level: float,
+    lines: bool,
+    cells: bool,
+    threads: int,
+    progress: _Progress,
 ) -> _Parts: ...
 def trace(
     mesh: Mesh, values: _Array, null: Optional[_Array], seed: _Array, lines: bool, progress: _Progress
@@ -38,7 +45,14 @@ def trace(
 def chains(lines: _Array, nnodes: int) -> Tuple[_Array, _Array]: ...
 def join_lines(lines: _Array, nnodes: int) -> None: ...
 def cut(
-    mesh: Mesh, values: _Array, null: Optional[_Array], level: float, side: int, all_nodes: bool, progress: _Progress
+    mesh: Mesh,
+    values: _Array,
+    null: Optional[_Array],
+    level: float,
+    side: int,
+    all_nodes: bool,
+    threads: int,
+    progress: _Progress,
 ) -> _Parts: ...
 def band(
     mesh: Mesh, values: _Array, null: Optional[_Array], low: float, high: float, lines: bool, progress: _Progress

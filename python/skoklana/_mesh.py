@@ -258,7 +258,14 @@ class Mesh:
     # ---- levels ------------------------------------------------------------------------------------------------
 
     def isosurface(
-        self, values: Any, level: float, *, null: Any = None, cells: bool = True, progress: Progress = None
+        self,
+        values: Any,
+        level: float,
+        *,
+        null: Any = None,
+        cells: bool = True,
+        threads: int = 1,
+        progress: Progress = None,
     ) -> Result:
         """The surface at which a scalar reaches a level.
 
@@ -271,6 +278,9 @@ class Mesh:
             Cells with a node of this value are left out.
         cells : bool
             Whether the result knows the cells that its triangles come from; without, large surfaces are made sooner.
+        threads : int
+            How many work on a structured mesh of three axes; the result is the same for any number. With more than one
+            the work can't be stopped. Other meshes take one.
         progress : callable, optional
             Called with a percentage and a text, or None, as the work goes on. What it raises ends the work.
 
@@ -280,7 +290,9 @@ class Mesh:
             `triangles` of solid cells, whose right-hand normals point to lower values, and `lines` of flat ones.
         """
         given = self._node_rows(values, "values", null, (1,))
-        return self._result(_core.level(self._core, given.rows, given.null, level_number(level), False, cells, progress))
+        return self._result(
+            _core.level(self._core, given.rows, given.null, level_number(level), False, cells, _count(threads), progress)
+        )
 
     def isoline(
         self, values: Any, level: float, *, null: Any = None, cells: bool = True, progress: Progress = None
@@ -290,7 +302,7 @@ class Mesh:
         The parameters are those of `isosurface`.
         """
         given = self._node_rows(values, "values", null, (1,))
-        return self._result(_core.level(self._core, given.rows, given.null, level_number(level), True, cells, progress))
+        return self._result(_core.level(self._core, given.rows, given.null, level_number(level), True, cells, 1, progress))
 
     def _trace(self, values: Any, seed: Any, null: Any, lines: bool, progress: Progress) -> Tuple[float, Result]:
         if self.kind == "cells":
@@ -338,6 +350,7 @@ class Mesh:
         *,
         null: Any = None,
         library: bool = False,
+        threads: int = 1,
         progress: Progress = None,
     ) -> Result:
         """The part of the mesh on one side of a level.
@@ -355,13 +368,15 @@ class Mesh:
             Cells with a node of this value are left out.
         library : bool
             Keep nodes at the level that no cell has, as the library does.
+        threads : int
+            As of `isosurface`.
         """
         if keep not in ("above", "below"):
             raise ValueError(f'keep: is {keep!r}, but must be "above" or "below"')
         given = self._node_rows(values, "values", null, (1,))
         side = 1 if keep == "above" else -1
         return self._result(
-            _core.cut(self._core, given.rows, given.null, level_number(level), side, library, progress)
+            _core.cut(self._core, given.rows, given.null, level_number(level), side, library, _count(threads), progress)
         )
 
     def band(
@@ -915,6 +930,14 @@ class Mesh:
         if len(found) == 1:
             return found[0]
         return np.unique(np.concatenate(found), axis=0) if found else np.empty((0, 2), np.int64)
+
+
+def _count(threads: Any) -> int:
+    if isinstance(threads, bool) or not isinstance(threads, (int, np.integer)):
+        raise TypeError("threads: is not a whole number")
+    if threads < 1:
+        raise ValueError(f"threads: is {threads}, but work takes one and more")
+    return min(int(threads), 1024)
 
 
 def _levels_of_type(levels: List[float], dtype: np.dtype) -> List[float]:

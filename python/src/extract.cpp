@@ -8,6 +8,7 @@
 #include <skoklana/cut.h>
 #include <skoklana/iso.h>
 #include <skoklana/mesh.h>
+#include <skoklana/thread.h>
 
 #include <algorithm>
 #include <cmath>
@@ -236,13 +237,48 @@ int extract_level(host_field *field, const host_array &array, double level, bool
     return done;
 }
 
+// Threads take slabs along the last axis of a lattice of three axes, one plane of cells each at the least; 1 for others.
+int threads_for(const mesh_info *mesh, int threads)
+{
+    if (mesh->ndim != 3 || threads < 2) return 1;
+    return static_cast<int>(std::min<qx_long>(threads, std::max<qx_long>(mesh->dims[2] - 1, 1)));
+}
+
+// The same lists, slab by slab.
+int extract_level_by_threads(mesh_info *mesh, const rows_arg &values, double level, bool cells, int threads,
+                             made_parts *parts)
+{
+    qx_long nnew = 0, *first = nullptr, *second = nullptr, nline = 0, *line = nullptr, nline_conn = 0,
+            ntri = 0, *tri = nullptr, ntri_conn = 0;
+    owned_maps maps(1);
+    const host_array &data = values.array;
+    if (UTILmt_slice_struct(threads, mesh, data.data, data.type, values.null_flag(), data.null, level, &nnew,
+                            &first, &second, &nline, &line, &nline_conn, &ntri, &tri, &ntri_conn,
+                            cells ? maps.count.data() : nullptr, cells ? maps.map.data() : nullptr) != 1)
+        return library_failed;
+    host_free(line);
+    list_of<qx_long> rows(tri);
+    parts->nnew = nnew;
+    parts->first.reset(first);
+    parts->second.reset(second);
+    if (ntri > 0) parts->sets.push_back({CELL_TRI, 1, ntri, std::move(rows), taken(maps.map[0])});
+    parts->t = new_list<float>(nnew);
+    return of_library(UTILget_param(nnew, data.type, data.data, level, first, second, parts->t.get()) == 1 &&
+                      place(mesh, parts));
+}
+
 py::dict level_of(mesh_object &mesh, const py::array &values, const py::object &null, double level,
-                  bool lines, bool cells, const py::object &progress)
+                  bool lines, bool cells, int threads, const py::object &progress)
 {
     const rows_arg rows("values", values, mesh.nnodes, null);
     made_parts parts;
     run_call(lines ? "isoline" : "isosurface", &mesh, progress, [&] {
-        return extract_level(mesh.field_of_extractions(), rows.array, level, lines, cells, &parts);
+        host_field *field = mesh.field_of_extractions();
+        mesh_info *record = host_mesh(field);
+        if (record == nullptr) return static_cast<int>(HOST_FAILED);
+        const int shares = lines ? 1 : threads_for(record, threads);
+        return shares > 1 ? extract_level_by_threads(record, rows, level, cells, shares, &parts)
+                          : extract_level(field, rows.array, level, lines, cells, &parts);
     });
     return hand_out(&parts, mesh.nspace);
 }
@@ -413,14 +449,24 @@ list_of<qx_long> joined_cells(const mesh_info *mesh, const owned_maps &maps, siz
     return all;
 }
 
-int cut(mesh_info *mesh, const rows_arg &values, double level, int side, bool all_nodes, made_parts *parts)
+int cut(mesh_info *mesh, const rows_arg &values, double level, int side, bool all_nodes, int threads,
+        made_parts *parts)
 {
     owned_maps maps(std::max<size_t>(sets_of(mesh), 1) * ncut_lists);
     qx_long nold = 0, *nodes = nullptr, nnew = 0, *first = nullptr, *second = nullptr;
     qx_long ncells[ncut_lists] = {}, *connect[ncut_lists] = {}, nconnect[ncut_lists] = {};
     const host_array &data = values.array;
-    if (UTILcut(mesh, data.data, data.type, values.null_flag(), data.null, level, side, &nold, &nodes, &nnew,
-                &first, &second, ncells, connect, nconnect, maps.count.data(), maps.map.data()) != 1) {
+    const int shares = threads_for(mesh, threads);
+    // By threads nulls beside the plane between two slabs may be refused; one thread takes them.
+    bool done =
+        shares > 1 && UTILmt_cut_struct_3d(shares, mesh, data.data, data.type, values.null_flag(), data.null,
+                                           level, side, &nold, &nodes, &nnew, &first, &second, ncells,
+                                           connect, nconnect, maps.count.data(), maps.map.data()) == 1;
+    if (!done && (shares < 2 || values.null_flag() != 0))
+        done = UTILcut(mesh, data.data, data.type, values.null_flag(), data.null, level, side, &nold, &nodes,
+                       &nnew, &first, &second, ncells, connect, nconnect, maps.count.data(),
+                       maps.map.data()) == 1;
+    if (!done) {
         for (qx_long *list : connect)
             host_free(list);
         return library_failed;
@@ -446,7 +492,7 @@ int cut(mesh_info *mesh, const rows_arg &values, double level, int side, bool al
 }
 
 py::dict cut_of(mesh_object &mesh, const py::array &values, const py::object &null, double level, int side,
-                bool all_nodes, const py::object &progress)
+                bool all_nodes, int threads, const py::object &progress)
 {
     const rows_arg rows("values", values, mesh.nnodes, null);
     made_parts parts;
@@ -455,7 +501,7 @@ py::dict cut_of(mesh_object &mesh, const py::array &values, const py::object &nu
         if (record == nullptr) return static_cast<int>(HOST_FAILED);
         if (record->ndim == 1)
             throw std::invalid_argument("cut: the library has none for meshes of one axis");
-        const int done = cut(record, rows, level, side, all_nodes, &parts);
+        const int done = cut(record, rows, level, side, all_nodes, threads, &parts);
         put_in_vtk_order(&parts);
         return done;
     });
