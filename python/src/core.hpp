@@ -187,7 +187,12 @@ void run_call(const char *name, mesh_object *mesh, const py::object &progress, c
 // ---- the parts of the module ---------------------------------------------------------------------------------------
 
 void bind_meshes(py::module_ &m);
-void bind_extractions(py::module_ &m);
+void bind_parts(py::module_ &m);
+void bind_levels(py::module_ &m);
+void bind_chains(py::module_ &m);
+void bind_cuts(py::module_ &m);
+void bind_pieces(py::module_ &m);
+void bind_carrying(py::module_ &m);
 void bind_sampling(py::module_ &m);
 void bind_tracing(py::module_ &m);
 void bind_scatter(py::module_ &m);

@@ -1,5 +1,5 @@
 // Meshes: fields of the embedded host over numpy arrays, which they keep alive and never copy.
-#include "core.hpp"
+#include "parts.hpp"
 
 #include <skoklana/cell_nodes.h>
 #include <skoklana/mesh.h>
@@ -35,11 +35,6 @@ bool has_swapped_nodes(const given_cells &set)
     return set.kind == CELL_PRISM && set.order == 2;
 }
 
-int nodes_of(int kind, int order)
-{
-    return order == 1 ? cell_kinds[kind].ncorners : cell_kinds[kind].nnodes_2;
-}
-
 } // namespace
 
 host_field *mesh_object::field_of_extractions()
@@ -63,7 +58,7 @@ host_field *mesh_object::field_of_extractions()
     for (const given_cells &set : sets) {
         const qx_long *connect = set.connect;
         if (has_swapped_nodes(set)) {
-            const int length = nodes_of(set.kind, set.order);
+            const int length = length_of(set.kind, set.order);
             list_of<qx_long> own = new_list<qx_long>(set.count * length);
             std::copy_n(set.connect, set.count * length, own.get());
             for (qx_long cell = 0; cell < set.count; ++cell)
@@ -172,7 +167,7 @@ mesh_ptr make_cells(const py::array &coords, const py::sequence &sets)
         const int kind = set[0].cast<int>(), order = set[1].cast<int>();
         const auto connect = set[2].cast<py::array>();
         if (kind < 0 || kind >= CELL_KINDS || (order != 1 && order != 2) || connect.ndim() != 2 ||
-            connect.shape(1) != nodes_of(kind, order))
+            connect.shape(1) != length_of(kind, order))
             throw py::value_error("cells: has the wrong shape");
         const given_cells given = {kind, order, connect.shape(0),
                                    elements<qx_long>("cells", connect, connect.size())};
