@@ -35,7 +35,9 @@ Order of axes
     has the shape of the mesh or is a list of nodes in the order of ``density.ravel()``; components stand behind. Cells of
     a lattice are numbered in the same order.
 Order of nodes in a cell
-    VTK's, in what is given and in what comes out.
+    VTK's, in what is given and in what comes out. Solid cells whose nodes turn the other way are turned round, so that
+    surfaces of all cells agree on their sides: VTK's texts and its shape functions disagree on wedges, and data sets
+    follow either. meshio has the wedges of the latter.
 Types
     Data: int8, uint8, int16, int32, int64, float32, float64; bool counts as uint8. Others raise TypeError. Coordinates
     are float32.

@@ -345,7 +345,10 @@ def to_meshio(of: Any, point_data: Data = None, cell_data: Data = None) -> Any:
         if array.shape[:1] != (len(points),):
             array = array.reshape(len(points), -1)
         of_points[name] = array[:, 0] if array.ndim == 2 and array.shape[1] == 1 else array
-    return meshio.Mesh(points, blocks, point_data=of_points, cell_data=of_cells)
+    try:
+        return meshio.Mesh(points, blocks, point_data=of_points, cell_data=of_cells)
+    except KeyError as unknown:  # versions differ in the kinds that they have
+        raise ValueError(f"of: has cells of the kind {unknown}, which this meshio has no place for") from None
 
 
 # ---- files -----------------------------------------------------------------------------------------------------------

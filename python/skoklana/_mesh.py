@@ -1153,6 +1153,17 @@ def _kind_name(name: Any) -> str:
     return text
 
 
+def _from_vtk_order(points: np.ndarray, name: str, rows: np.ndarray) -> np.ndarray:
+    """Rows of VTK's order in the library's; solid cells whose nodes turn the other way are turned round."""
+    kind, degree = NUMBERS[name]
+    if kind < 3:
+        return rows
+    rows = _core.reorder(rows, kind, degree, False)
+    if points.shape[1] == 3:
+        _core.turn_round(points, rows, kind, degree)
+    return rows
+
+
 def cells(points: Any, cells: Union[Dict[str, Any], Sequence[Any]], order: str = "vtk") -> Mesh:
     """A mesh of cell sets: cells of any kinds over any points.
 
@@ -1165,8 +1176,8 @@ def cells(points: Any, cells: Union[Dict[str, Any], Sequence[Any]], order: str =
         with nodes on the edges line3, triangle6, quad8, tetra10, pyramid13, wedge15, hexahedron20. Or three arrays as VTK
         has them: the nodes of all cells, where each begins (and the last ends), and VTK's cell types; they are copied.
     order : {"vtk", "library"}
-        The order of the nodes in a row. Rows in VTK's are borrowed for lines and surfaces and copied for solids; rows in
-        the library's own are borrowed.
+        The order of the nodes in a row. Rows in VTK's are borrowed for lines and surfaces and copied for solids, of which
+        those of negative volume are turned round; rows in the library's own are borrowed and taken as they are.
 
     Returns
     -------
@@ -1198,10 +1209,7 @@ def cells(points: Any, cells: Union[Dict[str, Any], Sequence[Any]], order: str =
         if rows.size and (rows.min() < 0 or rows.max() >= len(coords)):
             bad = rows.min() if rows.min() < 0 else rows.max()
             raise IndexError(f"cells[{name!r}]: names node {bad}, but points has {len(coords)}")
-        kind, degree = NUMBERS[name]
-        if kind >= 3 and order == "vtk":
-            rows = _core.reorder(rows, kind, degree, False)
-        sets.append((name, rows))
+        sets.append((name, _from_vtk_order(coords, name, rows) if order == "vtk" else rows))
     core = _core.cells(coords, [NUMBERS[name] + (rows,) for name, rows in sets])
     return Mesh(core, "cells", (len(coords),), coords.shape[1], coords, sets, None)
 
@@ -1245,8 +1253,7 @@ def _cells_of_vtk(coords: np.ndarray, connectivity: Any, offsets: Any, types: An
     for name, found in by_kind.items():
         which_cells += [which for which, _ in found]
         rows = np.concatenate([rows for _, rows in found])
-        kind, degree = NUMBERS[name]
-        sets.append((name, rows if kind < 3 else _core.reorder(rows, kind, degree, False)))
+        sets.append((name, _from_vtk_order(coords, name, rows)))
     core = _core.cells(coords, [NUMBERS[name] + (rows,) for name, rows in sets])
     theirs = np.concatenate(which_cells) if which_cells else np.empty(0, np.int64)
     renumbered = None

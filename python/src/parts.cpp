@@ -1,6 +1,7 @@
 // Lists of the library as the parts that results are made of. Rows of cells are handed out in VTK's order of nodes.
 #include "parts.hpp"
 
+#include <skoklana/cell.h>
 #include <skoklana/cell_nodes.h>
 #include <skoklana/mesh.h>
 
@@ -59,6 +60,72 @@ py::array reordered(const py::array &rows, int kind, int order, bool to_vtk)
     std::copy_n(from, rows.size(), made.get());
     reorder_rows(made.get(), rows.shape(0), kind, order, to_vtk);
     return adopt(std::move(made), {rows.shape(0), rows.shape(1)});
+}
+
+// What exchanges the axes u and v of a kind, which turns a cell inside out: each node has a partner.
+struct partner_nodes {
+    signed char of[CELL_KINDS][20] = {};
+
+    partner_nodes()
+    {
+        for (int kind = 0; kind < CELL_KINDS; ++kind) {
+            const auto &at = cell_kinds[kind].position;
+            for (int a = 0; a < cell_kinds[kind].nnodes_2; ++a)
+                for (int b = 0; b < cell_kinds[kind].nnodes_2; ++b)
+                    if (at[a][0] == at[b][1] && at[a][1] == at[b][0] && at[a][2] == at[b][2])
+                        of[kind][a] = static_cast<signed char>(b);
+        }
+    }
+};
+
+// The sign of the volume in the middle of cells of one kind.
+class volume_sign {
+  public:
+    explicit volume_sign(int kind) : ncorners(cell_kinds[kind].ncorners)
+    {
+        static const shape_deriv_func functions[CELL_KINDS] = {
+            nullptr,           nullptr, nullptr, UTILsh_deriv_tet_1, UTILsh_deriv_pyr_1, UTILsh_deriv_pent_1,
+            UTILsh_deriv_hex_1};
+        const float middle[CELL_KINDS][3] = {{}, {}, {}, {0.25f, 0.25f, 0.25f}, {}, {1 / 3.0f, 1 / 3.0f, 0},
+                                             {}};
+        functions[kind](middle[kind], deriv);
+    }
+
+    bool is_negative(const float *points, const qx_long *row) const
+    {
+        float corners[8 * 3];
+        for (int k = 0; k < ncorners; ++k)
+            std::copy_n(points + row[k] * 3, 3, corners + 3 * k);
+        return UTILjacobian_3d_det(ncorners, deriv, corners) < 0;
+    }
+
+  private:
+    int ncorners;
+    float deriv[3 * 8];
+};
+
+// Turns solid cells round whose volume is negative; rows: in the library's order, ours to write to.
+void turn_round(const py::array &points, const py::array &rows, int kind, int order)
+{
+    if (kind < CELL_TET || kind >= CELL_KINDS || (order != 1 && order != 2) || points.ndim() != 2 ||
+        points.shape(1) != 3 || rows.ndim() != 2 || rows.shape(1) != length_of(kind, order) ||
+        !rows.writeable())
+        throw py::value_error("cells: has the wrong shape");
+    static const partner_nodes partners;
+    const qx_long npoints = points.shape(0), count = rows.shape(0);
+    const int length = length_of(kind, order);
+    const float *at = elements<float>("points", points, 3 * npoints);
+    auto *row = const_cast<qx_long *>(elements<qx_long>("cells", rows, rows.size()));
+    if (std::any_of(row, row + rows.size(), [=](qx_long node) { return node < 0 || node >= npoints; }))
+        throw py::index_error("cells: names a node that points has not");
+    const volume_sign sign(kind);
+    for (qx_long cell = 0; cell < count; ++cell, row += length) {
+        if (!sign.is_negative(at, row)) continue;
+        qx_long turned[20];
+        for (int k = 0; k < length; ++k)
+            turned[k] = row[partners.of[kind][k]];
+        std::copy_n(turned, length, row);
+    }
 }
 
 } // namespace
@@ -180,4 +247,5 @@ int threads_for(const mesh_info *mesh, int threads)
 void bind_parts(py::module_ &m)
 {
     m.def("reorder", &reordered);
+    m.def("turn_round", &turn_round);
 }
