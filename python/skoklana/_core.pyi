@@ -69,12 +69,21 @@ def turn_round(points: _Array, rows: _Array, kind: int, order: int) -> None: ...
 
 # Points, operators, measures.
 def make_locator(mesh: Mesh, tolerance: float, progress: _Progress) -> Locator: ...
-def locate(locator: Locator, points: _Array, progress: _Progress) -> Places: ...
+def locate(locator: Locator, points: _Array, threads: int, progress: _Progress) -> Places: ...
 def sample_at(
     places: Places, values: _Array, null: Optional[_Array], of_cells: bool, progress: _Progress
 ) -> Tuple[_Array, _Array]: ...
+def sample_points(
+    locator: Locator,
+    points: _Array,
+    values: _Array,
+    null: Optional[_Array],
+    of_cells: bool,
+    threads: int,
+    progress: _Progress,
+) -> Tuple[_Array, _Array]: ...
 def sample_by_library(
-    mesh: Mesh, values: _Array, null: Optional[_Array], points: _Array, fill: float, progress: _Progress
+    mesh: Mesh, values: _Array, null: Optional[_Array], points: _Array, fill: float, threads: int, progress: _Progress
 ) -> _Array: ...
 def derivative(
     mesh: Mesh, which: int, values: _Array, null: Optional[_Array], progress: _Progress
@@ -104,6 +113,7 @@ def stream_lines(
     steps_per_cell: int,
     min_speed: float,
     max_nodes: int,
+    threads: int,
     progress: _Progress,
 ) -> Dict[str, _Array]: ...
 def ribbons(
@@ -142,6 +152,7 @@ def scatter(
     power: int,
     null: Optional[_Array],
     fill: _Array,
+    threads: int,
     progress: _Progress,
 ) -> Tuple[_Array, bool]: ...
 def bins(points: _Array, box: _Array, shape: Sequence[int]) -> Tuple[_Array, _Array]: ...

@@ -10,7 +10,10 @@ import numpy as np
 from . import _core
 from ._lines import Glyphs, StreamLines, arrow
 from ._result import KINDS, NUMBERS, SIZES, Result
-from ._values import Rows, finished, floats, level_number, numbers, optional_list, points_of, vector, whole_shape
+from ._values import (
+    Rows, finished, floats, level_number, numbers, optional_list, part_of, points_of, thread_count,
+    vector, whole_shape
+)  # fmt: skip
 
 Progress = Optional[Callable[[int, Optional[str]], Any]]
 
@@ -255,6 +258,14 @@ class Mesh:
     def _result(self, parts: Dict[str, Any]) -> Result:
         return Result(parts, self.nnodes, self.ncells, self._order)
 
+    def _scalar(self, values: Any, null: Any) -> Rows:
+        return self._node_rows(values, "values", null, (1,))
+
+    def _extract(self, extraction: Callable[..., Dict[str, Any]], values: Any, null: Any, *arguments: Any) -> Result:
+        """What an extraction of the compiled part makes of a scalar a node."""
+        given = values if isinstance(values, Rows) else self._scalar(values, null)
+        return self._result(extraction(self._core, given.rows, given.null, *arguments))
+
     # ---- levels ------------------------------------------------------------------------------------------------
 
     def isosurface(
@@ -279,8 +290,8 @@ class Mesh:
         cells : bool
             Whether the result knows the cells that its triangles come from; without, large surfaces are made sooner.
         threads : int
-            How many work on a structured mesh of three axes; the result is the same for any number. With more than one
-            the work can't be stopped. Other meshes take one.
+            How many work; the result is the same for any number. Isosurfaces and cuts have more than one for structured
+            meshes of three axes, and can't be stopped then.
         progress : callable, optional
             Called with a percentage and a text, or None, as the work goes on. What it raises ends the work.
 
@@ -289,10 +300,7 @@ class Mesh:
         Result
             `triangles` of solid cells, whose right-hand normals point to lower values, and `lines` of flat ones.
         """
-        given = self._node_rows(values, "values", null, (1,))
-        return self._result(
-            _core.level(self._core, given.rows, given.null, level_number(level), False, cells, _count(threads), progress)
-        )
+        return self._extract(_core.level, values, null, level_number(level), False, cells, thread_count(threads), progress)
 
     def isoline(
         self, values: Any, level: float, *, null: Any = None, cells: bool = True, progress: Progress = None
@@ -301,8 +309,7 @@ class Mesh:
 
         The parameters are those of `isosurface`.
         """
-        given = self._node_rows(values, "values", null, (1,))
-        return self._result(_core.level(self._core, given.rows, given.null, level_number(level), True, cells, 1, progress))
+        return self._extract(_core.level, values, null, level_number(level), True, cells, 1, progress)
 
     def _trace(self, values: Any, seed: Any, null: Any, lines: bool, progress: Progress) -> Tuple[float, Result]:
         if self.kind == "cells":
@@ -310,7 +317,7 @@ class Mesh:
         axes = 2 if lines else 3
         if len(self.shape) < axes or (not lines and len(self.shape) != 3):
             raise ValueError(f"the mesh has {len(self.shape)} axes, and {axes} are needed")
-        given = self._node_rows(values, "values", null, (1,))
+        given = self._scalar(values, null)
         found, level, parts = _core.trace(
             self._core, given.rows, given.null, vector(seed, "seed", np.float32), lines, progress
         )
@@ -373,11 +380,8 @@ class Mesh:
         """
         if keep not in ("above", "below"):
             raise ValueError(f'keep: is {keep!r}, but must be "above" or "below"')
-        given = self._node_rows(values, "values", null, (1,))
         side = 1 if keep == "above" else -1
-        return self._result(
-            _core.cut(self._core, given.rows, given.null, level_number(level), side, library, _count(threads), progress)
-        )
+        return self._extract(_core.cut, values, null, level_number(level), side, library, thread_count(threads), progress)
 
     def band(
         self,
@@ -406,9 +410,9 @@ class Mesh:
         Result
             Its `cell_numbers` are None. New nodes may lie between three nodes of the mesh.
         """
-        given = self._node_rows(values, "values", null, (1,))
-        levels = _levels_of_type([level_number(low, "low"), level_number(high, "high")], given.rows.dtype)
-        return self._result(_core.band(self._core, given.rows, given.null, *levels, lines, progress))
+        given = self._scalar(values, null)
+        ends = _levels_of_type([level_number(low, "low"), level_number(high, "high")], given.rows.dtype)
+        return self._extract(_core.band, given, null, *ends, lines, progress)
 
     def bands(
         self, values: Any, levels: Sequence[float], *, null: Any = None, lines: bool = False, progress: Progress = None
@@ -423,13 +427,13 @@ class Mesh:
         limits = [level_number(level, "levels") for level in levels]
         if len(limits) < 2 or any(a >= b for a, b in zip(limits, limits[1:])):
             raise ValueError("levels: must be two or more, ascending")
-        given = self._node_rows(values, "values", null, (1,))
+        given = self._scalar(values, null)
         made = []
         for band, (low, high) in enumerate(zip(limits, limits[1:])):
             if band + 2 < len(limits):
                 high = float(np.nextafter(high, -np.inf))
             ends = _levels_of_type([low, high], given.rows.dtype)
-            made.append(self._result(_core.band(self._core, given.rows, given.null, *ends, lines, progress)))
+            made.append(self._extract(_core.band, given, null, *ends, lines, part_of(progress, band, len(limits) - 1)))
         return made
 
     def slice(
@@ -487,7 +491,7 @@ class Mesh:
         """
         if where not in ("nodes", "cells"):
             raise ValueError(f'where: is {where!r}, but must be "nodes" or "cells"')
-        given = self._node_rows(values, "values", null, (1,)) if where == "nodes" else self._cell_rows(values, null, (1,))
+        given = self._scalar(values, null) if where == "nodes" else self._cell_rows(values, null, (1,))
         rows = given.rows
         marks = (rows >= level_number(low, "low")) & (rows <= level_number(high, "high"))
         if given.null is not None:
@@ -505,7 +509,7 @@ class Mesh:
         values : array_like
             A scalar a node; masked, or with `null`.
         """
-        given = self._node_rows(values, "values", null, (1,))
+        given = self._scalar(values, null)
         if given.null is None:
             if not given.masked:
                 raise ValueError("null: is needed where values is not a masked array")
@@ -522,7 +526,7 @@ class Mesh:
 
     # ---- points ------------------------------------------------------------------------------------------------
 
-    def locate(self, points: Any, *, tolerance: float = 0, progress: Progress = None) -> Places:
+    def locate(self, points: Any, *, tolerance: float = 0, threads: int = 1, progress: Progress = None) -> Places:
         """The cells that hold points, and where in them, to the precision of coordinates.
 
         Parameters
@@ -532,6 +536,8 @@ class Mesh:
         tolerance : float
             How far outside all cells a point may lie and still belong to the nearest. 0: a millionth of the diagonal of
             the mesh's box; below 0: none.
+        threads : int
+            How many work, here and where the places are sampled; the result is the same for any number.
 
         Returns
         -------
@@ -539,11 +545,18 @@ class Mesh:
             To sample any number of arrays at.
         """
         rows, lead = points_of(points)
+        nthreads = thread_count(threads)
+        locator, rest = self._locator(tolerance, progress)
+        return Places(self, _core.locate(locator, rows, nthreads, rest), lead)
+
+    def _locator(self, tolerance: float, progress: Progress) -> Tuple[Any, Progress]:
+        """The locator, made if there is none, and what is left of the progress."""
         key = float(tolerance)
         locator = self._locators.get(key)
-        if locator is None:
-            locator = self._locators[key] = _core.make_locator(self._core, key, progress)
-        return Places(self, _core.locate(locator, rows, progress), lead)
+        if locator is not None:
+            return locator, progress
+        locator = self._locators[key] = _core.make_locator(self._core, key, part_of(progress, 0, 2))
+        return locator, part_of(progress, 1, 2)
 
     def sample(
         self,
@@ -554,6 +567,7 @@ class Mesh:
         fill: Any = None,
         tolerance: float = 0,
         library: bool = False,
+        threads: int = 1,
         progress: Progress = None,
     ) -> np.ndarray:
         """Node data at any points.
@@ -573,6 +587,8 @@ class Mesh:
         library : bool
             The library's own way, made for drawing: points up to a twentieth of a cell outside count as inside, places
             and values have single precision, integers are truncated. Points without a value get `fill`, or 0.
+        threads : int
+            How many work; the result is the same for any number.
 
         Returns
         -------
@@ -589,12 +605,20 @@ class Mesh:
                 given.null,
                 np.ascontiguousarray(rows, np.float32),
                 0.0 if fill is None else float(fill),
+                thread_count(threads),
                 progress,
             )
             return out.reshape(lead + given.tail)
-        return self.locate(points, tolerance=tolerance, progress=progress).sample(
-            values, null=null, fill=fill, progress=progress
-        )
+        return self._sample(self._node_rows(values, "values", null), False, points, fill, tolerance, threads, progress)
+
+    def _sample(
+        self, given: Rows, of_cells: bool, points: Any, fill: Any, tolerance: float, threads: int, progress: Progress
+    ) -> np.ndarray:
+        rows, lead = points_of(points)
+        nthreads = thread_count(threads)
+        locator, rest = self._locator(tolerance, progress)
+        out, valid = _core.sample_points(locator, rows, given.rows, given.null, of_cells, nthreads, rest)
+        return finished(out, valid, given, fill, True).reshape(lead + given.tail)
 
     def sample_cells(
         self,
@@ -604,12 +628,11 @@ class Mesh:
         null: Any = None,
         fill: Any = None,
         tolerance: float = 0,
+        threads: int = 1,
         progress: Progress = None,
     ) -> np.ndarray:
-        """Cell data at any points: the row of the cell that holds each, as it stands."""
-        return self.locate(points, tolerance=tolerance, progress=progress).sample_cells(
-            values, null=null, fill=fill, progress=progress
-        )
+        """Cell data at any points: the row of the cell that holds each, as it stands. The parameters are those of `sample`."""
+        return self._sample(self._cell_rows(values, null), True, points, fill, tolerance, threads, progress)
 
     # ---- operators ---------------------------------------------------------------------------------------------
 
@@ -740,6 +763,7 @@ class Mesh:
         min_speed: float = 0.0,
         max_nodes: int = 1000,
         null: Any = None,
+        threads: int = 1,
         progress: Progress = None,
     ) -> StreamLines:
         """Lines along a vector field.
@@ -760,6 +784,8 @@ class Mesh:
             Lines end where the field is slower.
         max_nodes : int
             Lines end after so many nodes, each way.
+        threads : int
+            How many work, on a line each; the result is the same for any number.
 
         Returns
         -------
@@ -776,15 +802,17 @@ class Mesh:
         at = np.zeros((len(rows), self.nspace), np.float32)
         width = min(rows.shape[1], self.nspace)
         at[:, :width] = rows[:, :width]
+        nthreads = thread_count(threads)
 
-        def run(way: int) -> Dict[str, np.ndarray]:
+        def run(way: int, tell: Progress) -> Dict[str, np.ndarray]:
             return _core.stream_lines(
-                self._core, given.rows, given.null, at, order, way, steps_per_cell, min_speed, max_nodes, progress
+                self._core, given.rows, given.null, at, order, way, steps_per_cell, min_speed, max_nodes, nthreads, tell
             )
 
         if direction == "both":
-            return StreamLines(self, given, StreamLines.joined(run(-1), run(1)), None)
-        return StreamLines(self, given, run(1 if direction == "forward" else -1), direction)
+            lists = StreamLines.joined(run(-1, part_of(progress, 0, 2)), run(1, part_of(progress, 1, 2)))
+            return StreamLines(self, given, lists, None)
+        return StreamLines(self, given, run(1 if direction == "forward" else -1, progress), direction)
 
     def glyphs(
         self,
@@ -930,14 +958,6 @@ class Mesh:
         if len(found) == 1:
             return found[0]
         return np.unique(np.concatenate(found), axis=0) if found else np.empty((0, 2), np.int64)
-
-
-def _count(threads: Any) -> int:
-    if isinstance(threads, bool) or not isinstance(threads, (int, np.integer)):
-        raise TypeError("threads: is not a whole number")
-    if threads < 1:
-        raise ValueError(f"threads: is {threads}, but work takes one and more")
-    return min(int(threads), 1024)
 
 
 def _levels_of_type(levels: List[float], dtype: np.dtype) -> List[float]:

@@ -8,7 +8,7 @@ import numpy as np
 
 from . import _core
 from ._mesh import Progress
-from ._values import Rows, floats, null_element, optional_list, whole_shape
+from ._values import Rows, floats, null_element, optional_list, thread_count, whole_shape
 
 # Beyond the points' own box on each side, in its longest side: thin cells at the rim need next to no room then.
 _STRETCH = 100000.0
@@ -82,6 +82,7 @@ def scatter(
     power: int = 2,
     null: Any = None,
     fill: Any = None,
+    threads: int = 1,
     progress: Progress = None,
 ) -> np.ndarray:
     """Values at scattered points, spread onto the nodes of a regular grid by inverse distance (Shepard's method).
@@ -103,6 +104,8 @@ def scatter(
         Points whose first component equals it are left out.
     fill : scalar, optional
         What nodes get that no point reaches. Without it they are NaN in floats and masked in integers.
+    threads : int
+        How many work; the result is the same for any number. With more than one the work can't be stopped.
 
     Returns
     -------
@@ -135,7 +138,8 @@ def scatter(
         rows = rows.copy()
         leading = rows[:, 0] if rows.ndim > 1 else rows
         leading[leading == none[0]] = empty[0]
-    out, _ = _core.scatter(coords, rows, corners, dims, reach, power, None if none is None else empty, empty, progress)
+    reserved = None if none is None else empty
+    out, _ = _core.scatter(coords, rows, corners, dims, reach, power, reserved, empty, thread_count(threads), progress)
     missing = (out if not given.tail else out[..., 0]) == empty[0]
     if kind.kind in "iu":
         info = np.iinfo(kind)

@@ -212,3 +212,18 @@ def optional_list(values: Any, count: int, name: str) -> Sequence[Any]:
     if len(listed) != count:
         raise ValueError(f"{name}: has {len(listed)} entries, but there are {count} axes")
     return listed
+
+
+def thread_count(threads: Any) -> int:
+    if isinstance(threads, bool) or not isinstance(threads, (int, np.integer)):
+        raise TypeError("threads: is not a whole number")
+    if threads < 1:
+        raise ValueError(f"threads: is {threads}, but work takes one and more")
+    return min(int(threads), 1024)
+
+
+def part_of(progress: Any, part: int, parts: int) -> Any:
+    """A progress function for one of several operations that are one to the caller."""
+    if progress is None or parts < 2:
+        return progress
+    return lambda percent, message: progress((100 * part + percent) // parts, message)

@@ -1,4 +1,4 @@
-// Operations, arguments and arrays: what stands between Python and the library.
+// Operations, arguments, arrays and threads: what stands between Python and the library.
 //
 // The library looks for a request to stop at its status checks. There, at most every few hundredths of a second, the
 // frame takes Python's lock for a moment, runs signal handlers and the caller's own progress function, and keeps what
@@ -7,10 +7,13 @@
 
 #include <skoklana/host/om.h>
 
+#include <algorithm>
 #include <chrono>
+#include <condition_variable>
 #include <cstring>
 #include <new>
 #include <string>
+#include <system_error>
 
 namespace {
 
@@ -206,7 +209,7 @@ int call_frame::look(int percent, const char *message)
     return stop ? 1 : 0;
 }
 
-void call_frame::finish(int done)
+void call_frame::finish(int done, const std::string &told)
 {
     if (error[0] != nullptr) {
         PyErr_Restore(error[0], error[1], error[2]);
@@ -215,10 +218,20 @@ void call_frame::finish(int done)
     }
     if (done == HOST_DONE) return;
     if (done == HOST_STOPPED) throw std::runtime_error(std::string(name) + ": was asked to stop");
-    if (done == HOST_FAILED) raise(host_error());
+    if (done == HOST_FAILED) raise(told.empty() ? host_error() : told);
     const char *message;
     if (host_last_report(0, nullptr, &message) == 1) raise(std::string(name) + ": " + message);
     raise(std::string(name) + ": no memory");
+}
+
+progress_part::progress_part(int low, int high)
+{
+    OMpush_status_range(low, high);
+}
+
+progress_part::~progress_part()
+{
+    OMpop_status_range();
 }
 
 bool asked_to_stop(qx_long done, qx_long total, const char *message)
@@ -227,4 +240,149 @@ bool asked_to_stop(qx_long done, qx_long total, const char *message)
     const double part = static_cast<double>(done) / static_cast<double>(total > 0 ? total : 1);
     OMstatus_check(static_cast<int>(100 * part), message, &stop);
     return stop != 0;
+}
+
+// ---- tasks by threads ----------------------------------------------------------------------------------------------
+
+namespace {
+
+struct freed_context {
+    void operator()(host_context *context) const { host_free_context(context); }
+};
+using context_ptr = std::unique_ptr<host_context, freed_context>;
+
+// Threads that take tasks as they come.
+class task_team {
+  public:
+    task_team(qx_long ntasks_, const std::function<int(qx_long)> &body_) : ntasks(ntasks_), body(body_) {}
+    ~task_team() { stop_and_join(); }
+    task_team(const task_team &) = delete;
+    task_team &operator=(const task_team &) = delete;
+
+    // Gives how many there are.
+    int start(int threads)
+    {
+        members.reserve(static_cast<size_t>(threads));
+        for (int k = 0; k < threads; ++k) {
+            context_ptr context(host_new_context());
+            if (context == nullptr) break;
+            host_context *const own = context.get();
+            contexts.push_back(std::move(context));
+            const std::lock_guard<std::mutex> locked(lock);
+            try {
+                members.emplace_back([this, own] { work(own); });
+            } catch (const std::system_error &) {
+                break;
+            }
+            ++working;
+        }
+        return working;
+    }
+
+    // False: the program asks to stop.
+    bool wait(const char *message)
+    {
+        constexpr std::chrono::milliseconds look_every(10);
+        std::unique_lock<std::mutex> locked(lock);
+        while (working > 0) {
+            changed.wait_for(locked, look_every, [this] { return working == 0; });
+            locked.unlock();
+            if (asked_to_stop(finished, ntasks, message)) {
+                stop_and_join();
+                return false;
+            }
+            locked.lock();
+        }
+        return true;
+    }
+
+    // Throws the failure of the first of the tasks that failed.
+    void rethrow()
+    {
+        stop_and_join();
+        if (failure) std::rethrow_exception(failure);
+    }
+
+  private:
+    void work(host_context *context)
+    {
+        host_context *const before = host_use_context(context);
+        while (!stop) {
+            const qx_long task = next++;
+            if (task >= ntasks) break;
+            try {
+                do_task(task);
+                ++finished;
+            } catch (...) {
+                const std::lock_guard<std::mutex> locked(lock);
+                if (!failure || task < failed_task) {
+                    failure = std::current_exception();
+                    failed_task = task;
+                }
+                stop = true;
+            }
+        }
+        host_use_context(before);
+        const std::lock_guard<std::mutex> locked(lock);
+        --working;
+        changed.notify_one();
+    }
+
+    void do_task(qx_long task)
+    {
+        const int done = body(task);
+        if (done == HOST_DONE || (done == HOST_STOPPED && stop)) return;
+        const char *message = nullptr;
+        if (done == HOST_FAILED) throw host_failure(host_error());
+        if (host_last_report(0, nullptr, &message) == 1) throw host_failure(message);
+        throw std::bad_alloc();
+    }
+
+    void stop_and_join()
+    {
+        stop = true;
+        for (std::thread &member : members)
+            if (member.joinable()) {
+                for (const context_ptr &context : contexts)
+                    host_interrupt_context(context.get());
+                member.join();
+            }
+    }
+
+    const qx_long ntasks;
+    const std::function<int(qx_long)> &body;
+    std::vector<context_ptr> contexts;
+    std::vector<std::thread> members;
+    std::atomic<qx_long> next{0}, finished{0};
+    std::atomic<bool> stop{false};
+    std::mutex lock;
+    std::condition_variable changed;
+    int working = 0;
+    std::exception_ptr failure;
+    qx_long failed_task = 0;
+};
+
+int run_in_order(qx_long ntasks, const std::function<int(qx_long)> &body)
+{
+    int done = HOST_DONE;
+    for (qx_long task = 0; done == HOST_DONE && task < ntasks; ++task) {
+        OMpush_status_range(static_cast<int>(100 * task / ntasks),
+                            static_cast<int>(100 * (task + 1) / ntasks));
+        done = body(task);
+        OMpop_status_range();
+    }
+    return done;
+}
+
+} // namespace
+
+int run_tasks(int threads, qx_long ntasks, const char *message, const std::function<int(qx_long task)> &body)
+{
+    const int wanted = static_cast<int>(std::min<qx_long>(std::max(threads, 1), ntasks));
+    if (wanted < 2) return run_in_order(ntasks, body);
+    task_team team(ntasks, body);
+    if (team.start(wanted) == 0) return run_in_order(ntasks, body);
+    if (!team.wait(message)) return HOST_STOPPED;
+    team.rethrow();
+    return HOST_DONE;
 }

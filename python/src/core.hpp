@@ -11,9 +11,12 @@
 #include <skoklana_host.h>
 
 #include <atomic>
+#include <functional>
 #include <initializer_list>
 #include <memory>
 #include <mutex>
+#include <stdexcept>
+#include <string>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -105,6 +108,9 @@ class mesh_object {
     host_field *field_of_extractions();
     // The library's own block table; null for meshes that need none. Made when first asked for; throws.
     const blk_tbl *table();
+    // Makes the table and fetches what operations fetch on demand, after which threads may share the mesh. Throws. Gives
+    // the percentage of progress that this took.
+    int make_ready();
     // No operation takes the mesh any more. Its memory goes now, or with the last array or locator that leans on it.
     void close();
 
@@ -114,7 +120,7 @@ class mesh_object {
     // As of the record, also when that is gone.
     qx_long nnodes = 0, ncells = 0;
     int nspace = 0;
-    bool lattice = false;
+    bool lattice = false, compact = false; // compact: places are told by axes
     std::vector<given_cells> sets;
     py::list keep; // the arrays that the field leans on
 
@@ -147,8 +153,10 @@ class call_frame {
     call_frame(const call_frame &) = delete;
     call_frame &operator=(const call_frame &) = delete;
 
-    // Throws what the operation has come to.
-    void finish(int done);
+    // Whether the program has asked to stop.
+    bool is_stopped() const { return stop; }
+    // Throws what the operation has come to. told: what failed; "" is for the host to tell.
+    void finish(int done, const std::string &told);
 
     mesh_object *const mesh;
 
@@ -167,8 +175,26 @@ class call_frame {
     PyObject *error[3] = {};
 };
 
+// A part of the progress of an operation, while it stands.
+class progress_part {
+  public:
+    progress_part(int low, int high);
+    ~progress_part();
+    progress_part(const progress_part &) = delete;
+    progress_part &operator=(const progress_part &) = delete;
+};
+
 // Whether the program asks to stop; for loops of the bindings' own.
 bool asked_to_stop(qx_long done, qx_long total, const char *message);
+
+// A failure of the host on another thread, in its words.
+struct host_failure : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+// Runs tasks 0 to ntasks - 1, each once, by so many threads; they have host contexts of their own, and meanwhile the
+// calling thread looks for signals. By one thread it is the calling one, and tasks come in order. body is as of run_call.
+int run_tasks(int threads, qx_long ntasks, const char *message, const std::function<int(qx_long task)> &body);
 
 // Runs body without Python's lock: it gives one of HOST_DONE, HOST_FAILED, HOST_STOPPED and library_failed, touches
 // no Python object, and what it throws is passed on. With a mesh, no other operation on it runs meanwhile.
@@ -177,11 +203,20 @@ void run_call(const char *name, mesh_object *mesh, const py::object &progress, c
 {
     call_frame frame(name, mesh, progress);
     int done;
+    std::string told;
     {
         const py::gil_scoped_release unlocked;
-        done = body();
+        try {
+            done = body();
+        } catch (const host_failure &failure) {
+            done = HOST_FAILED;
+            told = failure.what();
+        } catch (...) { // what failed for being stopped
+            if (!frame.is_stopped()) throw;
+            done = HOST_STOPPED;
+        }
     }
-    frame.finish(done);
+    frame.finish(done, told);
 }
 
 // ---- the parts of the module ---------------------------------------------------------------------------------------

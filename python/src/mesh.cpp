@@ -73,6 +73,23 @@ host_field *mesh_object::field_of_extractions()
     return for_extractions.get();
 }
 
+int mesh_object::make_ready()
+{
+    const int percent = table_made ? 0 : 50;
+    const progress_part part(0, percent);
+    table();
+    bool done = true;
+    if (compact)
+        done = mesh->points != nullptr || mesh->get_points(mesh, &mesh->points) == 1;
+    else
+        done = mesh->coords != nullptr || mesh->get_coords(mesh, &mesh->coords) == 1;
+    for (int set = 0; done && !lattice && set < mesh->ncell_sets; ++set)
+        done =
+            mesh->cell_connect[set] != nullptr || mesh->get_connect(mesh, set, &mesh->cell_connect[set]) == 1;
+    if (!done) throw std::bad_alloc();
+    return percent;
+}
+
 const blk_tbl *mesh_object::table()
 {
     if (!table_made) {
@@ -113,7 +130,7 @@ mesh_ptr make_uniform(const py::sequence &dims_, int nspace, const py::array &co
 {
     const std::vector<qx_long> dims = listed(dims_);
     auto made = std::make_unique<mesh_object>();
-    made->lattice = true;
+    made->lattice = made->compact = true;
     made->keep.append(corners);
     made->whole.reset(host_uniform(static_cast<int>(dims.size()), dims.data(), nspace,
                                    elements<float>("corners", corners, 2 * nspace)));
@@ -127,7 +144,7 @@ mesh_ptr make_rectilinear(const py::sequence &dims_, const py::sequence &axes)
     const int nspace = static_cast<int>(axes.size());
     const float *at[3] = {};
     auto made = std::make_unique<mesh_object>();
-    made->lattice = true;
+    made->lattice = made->compact = true;
     for (size_t d = 0; d < axes.size() && d < 3; ++d) {
         if (axes[d].is_none()) continue;
         const auto axis = axes[d].cast<py::array>();

@@ -6,6 +6,7 @@
 #include <skoklana/locate.h>
 #include <skoklana/measure.h>
 #include <skoklana/mesh.h>
+#include <skoklana/thread.h>
 
 #include <algorithm>
 #include <cstring>
@@ -41,10 +42,49 @@ struct locator_object {
     std::unique_ptr<host_locator, freed_locator> locator;
 };
 
+using places_ptr = std::unique_ptr<host_places, freed_places>;
+
+// Points in pieces, which are located and sampled one by one: small ones where that costs nothing, so that what is found
+// in between stays in the caches; where the host sorts points, one for each thread, but none that it would divide.
+qx_long points_of_piece(const mesh_object &mesh, qx_long npoints, int threads)
+{
+    constexpr qx_long in_caches = 8192, fewest = 16384, sorted_at_once = 1 << 20;
+    if (mesh.compact) return in_caches;
+    return std::min(std::max((npoints + threads - 1) / threads, fewest), sorted_at_once);
+}
+
 struct places_object {
     py::object keep;
     mesh_object *mesh;
-    std::unique_ptr<host_places, freed_places> places;
+    int threads;
+    qx_long npoints, piece;         // points of a piece; the last one may be shorter
+    std::vector<places_ptr> pieces; // in order
+    list_of<qx_long> all_cells;     // of several pieces
+    list_of<double> all_uvw;
+
+    qx_long first(qx_long k) const { return k * piece; }
+    const qx_long *cells()
+    {
+        if (pieces.size() == 1) return pieces[0]->cell;
+        if (all_cells == nullptr) all_cells = joined(&host_places::cell, 1);
+        return all_cells.get();
+    }
+    const double *uvw()
+    {
+        if (pieces.size() == 1) return pieces[0]->uvw;
+        if (all_uvw == nullptr) all_uvw = joined(&host_places::uvw, 3);
+        return all_uvw.get();
+    }
+
+  private:
+    template <typename T> list_of<T> joined(const T *host_places::*list, qx_long row) const
+    {
+        list_of<T> made = new_list<T>(npoints * row);
+        T *to = made.get();
+        for (const places_ptr &of : pieces)
+            to = std::copy_n((*of).*list, of->npoints * row, to);
+        return made;
+    }
 };
 
 std::unique_ptr<locator_object> make_locator(const py::object &self, double tolerance,
@@ -66,89 +106,170 @@ std::unique_ptr<locator_object> make_locator(const py::object &self, double tole
     return made;
 }
 
-std::unique_ptr<places_object> locate(const locator_object &locator, const py::array &points,
+// Some of the points of an array.
+host_array from_row(const host_array &rows, qx_long row, qx_long item_size)
+{
+    host_array made = rows;
+    made.data = static_cast<const char *>(rows.data) + row * rows.veclen * item_size;
+    return made;
+}
+
+int locate_piece(const locator_object &locator, const rows_arg &points, qx_long first, qx_long count,
+                 places_ptr *out)
+{
+    const qx_long size = points.array.type == DTYPE_FLOAT ? sizeof(float) : sizeof(double);
+    const host_array rows = from_row(points.array, first, size);
+    host_places *places = nullptr;
+    const int done = host_locate(locator.locator.get(), &rows, count, &places);
+    out->reset(places);
+    return done;
+}
+
+std::unique_ptr<places_object> locate(const locator_object &locator, const py::array &points, int threads,
                                       const py::object &progress)
 {
     const rows_arg rows("points", points, points.ndim() > 0 ? points.shape(0) : 0);
     auto made = std::make_unique<places_object>();
     made->keep = locator.keep;
     made->mesh = locator.mesh;
+    made->threads = std::max(threads, 1);
+    made->npoints = rows.count;
+    made->piece = std::max<qx_long>((rows.count + made->threads - 1) / made->threads, 1);
     run_call("locate", made->mesh, progress, [&] {
-        host_places *places = nullptr;
-        const int done = host_locate(locator.locator.get(), &rows.array, rows.count, &places);
-        made->places.reset(places);
-        return done;
+        const qx_long npieces = std::max<qx_long>((rows.count + made->piece - 1) / made->piece, 1);
+        made->pieces.resize(static_cast<size_t>(npieces));
+        return run_tasks(made->threads, npieces, "locating points", [&](qx_long k) {
+            const qx_long first = made->first(k);
+            return locate_piece(locator, rows, first, std::min(made->piece, rows.count - first),
+                                &made->pieces[static_cast<size_t>(k)]);
+        });
     });
     return made;
 }
 
 py::array cells_of_places(const py::object &self)
 {
-    const auto &at = self.cast<places_object &>();
-    py::array cells(py::dtype::of<qx_long>(), {at.places->npoints}, at.places->cell, self);
+    auto &at = self.cast<places_object &>();
+    py::array cells(py::dtype::of<qx_long>(), {at.npoints}, at.cells(), self);
     cells.attr("setflags")(py::arg("write") = false);
     return cells;
 }
 
 py::array uvw_of_places(const py::object &self)
 {
-    const auto &at = self.cast<places_object &>();
-    py::array uvw(py::dtype::of<double>(), {at.places->npoints, qx_long{3}}, at.places->uvw, self);
+    auto &at = self.cast<places_object &>();
+    py::array uvw(py::dtype::of<double>(), {at.npoints, qx_long{3}}, at.uvw(), self);
     uvw.attr("setflags")(py::arg("write") = false);
     return uvw;
 }
+
+// Values that are sampled, and where they go.
+struct sampled_rows {
+    const rows_arg rows;
+    const bool of_cells;
+    py::array out;
+    py::array_t<bool> mask;
+
+    sampled_rows(const mesh_object &mesh, const py::array &values, const py::object &null, bool of_cells_,
+                 qx_long npoints)
+        : rows("values", values, of_cells_ ? (values.ndim() > 0 ? values.shape(0) : 0) : mesh.nnodes, null),
+          of_cells(of_cells_), out(rows_like(values, npoints)), mask(npoints),
+          to(static_cast<char *>(out.mutable_data())), marks(marks_in(mask)),
+          row_size(rows.array.veclen * values.itemsize())
+    {
+    }
+
+    // At the places of points from first on.
+    int sample(const host_places *places, qx_long first) const
+    {
+        const qx_long *cell = places->cell;
+        if (!of_cells) return host_sample_nodes(places, &rows.array, to + first * row_size, marks + first);
+        if (std::any_of(cell, cell + places->npoints, [&](qx_long c) { return c >= rows.count; }))
+            throw std::out_of_range("values: has fewer rows than the mesh has cells");
+        return host_sample_cells(places, &rows.array, to + first * row_size, marks + first);
+    }
+
+  private:
+    char *to;
+    unsigned char *marks;
+    qx_long row_size;
+};
 
 // Rows at the points, and a mark each.
 py::tuple sample_at(const places_object &at, const py::array &values, const py::object &null, bool of_cells,
                     const py::object &progress)
 {
-    const qx_long count = of_cells ? (values.ndim() > 0 ? values.shape(0) : 0) : at.mesh->nnodes;
-    const rows_arg rows("values", values, count, null);
-    const qx_long npoints = at.places->npoints;
-    py::array out = rows_like(values, npoints);
-    py::array_t<bool> mask(npoints);
-    void *to = out.mutable_data();
-    unsigned char *marks = marks_in(mask);
+    const sampled_rows sampled(*at.mesh, values, null, of_cells, at.npoints);
     run_call(of_cells ? "sample_cells" : "sample", at.mesh, progress, [&] {
-        const qx_long *cell = at.places->cell;
-        if (of_cells && std::any_of(cell, cell + npoints, [&](qx_long c) { return c >= count; }))
-            throw std::out_of_range("values: has fewer rows than the mesh has cells");
-        return of_cells ? host_sample_cells(at.places.get(), &rows.array, to, marks)
-                        : host_sample_nodes(at.places.get(), &rows.array, to, marks);
+        return run_tasks(at.threads, static_cast<qx_long>(at.pieces.size()), "sampling", [&](qx_long k) {
+            return sampled.sample(at.pieces[static_cast<size_t>(k)].get(), at.first(k));
+        });
     });
-    return py::make_tuple(out, mask);
+    return py::make_tuple(sampled.out, sampled.mask);
+}
+
+// The same without places that are kept.
+py::tuple sample_points(const locator_object &locator, const py::array &points, const py::array &values,
+                        const py::object &null, bool of_cells, int threads, const py::object &progress)
+{
+    const rows_arg at("points", points, points.ndim() > 0 ? points.shape(0) : 0);
+    const sampled_rows sampled(*locator.mesh, values, null, of_cells, at.count);
+    run_call(of_cells ? "sample_cells" : "sample", locator.mesh, progress, [&] {
+        const qx_long piece = points_of_piece(*locator.mesh, at.count, std::max(threads, 1));
+        return run_tasks(threads, (at.count + piece - 1) / piece, "sampling", [&](qx_long k) {
+            places_ptr places;
+            const qx_long first = k * piece;
+            {
+                const progress_part part(0, 80);
+                const int done = locate_piece(locator, at, first, std::min(piece, at.count - first), &places);
+                if (done != HOST_DONE) return done;
+            }
+            const progress_part part(80, 100);
+            return sampled.sample(places.get(), first);
+        });
+    });
+    return py::make_tuple(sampled.out, sampled.mask);
 }
 
 // The nodes and weights of one place.
 py::tuple weights_at(const places_object &at, qx_long point)
 {
-    if (point < 0 || point >= at.places->npoints) throw py::index_error("point: there is no such point");
+    if (point < 0 || point >= at.npoints) throw py::index_error("point: there is no such point");
     if (at.mesh->record() == nullptr) throw py::value_error("the mesh was closed");
     qx_long nodes[20];
     double weights[20];
-    const int count = host_place_weights(at.places.get(), point, nodes, weights);
+    const places_ptr &piece = at.pieces[static_cast<size_t>(point / at.piece)];
+    const int count = host_place_weights(piece.get(), point % at.piece, nodes, weights);
     return py::make_tuple(py::array_t<qx_long>(count, nodes), py::array_t<double>(count, weights));
 }
 
 // The library's own sampling, made for drawing: in single precision, up to a twentieth of a cell outside.
 py::array library_sample(mesh_object &mesh, const py::array &values, const py::object &null,
-                         const py::array &points, double fill, const py::object &progress)
+                         const py::array &points, double fill, int threads, const py::object &progress)
 {
     const rows_arg rows("values", values, mesh.nnodes, null);
     if (points.ndim() != 2) throw py::value_error("points: has the wrong shape");
-    const qx_long npoints = points.shape(0);
+    const qx_long npoints = points.shape(0), row_size = rows.array.veclen * values.itemsize();
     const int nspace = static_cast<int>(points.shape(1));
     const float *at = elements<float>("points", points, npoints * nspace);
     py::array out = rows_like(values, npoints);
-    void *to = out.mutable_data();
-    run_call("sample", &mesh, progress, [&] {
+    auto *to = static_cast<char *>(out.mutable_data());
+    const auto sample = [&](const auto &interpolate, qx_long first, qx_long count) {
         int veclen = rows.array.veclen, null_flag = rows.null_flag();
         alignas(8) unsigned char slot[8] = {}, largest[8] = {};
         if (rows.array.null != nullptr) memcpy(slot, rows.array.null, static_cast<size_t>(values.itemsize()));
-        void *data = const_cast<void *>(rows.array.data);
-        return of_library(UTILinterpolate_data(npoints, at, nspace, nullptr, mesh.record(), mesh.table(), 1,
-                                               rows.array.type, &veclen, &data, nullptr, largest, &null_flag,
-                                               slot, 1, fill, &to) == 1);
+        void *data = const_cast<void *>(rows.array.data), *rows_out = to + first * row_size;
+        return of_library(interpolate(count, at + first * nspace, nspace, nullptr, mesh.record(),
+                                      mesh.table(), 1, rows.array.type, &veclen, &data, nullptr, largest,
+                                      &null_flag, slot, 1, fill, &rows_out) == 1);
+    };
+    run_call("sample", &mesh, progress, [&] {
+        const progress_part part(mesh.make_ready(), 100);
+        if (threads < 2) return sample(UTILinterpolate_data, 0, npoints);
+        constexpr qx_long piece = 16384;
+        return run_tasks(threads, (npoints + piece - 1) / piece, "sampling", [&](qx_long k) {
+            return sample(UTILmt_interpolate_data, k * piece, std::min(piece, npoints - k * piece));
+        });
     });
     return out;
 }
@@ -298,6 +419,7 @@ void bind_sampling(py::module_ &m)
     m.def("make_locator", &make_locator);
     m.def("locate", &locate);
     m.def("sample_at", &sample_at);
+    m.def("sample_points", &sample_points);
     m.def("sample_by_library", &library_sample);
     m.def("derivative", &derivative_of);
     m.def("derivative_by_library", &library_derivative_of);

@@ -4,6 +4,7 @@
 #include <skoklana/boundary.h>
 #include <skoklana/cell_faces.h>
 #include <skoklana/scatter.h>
+#include <skoklana/thread.h>
 
 #include <algorithm>
 #include <string>
@@ -36,7 +37,7 @@ py::array delaunay(const py::array &points, const py::array &box, const py::obje
 // The values on a grid, and whether a node has none. shape: numpy's order.
 py::tuple scatter(const py::array &points, const py::array &values, const py::array &box,
                   const py::sequence &shape_, const py::sequence &radius_, int power, const py::object &null,
-                  const py::object &fill, const py::object &progress)
+                  const py::object &fill, int threads, const py::object &progress)
 {
     if (points.ndim() != 2) throw py::value_error("points: has the wrong shape");
     const qx_long count = points.shape(0);
@@ -64,10 +65,13 @@ py::tuple scatter(const py::array &points, const py::array &values, const py::ar
     void *to = out.mutable_data();
     int null_flag = rows.null_flag();
     run_call("scatter", nullptr, progress, [&] {
-        return of_library(UTILscat_data_interp2(count, nspace, at, rows.array.type, rows.array.veclen,
-                                                rows.array.data, corners, corners + ndim, ndim, dims.data(),
-                                                radius.data(), power, &null_flag, filled.array.null,
-                                                to) == 1);
+        const auto spread = [&](const auto &by, auto... nthreads) {
+            return by(nthreads..., count, nspace, at, rows.array.type, rows.array.veclen, rows.array.data,
+                      corners, corners + ndim, ndim, dims.data(), radius.data(), power, &null_flag,
+                      filled.array.null, to);
+        };
+        return of_library(
+            (threads > 1 ? spread(UTILmt_scat_data_interp2, threads) : spread(UTILscat_data_interp2)) == 1);
     });
     return py::make_tuple(out, null_flag != 0);
 }

@@ -17,29 +17,28 @@ struct line_options {
     int max_nodes;
 };
 
-// All lines, one after the other.
+// Lines, one after the other.
 struct traced_lines {
     std::vector<float> points, vectors, uvw, speeds, steps;
-    std::vector<qx_long> cells, begin{0};
+    std::vector<qx_long> cells, counts; // counts: nodes of each line
 };
 
-// Room for one line.
+// Room for one line; what is never written takes no memory.
 struct line_room {
-    std::vector<float> points, vectors, uvw, speeds, steps;
-    std::vector<qx_long> cells;
+    list_of<float> points, vectors, uvw, speeds, steps;
+    list_of<qx_long> cells;
 
-    line_room(int nodes, int nspace, int veclen)
-        : points(static_cast<size_t>(nodes) * static_cast<size_t>(nspace)),
-          vectors(static_cast<size_t>(nodes) * static_cast<size_t>(veclen)),
-          uvw(3 * static_cast<size_t>(nodes)), speeds(static_cast<size_t>(nodes)),
-          steps(static_cast<size_t>(nodes)), cells(static_cast<size_t>(nodes))
+    line_room(qx_long nodes, int nspace, int veclen)
+        : points(new_list<float>(nodes * nspace)), vectors(new_list<float>(nodes * veclen)),
+          uvw(new_list<float>(nodes * 3)), speeds(new_list<float>(nodes)), steps(new_list<float>(nodes)),
+          cells(new_list<qx_long>(nodes))
     {
     }
 };
 
-template <typename T> void append(std::vector<T> *to, const std::vector<T> &from, qx_long count)
+template <typename T> void append(std::vector<T> *to, const list_of<T> &from, qx_long count)
 {
-    to->insert(to->end(), from.begin(), from.begin() + count);
+    to->insert(to->end(), from.get(), from.get() + count);
 }
 
 int trace_lines(mesh_object &mesh, const rows_arg &vectors, const float *seeds, qx_long nseeds,
@@ -56,8 +55,8 @@ int trace_lines(mesh_object &mesh, const rows_arg &vectors, const float *seeds, 
         if (UTILstream_line(record, table, vectors.array.data, vectors.array.type, veclen,
                             vectors.null_flag(), vectors.array.null, how.order, how.direction,
                             how.steps_a_cell, how.min_speed, seeds + seed * nspace, how.max_nodes, &count,
-                            room.points.data(), room.vectors.data(), 1, room.cells.data(), room.uvw.data(),
-                            room.speeds.data(), room.steps.data(), work) != 1)
+                            room.points.get(), room.vectors.get(), 1, room.cells.get(), room.uvw.get(),
+                            room.speeds.get(), room.steps.get(), work) != 1)
             return library_failed;
         append(&out->points, room.points, static_cast<qx_long>(count) * nspace);
         append(&out->vectors, room.vectors, static_cast<qx_long>(count) * veclen);
@@ -65,19 +64,30 @@ int trace_lines(mesh_object &mesh, const rows_arg &vectors, const float *seeds, 
         append(&out->speeds, room.speeds, count);
         append(&out->steps, room.steps, count);
         append(&out->cells, room.cells, count);
-        out->begin.push_back(static_cast<qx_long>(out->cells.size()));
+        out->counts.push_back(count);
     }
     return HOST_DONE;
 }
 
-template <typename T> py::array copied_array(const std::vector<T> &from, std::initializer_list<qx_long> shape)
+// One list of all parts. row: elements of a row; 0: it has no rows.
+template <typename T>
+py::array joined(const std::vector<traced_lines> &parts, std::vector<T> traced_lines::*list, py::ssize_t row)
 {
-    return py::array_t<T>(std::vector<py::ssize_t>(shape), from.data());
+    py::ssize_t size = 0;
+    for (const traced_lines &part : parts)
+        size += static_cast<py::ssize_t>((part.*list).size());
+    const std::vector<py::ssize_t> shape =
+        row > 0 ? std::vector<py::ssize_t>{size / row, row} : std::vector<py::ssize_t>{size};
+    py::array_t<T> made(shape);
+    T *to = made.mutable_data();
+    for (const traced_lines &part : parts)
+        to = std::copy((part.*list).begin(), (part.*list).end(), to);
+    return std::move(made);
 }
 
 py::dict stream_lines_of(mesh_object &mesh, const py::array &vectors, const py::object &null,
                          const py::array &seeds, int order, int direction, int steps_a_cell, double min_speed,
-                         int max_nodes, const py::object &progress)
+                         int max_nodes, int threads, const py::object &progress)
 {
     const rows_arg rows("vectors", vectors, mesh.nnodes, null);
     const qx_long nspace = mesh.nspace, nseeds = seeds.size() / nspace;
@@ -86,18 +96,32 @@ py::dict stream_lines_of(mesh_object &mesh, const py::array &vectors, const py::
         throw py::value_error("max_nodes, steps_per_cell or order: out of range");
     const float *at = elements<float>("seeds", seeds, nseeds * nspace);
     const line_options how = {order, direction, steps_a_cell, min_speed, max_nodes};
-    traced_lines lines;
-    run_call("stream_lines", &mesh, progress,
-             [&] { return trace_lines(mesh, rows, at, nseeds, how, &lines); });
-    const auto n = static_cast<qx_long>(lines.cells.size());
+    std::vector<traced_lines> parts;
+    run_call("stream_lines", &mesh, progress, [&] {
+        constexpr qx_long most = 32;
+        const qx_long piece = threads < 2 ? std::max<qx_long>(nseeds, 1) : most;
+        const qx_long nparts = (nseeds + piece - 1) / piece;
+        parts.resize(static_cast<size_t>(nparts));
+        const progress_part part(mesh.make_ready(), 100);
+        return run_tasks(threads, nparts, "stream lines", [&](qx_long k) {
+            const qx_long first = k * piece;
+            return trace_lines(mesh, rows, at + first * nspace, std::min(piece, nseeds - first), how,
+                               &parts[static_cast<size_t>(k)]);
+        });
+    });
     py::dict out;
-    out["points"] = copied_array(lines.points, {n, nspace});
-    out["vectors"] = copied_array(lines.vectors, {n, rows.array.veclen});
-    out["uvw"] = copied_array(lines.uvw, {n, 3});
-    out["speeds"] = copied_array(lines.speeds, {n});
-    out["steps"] = copied_array(lines.steps, {n});
-    out["cells"] = copied_array(lines.cells, {n});
-    out["begin"] = copied_array(lines.begin, {static_cast<qx_long>(lines.begin.size())});
+    out["points"] = joined(parts, &traced_lines::points, nspace);
+    out["vectors"] = joined(parts, &traced_lines::vectors, rows.array.veclen);
+    out["uvw"] = joined(parts, &traced_lines::uvw, 3);
+    out["speeds"] = joined(parts, &traced_lines::speeds, 0);
+    out["steps"] = joined(parts, &traced_lines::steps, 0);
+    out["cells"] = joined(parts, &traced_lines::cells, 0);
+    py::array_t<qx_long> begin(nseeds + 1);
+    qx_long *next = begin.mutable_data(), nodes = *next++ = 0;
+    for (const traced_lines &part : parts)
+        for (const qx_long count : part.counts)
+            *next++ = nodes += count;
+    out["begin"] = begin;
     return out;
 }
 

@@ -193,26 +193,3 @@ def test_a_signal_handler_runs_while_the_library_works():
         signal.setitimer(signal.ITIMER_REAL, 0)
         signal.signal(signal.SIGALRM, before)
     assert seen and seen[0] <= ended
-
-
-def test_threads_of_the_library_make_the_same_surface_and_cut():
-    values = np.random.default_rng(1).random((30, 20, 25)).astype(np.float32)
-    holed = np.where(np.random.default_rng(2).random(values.shape) < 0.02, -1, values).astype(np.float32)
-    meshes = [sk.uniform(values.shape), sk.uniform(values.shape).to_cells()]
-    meshes.append(sk.curvilinear(meshes[0].points.reshape(values.shape + (3,))))
-    for mesh in meshes:
-        for data, null in ((values, None), (holed, -1)):
-            data = data.reshape(mesh.shape)
-            surface, part = mesh.isosurface(data, 0.5, null=null), mesh.cut(data, 0.5, null=null)
-            for threads in (2, 3, 100):
-                again, cut = mesh.isosurface(data, 0.5, null=null, threads=threads), mesh.cut(data, 0.5, null=null, threads=threads)
-                assert np.array_equal(again.points, surface.points) and np.array_equal(again.triangles, surface.triangles)
-                assert np.array_equal(again.cell_numbers, surface.cell_numbers)
-                assert np.array_equal(cut.points, part.points) and cut.cells.keys() == part.cells.keys()
-                assert all(np.array_equal(cut.cells[kind], part.cells[kind]) for kind in part.cells)
-                assert np.array_equal(cut.cell_numbers, part.cell_numbers)
-    assert mesh.isosurface(values, 0.5, cells=False, threads=2).cell_numbers is None
-    assert len(mesh.isosurface(values, 9, threads=2).triangles) == 0
-    for threads, error in ((0, ValueError), (1.5, TypeError), ("2", TypeError)):
-        with pytest.raises(error, match="threads: "):
-            mesh.isosurface(values, 0.5, threads=threads)
