@@ -3,12 +3,25 @@
 
 #include "report.hpp"
 #include "values.hpp"
+#include "workers.hpp"
 
 #include "mod_util/type_switch.hpp"
 
 #include <skoklana/host/tool.h>
 
 #include <algorithm>
+#include <cmath>
+
+bool is_scalar(const char *call, const host_array *array, double level)
+{
+    if (array == nullptr || array->data == nullptr) return host_fail("%s: array is NULL", call) != 0;
+    if (DTYPEtype_size(array->type) == 0)
+        return host_fail("%s: %d is no element type", call, array->type) != 0;
+    if (array->veclen != 1)
+        return host_fail("%s: a row has %d elements, but a level is one of a scalar", call, array->veclen) !=
+               0;
+    return !std::isnan(level) || host_fail("%s: the level is not a number", call) != 0;
+}
 
 result_builder::result_builder(const char *call_, const host_field *field_) : call(call_), field(field_) {}
 
@@ -32,13 +45,11 @@ void result_builder::add_old_nodes(qx_long count, list_of<qx_long> nodes)
     made->old_node = nodes.release();
 }
 
-void result_builder::add_new_nodes(qx_long count, list_of<qx_long> first, list_of<qx_long> second,
-                                   list_of<float> t)
+void result_builder::add_new_nodes(qx_long count, list_of<qx_long> first, list_of<qx_long> second)
 {
     made->nnodes += count;
     made->first_node = first.release();
     made->second_node = second.release();
-    made->t = t.release();
 }
 
 bool result_builder::add_set(int kind, int order, qx_long count, list_of<qx_long> connect,
@@ -57,21 +68,56 @@ bool result_builder::add_set(int kind, int order, qx_long count, list_of<qx_long
     return true;
 }
 
-bool result_builder::place()
+// New nodes first to end - 1. False: no place for them.
+bool result_builder::place_share(const host_array &scalar, double level, qx_long first, qx_long end) const
 {
-    const int nspace = field->nspace;
-    made->coords = allocate_list<float>(made->nnodes * nspace).release();
-    if (made->coords == nullptr) return no_memory("the coordinates of the result");
+    with_dtype_silent(scalar.type, [&](auto tag) {
+        const auto *data = static_cast<const typename decltype(tag)::type *>(scalar.data);
+        for (qx_long i = first; i < end; ++i) {
+            const double a = static_cast<double>(data[made->first_node[i]]),
+                         b = static_cast<double>(data[made->second_node[i]]);
+            made->t[i] = a == b ? 0 : static_cast<float>((level - a) / (b - a));
+        }
+        return 0;
+    });
+    if (made->coords == nullptr || first == end) return true;
     mesh_info *mesh = const_cast<mesh_info *>(&field->mesh);
-    for (qx_long i = 0; i < made->nold; ++i)
-        copy_node(field, made->old_node[i], made->coords + i * nspace);
-    const qx_long nnew = made->nnodes - made->nold;
-    if (nnew == 0) return true;
-    if (mesh->methods->eval_coord_func != nullptr &&
-        mesh->methods->eval_coord_func(mesh, nnew, made->first_node, made->second_node, made->t,
-                                       made->coords + made->nold * nspace) == 1)
-        return true;
-    return host_fail("%s: the new nodes could not be placed", call) != 0;
+    return mesh->methods->eval_coord_func(mesh, end - first, made->first_node + first,
+                                          made->second_node + first, made->t + first,
+                                          made->coords + (made->nold + first) * field->nspace) == 1;
+}
+
+void result_builder::copy_old_nodes(qx_long first, qx_long end) const
+{
+    for (qx_long i = first; made->coords != nullptr && i < end; ++i)
+        copy_node(field, made->old_node[i], made->coords + i * field->nspace);
+}
+
+bool result_builder::place(const host_array &scalar, double level, bool with_coords, int nworkers)
+{
+    const qx_long nold = made->nold, nnew = made->nnodes - nold;
+    made->t = allocate_list<float>(nnew).release();
+    if (made->t == nullptr) return no_memory("the places of the new nodes");
+    mesh_info *mesh = const_cast<mesh_info *>(&field->mesh);
+    const auto eval_coord = mesh->methods->eval_coord_func;
+    bool placed[most_workers] = {};
+    placed[0] = true;
+    if (with_coords) {
+        made->coords = allocate_list<float>(made->nnodes * field->nspace).release();
+        if (made->coords == nullptr) return no_memory("the coordinates of the result");
+        // The record fetches what it lacks for a first node: workers find it there.
+        if (nnew > 0)
+            placed[0] = eval_coord != nullptr &&
+                        eval_coord(mesh, 0, made->first_node, made->second_node, made->t, made->coords) == 1;
+    }
+    auto place = [&](int k) {
+        copy_old_nodes(share_begin(nold, k, nworkers), share_begin(nold, k + 1, nworkers));
+        placed[k] =
+            place_share(scalar, level, share_begin(nnew, k, nworkers), share_begin(nnew, k + 1, nworkers));
+    };
+    if (placed[0]) run_workers(nworkers, place);
+    return std::all_of(placed, placed + nworkers, [](bool done) { return done; }) ||
+           host_fail("%s: the new nodes could not be placed", call) != 0;
 }
 
 host_result *result_builder::finish()

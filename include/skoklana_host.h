@@ -289,7 +289,15 @@ typedef struct host_level_options {
     size_t size;
     int without_coords; /* not 0: coords stays NULL */
     int without_cells;  /* not 0: cell of the sets stays NULL, which makes large surfaces sooner */
+    int threads;        /* how many may work on it, as told below; 0: one */
 } host_level_options;
+
+/* Threads. An extraction by several threads gives what one thread gives, byte for byte, whatever their number. No more
+ * take part than there are cells, or planes of cells along the last axis of a lattice, and 64 at the most; lattices of
+ * less than three axes take one. A small mesh is done sooner by one thread than others can be started: that is for the
+ * caller to weigh. They take turns with nothing: the caller's thread is one of them, the others live as long as the
+ * call. Each needs 4 bytes a node of cell sets, of which it touches those about its cells. Progress is told of the
+ * caller's share; lattices tell of little and can be stopped only at the end of it. */
 
 /* The surface at which a scalar of solid cells reaches a level, and with it the lines at which one of flat cells does;
  * iso.h tells of both. Triangles and lines are sets of order 1.
@@ -301,6 +309,28 @@ int host_isosurf(host_field *field, const host_array *array, double level, const
 /* The lines of flat cells alone. */
 int host_isoline(host_field *field, const host_array *array, double level, const host_level_options *options,
                  host_result **out);
+
+typedef struct host_cut_options {
+    size_t size;
+    int without_coords; /* not 0: coords stays NULL */
+    int without_cells;  /* not 0: cell of the sets stays NULL */
+    int threads;        /* as of levels */
+} host_cut_options;
+
+enum { HOST_BELOW = -1, HOST_ABOVE = 1 };
+
+/* The part of a mesh on one side of a level: cells that lie there whole, those of second order in pieces, and of those
+ * that the level crosses the part, as simplices; cut.h tells of both. All cells are of order 1, and sets come in this
+ * order: tetrahedra, prisms, pyramids, hexahedra, triangles, quadrilaterals, lines. Old nodes are all those on the side,
+ * in their order, also those that no cell has.
+ *
+ * array   a row a node, of one element
+ * side    HOST_BELOW: where the scalar is below the level. HOST_ABOVE: where it is not
+ * out     handed over, to host_free_result; NULL unless HOST_DONE. The field need not outlive it
+ *
+ * Lattices of one axis are refused. */
+int host_cut(host_field *field, const host_array *array, double level, int side,
+             const host_cut_options *options, host_result **out);
 
 /* The result's set of a kind; NULL: there is none. */
 const host_set *host_set_of_kind(const host_result *result, int kind);

@@ -9,13 +9,12 @@
 
 #include "blocks.hpp"
 #include "cell_set.hpp"
+#include "cut_flags.hpp"
 #include "cut_sink.hpp"
 #include "dtype.hpp"
 #include "kernel_watch.hpp"
 
 #include <skoklana/array.h>
-
-#include <cmath>
 
 static const char *const cut_module = "UTILcut";
 
@@ -228,20 +227,6 @@ set_end cut_one_set(cut_run *run, int set, qx_long *map_count, qx_long **map)
     if (tesselate == nullptr) return set_end::done;
     if (!fetch_connect(mesh, set)) return pop(set_end::failed_before_cells);
     return pop(cut_blocks(run, set, tesselate, kernel, map_count, map) ? set_end::done : set_end::failed);
-}
-
-// Flags are made by a test in the data's type, the map by one in double, and NaN is on no side: a node whose flag
-// would keep it though it has no number gets the other flag. With integers this takes a level of NaN.
-void match_flags_to_map(qx_long nnodes, int data_type, double level, int side, const qx_long *node_map,
-                        unsigned char *flags)
-{
-    const bool rounds_down =
-        data_type == DTYPE_FLOAT && !(static_cast<double>(static_cast<float>(level)) >= level);
-    const bool has_nan = data_type == DTYPE_FLOAT || data_type == DTYPE_DOUBLE || std::isnan(level);
-    if (side < 0 ? !has_nan : !rounds_down) return;
-    const unsigned char keeps = side < 0 ? 0 : 1;
-    for (qx_long node = 0; node < nnodes; ++node)
-        flags[node] ^= static_cast<unsigned char>((flags[node] == keeps) & (node_map[node] < 0));
 }
 
 bool is_known_type(int code)

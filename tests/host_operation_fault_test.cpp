@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstddef>
 #include <functional>
 #include <string>
 
@@ -154,7 +155,7 @@ int extract_level(host_field *field, const host_level_options *options)
 
 TEST(HostOperations, ExtractLevelsOrFailAsAWhole)
 {
-    const host_level_options bare = {sizeof bare, 1, 1};
+    const host_level_options bare = {sizeof bare, 1, 1, 0};
     for (const meshes::mesh_ptr &mesh : some_meshes()) {
         refuse_each([&] { return extract_level(mesh->field, nullptr); });
         refuse_each([&] { return extract_level(mesh->field, &bare); });
@@ -165,6 +166,106 @@ TEST(HostOperations, ExtractLevelsUntilToldToStop)
 {
     for (const meshes::mesh_ptr &mesh : some_meshes())
         stop_at_each([&] { return extract_level(mesh->field, nullptr); });
+}
+
+namespace {
+
+// Surfaces, or parts, by several threads. Which of them meets a refusal is left to chance.
+int extract_by_threads(host_field *field, bool surface)
+{
+    static const std::vector<double> data = meshes::random_values<double>(4, 40000, 0, 1);
+    const host_array array = {data.data(), DTYPE_DOUBLE, 1, surface ? nullptr : &data[7]};
+    const host_level_options level_options = {sizeof level_options, 0, 0, 3};
+    const host_cut_options cut_options = {sizeof cut_options, 0, 0, 3};
+    host_result *result = nullptr;
+    const int done = surface ? host_isosurf(field, &array, 0.5, &level_options, &result)
+                             : host_cut(field, &array, 0.5, HOST_ABOVE, &cut_options, &result);
+    EXPECT_EQ(result != nullptr, done == HOST_DONE);
+    host_free_result(result);
+    return done;
+}
+
+int cut_alone(host_field *field)
+{
+    static const std::vector<double> data = meshes::random_values<double>(4, 4000, 0, 1);
+    const host_array array = {data.data(), DTYPE_DOUBLE, 1, nullptr};
+    host_result *result = nullptr;
+    const int done = host_cut(field, &array, 0.5, HOST_BELOW, nullptr, &result);
+    EXPECT_EQ(result != nullptr, done == HOST_DONE);
+    host_free_result(result);
+    return done;
+}
+
+std::vector<meshes::mesh_ptr> meshes_for_threads()
+{
+    std::vector<meshes::mesh_ptr> all = some_meshes();
+    all.push_back(meshes::mixed({CELL_TRI, CELL_PRISM, CELL_QUAD}, {1, 1, 2}, 5, 1));
+    return all;
+}
+
+} // namespace
+
+TEST(HostOperations, ExtractByThreadsOrFailAsAWhole)
+{
+    for (const meshes::mesh_ptr &mesh : meshes_for_threads())
+        for (const bool surface : {true, false})
+            refuse_each([&] { return extract_by_threads(mesh->field, surface); });
+}
+
+TEST(HostOperations, ExtractByThreadsUntilToldToStop)
+{
+    std::vector<meshes::mesh_ptr> all = meshes_for_threads();
+    all.push_back(meshes::cells(CELL_HEX, 1, {30, 30, 30}, 1));
+    for (const meshes::mesh_ptr &mesh : all)
+        for (const bool surface : {true, false})
+            stop_at_each([&] { return extract_by_threads(mesh->field, surface); });
+}
+
+TEST(HostOperations, CutOrFailAsAWhole)
+{
+    const std::vector<meshes::mesh_ptr> all = some_meshes();
+    for (const meshes::mesh_ptr &mesh : all)
+        refuse_each([&] { return cut_alone(mesh->field); });
+    stop_at_each([&] { return cut_alone(all[0]->field); });
+}
+
+TEST(HostOperations, StartAsManyThreadsAsAreAskedForAndThereIsWorkFor)
+{
+    const meshes::mesh_ptr cells = meshes::cells(CELL_HEX, 1, {2, 2, 1}, 5),
+                           lattice = meshes::uniform({5, 5, 4}, 3, {0, 0, 0}, {1, 1, 1}),
+                           flat = meshes::uniform({5, 5}, 3, {0, 0, 0}, {1, 1, 1});
+    const std::vector<double> data = meshes::random_values<double>(4, 100, 0, 1);
+    const host_array array = {data.data(), DTYPE_DOUBLE, 1, nullptr};
+    const auto started = [&](const meshes::test_mesh &mesh, const host_level_options &options) {
+        const int before = host_calls::threads_started();
+        host_result *out = nullptr;
+        EXPECT_EQ(host_isosurf(mesh.field, &array, 0.5, &options, &out), HOST_DONE);
+        host_free_result(out);
+        return host_calls::threads_started() - before;
+    };
+    const auto by = [](int threads) { return host_level_options{sizeof(host_level_options), 0, 0, threads}; };
+    for (const int one : {-3, 0, 1})
+        EXPECT_EQ(started(*cells, by(one)) + started(*lattice, by(one)), 0);
+    EXPECT_GT(started(*cells, by(2)), 0);
+    EXPECT_EQ(started(*cells, by(4)), started(*cells, by(2)) * 3); // the caller's is one of them
+    EXPECT_EQ(started(*cells, by(100)), started(*cells, by(4)));
+    EXPECT_GT(started(*lattice, by(2)), 0);
+    EXPECT_EQ(started(*lattice, by(100)), started(*lattice, by(3)));
+    EXPECT_EQ(started(*flat, by(100)), 0);
+    // A program that was built before there was the option has a shorter record.
+    EXPECT_EQ(started(*cells, {offsetof(host_level_options, threads), 0, 0, 4}), 0);
+}
+
+// A thread that can't be started has its share done by the caller's.
+TEST(HostOperations, DoWithoutThreadsThatTheyCannotHave)
+{
+    for (const meshes::mesh_ptr &mesh : meshes_for_threads())
+        for (int k = 0; k < 10; ++k) {
+            host_calls::reset();
+            host_calls::fail_thread(k);
+            EXPECT_EQ(extract_by_threads(mesh->field, k % 2 == 0), HOST_DONE);
+        }
+    host_calls::reset();
 }
 
 // Every kind of work: by the library, and cell by cell for null values and rows of two.

@@ -164,7 +164,7 @@ TEST(HostLevels, LeaveOutWhatIsNotWanted)
     const meshes::mesh_ptr mesh = meshes::uniform({5, 5, 5}, 3, {0, 0, 0}, {1, 1, 1});
     const std::vector<double> data = meshes::field_of<double>(*mesh, bumpy);
     const host_array array = {data.data(), DTYPE_DOUBLE, 1, nullptr};
-    const host_level_options options = {sizeof options, 1, 1};
+    const host_level_options options = {sizeof options, 1, 1, 0};
     const result_ptr bare = surface_of(*mesh, array, 0.5, &options), whole = surface_of(*mesh, array, 0.5);
     EXPECT_EQ(bare->coords, nullptr);
     EXPECT_EQ(bare->sets[0].cell, nullptr);
@@ -175,7 +175,7 @@ TEST(HostLevels, LeaveOutWhatIsNotWanted)
     EXPECT_STREQ(host_error(),
                  "host_carry_cells: the result was made without the cells that its own come from");
     // A program that was built before there was an option has a shorter record.
-    const host_level_options shorter = {offsetof(host_level_options, without_cells), 0, 1};
+    const host_level_options shorter = {offsetof(host_level_options, without_cells), 0, 1, 0};
     EXPECT_NE(surface_of(*mesh, array, 0.5, &shorter)->sets[0].cell, nullptr);
 }
 
