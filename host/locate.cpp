@@ -19,6 +19,7 @@
 #include "progress.hpp"
 #include "registry.hpp"
 #include "report.hpp"
+#include "workers.hpp"
 
 #include <skoklana/host/om.h>
 #include <skoklana/locate.h>
@@ -40,6 +41,7 @@ struct host_locator {
     const host_field *field;
     field_cells cells;
     double tolerance;
+    int threads = 0;
     axis_index axis[3]; // of uniform and rectilinear meshes
 
     list_of<box> boxes; // of all others, one a cell
@@ -425,7 +427,17 @@ template <typename Real> struct queued_point {
     unsigned index;
 };
 
-// Points by block, a batch at a time.
+// The points of a worker.
+struct point_range {
+    qx_long first, end;
+
+    bool is_stopped_at(qx_long point) const
+    {
+        return is_stopped(point - first, end - first, "locating points");
+    }
+};
+
+// Points by block, a batch at a time; what a worker has of a batch is one to itself.
 template <typename Real> class block_queue {
   public:
     static constexpr qx_long longest = located_points::batch;
@@ -435,16 +447,18 @@ template <typename Real> class block_queue {
     {
     }
 
-    int run()
+    int run(point_range share)
     {
-        const qx_long npoints = places->npoints, room = std::min(npoints, longest);
+        const qx_long room = std::min(share.end - share.first, longest);
         queue = allocate_list<queued_point<Real>>(room);
         blocks = allocate_list<int>(room);
         ends = allocate_list<unsigned>(table->nblocks);
         if (queue == nullptr || blocks == nullptr || ends == nullptr)
             return host_fail("host_locate: no memory for the order of the points");
-        for (qx_long first = 0; first < npoints; first += longest) {
-            const int done = locate(first, std::min(npoints, first + longest));
+        range = share;
+        for (qx_long first = share.first, end; first < share.end; first = end) {
+            end = std::min(share.end, (first / longest + 1) * longest);
+            const int done = locate(first, end);
             if (done != HOST_DONE) return done;
         }
         return HOST_DONE;
@@ -470,14 +484,15 @@ template <typename Real> class block_queue {
             ends[block] = before;
             before += count;
         }
+        const unsigned in_batch = static_cast<unsigned>(first % longest);
         for (qx_long i = first; i < end; ++i) {
             const unsigned index = static_cast<unsigned>(i - first);
             if (blocks[index] < 0) {
-                places->order[first + before++] = index; // behind all blocks
+                places->order[first + before++] = in_batch + index; // behind all blocks
                 continue;
             }
             const unsigned turn = ends[blocks[index]]++;
-            places->order[first + turn] = index;
+            places->order[first + turn] = in_batch + index;
             points.read(i, queue[turn].at);
             queue[turn].index = index;
         }
@@ -486,7 +501,7 @@ template <typename Real> class block_queue {
     int locate(qx_long first, qx_long end)
     {
         constexpr unsigned points_a_check = 1024;
-        if (is_stopped(first, places->npoints, "locating points")) return HOST_STOPPED;
+        if (range.is_stopped_at(first)) return HOST_STOPPED;
         sort(first, end);
         unsigned i = 0, check = points_a_check;
         for (qx_long block = 0; block < table->nblocks; ++block) {
@@ -495,7 +510,7 @@ template <typename Real> class block_queue {
                 return host_fail("host_locate: no memory for the cells of a block");
             for (; i < ends[block]; ++i) {
                 if (i >= check) {
-                    if (is_stopped(first + i, places->npoints, "locating points")) return HOST_STOPPED;
+                    if (range.is_stopped_at(first + i)) return HOST_STOPPED;
                     check = i + points_a_check;
                 }
                 locate_one(first, queue[i]);
@@ -521,6 +536,7 @@ template <typename Real> class block_queue {
     const blk_tbl *table;
     point_rows<Real> points;
     located_points *places;
+    point_range range = {0, 0};
     block_cells among;
     list_of<queued_point<Real>> queue;
     list_of<int> blocks;
@@ -530,12 +546,14 @@ template <typename Real> class block_queue {
 // ---- all meshes ----------------------------------------------------------------------------------------------------
 
 template <typename Real>
-int locate_points(const host_locator &locator, const point_rows<Real> &points, located_points *places)
+int locate_range(const host_locator &locator, const point_rows<Real> &points, point_range range,
+                 located_points *places)
 {
+    if (range.first == range.end) return HOST_DONE;
     if (!locator.is_compact() && locator.table != nullptr)
-        return block_queue<Real>(locator, points, places).run();
-    for (qx_long i = 0; i < places->npoints; ++i) {
-        if (i % 4096 == 0 && is_stopped(i, places->npoints, "locating points")) return HOST_STOPPED;
+        return block_queue<Real>(locator, points, places).run(range);
+    for (qx_long i = range.first; i < range.end; ++i) {
+        if ((i - range.first) % 4096 == 0 && range.is_stopped_at(i)) return HOST_STOPPED;
         Real row[3];
         points.read(i, row);
         const double point[3] = {row[0], row[1], row[2]};
@@ -544,6 +562,24 @@ int locate_points(const host_locator &locator, const point_rows<Real> &points, l
             set_outside(places, i);
     }
     return HOST_DONE;
+}
+
+// Each worker takes some of the points.
+template <typename Real>
+int locate_points(const host_locator &locator, const point_rows<Real> &points, located_points *places)
+{
+    const qx_long npoints = places->npoints;
+    const int nworkers = workers_for(locator.threads, npoints);
+    if (nworkers == 1) return locate_range(locator, points, {0, npoints}, places);
+    int done[most_workers];
+    auto locate_share = [&](int k) {
+        done[k] =
+            locate_range(locator, points,
+                         {share_begin(npoints, k, nworkers), share_begin(npoints, k + 1, nworkers)}, places);
+    };
+    run_workers(nworkers, locate_share);
+    const int least = *std::min_element(done, done + nworkers); // HOST_STOPPED is less than HOST_FAILED
+    return least == HOST_FAILED ? host_fail("host_locate: no memory to find the points") : least;
 }
 
 located_points *new_places(const host_locator &locator, qx_long npoints)
@@ -560,6 +596,7 @@ located_points *new_places(const host_locator &locator, qx_long npoints)
     places->cell = cell.release();
     places->uvw = uvw.release();
     places->field = locator.field;
+    places->threads = locator.threads;
     if (locator.table != nullptr) places->order = order.release();
     return places;
 }
@@ -637,12 +674,14 @@ int host_make_locator(host_field *field, const host_locator_options *options, ho
 {
     *out = nullptr;
     if (host_mesh(field) == nullptr) return HOST_FAILED;
-    const double asked = settled_options(options).tolerance;
+    const host_locator_options settled = settled_options(options);
+    const double asked = settled.tolerance;
     if (std::isnan(asked) || std::isinf(asked))
         return host_fail("host_make_locator: the tolerance is %g, but it is finite", asked);
     void *room = malloc(sizeof(host_locator));
     if (room == nullptr) return host_fail("host_make_locator: no memory for the locator");
     host_locator *locator = new (room) host_locator(field);
+    locator->threads = settled.threads;
     locator->tolerance = asked > 0 ? asked : asked < 0 ? 0 : default_tolerance(searched_field(field)->made);
     int done = HOST_DONE;
     if (locator->is_compact())

@@ -10,6 +10,7 @@
 // What host_places stands at the beginning of.
 struct located_points : host_places {
     const host_field *field;
+    int threads; // that may sample at the points
     // An order of the points in which neighbours lie near each other, a batch at a time: point order[i] of the batch
     // of i. Null: their own.
     static constexpr qx_long batch = qx_long{1} << 20;

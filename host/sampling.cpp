@@ -4,10 +4,13 @@
 #include "progress.hpp"
 #include "report.hpp"
 #include "values.hpp"
+#include "workers.hpp"
 
 #include "mod_util/type_switch.hpp"
 
 #include <skoklana/host/tool.h>
+
+#include <algorithm>
 
 namespace {
 
@@ -57,17 +60,17 @@ template <typename T> void ask_for_data(const field_cells &cells, const host_arr
         __builtin_prefetch(static_cast<const T *>(of.data) + view.nodes[k] * of.veclen);
 }
 
-// Writes each row, and whether it has a value, in the order in which points lie near each other.
+// Writes rows first to end - 1 of the order in which points lie near each other, and whether they have values.
 template <typename T, typename WriteRow>
-int sample_all(const host_places &given, const host_array &of, T *out, unsigned char *mask, WriteRow write)
+int sample_range(const located_points &places, qx_long first, qx_long end, const host_array &of, T *out,
+                 unsigned char *mask, WriteRow write)
 {
     constexpr qx_long points_a_check = 4096, ahead = 16;
-    const located_points &places = static_cast<const located_points &>(given);
     const field_cells cells(places.field);
-    const qx_long npoints = places.npoints;
-    for (qx_long turn = 0; turn < npoints; ++turn) {
-        if (turn % points_a_check == 0 && is_stopped(turn, npoints, "sampling")) return HOST_STOPPED;
-        if (turn + ahead < npoints) {
+    for (qx_long turn = first; turn < end; ++turn) {
+        if ((turn - first) % points_a_check == 0 && is_stopped(turn - first, end - first, "sampling"))
+            return HOST_STOPPED;
+        if (turn + ahead < end) {
             const qx_long next = places.in_order(turn + ahead);
             __builtin_prefetch(places.cell + next);
             __builtin_prefetch(places.uvw + 3 * next);
@@ -82,6 +85,22 @@ int sample_all(const host_places &given, const host_array &of, T *out, unsigned 
         if (mask != nullptr) mask[i] = has_value ? 1 : 0;
     }
     return HOST_DONE;
+}
+
+template <typename T, typename WriteRow>
+int sample_all(const host_places &given, const host_array &of, T *out, unsigned char *mask, WriteRow write)
+{
+    const located_points &places = static_cast<const located_points &>(given);
+    const qx_long npoints = places.npoints;
+    const int nworkers = workers_for(places.threads, npoints);
+    if (nworkers == 1) return sample_range(places, 0, npoints, of, out, mask, write);
+    int done[most_workers];
+    auto sample_share = [&](int k) {
+        done[k] = sample_range(places, share_begin(npoints, k, nworkers),
+                               share_begin(npoints, k + 1, nworkers), of, out, mask, write);
+    };
+    run_workers(nworkers, sample_share);
+    return *std::min_element(done, done + nworkers); // HOST_STOPPED is the least
 }
 
 bool is_sound(const char *call, const host_places *places, const host_array *values, const void *out)

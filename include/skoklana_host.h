@@ -384,6 +384,7 @@ typedef struct host_locator_options {
     size_t size;
     double tolerance; /* how far outside all cells a point may lie, in coordinates; 0: a millionth of the
                          diagonal of the mesh's box; below 0: none */
+    int threads; /* how many may locate points, and sample at them; 0: one. Places and values are the same */
 } host_locator_options;
 
 /* Prepares a field for location. The field must outlive the locator, and everything made with it. Read only once

@@ -168,7 +168,7 @@ using places_ptr = std::unique_ptr<host_places, freed>;
 
 locator_ptr locator_of(const meshes::test_mesh &mesh, double tolerance = 0)
 {
-    host_locator_options options = {sizeof options, tolerance};
+    host_locator_options options = {sizeof options, tolerance, 0};
     host_locator *locator = nullptr;
     EXPECT_EQ(host_make_locator(mesh.field, &options, &locator), HOST_DONE) << host_error();
     return locator_ptr(locator);
@@ -972,11 +972,11 @@ TEST(ExactLocation, RefusesWhatIsNoListOfPoints)
     refused(points, DTYPE_FLOAT, 3, -1, "host_locate: npoints is negative");
     EXPECT_EQ(host_locate(nullptr, nullptr, 0, &places), HOST_FAILED);
     host_locator *made = nullptr;
-    host_locator_options options = {sizeof options, std::numeric_limits<double>::quiet_NaN()};
+    host_locator_options options = {sizeof options, std::numeric_limits<double>::quiet_NaN(), 0};
     EXPECT_EQ(host_make_locator(mesh->field, &options, &made), HOST_FAILED);
     EXPECT_STREQ(host_error(), "host_make_locator: the tolerance is nan, but it is finite");
     EXPECT_EQ(host_make_locator(nullptr, nullptr, &made), HOST_FAILED);
-    options = {0, 5.0}; // a record of no size has no options
+    options = {0, 5.0, 0}; // a record of no size has no options
     EXPECT_EQ(host_make_locator(mesh->field, &options, &made), HOST_DONE);
     const locator_ptr held(made);
     const host_array outside = {points, DTYPE_FLOAT, 1, nullptr};

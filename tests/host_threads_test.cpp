@@ -291,6 +291,73 @@ TEST(HostThreads, TellTheCallersProgress)
     EXPECT_EQ(seen.back(), 100);
 }
 
+// ---- location and sampling ------------------------------------------------------------------------------------------
+
+namespace {
+
+// Places and values at points by a number of threads.
+struct sampled {
+    std::vector<qx_long> cell;
+    std::vector<double> uvw, values;
+    std::vector<unsigned char> mask;
+
+    sampled(const meshes::test_mesh &mesh, const std::vector<float> &points, int threads)
+    {
+        const auto n = static_cast<qx_long>(points.size()) / 3;
+        const host_locator_options options = {sizeof options, 0, threads};
+        host_locator *locator = nullptr;
+        host_places *places = nullptr;
+        EXPECT_EQ(host_make_locator(mesh.field, &options, &locator), HOST_DONE) << host_error();
+        const host_array at = {points.data(), DTYPE_FLOAT, 3, nullptr};
+        EXPECT_EQ(host_locate(locator, &at, n, &places), HOST_DONE) << host_error();
+        if (places != nullptr) {
+            const std::vector<double> data = meshes::field_of<double>(mesh, waves);
+            const host_array of = {data.data(), DTYPE_DOUBLE, 1, &data[3]};
+            values.resize(static_cast<size_t>(n));
+            mask.resize(static_cast<size_t>(n));
+            EXPECT_EQ(host_sample_nodes(places, &of, values.data(), mask.data()), HOST_DONE);
+            cell.assign(places->cell, places->cell + n);
+            uvw.assign(places->uvw, places->uvw + 3 * n);
+        }
+        host_free_places(places);
+        host_free_locator(locator);
+    }
+};
+
+void expect_same_samples(const meshes::test_mesh &mesh, const std::vector<float> &points,
+                         const std::vector<int> &numbers)
+{
+    const sampled expected(mesh, points, 0);
+    for (const int threads : numbers) {
+        const sampled found(mesh, points, threads);
+        EXPECT_EQ(found.cell, expected.cell);
+        EXPECT_EQ(found.uvw, expected.uvw);
+        EXPECT_EQ(found.values, expected.values);
+        EXPECT_EQ(found.mask, expected.mask);
+    }
+}
+
+} // namespace
+
+TEST(HostThreads, SampleAsOneDoes)
+{
+    std::vector<meshes::mesh_ptr> all = meshes_of_cells();
+    for (meshes::mesh_ptr &lattice : lattices())
+        all.push_back(std::move(lattice));
+    size_t nmeshes = 0;
+    for (const meshes::mesh_ptr &mesh : all) {
+        std::vector<float> points = meshes::random_values<float>(nmeshes, 3000, -0.2, 1.2);
+        if (mesh->nspace == 2 || mesh->ndim == 2)
+            for (size_t i = 2; i < points.size(); i += 3)
+                points[i] = 0;
+        expect_same_samples(*mesh, points, some_numbers(nmeshes++));
+    }
+    // Fewer points than threads, none, and more than are located at a time.
+    const meshes::mesh_ptr mesh = meshes::cells(CELL_TET, 1, {3, 3, 3}, 7);
+    for (const qx_long n : {0, 1, 3, (1 << 20) + 999})
+        expect_same_samples(*mesh, meshes::random_values<float>(1, 3 * n, 0, 1), {2, 5});
+}
+
 // ---- host_cut ---------------------------------------------------------------------------------------------------
 
 namespace {
