@@ -11,12 +11,16 @@
 // Bins are chains of small blocks, whose spheres are tested in lanes. All blocks of a chain are full but the
 // first. When a slab ends all cells are put into new bins, for the next one: a slab is made as long as that
 // costs little a point.
+//
+// Blocks have spheres in single precision, rounded outwards: what is not found there holds the point by no means,
+// and of what is found the owner tests the sphere itself. So a block of eight spheres is some two lines of memory.
 #pragma once
 
 #include "memory.hpp"
 #include "simd.hpp"
 
 #include <algorithm>
+#include <cfloat>
 #include <climits>
 #include <cmath>
 #include <cstring>
@@ -53,17 +57,13 @@ template <typename T> struct growing_array {
 
 constexpr int most_levels = 16;
 
-// In space a test of a point against a sphere may be in doubt: r2 is then what no point of the sphere is beyond,
-// and sure_r2 what all points within are surely in it.
-template <int axes> constexpr bool has_doubt = axes == 3;
-
-// Some spheres of one bin. Lanes that are not in use have r2 -1, which holds nothing.
+// Some spheres of one bin, in units of the box and from its centre.
 template <int axes> struct sphere_block {
     static constexpr int lanes = axes == 2 ? 4 : 8; // bins of the plane hold fewer
-    double centre[axes][lanes];
-    double r2[lanes];
-    double sure_r2[has_doubt<axes> ? lanes : 1];
+    float centre[axes][lanes];
+    float r2[lanes];
     int cell[lanes];
+    int bin;
     int next; // the chain's next block, -1 at the end
     int used; // lanes
 };
@@ -79,72 +79,64 @@ template <int axes> class sphere_columns {
         if (count <= length) return true;
         const qx_long wanted = (count + count / 2 + 15) / 8 * 8;
         length = 0;
-        if (!numbers.reach(wanted * (axes + 2 + nextra)) || !bins.reach(wanted * 2 * across)) return false;
+        if (!numbers.reach(wanted * (axes + 1 + nextra)) || !bins.reach(wanted * 2 * across) ||
+            !rounded.reach(wanted * (axes + 1)))
+            return false;
         length = wanted;
         return true;
     }
 
     double *centre(int axis) { return numbers.data + axis * length; }
+    // Beyond it nothing is in the sphere.
     double *r2() { return numbers.data + axes * length; }
-    double *sure_r2() { return numbers.data + (axes + 1) * length; }
-    double *extra(int column) { return numbers.data + (axes + 2 + column) * length; }
+    double *extra(int column) { return numbers.data + (axes + 1 + column) * length; }
     // The bins that a sphere reaches, of the lowest level.
     int *lower(int k) { return bins.data + k * length; }
     int *upper(int k) { return bins.data + (across + k) * length; }
+    // As in blocks.
+    float *near_centre(int axis) { return rounded.data + axis * length; }
+    float *near_r2() { return rounded.data + axes * length; }
 
   private:
     growing_array<double> numbers;
     growing_array<int> bins;
+    growing_array<float> rounded;
     qx_long length = 0;
 };
 
-struct bin_place {
-    int bin, block, lane;
-};
-
-// A bit a lane: spheres that hold p strictly inside or may do so, and those that surely do.
-struct holding_lanes {
-    unsigned near, sure;
-};
-
-template <int axes> holding_lanes lanes_holding_plain(const sphere_block<axes> &block, const double *p)
+// A bit a lane: spheres that may hold p, which is in the blocks' units.
+template <int axes> unsigned lanes_near_plain(const sphere_block<axes> &block, const float *p)
 {
-    holding_lanes bits = {0, 0};
+    unsigned bits = 0;
     for (int i = 0; i < sphere_block<axes>::lanes; ++i) {
-        const double dx = block.centre[0][i] - p[0];
-        double d2 = dx * dx;
-        for (int k = 1; k < axes; ++k) {
-            const double d = block.centre[k][i] - p[k];
+        float d2 = 0;
+        for (int k = 0; k < axes; ++k) {
+            const float d = block.centre[k][i] - p[k];
             d2 = d2 + d * d;
         }
-        bits.near |= static_cast<unsigned>(block.r2[i] > d2) << i;
-        if constexpr (has_doubt<axes>) bits.sure |= static_cast<unsigned>(block.sure_r2[i] > d2) << i;
+        bits |= static_cast<unsigned>(!(d2 > block.r2[i])) << i;
     }
-    if (!has_doubt<axes>) bits.sure = bits.near;
     return bits;
 }
 
 #if SKOKLANA_HAVE_AVX2_FORM
-template <int axes>
-TARGET_AVX2 FORCE_INLINE holding_lanes lanes_holding_wide(const sphere_block<axes> &block, const double *p)
+TARGET_AVX2 FORCE_INLINE unsigned lanes_near_wide(const sphere_block<2> &block, const float *p)
 {
-    holding_lanes bits = {0, 0};
-    for (int i = 0; i < sphere_block<axes>::lanes; i += 4) {
-        const __m256d dx = _mm256_sub_pd(_mm256_loadu_pd(block.centre[0] + i), _mm256_set1_pd(p[0]));
-        __m256d d2 = _mm256_mul_pd(dx, dx);
-        for (int k = 1; k < axes; ++k) {
-            const __m256d d = _mm256_sub_pd(_mm256_loadu_pd(block.centre[k] + i), _mm256_set1_pd(p[k]));
-            d2 = _mm256_add_pd(d2, _mm256_mul_pd(d, d));
-        }
-        const auto bits_above = [=](const double *r2) TARGET_AVX2 {
-            const __m256d above = _mm256_cmp_pd(_mm256_loadu_pd(r2 + i), d2, _CMP_GT_OQ);
-            return static_cast<unsigned>(_mm256_movemask_pd(above)) << i;
-        };
-        bits.near |= bits_above(block.r2);
-        if constexpr (has_doubt<axes>) bits.sure |= bits_above(block.sure_r2);
+    const __m128 dx = _mm_sub_ps(_mm_loadu_ps(block.centre[0]), _mm_set1_ps(p[0]));
+    const __m128 dy = _mm_sub_ps(_mm_loadu_ps(block.centre[1]), _mm_set1_ps(p[1]));
+    const __m128 d2 = _mm_add_ps(_mm_mul_ps(dx, dx), _mm_mul_ps(dy, dy));
+    return static_cast<unsigned>(_mm_movemask_ps(_mm_cmp_ps(d2, _mm_loadu_ps(block.r2), _CMP_NGT_UQ)));
+}
+
+TARGET_AVX2 FORCE_INLINE unsigned lanes_near_wide(const sphere_block<3> &block, const float *p)
+{
+    __m256 d2 = _mm256_setzero_ps();
+    for (int k = 0; k < 3; ++k) {
+        const __m256 d = _mm256_sub_ps(_mm256_loadu_ps(block.centre[k]), _mm256_set1_ps(p[k]));
+        d2 = _mm256_add_ps(d2, _mm256_mul_ps(d, d));
     }
-    if (!has_doubt<axes>) bits.sure = bits.near;
-    return bits;
+    return static_cast<unsigned>(
+        _mm256_movemask_ps(_mm256_cmp_ps(d2, _mm256_loadu_ps(block.r2), _CMP_NGT_UQ)));
 }
 #endif
 
@@ -164,6 +156,13 @@ template <int axes> class cell_bins {
             low[k] = min[k + 1];
             inverse[k] = 1 / (max[k + 1] - min[k + 1]);
         }
+        double extent = 0;
+        for (int k = 0; k < axes; ++k)
+            extent = std::max(extent, max[k] - min[k]);
+        // Without a box all spheres are at one place, and near.
+        per_unit = extent > 0 && 1 / extent < DBL_MAX ? 1 / extent : 0;
+        for (int k = 0; k < axes; ++k)
+            middle[k] = per_unit > 0 ? min[k] / 2 + max[k] / 2 : 0;
     }
 
     // Empties the bins and divides them anew, for some number of cells while the sweep goes from x to x_end.
@@ -200,7 +199,7 @@ template <int axes> class cell_bins {
     }
 
     // Puts a cell into its bin, its sphere placed in some row. false: no memory.
-    bool add(int cell, sphere_columns<axes> &spheres, qx_long row, bin_place *place)
+    bool add(int cell, sphere_columns<axes> &spheres, qx_long row, int *place)
     {
         const int bin = bin_of(spheres, row);
         int head = heads[bin];
@@ -208,37 +207,36 @@ template <int axes> class cell_bins {
             const int fresh = take_block();
             if (fresh < 0) return false;
             blocks[fresh].next = head;
+            blocks[fresh].bin = bin;
             heads[bin] = head = fresh;
         }
         block_type &block = blocks[head];
-        *place = {bin, head, block.used};
+        *place = head * block_type::lanes + block.used;
         for (int k = 0; k < axes; ++k)
-            block.centre[k][block.used] = spheres.centre(k)[row];
-        block.r2[block.used] = spheres.r2()[row];
-        if (has_doubt<axes>) block.sure_r2[block.used] = spheres.sure_r2()[row];
+            block.centre[k][block.used] = spheres.near_centre(k)[row];
+        block.r2[block.used] = spheres.near_r2()[row];
         block.cell[block.used++] = cell;
         ++ncells;
         return true;
     }
 
     // Takes a cell out. Returns the cell that has moved to its place, -1 for none.
-    int remove(const bin_place &place)
+    int remove(int place)
     {
-        const int head = heads[place.bin];
-        block_type &from = blocks[head], &to = blocks[place.block];
+        const int number = place / block_type::lanes, lane = place % block_type::lanes;
+        block_type &to = blocks[number];
+        const int head = heads[to.bin];
+        block_type &from = blocks[head];
         const int last = --from.used;
         int moved = -1;
-        if (&from != &to || last != place.lane) {
+        if (head != number || last != lane) {
             for (int k = 0; k < axes; ++k)
-                to.centre[k][place.lane] = from.centre[k][last];
-            to.r2[place.lane] = from.r2[last];
-            if (has_doubt<axes>) to.sure_r2[place.lane] = from.sure_r2[last];
-            moved = to.cell[place.lane] = from.cell[last];
+                to.centre[k][lane] = from.centre[k][last];
+            to.r2[lane] = from.r2[last];
+            moved = to.cell[lane] = from.cell[last];
         }
-        from.r2[last] = -1;
-        if (has_doubt<axes>) from.sure_r2[last] = -1;
         if (last == 0) {
-            heads[place.bin] = from.next;
+            heads[from.bin] = from.next;
             from.next = free_block;
             free_block = head;
         }
@@ -246,23 +244,18 @@ template <int axes> class cell_bins {
         return moved;
     }
 
-    // Whether the sphere of one cell holds p: neither bit, near, or near and sure.
-    holding_lanes holds(const bin_place &place, const double *p) const
-    {
-        const holding_lanes bits = lanes_holding_plain(blocks[place.block], p);
-        return {bits.near >> place.lane & 1, bits.sure >> place.lane & 1};
-    }
-
-    // Lists in found, which has room for all cells, those whose spheres hold p, and by ~cell those of which that is
-    // in doubt. Returns how many.
+    // Lists in found, which has room for all cells, those whose spheres may hold p. Returns how many.
     int find(const double *p, int *found)
     {
         int chains[most_levels << across];
         const int nchains = chains_at(p, chains);
+        float at[axes];
+        for (int k = 0; k < axes; ++k)
+            at[k] = static_cast<float>((p[k] - middle[k]) * per_unit);
 #if SKOKLANA_HAVE_AVX2_FORM
-        if (have_avx2()) return test_chains_wide(chains, nchains, p, found);
+        if (have_avx2()) return test_chains_wide(chains, nchains, at, found);
 #endif
-        return test_chains_plain(chains, nchains, p, found);
+        return test_chains_plain(chains, nchains, at, found);
     }
 
   private:
@@ -276,6 +269,7 @@ template <int axes> class cell_bins {
     double low[across], inverse[across]; // the box
     double scale[across], top_bin = 0;   // bins of the lowest level: how many a unit, the last one's number
     double slab[2];
+    double middle[axes], per_unit = 0; // of the box, for what is in single precision
 
     int bin_at(double place, int k) const
     {
@@ -305,7 +299,7 @@ template <int axes> class cell_bins {
         const double from = slab[0], to = slab[1], top = top_bin;
         for (int k = 0; k < across; ++k) {
             const double *x = spheres->centre(0), *c = spheres->centre(k + 1), *r2 = spheres->r2();
-            const double lowest = low[k], a_unit = scale[k];
+            const double lowest = low[k], bins_a_unit = scale[k];
             int *lower = spheres->lower(k), *upper = spheres->upper(k);
 #pragma GCC ivdep
             for (qx_long i = 0; i < count; ++i) {
@@ -315,24 +309,46 @@ template <int axes> class cell_bins {
                 const double h2 = r2[i] * (1 + slack) - away * away * (1 - slack);
                 const double half = std::sqrt(h2 < 0 ? 0 : h2);
                 const double h = half + slack * (std::fabs(c[i]) + half);
-                double t = (c[i] - h - lowest) * a_unit;
+                double t = (c[i] - h - lowest) * bins_a_unit;
                 t = t >= 0 ? t : 0;
                 lower[i] = static_cast<int>(t < top ? t : top);
-                t = (c[i] + h - lowest) * a_unit;
+                t = (c[i] + h - lowest) * bins_a_unit;
                 t = t < top ? t : top;
                 upper[i] = static_cast<int>(t >= 0 ? t : 0);
             }
         }
     }
 
+    // With centre c and radius r in units of the box, a point's place and c err by less than e, in single precision,
+    // and squared distances by less than 2^-20 of themselves: those of points inside are at most (r + e)^2 (1 + 2^-20).
+    FORCE_INLINE void round_body(qx_long count, sphere_columns<axes> *spheres) const
+    {
+        constexpr double more = 1.0 / (1 << 20), unit = more / 8, least = 1e-30;
+        const double *r2 = spheres->r2();
+        float *out = spheres->near_r2();
+#pragma GCC ivdep
+        for (qx_long i = 0; i < count; ++i) {
+            double away = axes;
+            for (int k = 0; k < axes; ++k) {
+                const double c = (spheres->centre(k)[i] - middle[k]) * per_unit;
+                spheres->near_centre(k)[i] = static_cast<float>(c);
+                away += std::fabs(c);
+            }
+            const double r = std::sqrt(r2[i]) * per_unit * (1 + more) + away * unit;
+            out[i] = static_cast<float>(r * r * (1 + 2 * more) + least);
+        }
+    }
+
     void place_plain(qx_long count, sphere_columns<axes> *spheres) const
     {
         place_body(count, spheres);
+        round_body(count, spheres);
     }
 
     TARGET_AVX2 void place_wide(qx_long count, sphere_columns<axes> *spheres) const
     {
         place_body(count, spheres);
+        round_body(count, spheres);
     }
 
     int take_block()
@@ -341,13 +357,12 @@ template <int axes> class cell_bins {
         if (fresh >= 0) {
             free_block = blocks[fresh].next;
         } else {
-            if (nblocks == INT_MAX || !blocks.reach(nblocks + 1)) return -1;
+            if (nblocks == INT_MAX / block_type::lanes || !blocks.reach(nblocks + 1)) return -1;
             fresh = nblocks++;
             block_type &block = blocks[fresh];
             for (int k = 0; k < axes; ++k)
-                std::fill_n(block.centre[k], block_type::lanes, 0.0);
-            std::fill_n(block.r2, block_type::lanes, -1.0);
-            if (has_doubt<axes>) std::fill_n(block.sure_r2, block_type::lanes, -1.0);
+                std::fill_n(block.centre[k], block_type::lanes, 0.0f);
+            std::fill_n(block.r2, block_type::lanes, 0.0f);
             block.used = 0;
         }
         return fresh;
@@ -377,32 +392,30 @@ template <int axes> class cell_bins {
         return n;
     }
 
-    static FORCE_INLINE int list_lanes(const block_type &block, const holding_lanes &bits, int *found)
+    static FORCE_INLINE int list_lanes(const block_type &block, unsigned near, int *found)
     {
         int n = 0;
-        for (unsigned near = bits.near; near != 0; near &= near - 1) {
-            const int lane = __builtin_ctz(near), cell = block.cell[lane];
-            found[n++] = !has_doubt<axes> || (bits.sure >> lane & 1) != 0 ? cell : ~cell;
-        }
+        for (unsigned bits = near & ((1u << block.used) - 1); bits != 0; bits &= bits - 1)
+            found[n++] = block.cell[__builtin_ctz(bits)];
         return n;
     }
 
-    int test_chains_plain(const int *chains, int nchains, const double *p, int *found) const
+    int test_chains_plain(const int *chains, int nchains, const float *p, int *found) const
     {
         int n = 0;
         for (int c = 0; c < nchains; ++c)
             for (int b = chains[c]; b >= 0; b = blocks[b].next)
-                n += list_lanes(blocks[b], lanes_holding_plain(blocks[b], p), found + n);
+                n += list_lanes(blocks[b], lanes_near_plain(blocks[b], p), found + n);
         return n;
     }
 
 #if SKOKLANA_HAVE_AVX2_FORM
-    TARGET_AVX2 int test_chains_wide(const int *chains, int nchains, const double *p, int *found) const
+    TARGET_AVX2 int test_chains_wide(const int *chains, int nchains, const float *p, int *found) const
     {
         int n = 0;
         for (int c = 0; c < nchains; ++c)
             for (int b = chains[c]; b >= 0; b = blocks[b].next)
-                n += list_lanes(blocks[b], lanes_holding_wide(blocks[b], p), found + n);
+                n += list_lanes(blocks[b], lanes_near_wide(blocks[b], p), found + n);
         return n;
     }
 #endif

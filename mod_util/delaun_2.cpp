@@ -27,7 +27,7 @@ struct triangle_kind {
         out[0] = (corner[1][1] - corner[0][1]) * 0.001;
         out[1] = (corner[1][0] - corner[0][0]) * -0.001;
     }
-    static qx_long turn(qx_long *, const qx_long *ids) { return std::min(ids[0], ids[1]); }
+    template <typename Id> static Id turn(Id *, const Id *ids) { return std::min(ids[0], ids[1]); }
     static void print_hit(const qx_long *ids, qx_long point, double r2, double d2)
     {
         print_error(" tri (%" PRId64 " %" PRId64 " %" PRId64 ") includes point %" PRId64 "  r=%f d=%f\n",

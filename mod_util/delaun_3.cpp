@@ -29,9 +29,9 @@ struct tetrahedron_kind {
         return exact.holds(vertices, p);
     }
     // The lowest id comes to stand in the middle.
-    static qx_long turn(qx_long *v, const qx_long *ids)
+    template <typename Id> static Id turn(Id *v, const Id *ids)
     {
-        const qx_long a = v[0], b = v[1], c = v[2];
+        const Id a = v[0], b = v[1], c = v[2];
         if (ids[0] < ids[1] && ids[0] < ids[2]) {
             v[0] = c, v[1] = a, v[2] = b;
             return ids[0];
@@ -69,7 +69,7 @@ FORCE_INLINE double dot(const vector3 &a, const vector3 &b)
 struct tet_columns {
     const double *corner[3][3];
     double *centre[3];
-    double *r2, *det, *plain_r2, *sure_r2;
+    double *r2, *det, *plain_r2, *doubt;
 };
 
 // Along the unit normal of the first three vertices, by a 1e-5th of the lengths of two edges. The normal's length
@@ -117,7 +117,7 @@ FORCE_INLINE void spheres(const double *apex, qx_long count, const tet_columns &
         of.r2[i] = r2 + doubt;
         of.det[i] = det;
         of.plain_r2[i] = r2;
-        of.sure_r2[i] = r2 - doubt;
+        of.doubt[i] = doubt;
     }
 }
 
@@ -133,7 +133,7 @@ void spheres_plain(const double *apex, qx_long count, const tet_columns &of)
 
 void tetrahedron_kind::circumscribe(const double *apex, qx_long count, cell_columns<3> *cells)
 {
-    tet_columns of = {{}, {}, cells->r2(), cells->det(), cells->plain_r2(), cells->sure_r2()};
+    tet_columns of = {{}, {}, cells->r2(), cells->det(), cells->plain_r2(), cells->doubt()};
     for (int k = 0; k < 3; ++k) {
         for (int c = 0; c < 3; ++c)
             of.corner[c][k] = cells->corner(c, k);

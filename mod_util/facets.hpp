@@ -7,14 +7,19 @@
 
 #include "cell_bins.hpp"
 
-template <int corners> struct facet {
-    qx_long vertex[corners]; // in the order of the cell that brought it
+#include <type_traits>
+
+template <int corners, typename Id> struct facet {
+    Id vertex[corners]; // in the order of the cell that brought it
     int slot;
     bool live;
 };
 
-template <int corners> class facet_set {
+// Id: an unsigned number of a vertex.
+template <int corners, typename Id> class facet_set {
   public:
+    using facet_type = facet<corners, Id>;
+
     int nboundary = 0; // live ones
 
     // Empty, with room for count facets. false: no memory.
@@ -34,18 +39,18 @@ template <int corners> class facet_set {
         return true;
     }
 
-    void toggle(const qx_long *vertex)
+    void toggle(const Id *vertex)
     {
         int slot = first_slot(vertex);
         for (; slots[slot] >= 0; slot = next_slot(slot)) {
-            facet<corners> &old = met[slots[slot]];
+            facet_type &old = met[slots[slot]];
             if (!same(old.vertex, vertex)) continue;
             if (!old.live) break;
             old.live = false;
             --nboundary;
             return;
         }
-        facet<corners> &fresh = met[nmet];
+        facet_type &fresh = met[nmet];
         memcpy(fresh.vertex, vertex, sizeof fresh.vertex);
         fresh.slot = slot;
         fresh.live = true;
@@ -59,28 +64,25 @@ template <int corners> class facet_set {
     {
         int n = 0;
         for (int f = nmet - 1; f >= 0; --f)
-            if (met[f].live) boundary[n++] = {turn(met[f].vertex), f};
-        std::sort(boundary.data, boundary.data + n, [](const entry &a, const entry &b) {
-            return a.least < b.least || (a.least == b.least && a.number > b.number);
-        });
+            if (met[f].live) boundary[n++] = static_cast<entry>(turn(met[f].vertex)) << 32 | newness(f);
+        std::sort(boundary.data, boundary.data + n);
     }
 
     // The vertices of a facet of the boundary, after sort.
-    const qx_long *operator[](int i) const { return met[boundary[i].number].vertex; }
+    const Id *operator[](int i) const { return met[newness(static_cast<uint32_t>(boundary[i]))].vertex; }
 
   private:
-    struct entry {
-        qx_long least;
-        int number;
-    };
+    // The lowest vertex id, and below it a number that is lower the later the facet was met.
+    using entry = std::conditional_t<sizeof(Id) == 4, uint64_t, unsigned __int128>;
+    static constexpr uint32_t newness(uint32_t number) { return UINT32_MAX - number; }
 
-    growing_array<facet<corners>> met;
+    growing_array<facet_type> met;
     growing_array<entry> boundary;
     growing_array<int> slots; // the newest facet with these vertices; -1: none
     int nmet = 0;
     qx_long nslots = 0;
 
-    int first_slot(const qx_long *vertex) const
+    int first_slot(const Id *vertex) const
     {
         // Symmetric in the vertices, so that a facet is found whichever way round it comes.
         uint64_t sum = 0, product = 1;
@@ -94,16 +96,14 @@ template <int corners> class facet_set {
 
     int next_slot(int slot) const { return static_cast<int>((slot + 1) & (nslots - 1)); }
 
-    static bool same(const qx_long *a, const qx_long *b)
+    // Vertices of one facet are different ones.
+    static bool same(const Id *a, const Id *b)
     {
         if constexpr (corners == 2) {
             return (a[0] == b[0] && a[1] == b[1]) || (a[0] == b[1] && a[1] == b[0]);
-        } else { // each cyclic turn, either way round
-            for (int turn = 0; turn < 3; ++turn) {
-                const qx_long x = b[turn], y = b[(turn + 1) % 3], z = b[(turn + 2) % 3];
-                if (a[0] == x && ((a[1] == y && a[2] == z) || (a[1] == z && a[2] == y))) return true;
-            }
-            return false;
+        } else {
+            const auto has = [=](Id v) { return v == b[0] || v == b[1] || v == b[2]; };
+            return has(a[0]) && has(a[1]) && has(a[2]);
         }
     }
 };

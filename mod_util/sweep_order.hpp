@@ -48,7 +48,7 @@ inline void radix_sort(keyed_point *points, keyed_point *other, qx_long count)
 }
 
 // Writes the order of count points, rows of nspace coordinates of which the first axes matter. false: no memory.
-template <int axes> bool sweep_order(qx_long count, const float *coords, int nspace, qx_long *order)
+template <int axes, typename Id> bool sweep_order(qx_long count, const float *coords, int nspace, Id *order)
 {
     scratch work;
     keyed_point *points = work.keep(static_cast<keyed_point *>(
@@ -59,12 +59,12 @@ template <int axes> bool sweep_order(qx_long count, const float *coords, int nsp
     radix_sort(points, points + count, count);
     const keyed_point *sorted = points + count;
     for (qx_long i = 0; i < count; ++i)
-        order[i] = sorted[i].id;
+        order[i] = static_cast<Id>(sorted[i].id);
 
-    const auto before = [=](qx_long a, qx_long b) {
+    const auto before = [=](Id a, Id b) {
         for (int k = 1; k < axes; ++k) {
-            const uint32_t at = ordered_bits(coords[a * nspace + k]),
-                           bt = ordered_bits(coords[b * nspace + k]);
+            const uint32_t at = ordered_bits(coords[static_cast<qx_long>(a) * nspace + k]),
+                           bt = ordered_bits(coords[static_cast<qx_long>(b) * nspace + k]);
             if (at != bt) return at < bt;
         }
         return a < b;

@@ -11,7 +11,8 @@
 // its sphere. The cells that no point passes come first, by falling push number; then the finished ones, by
 // falling finish, those of one point by rising push number.
 //
-//   finding the cavity   cell_bins.hpp. What is found is what a test of every live cell would find
+//   finding the cavity   cell_bins.hpp, then a test of each cell that it finds. The cavity is what a test of every
+//                        live cell would find
 //   finishing cells      once a slab of the sweep, when the bins are made anew; a cell's finish is then looked up
 //                        among the slab's points by bisection
 //   the boundary         facets.hpp
@@ -37,14 +38,18 @@
 
 enum class sweep_end { done, interrupted, no_memory };
 
+// In space a test of a point against a sphere may be in doubt, and there is a bound on what it may err by.
+template <int axes> constexpr bool has_doubt = axes == 3;
+
 // Cells to be made from facets and one apex: their spheres, and what these are computed from.
 template <int axes> struct cell_columns : sphere_columns<axes> {
-    bool reach(qx_long count) { return sphere_columns<axes>::reach(count, axes * axes + 2); }
+    bool reach(qx_long count) { return sphere_columns<axes>::reach(count, axes * axes + 3); }
 
     double *corner(int k, int axis) { return this->extra(k * axes + axis); }
     double *det() { return this->extra(axes * axes); } // 0: the cell is degenerate
-    // The square of the radius as computed, without regard to doubt.
+    // The square of the radius as computed, and its doubt: r2() is their sum.
     double *plain_r2() { return has_doubt<axes> ? this->extra(axes * axes + 1) : this->r2(); }
+    double *doubt() { return this->extra(axes * axes + 2); }
 };
 
 // Kind tells what a cell is:
@@ -53,7 +58,9 @@ template <int axes> struct cell_columns : sphere_columns<axes> {
 //   step(corners, out)                what moves the apex of a degenerate cell
 //   holds(vertices, p, workspace)     whether a sphere holds a point, where that is in doubt
 //   turn(facet, ids)                  brings a facet into the order in which it is kept
-template <class Kind> class tess_sweep {
+// Id is an unsigned type for the number of each point and enclosing vertex, and of each search: narrow ones keep the
+// live cells in fewer lines of memory.
+template <class Kind, typename Id> class tess_sweep {
   public:
     static constexpr int axes = Kind::axes;
     static constexpr int corners = axes + 1;
@@ -68,13 +75,13 @@ template <class Kind> class tess_sweep {
         nnodes = count;
         if (!order.reach(count + corners) || !place.reach((count + corners) * axes) ||
             !walk_x.reach(count + 1) || !exact.start() ||
-            !sweep_order<axes>(count, coords, nspace, order.data))
+            !sweep_order<axes, Id>(count, coords, nspace, order.data))
             return false;
         for (qx_long at = 0; at < count; ++at)
             for (int k = 0; k < axes; ++k)
-                place[at * axes + k] = static_cast<double>(coords[order[at] * nspace + k]);
+                place[at * axes + k] = static_cast<double>(coords[id_of(at) * nspace + k]);
         for (int c = 0; c < corners; ++c)
-            order[count + c] = count + c;
+            order[count + c] = static_cast<Id>(count + c);
         memcpy(place.data + count * axes, enclosing, sizeof(double) * axes * corners);
         set_bin_box();
         return add_first_cell();
@@ -109,19 +116,23 @@ template <class Kind> class tess_sweep {
     }
 
     const double *place_of(qx_long at) const { return place.data + at * axes; }
-    qx_long id_of(qx_long at) const { return order[at]; }
+    qx_long id_of(qx_long at) const { return static_cast<qx_long>(order[at]); }
     bool any_moved() const { return moved; }
 
   private:
-    struct sure_cell {};
-    struct doubted_cell {
-        double plain_r2;
+    struct sure_cell {
+        static constexpr double doubt = 0;
     };
+    struct doubted_cell {
+        double doubt;
+    };
+    // No cell: place is -1.
     struct tess_cell : std::conditional_t<has_doubt<axes>, doubted_cell, sure_cell> {
-        qx_long v[corners]; // in sweep order, the first cell's corners behind the points
+        double centre[axes], plain_r2;
         qx_long push;
-        qx_long since; // how many searches there had been when it was made
-        bin_place at;
+        Id v[corners]; // in sweep order, the first cell's corners behind the points
+        Id since;      // how many searches there had been when it was made
+        int place;     // in the bins
     };
 
     struct pushed_cell {
@@ -135,9 +146,9 @@ template <class Kind> class tess_sweep {
     };
 
     qx_long nnodes = 0;
-    growing_array<qx_long> order; // ids by sweep order
-    growing_array<double> place;  // working coordinates, rows by sweep order
-    bool moved = false;           // whether any point is not where the caller put it
+    growing_array<Id> order;     // ids by sweep order
+    growing_array<double> place; // working coordinates, rows by sweep order
+    bool moved = false;          // whether any point is not where the caller put it
 
     growing_array<tess_cell> cells;
     growing_array<int> free_cells;
@@ -158,7 +169,7 @@ template <class Kind> class tess_sweep {
     growing_array<pushed_cell> listed;
     growing_array<passed_cell> passed, passed_sorted;
     growing_array<int> walk_start;
-    facet_set<axes> facets;
+    facet_set<axes, Id> facets;
     cell_columns<axes> made;
     sphere_columns<axes> spheres; // of all live cells, while they change bins
     growing_array<int> sphere_cells;
@@ -193,9 +204,9 @@ template <class Kind> class tess_sweep {
     bool add_first_cell()
     {
         if (!bins.clear(0, 0, 0) || !made.reach(1)) return false;
-        qx_long v[corners];
+        Id v[corners];
         for (int c = 0; c < corners; ++c)
-            v[c] = nnodes + c;
+            v[c] = static_cast<Id>(nnodes + c);
         note_attempt(v);
         gather_corners(v, 0);
         Kind::circumscribe(place_of(v[axes]), 1, &made);
@@ -205,7 +216,7 @@ template <class Kind> class tess_sweep {
     }
 
     // A cell of a facet and an apex, its sphere in row e of made.
-    bool add_cell(const qx_long *base, qx_long apex, int e)
+    bool add_cell(const Id *base, Id apex, int e)
     {
         if (nfree == 0) {
             // Both lists hold every cell at most.
@@ -216,44 +227,37 @@ template <class Kind> class tess_sweep {
         }
         const int number = free_cells[--nfree];
         tess_cell &cell = cells[number];
-        memcpy(cell.v, base, sizeof(qx_long) * axes);
+        for (int k = 0; k < axes; ++k)
+            cell.centre[k] = made.centre(k)[e];
+        cell.plain_r2 = made.plain_r2()[e];
+        if constexpr (has_doubt<axes>) cell.doubt = made.doubt()[e];
+        memcpy(cell.v, base, sizeof(Id) * axes);
         cell.v[axes] = apex;
         cell.push = pushes++;
-        cell.since = nwalks;
-        if constexpr (has_doubt<axes>) cell.plain_r2 = made.plain_r2()[e];
-        return bins.add(number, made, e, &cell.at);
+        cell.since = static_cast<Id>(nwalks);
+        return bins.add(number, made, e, &cell.place);
     }
 
     void drop_cell(int number)
     {
-        const int moved_cell = bins.remove(cells[number].at);
-        if (moved_cell >= 0) cells[moved_cell].at = cells[number].at;
+        const int moved_cell = bins.remove(cells[number].place);
+        if (moved_cell >= 0) cells[moved_cell].place = cells[number].place;
+        cells[number].place = -1;
         free_cells[nfree++] = number;
     }
 
-    double centre_of(int number, int k) const
+    // Calls what(number) for the live cells.
+    template <typename F> void for_each_live(F what) const
     {
-        const bin_place &at = cells[number].at;
-        return bins.blocks[at.block].centre[k][at.lane];
-    }
-
-    double plain_r2_of(int number) const
-    {
-        if constexpr (has_doubt<axes>) {
-            return cells[number].plain_r2;
-        } else {
-            const bin_place &at = cells[number].at;
-            return bins.blocks[at.block].r2[at.lane];
-        }
+        for (int number = 0; number < ncells; ++number)
+            if (cells[number].place >= 0) what(number);
     }
 
     // The live cells by rising push number, in listed.
     int list_active()
     {
         int n = 0;
-        for (int b = 0; b < bins.nblocks; ++b)
-            for (int lane = 0; lane < bins.blocks[b].used; ++lane)
-                found[n++] = bins.blocks[b].cell[lane];
+        for_each_live([&](int number) { found[n++] = number; });
         sort_by_push(n);
         return n;
     }
@@ -269,23 +273,23 @@ template <class Kind> class tess_sweep {
 
     // ---- passing -----------------------------------------------------------------------------------------
 
-    bool has_passed(double x, int number) const
+    static bool has_passed(double x, const tess_cell &cell)
     {
-        const double dx = x - centre_of(number, 0);
-        return dx * dx > plain_r2_of(number);
+        const double dx = x - cell.centre[0];
+        return dx * dx > cell.plain_r2;
     }
 
     // 1 and the ids of a cell's vertices, or 0 where one is no point.
-    qx_long put_row(const qx_long *v, qx_long *row) const
+    qx_long put_row(const Id *v, qx_long *row) const
     {
         for (int c = 0; c < corners; ++c) {
-            if (v[c] >= nnodes) return 0;
-            row[c] = order[v[c]];
+            if (static_cast<qx_long>(v[c]) >= nnodes) return 0;
+            row[c] = static_cast<qx_long>(order[v[c]]);
         }
         return 1;
     }
 
-    bool append_row(const qx_long *v)
+    bool append_row(const Id *v)
     {
         if (!rows.reach((nrows + 1) * corners)) return false;
         nrows += put_row(v, rows.data + nrows * corners);
@@ -322,8 +326,8 @@ template <class Kind> class tess_sweep {
     // may be beyond its other side.
     qx_long finish_of(int number)
     {
-        const double centre = centre_of(number, 0), r2 = plain_r2_of(number);
-        qx_long first = std::max(settled, cells[number].since), n = nwalks - 1 - first;
+        const double centre = cells[number].centre[0], r2 = cells[number].plain_r2;
+        qx_long first = std::max(settled, static_cast<qx_long>(cells[number].since)), n = nwalks - 1 - first;
         while (n > 0) { // the comparison moves first and n without a branch
             const qx_long half = n / 2;
             const double dx = walk_x[first + half] - centre;
@@ -342,14 +346,12 @@ template <class Kind> class tess_sweep {
         const double x = walk_x[nwalks - 1];
         qx_long count = 0;
         if (!passed.reach(bins.ncells)) return false;
-        for (int b = 0; b < bins.nblocks; ++b) {
-            const sphere_block<axes> &block = bins.blocks[b];
-            for (int lane = 0; lane < block.used; ++lane) {
-                const double dx = x - block.centre[0][lane];
-                const double r2 = last_time ? plain_r2_of(block.cell[lane]) : block.r2[lane];
-                if (dx * dx > r2) passed[count++] = {finish_of(block.cell[lane]), block.cell[lane]};
-            }
-        }
+        for_each_live([&](int number) {
+            const tess_cell &cell = cells[number];
+            const double dx = x - cell.centre[0];
+            const double r2 = last_time ? cell.plain_r2 : cell.plain_r2 + cell.doubt;
+            if (dx * dx > r2) passed[count++] = {finish_of(number), number};
+        });
         if (!append_passed(count)) return false;
         for (qx_long i = 0; i < count; ++i)
             drop_cell(passed[i].cell);
@@ -376,35 +378,40 @@ template <class Kind> class tess_sweep {
         const int n = bins.ncells;
         if (!spheres.reach(n) || !sphere_cells.reach(n)) return false;
         int filled = 0;
-        for (int b = 0; b < bins.nblocks; ++b) {
-            const sphere_block<axes> &block = bins.blocks[b];
-            for (int lane = 0; lane < block.used; ++lane, ++filled) {
-                for (int k = 0; k < axes; ++k)
-                    spheres.centre(k)[filled] = block.centre[k][lane];
-                spheres.r2()[filled] = block.r2[lane];
-                if (has_doubt<axes>) spheres.sure_r2()[filled] = block.sure_r2[lane];
-                sphere_cells[filled] = block.cell[lane];
-            }
-        }
+        for_each_live([&](int number) {
+            const tess_cell &cell = cells[number];
+            for (int k = 0; k < axes; ++k)
+                spheres.centre(k)[filled] = cell.centre[k];
+            spheres.r2()[filled] = cell.plain_r2 + cell.doubt;
+            sphere_cells[filled++] = number;
+        });
         if (!bins.clear(n, x, x_end)) return false;
         bins.place(n, &spheres);
         for (int i = 0; i < n; ++i)
-            if (!bins.add(sphere_cells[i], spheres, i, &cells[sphere_cells[i]].at)) return false;
+            if (!bins.add(sphere_cells[i], spheres, i, &cells[sphere_cells[i]].place)) return false;
         return true;
     }
 
     // ---- points ------------------------------------------------------------------------------------------
 
-    // Whether the sphere of a cell holds p, where that is in doubt.
-    bool holds_after_all(int number, const double *p)
+    // Whether the sphere of a cell holds p.
+    bool holds(const tess_cell &cell, const double *p)
     {
+        const double dx = cell.centre[0] - p[0];
+        double d2 = dx * dx;
+        for (int k = 1; k < axes; ++k) {
+            const double d = cell.centre[k] - p[k];
+            d2 = d2 + d * d;
+        }
         if constexpr (has_doubt<axes>) {
+            if (!(cell.plain_r2 + cell.doubt > d2)) return false;
+            if (cell.plain_r2 - cell.doubt > d2) return true;
             const double *v[corners];
             for (int c = 0; c < corners; ++c)
-                v[c] = place_of(cells[number].v[c]);
+                v[c] = place_of(cell.v[c]);
             return Kind::holds(v, p, exact);
         } else {
-            return true;
+            return cell.plain_r2 > d2;
         }
     }
 
@@ -421,10 +428,7 @@ template <class Kind> class tess_sweep {
         const int nnear = bins.find(p, found.data);
         int n = 0;
         for (int i = 0; i < nnear; ++i)
-            if (found[i] >= 0)
-                found[n++] = found[i];
-            else if (holds_after_all(~found[i], p))
-                found[n++] = ~found[i];
+            if (holds(cells[found[i]], p)) found[n++] = found[i];
         sort_by_push(n);
         return n;
     }
@@ -440,10 +444,9 @@ template <class Kind> class tess_sweep {
         int ncavity = 0;
         for (int i = 0; i < n; ++i) {
             const int number = listed[i].cell;
-            const holding_lanes bits = bins.holds(cells[number].at, p);
-            if (has_passed(p[0], number))
+            if (has_passed(p[0], cells[number]))
                 passed[count++] = {nwalks - 1, number};
-            else if (bits.near != 0 && (bits.sure != 0 || holds_after_all(number, p)))
+            else if (holds(cells[number], p))
                 listed[ncavity++] = listed[i];
         }
         if (!append_passed(count)) return -1;
@@ -456,15 +459,17 @@ template <class Kind> class tess_sweep {
     bool find_boundary(int ncavity)
     {
         if (!facets.clear(qx_long{ncavity} * corners)) return false;
-        for (int i = 0; i < ncavity; ++i)
+        for (int i = 0; i < ncavity; ++i) {
+            const tess_cell &cell = cells[listed[i].cell];
             for (const auto &facet : Kind::facets) {
-                qx_long v[axes];
+                Id v[axes];
                 for (int k = 0; k < axes; ++k)
-                    v[k] = cells[listed[i].cell].v[facet[k]];
+                    v[k] = cell.v[facet[k]];
                 facets.toggle(v);
             }
-        facets.sort([this](qx_long *v) {
-            qx_long ids[axes];
+        }
+        facets.sort([this](Id *v) {
+            Id ids[axes];
             for (int k = 0; k < axes; ++k)
                 ids[k] = order[v[k]];
             return Kind::turn(v, ids);
@@ -472,21 +477,21 @@ template <class Kind> class tess_sweep {
         return made.reach(facets.nboundary);
     }
 
-    void gather_corners(const qx_long *v, int e)
+    void gather_corners(const Id *v, int e)
     {
         for (int c = 0; c < axes; ++c)
             for (int k = 0; k < axes; ++k)
-                made.corner(c, k)[e] = place[v[c] * axes + k];
+                made.corner(c, k)[e] = place_of(v[c])[k];
     }
 
-    void note_attempt(const qx_long *base)
+    void note_attempt(const Id *base)
     {
         for (int c = 0; c < axes; ++c)
-            last_made[c] = order[base[c]];
+            last_made[c] = id_of(base[c]);
     }
 
     // Moves the apex of a degenerate cell, in steps, until it is one no longer.
-    void move_apex(const qx_long *base, qx_long apex)
+    void move_apex(const Id *base, qx_long apex)
     {
         constexpr int most_steps = 6;
         const double *at[axes];
@@ -519,7 +524,7 @@ template <class Kind> class tess_sweep {
             ++degenerate;
         if (nmade > 0) {
             note_attempt(facets[std::min(degenerate, nmade - 1)]);
-            last_made[axes] = order[at];
+            last_made[axes] = id_of(at);
         }
         if (degenerate < nmade) {
             move_apex(facets[degenerate], at);
@@ -531,7 +536,7 @@ template <class Kind> class tess_sweep {
             drop_cell(listed[i].cell);
         bins.place(nmade, &made);
         for (int e = nmade - 1; e >= 0; --e)
-            if (!add_cell(facets[e], at, e)) return attempt::no_memory;
+            if (!add_cell(facets[e], static_cast<Id>(at), e)) return attempt::no_memory;
         live += nmade - ncavity;
         return attempt::joined;
     }
@@ -555,7 +560,7 @@ template <class Kind> class tess_sweep {
             one_by_one = tries > 0 || result == attempt::degenerate;
             if (result == attempt::joined) return true;
         }
-        print_error(Kind::skip_text, qx_long{axes} * order[at]);
+        print_error(Kind::skip_text, qx_long{axes} * id_of(at));
         return true;
     }
 };
@@ -570,11 +575,11 @@ struct tess_input {
 
 // Points within the circles or spheres of cells, a line each on standard error, and a last line with their count.
 // Only cells of the result are looked at, and the points of the cell that the sweep tried last are not.
-template <class Kind> class tess_check {
+template <class Kind, typename Id> class tess_check {
   public:
     static constexpr int axes = Kind::axes, corners = axes + 1;
 
-    tess_check(const tess_sweep<Kind> &done, qx_long nnodes_) : sweep(done), nnodes(nnodes_) {}
+    tess_check(const tess_sweep<Kind, Id> &done, qx_long nnodes_) : sweep(done), nnodes(nnodes_) {}
 
     // false: no memory.
     bool run(qx_long ncells, const qx_long *conn)
@@ -598,7 +603,7 @@ template <class Kind> class tess_check {
         double d2;
     };
 
-    const tess_sweep<Kind> &sweep;
+    const tess_sweep<Kind, Id> &sweep;
     qx_long nnodes, nsorted = 0; // points with an x that is a number come first
     growing_array<qx_long> at_of_id;
     growing_array<hit> hits;
@@ -654,9 +659,9 @@ template <class Kind> class tess_check {
 };
 
 // The whole of a tesselation once the box is known to have an inside.
-template <class Kind> int tesselate(const tess_input &input, qx_long *count, qx_long **conn)
+template <class Kind, typename Id> int tesselate_by(const tess_input &input, qx_long *count, qx_long **conn)
 {
-    tess_sweep<Kind> sweep;
+    tess_sweep<Kind, Id> sweep;
     const auto fail = [=] {
         *count = 0;
         *conn = nullptr;
@@ -673,11 +678,18 @@ template <class Kind> int tesselate(const tess_input &input, qx_long *count, qx_
     if (cells == nullptr) return fail();
     expect_to_fill(cells, sweep.live * (Kind::axes + 1) * static_cast<qx_long>(sizeof(qx_long)));
     const qx_long ncells = sweep.hand_over(cells);
-    if (input.check && !tess_check<Kind>(sweep, input.nnodes).run(ncells, cells)) {
+    if (input.check && !tess_check<Kind, Id>(sweep, input.nnodes).run(ncells, cells)) {
         ARRfree_f(cells, Kind::source, __LINE__);
         return fail();
     }
     *count = ncells;
     *conn = cells;
     return 1;
+}
+
+template <class Kind> int tesselate(const tess_input &input, qx_long *count, qx_long **conn)
+{
+    constexpr qx_long searches_a_point = 8; // more than there can be
+    if (input.nnodes < UINT32_MAX / searches_a_point) return tesselate_by<Kind, uint32_t>(input, count, conn);
+    return tesselate_by<Kind, uint64_t>(input, count, conn);
 }
