@@ -20,6 +20,7 @@
 #include "simd.hpp"
 
 #include <algorithm>
+#include <array>
 #include <cfloat>
 #include <climits>
 #include <cmath>
@@ -45,7 +46,7 @@ template <typename T> struct growing_array {
     // Room for count elements; false: no memory, and the array is as it was.
     bool reach(qx_long count)
     {
-        if (count <= capacity) return true;
+        if (count <= capacity && data != nullptr) return true;
         const qx_long more = std::max(count, capacity + capacity / 2 + 16);
         void *grown = realloc(data, static_cast<size_t>(more) * sizeof(T));
         if (grown == nullptr) return false;
@@ -55,9 +56,28 @@ template <typename T> struct growing_array {
     }
 };
 
+// Sorts items with distinct keys. Of few the ranks are counted, without a branch that can't be foretold.
+template <typename T, typename Key> void sort_distinct(T *items, int count, Key key)
+{
+    constexpr int few = 16;
+    if (count > few) {
+        std::sort(items, items + count, [=](const T &a, const T &b) { return key(a) < key(b); });
+        return;
+    }
+    T copy[few];
+    for (int i = 0; i < count; ++i)
+        copy[i] = items[i];
+    for (int i = 0; i < count; ++i) {
+        int rank = 0;
+        for (int j = 0; j < count; ++j)
+            rank += key(copy[j]) < key(copy[i]) ? 1 : 0;
+        items[rank] = copy[i];
+    }
+}
+
 constexpr int most_levels = 16;
 
-// Some spheres of one bin, in units of the box and from its centre.
+// Some spheres of one bin, in units of the box and from its centre. Lanes from used on have no meaning.
 template <int axes> struct sphere_block {
     static constexpr int lanes = axes == 2 ? 4 : 8; // bins of the plane hold fewer
     float centre[axes][lanes];
@@ -120,6 +140,22 @@ template <int axes> unsigned lanes_near_plain(const sphere_block<axes> &block, c
 }
 
 #if SKOKLANA_HAVE_AVX2_FORM
+// For each set of lanes, their numbers in order.
+template <int lanes> struct lane_list {
+    uint8_t lane[lanes];
+};
+
+template <int lanes> constexpr std::array<lane_list<lanes>, 1 << lanes> list_lanes()
+{
+    std::array<lane_list<lanes>, 1 << lanes> lists = {};
+    for (unsigned bits = 0; bits < 1 << lanes; ++bits)
+        for (unsigned lane = 0, n = 0; lane < lanes; ++lane)
+            if ((bits >> lane & 1) != 0) lists[bits].lane[n++] = static_cast<uint8_t>(lane);
+    return lists;
+}
+
+template <int lanes> constexpr std::array<lane_list<lanes>, 1 << lanes> lane_lists = list_lanes<lanes>();
+
 TARGET_AVX2 FORCE_INLINE unsigned lanes_near_wide(const sphere_block<2> &block, const float *p)
 {
     const __m128 dx = _mm_sub_ps(_mm_loadu_ps(block.centre[0]), _mm_set1_ps(p[0]));
@@ -220,21 +256,20 @@ template <int axes> class cell_bins {
         return true;
     }
 
-    // Takes a cell out. Returns the cell that has moved to its place, -1 for none.
+    // Takes a cell out. Returns the cell that has moved to its place, which may be itself.
     int remove(int place)
     {
-        const int number = place / block_type::lanes, lane = place % block_type::lanes;
+        constexpr unsigned lanes = block_type::lanes;
+        const int number = static_cast<int>(static_cast<unsigned>(place) / lanes);
+        const int lane = static_cast<int>(static_cast<unsigned>(place) % lanes);
         block_type &to = blocks[number];
         const int head = heads[to.bin];
         block_type &from = blocks[head];
         const int last = --from.used;
-        int moved = -1;
-        if (head != number || last != lane) {
-            for (int k = 0; k < axes; ++k)
-                to.centre[k][lane] = from.centre[k][last];
-            to.r2[lane] = from.r2[last];
-            moved = to.cell[lane] = from.cell[last];
-        }
+        for (int k = 0; k < axes; ++k)
+            to.centre[k][lane] = from.centre[k][last];
+        to.r2[lane] = from.r2[last];
+        const int moved = to.cell[lane] = from.cell[last];
         if (last == 0) {
             heads[from.bin] = from.next;
             from.next = free_block;
@@ -244,7 +279,8 @@ template <int axes> class cell_bins {
         return moved;
     }
 
-    // Lists in found, which has room for all cells, those whose spheres may hold p. Returns how many.
+    // Lists in found those cells whose spheres may hold p, and returns how many. found has room for all cells and
+    // a block more.
     int find(const double *p, int *found)
     {
         int chains[most_levels << across];
@@ -283,7 +319,7 @@ template <int axes> class cell_bins {
         int spread = 0;
         for (int k = 0; k < across; ++k)
             spread |= spheres.upper(k)[row] - spheres.lower(k)[row];
-        const int up = spread == 0 ? 0 : 32 - __builtin_clz(static_cast<unsigned>(spread)); // levels
+        const int up = 31 - __builtin_clz(static_cast<unsigned>(spread) << 1 | 1); // levels
         const int level = depth - up;
         levels_used |= 1u << level;
         int bin = 0;
@@ -359,11 +395,7 @@ template <int axes> class cell_bins {
         } else {
             if (nblocks == INT_MAX / block_type::lanes || !blocks.reach(nblocks + 1)) return -1;
             fresh = nblocks++;
-            block_type &block = blocks[fresh];
-            for (int k = 0; k < axes; ++k)
-                std::fill_n(block.centre[k], block_type::lanes, 0.0f);
-            std::fill_n(block.r2, block_type::lanes, 0.0f);
-            block.used = 0;
+            blocks[fresh].used = 0;
         }
         return fresh;
     }
@@ -392,12 +424,9 @@ template <int axes> class cell_bins {
         return n;
     }
 
-    static FORCE_INLINE int list_lanes(const block_type &block, unsigned near, int *found)
+    static unsigned lanes_in_use(const block_type &block)
     {
-        int n = 0;
-        for (unsigned bits = near & ((1u << block.used) - 1); bits != 0; bits &= bits - 1)
-            found[n++] = block.cell[__builtin_ctz(bits)];
-        return n;
+        return (1u << block.used) - 1;
     }
 
     int test_chains_plain(const int *chains, int nchains, const float *p, int *found) const
@@ -405,17 +434,38 @@ template <int axes> class cell_bins {
         int n = 0;
         for (int c = 0; c < nchains; ++c)
             for (int b = chains[c]; b >= 0; b = blocks[b].next)
-                n += list_lanes(blocks[b], lanes_near_plain(blocks[b], p), found + n);
+                for (unsigned near = lanes_near_plain(blocks[b], p) & lanes_in_use(blocks[b]); near != 0;
+                     near &= near - 1)
+                    found[n++] = blocks[b].cell[__builtin_ctz(near)];
         return n;
     }
 
 #if SKOKLANA_HAVE_AVX2_FORM
+    // Writes a whole block, the lanes whose bits are set first.
+    static TARGET_AVX2 FORCE_INLINE void store_lanes(const block_type &block, unsigned bits, int *out)
+    {
+        const uint8_t *lanes = lane_lists<block_type::lanes>[bits].lane;
+        if constexpr (block_type::lanes == 8) {
+            const __m256i cells = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(block.cell));
+            const __m256i from = _mm256_cvtepu8_epi32(_mm_loadu_si64(lanes));
+            _mm256_storeu_si256(reinterpret_cast<__m256i *>(out), _mm256_permutevar8x32_epi32(cells, from));
+        } else {
+            const __m128 cells = _mm_loadu_ps(reinterpret_cast<const float *>(block.cell));
+            const __m128i from = _mm_cvtepu8_epi32(_mm_loadu_si32(lanes));
+            _mm_storeu_ps(reinterpret_cast<float *>(out), _mm_permutevar_ps(cells, from));
+        }
+    }
+
     TARGET_AVX2 int test_chains_wide(const int *chains, int nchains, const float *p, int *found) const
     {
         int n = 0;
         for (int c = 0; c < nchains; ++c)
-            for (int b = chains[c]; b >= 0; b = blocks[b].next)
-                n += list_lanes(blocks[b], lanes_near_wide(blocks[b], p), found + n);
+            for (int b = chains[c]; b >= 0; b = blocks[b].next) {
+                const block_type &block = blocks[b];
+                const unsigned near = lanes_near_wide(block, p) & lanes_in_use(block);
+                store_lanes(block, near, found + n);
+                n += __builtin_popcount(near);
+            }
         return n;
     }
 #endif

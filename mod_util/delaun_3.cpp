@@ -31,16 +31,10 @@ struct tetrahedron_kind {
     // The lowest id comes to stand in the middle.
     template <typename Id> static Id turn(Id *v, const Id *ids)
     {
-        const Id a = v[0], b = v[1], c = v[2];
-        if (ids[0] < ids[1] && ids[0] < ids[2]) {
-            v[0] = c, v[1] = a, v[2] = b;
-            return ids[0];
-        }
-        if (ids[2] < ids[1]) {
-            v[0] = b, v[1] = c, v[2] = a;
-            return ids[2];
-        }
-        return ids[1];
+        const int in_front = ids[1] < ids[0] ? 1 : 0, lowest = ids[2] < ids[in_front] ? 2 : in_front;
+        const Id a = v[(lowest + 2) % 3], b = v[lowest], c = v[(lowest + 1) % 3];
+        v[0] = a, v[1] = b, v[2] = c;
+        return ids[lowest];
     }
     static void print_hit(const qx_long *ids, qx_long point, double r2, double d2)
     {

@@ -28,7 +28,7 @@ template <int corners, typename Id> class facet_set {
         for (int f = 0; f < nmet; ++f)
             slots[met[f].slot] = -1;
         nmet = nboundary = 0;
-        if (count > INT_MAX / 4 || !met.reach(count) || !boundary.reach(count)) return false;
+        if (count > INT_MAX / 4 || !met.reach(count) || !boundary.reach(count + 1)) return false;
         if (2 * count <= nslots) return true;
         qx_long wanted = 256;
         while (wanted < 2 * count)
@@ -63,9 +63,15 @@ template <int corners, typename Id> class facet_set {
     template <typename Turn> void sort(Turn turn)
     {
         int n = 0;
-        for (int f = nmet - 1; f >= 0; --f)
-            if (met[f].live) boundary[n++] = static_cast<entry>(turn(met[f].vertex)) << 32 | newness(f);
-        std::sort(boundary.data, boundary.data + n);
+        for (int f = nmet - 1; f >= 0; --f) { // without a branch on what is hard to tell
+            boundary[n] = static_cast<entry>(f);
+            n += met[f].live ? 1 : 0;
+        }
+        for (int i = 0; i < n; ++i) {
+            const auto f = static_cast<uint32_t>(boundary[i]);
+            boundary[i] = static_cast<entry>(turn(met[f].vertex)) << 32 | newness(f);
+        }
+        sort_distinct(boundary.data, n, [](entry key) { return key; });
     }
 
     // The vertices of a facet of the boundary, after sort.

@@ -172,7 +172,6 @@ template <class Kind, typename Id> class tess_sweep {
     facet_set<axes, Id> facets;
     cell_columns<axes> made;
     sphere_columns<axes> spheres; // of all live cells, while they change bins
-    growing_array<int> sphere_cells;
     typename Kind::workspace exact;
 
     bool same_place(qx_long a, qx_long b) const
@@ -221,7 +220,7 @@ template <class Kind, typename Id> class tess_sweep {
         if (nfree == 0) {
             // Both lists hold every cell at most.
             if (ncells == INT_MAX || !cells.reach(ncells + 1) || !free_cells.reach(ncells + 1) ||
-                !found.reach(ncells + 1) || !listed.reach(ncells + 1))
+                !found.reach(ncells + 1 + sphere_block<axes>::lanes) || !listed.reach(ncells + 1))
                 return false;
             free_cells[nfree++] = ncells++;
         }
@@ -240,24 +239,27 @@ template <class Kind, typename Id> class tess_sweep {
 
     void drop_cell(int number)
     {
-        const int moved_cell = bins.remove(cells[number].place);
-        if (moved_cell >= 0) cells[moved_cell].place = cells[number].place;
+        const int left = cells[number].place, moved_cell = bins.remove(left);
+        cells[moved_cell].place = left;
         cells[number].place = -1;
         free_cells[nfree++] = number;
     }
 
-    // Calls what(number) for the live cells.
-    template <typename F> void for_each_live(F what) const
+    // Lists the live cells in found, and returns how many.
+    int find_live()
     {
-        for (int number = 0; number < ncells; ++number)
-            if (cells[number].place >= 0) what(number);
+        int n = 0;
+        for (int number = 0; number < ncells; ++number) {
+            found[n] = number;
+            n += cells[number].place >= 0 ? 1 : 0;
+        }
+        return n;
     }
 
     // The live cells by rising push number, in listed.
     int list_active()
     {
-        int n = 0;
-        for_each_live([&](int number) { found[n++] = number; });
+        const int n = find_live();
         sort_by_push(n);
         return n;
     }
@@ -267,8 +269,7 @@ template <class Kind, typename Id> class tess_sweep {
     {
         for (int i = 0; i < n; ++i)
             listed[i] = {cells[found[i]].push, found[i]};
-        std::sort(listed.data, listed.data + n,
-                  [](const pushed_cell &a, const pushed_cell &b) { return a.push < b.push; });
+        sort_distinct(listed.data, n, [](const pushed_cell &cell) { return cell.push; });
     }
 
     // ---- passing -----------------------------------------------------------------------------------------
@@ -331,9 +332,9 @@ template <class Kind, typename Id> class tess_sweep {
         while (n > 0) { // the comparison moves first and n without a branch
             const qx_long half = n / 2;
             const double dx = walk_x[first + half] - centre;
-            const qx_long behind = dx * dx > r2 ? 0 : half + 1;
-            first += behind;
-            n = behind != 0 ? n - behind : half;
+            const qx_long if_not = -static_cast<qx_long>(!(dx * dx > r2)); // all bits
+            first += (half + 1) & if_not;
+            n = half + ((n - 2 * half - 1) & if_not);
         }
         return first;
     }
@@ -346,12 +347,13 @@ template <class Kind, typename Id> class tess_sweep {
         const double x = walk_x[nwalks - 1];
         qx_long count = 0;
         if (!passed.reach(bins.ncells)) return false;
-        for_each_live([&](int number) {
-            const tess_cell &cell = cells[number];
+        const int nlive = find_live();
+        for (int i = 0; i < nlive; ++i) {
+            const tess_cell &cell = cells[found[i]];
             const double dx = x - cell.centre[0];
             const double r2 = last_time ? cell.plain_r2 : cell.plain_r2 + cell.doubt;
-            if (dx * dx > r2) passed[count++] = {finish_of(number), number};
-        });
+            if (dx * dx > r2) passed[count++] = {finish_of(found[i]), found[i]};
+        }
         if (!append_passed(count)) return false;
         for (qx_long i = 0; i < count; ++i)
             drop_cell(passed[i].cell);
@@ -375,20 +377,18 @@ template <class Kind, typename Id> class tess_sweep {
     // Puts all live cells into new bins.
     bool rebuild(double x, double x_end)
     {
-        const int n = bins.ncells;
-        if (!spheres.reach(n) || !sphere_cells.reach(n)) return false;
-        int filled = 0;
-        for_each_live([&](int number) {
-            const tess_cell &cell = cells[number];
+        const int n = find_live();
+        if (!spheres.reach(n)) return false;
+        for (int i = 0; i < n; ++i) {
+            const tess_cell &cell = cells[found[i]];
             for (int k = 0; k < axes; ++k)
-                spheres.centre(k)[filled] = cell.centre[k];
-            spheres.r2()[filled] = cell.plain_r2 + cell.doubt;
-            sphere_cells[filled++] = number;
-        });
+                spheres.centre(k)[i] = cell.centre[k];
+            spheres.r2()[i] = cell.plain_r2 + cell.doubt;
+        }
         if (!bins.clear(n, x, x_end)) return false;
         bins.place(n, &spheres);
         for (int i = 0; i < n; ++i)
-            if (!bins.add(sphere_cells[i], spheres, i, &cells[sphere_cells[i]].place)) return false;
+            if (!bins.add(found[i], spheres, i, &cells[found[i]].place)) return false;
         return true;
     }
 

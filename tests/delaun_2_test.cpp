@@ -59,6 +59,9 @@ std::vector<named_cloud> clouds_2()
         all.push_back({"infinity", spoilt(2, 200, seed, std::numeric_limits<float>::infinity())});
         all.push_back({"-infinity", spoilt(2, 200, seed, -std::numeric_limits<float>::infinity())});
     }
+    all.push_back({"tiny", moved(clustered(2, 400, 7), 1e-30f, 0)});
+    all.push_back({"huge", moved(clustered(2, 400, 8), 1e15f, 0)});
+    all.push_back({"far off", moved(spread(2, 400, 9), 1, 5000)});
     all.push_back({"lattice", lattice(2, 30, 1)});
     all.push_back({"lattice of tenths", lattice(2, 25, 0.1f)});
     all.push_back({"circle of whole numbers", whole_circle()});

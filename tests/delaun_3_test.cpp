@@ -136,6 +136,13 @@ TEST(Delaunay3D, RowsAndWordsAreThoseOfTheListsInGeneralPosition)
                             std::to_string(n) + ", box " + std::to_string(shift) + " " +
                                 std::to_string(stretch));
             }
+    for (const auto &[factor, shift] :
+         std::vector<std::pair<float, float>>{{1e-12f, 0}, {1e12f, 0}, {1, 1000}}) {
+        const cloud c = moved(clustered(3, 400, 6), factor, shift);
+        const box b = box_of(c);
+        expect_same(delaunay_reference::tesselate<3>(c.coords, 3, b.min, b.max), tesselation_3(c, b),
+                    "factor " + std::to_string(factor) + ", shift " + std::to_string(shift));
+    }
     for (float bad : {std::numeric_limits<float>::quiet_NaN(), std::numeric_limits<float>::infinity(),
                       -std::numeric_limits<float>::infinity()}) {
         const cloud c = spoilt(3, 150, 5, bad);

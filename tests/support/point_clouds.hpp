@@ -34,6 +34,14 @@ inline cloud spread(int axes, int count, unsigned seed)
     return c;
 }
 
+// The same cloud elsewhere and of another size.
+inline cloud moved(cloud c, float factor, float shift)
+{
+    for (float &x : c.coords)
+        x = x * factor + shift;
+    return c;
+}
+
 // Heaps of points, of one size in eight places.
 inline cloud clustered(int axes, int count, unsigned seed)
 {
