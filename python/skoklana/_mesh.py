@@ -290,8 +290,8 @@ class Mesh:
         cells : bool
             Whether the result knows the cells that its triangles come from; without, large surfaces are made sooner.
         threads : int
-            How many work; the result is the same for any number. Isosurfaces and cuts have more than one for structured
-            meshes of three axes, and can't be stopped then.
+            How many work; the result is the same for any number. Structured meshes of fewer than three axes take one. On
+            structured meshes more than one can be stopped at the end of their work only.
         progress : callable, optional
             Called with a percentage and a text, or None, as the work goes on. What it raises ends the work.
 
@@ -303,13 +303,20 @@ class Mesh:
         return self._extract(_core.level, values, null, level_number(level), False, cells, thread_count(threads), progress)
 
     def isoline(
-        self, values: Any, level: float, *, null: Any = None, cells: bool = True, progress: Progress = None
+        self,
+        values: Any,
+        level: float,
+        *,
+        null: Any = None,
+        cells: bool = True,
+        threads: int = 1,
+        progress: Progress = None,
     ) -> Result:
         """The lines at which a scalar of flat cells reaches a level; `Result.chains` joins them.
 
         The parameters are those of `isosurface`.
         """
-        return self._extract(_core.level, values, null, level_number(level), True, cells, 1, progress)
+        return self._extract(_core.level, values, null, level_number(level), True, cells, thread_count(threads), progress)
 
     def _trace(self, values: Any, seed: Any, null: Any, lines: bool, progress: Progress) -> Tuple[float, Result]:
         if self.kind == "cells":
@@ -437,7 +444,7 @@ class Mesh:
         return made
 
     def slice(
-        self, origin: Any, normal: Any, *, cells: bool = True, progress: Progress = None
+        self, origin: Any, normal: Any, *, cells: bool = True, threads: int = 1, progress: Progress = None
     ) -> Result:
         """The plane through a point, across a direction: triangles of solid cells, lines of flat ones.
 
@@ -445,11 +452,15 @@ class Mesh:
         ----------
         origin, normal : array_like
             x, y, z. A side of a cell that lies in the plane is in the slice once.
+        cells : bool
+        threads : int
+            As of `isosurface`.
         """
         across = vector(normal, "normal")
         if not across.any():
             raise ValueError("normal: has no direction")
-        return self._result(_core.slice(self._core, vector(origin, "origin"), across, cells, progress))
+        at, nthreads = vector(origin, "origin"), thread_count(threads)
+        return self._result(_core.slice(self._core, at, across, cells, nthreads, progress))
 
     def plane_grid(self, normal: Any, distance: float) -> PlaneGrid:
         """The library's slice of a uniform or rectilinear mesh of three axes: a grid on the plane normal . x = distance.

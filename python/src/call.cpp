@@ -14,6 +14,7 @@
 #include <new>
 #include <string>
 #include <system_error>
+#include <utility>
 
 namespace {
 
@@ -22,6 +23,8 @@ constexpr double look_every_s = 0.03;
 constexpr qx_long spare_bytes = 65536;
 
 std::atomic<long long> nlive;
+// The operation that runs on this thread.
+thread_local call_frame *running;
 
 double seconds()
 {
@@ -144,11 +147,13 @@ call_frame::call_frame(const char *name_, mesh_object *mesh_, const py::object &
         throw std::bad_alloc();
     }
     host_set_progress_handler(on_progress, this);
+    outer = std::exchange(running, this);
     last_look = seconds();
 }
 
 call_frame::~call_frame()
 {
+    running = outer;
     leave();
     for (PyObject *part : error)
         Py_XDECREF(part);
@@ -232,6 +237,12 @@ progress_part::progress_part(int low, int high)
 progress_part::~progress_part()
 {
     OMpop_status_range();
+}
+
+void stop_if_asked()
+{
+    if (running != nullptr && running->look(running->last_percent, nullptr) != 0)
+        throw std::runtime_error("was asked to stop");
 }
 
 bool asked_to_stop(qx_long done, qx_long total, const char *message)

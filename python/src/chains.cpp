@@ -16,8 +16,10 @@ struct line_ends {
     line_ends(const qx_long *lines, qx_long count, qx_long nnodes)
         : first(static_cast<size_t>(nnodes) + 2), line(static_cast<size_t>(2 * count))
     {
-        for (qx_long i = 0; i < 2 * count; ++i)
+        for (qx_long i = 0; i < 2 * count; ++i) {
+            stop_if_asked_at(i);
             ++first[static_cast<size_t>(lines[i]) + 2];
+        }
         for (size_t node = 2; node < first.size(); ++node)
             first[node] += first[node - 1];
         for (qx_long i = 0; i < 2 * count; ++i)
@@ -37,10 +39,12 @@ struct chained_lines {
             return ends.first[n + 1] - ends.first[n];
         };
         for (const bool rings : {false, true})
-            for (qx_long node = 0; node < nnodes; ++node)
+            for (qx_long node = 0; node < nnodes; ++node) {
+                stop_if_asked_at(node);
                 if (rings || size(node) != 2)
                     while (follow(node, size)) {
                     }
+            }
         begin.push_back(static_cast<qx_long>(path.size()));
     }
 

@@ -163,6 +163,7 @@ class call_frame {
   private:
     void take_turn();
     void leave();
+    friend void stop_if_asked();
     static int on_progress(void *user, int percent, const char *message);
     int look(int percent, const char *message);
 
@@ -172,6 +173,7 @@ class call_frame {
     double last_look = 0;
     int last_percent = -1;
     bool stop = false;
+    call_frame *outer = nullptr; // that of an operation which calls back
     PyObject *error[3] = {};
 };
 
@@ -186,6 +188,13 @@ class progress_part {
 
 // Whether the program asks to stop; for loops of the bindings' own.
 bool asked_to_stop(qx_long done, qx_long total, const char *message);
+
+// For loops of the bindings' own, every so many turns: leaves the operation where the program asks to stop.
+void stop_if_asked();
+inline void stop_if_asked_at(qx_long turn)
+{
+    if (turn % 65536 == 0) stop_if_asked();
+}
 
 // A failure of the host on another thread, in its words.
 struct host_failure : std::runtime_error {

@@ -3,70 +3,13 @@
 
 #include <skoklana/cut.h>
 #include <skoklana/mesh.h>
-#include <skoklana/thread.h>
 
 #include <algorithm>
 
 namespace {
 
-constexpr size_t ncut_lists = 7, nband_lists = 6;
-constexpr int kind_of_list[ncut_lists] = {CELL_TET, CELL_PRISM, CELL_PYR, CELL_HEX,
-                                          CELL_TRI, CELL_QUAD,  CELL_LINE};
-
-// The maps of one output list, set by set, as numbers of the mesh's cells.
-list_of<qx_long> joined_cells(const mesh_info *mesh, const owned_maps &maps, size_t list, qx_long count)
-{
-    list_of<qx_long> all = new_list<qx_long>(count);
-    qx_long filled = 0;
-    for (size_t set = 0; set < sets_of(mesh); ++set) {
-        const size_t at = set * ncut_lists + list;
-        for (qx_long i = 0; i < maps.count[at]; ++i)
-            all[filled++] = maps.map[at][i] + first_cell(mesh, set);
-    }
-    return all;
-}
-
-int cut(mesh_info *mesh, const rows_arg &values, double level, int side, bool all_nodes, int threads,
-        made_parts *parts)
-{
-    owned_maps maps(std::max<size_t>(sets_of(mesh), 1) * ncut_lists);
-    qx_long nold = 0, *nodes = nullptr, nnew = 0, *first = nullptr, *second = nullptr;
-    qx_long ncells[ncut_lists] = {}, *connect[ncut_lists] = {}, nconnect[ncut_lists] = {};
-    const host_array &data = values.array;
-    const int shares = threads_for(mesh, threads);
-    // By threads nulls beside the plane between two slabs may be refused; one thread takes them.
-    bool done =
-        shares > 1 && UTILmt_cut_struct_3d(shares, mesh, data.data, data.type, values.null_flag(), data.null,
-                                           level, side, &nold, &nodes, &nnew, &first, &second, ncells,
-                                           connect, nconnect, maps.count.data(), maps.map.data()) == 1;
-    if (!done && (shares < 2 || values.null_flag() != 0))
-        done = UTILcut(mesh, data.data, data.type, values.null_flag(), data.null, level, side, &nold, &nodes,
-                       &nnew, &first, &second, ncells, connect, nconnect, maps.count.data(),
-                       maps.map.data()) == 1;
-    if (!done) {
-        for (qx_long *list : connect)
-            host_free(list);
-        return library_failed;
-    }
-    list_of<qx_long> kept(nodes);
-    parts->first.reset(first);
-    parts->second.reset(second);
-    list_of<qx_long> held[ncut_lists];
-    for (size_t list = 0; list < ncut_lists; ++list)
-        held[list].reset(connect[list]);
-    parts->nold = nold;
-    parts->nnew = nnew;
-    parts->old_node = kept_nodes(mesh, std::move(kept), nold);
-    for (size_t list = 0; list < ncut_lists; ++list)
-        if (ncells[list] > 0)
-            parts->sets.push_back({kind_of_list[list], 1, ncells[list], std::move(held[list]),
-                                   joined_cells(mesh, maps, list, ncells[list])});
-    parts->t = new_list<float>(nnew);
-    if (UTILget_param(nnew, data.type, data.data, level, first, second, parts->t.get()) != 1)
-        return library_failed;
-    if (!all_nodes) drop_unused(parts, mesh->nspace);
-    return of_library(place(mesh, parts));
-}
+constexpr size_t nband_lists = 6;
+constexpr int kind_of_list[nband_lists] = {CELL_TET, CELL_PRISM, CELL_PYR, CELL_HEX, CELL_TRI, CELL_QUAD};
 
 py::dict cut_of(mesh_object &mesh, const py::array &values, const py::object &null, double level, int side,
                 bool all_nodes, int threads, const py::object &progress)
@@ -74,11 +17,14 @@ py::dict cut_of(mesh_object &mesh, const py::array &values, const py::object &nu
     const rows_arg rows("values", values, mesh.nnodes, null);
     made_parts parts;
     run_call("cut", &mesh, progress, [&] {
-        mesh_info *record = host_mesh(mesh.field_of_extractions());
-        if (record == nullptr) return static_cast<int>(HOST_FAILED);
-        if (record->ndim == 1)
-            throw std::invalid_argument("cut: the library has none for meshes of one axis");
-        const int done = cut(record, rows, level, side, all_nodes, threads, &parts);
+        host_cut_options options = {};
+        options.size = sizeof options;
+        options.threads = threads;
+        host_result *made = nullptr;
+        const int done = host_cut(mesh.field_of_extractions(), &rows.array, level, side, &options, &made);
+        if (done != HOST_DONE) return done;
+        take_result(made, &parts);
+        if (!all_nodes) drop_unused(&parts, mesh.nspace);
         put_in_vtk_order(&parts);
         return done;
     });
@@ -99,6 +45,7 @@ void find_places(const mesh_info *mesh, const T *values, const double *levels, c
         parts->s = new_list<float>(nnew);
     }
     for (qx_long e = 0; e < nnew; ++e) {
+        stop_if_asked_at(e);
         const qx_long end = parts->second[e];
         const auto a = static_cast<double>(values[parts->first[e]]);
         const double b = end < nnodes ? static_cast<double>(values[end]) : levels[level_of[end - nnodes]];

@@ -3,7 +3,6 @@
 
 #include <skoklana/iso.h>
 #include <skoklana/mesh.h>
-#include <skoklana/thread.h>
 
 #include <algorithm>
 #include <cmath>
@@ -13,56 +12,18 @@ namespace {
 
 // ---- levels -----------------------------------------------------------------------------------------------------
 
-void take_result(host_result *made, made_parts *parts)
-{
-    const std::unique_ptr<host_result, void (*)(host_result *)> held(made, host_free_result);
-    parts->nold = made->nold;
-    parts->nnew = made->nnodes - made->nold;
-    parts->old_node = taken(made->old_node);
-    parts->first = taken(made->first_node);
-    parts->second = taken(made->second_node);
-    parts->t = taken(made->t);
-    parts->coords = taken(made->coords);
-    for (int s = 0; s < made->nsets; ++s) {
-        host_set &set = made->sets[s];
-        parts->sets.push_back({set.kind, set.order, set.ncells, taken(set.connect), taken(set.cell)});
-    }
-}
-
 int extract_level(host_field *field, const host_array &array, double level, bool lines, bool cells,
-                  made_parts *parts)
+                  int threads, made_parts *parts)
 {
     host_level_options options = {};
     options.size = sizeof options;
     options.without_cells = cells ? 0 : 1;
+    options.threads = threads;
     host_result *made = nullptr;
     const int done = lines ? host_isoline(field, &array, level, &options, &made)
                            : host_isosurf(field, &array, level, &options, &made);
     if (done == HOST_DONE) take_result(made, parts);
     return done;
-}
-
-// The same lists, slab by slab.
-int extract_level_by_threads(mesh_info *mesh, const rows_arg &values, double level, bool cells, int threads,
-                             made_parts *parts)
-{
-    qx_long nnew = 0, *first = nullptr, *second = nullptr, nline = 0, *line = nullptr, nline_conn = 0,
-            ntri = 0, *tri = nullptr, ntri_conn = 0;
-    owned_maps maps(1);
-    const host_array &data = values.array;
-    if (UTILmt_slice_struct(threads, mesh, data.data, data.type, values.null_flag(), data.null, level, &nnew,
-                            &first, &second, &nline, &line, &nline_conn, &ntri, &tri, &ntri_conn,
-                            cells ? maps.count.data() : nullptr, cells ? maps.map.data() : nullptr) != 1)
-        return library_failed;
-    host_free(line);
-    list_of<qx_long> rows(tri);
-    parts->nnew = nnew;
-    parts->first.reset(first);
-    parts->second.reset(second);
-    if (ntri > 0) parts->sets.push_back({CELL_TRI, 1, ntri, std::move(rows), taken(maps.map[0])});
-    parts->t = new_list<float>(nnew);
-    return of_library(UTILget_param(nnew, data.type, data.data, level, first, second, parts->t.get()) == 1 &&
-                      place(mesh, parts));
 }
 
 py::dict level_of(mesh_object &mesh, const py::array &values, const py::object &null, double level,
@@ -71,12 +32,7 @@ py::dict level_of(mesh_object &mesh, const py::array &values, const py::object &
     const rows_arg rows("values", values, mesh.nnodes, null);
     made_parts parts;
     run_call(lines ? "isoline" : "isosurface", &mesh, progress, [&] {
-        host_field *field = mesh.field_of_extractions();
-        mesh_info *record = host_mesh(field);
-        if (record == nullptr) return static_cast<int>(HOST_FAILED);
-        const int shares = lines ? 1 : threads_for(record, threads);
-        return shares > 1 ? extract_level_by_threads(record, rows, level, cells, shares, &parts)
-                          : extract_level(field, rows.array, level, lines, cells, &parts);
+        return extract_level(mesh.field_of_extractions(), rows.array, level, lines, cells, threads, &parts);
     });
     return hand_out(&parts, mesh.nspace);
 }
@@ -136,6 +92,7 @@ std::vector<double> distances_to(mesh_info *mesh, const double *origin, const do
     const double rounding = 2 * largest * static_cast<double>(std::numeric_limits<float>::epsilon());
     std::vector<double> distance(static_cast<size_t>(mesh->nnodes));
     for (qx_long node = 0; node < mesh->nnodes; ++node) {
+        stop_if_asked_at(node);
         double at = 0;
         for (int d = 0; d < 3; ++d) {
             const double x = d < nspace ? static_cast<double>(mesh->coords[node * nspace + d]) : 0;
@@ -156,6 +113,7 @@ void close_lower_rim(mesh_info *mesh, std::vector<double> *distance)
         const qx_long *row = mesh->cell_connect[set];
         const int length = mesh->cell_nnodes[set];
         for (qx_long cell = 0; cell < mesh->cell_count[set]; ++cell, row += length) {
+            stop_if_asked_at(cell);
             const bool below = std::any_of(
                 row, row + length, [&](qx_long node) { return (*distance)[static_cast<size_t>(node)] < 0; });
             for (int k = 0; below && k < length; ++k)
@@ -167,7 +125,7 @@ void close_lower_rim(mesh_info *mesh, std::vector<double> *distance)
 }
 
 py::dict slice_of(mesh_object &mesh, const py::array &origin, const py::array &normal, bool cells,
-                  const py::object &progress)
+                  int threads, const py::object &progress)
 {
     const double *at = elements<double>("origin", origin, 3), *across = elements<double>("normal", normal, 3);
     made_parts parts;
@@ -181,7 +139,7 @@ py::dict slice_of(mesh_object &mesh, const py::array &origin, const py::array &n
         if (std::find(distance.begin(), distance.end(), 0.0) != distance.end())
             close_lower_rim(record, &distance);
         const host_array array = {distance.data(), DTYPE_DOUBLE, 1, nullptr};
-        return extract_level(field, array, 0, false, cells, &parts);
+        return extract_level(field, array, 0, false, cells, threads, &parts);
     });
     return hand_out(&parts, mesh.nspace);
 }

@@ -135,6 +135,22 @@ int length_of(int kind, int order)
     return order == 1 ? cell_kinds[kind].ncorners : cell_kinds[kind].nnodes_2;
 }
 
+void take_result(host_result *made, made_parts *parts)
+{
+    const std::unique_ptr<host_result, void (*)(host_result *)> held(made, host_free_result);
+    parts->nold = made->nold;
+    parts->nnew = made->nnodes - made->nold;
+    parts->old_node = taken(made->old_node);
+    parts->first = taken(made->first_node);
+    parts->second = taken(made->second_node);
+    parts->t = taken(made->t);
+    parts->coords = taken(made->coords);
+    for (int s = 0; s < made->nsets; ++s) {
+        host_set &set = made->sets[s];
+        parts->sets.push_back({set.kind, set.order, set.ncells, taken(set.connect), taken(set.cell)});
+    }
+}
+
 py::dict hand_out(made_parts *parts, int nspace)
 {
     py::dict out;
@@ -171,13 +187,16 @@ void drop_unused(made_parts *parts, int nspace)
     std::vector<qx_long> number(static_cast<size_t>(parts->nold + parts->nnew), -1);
     for (const made_set &set : parts->sets) {
         const qx_long entries = set.count * length_of(set.kind, set.order);
-        for (qx_long i = 0; i < entries; ++i)
+        for (qx_long i = 0; i < entries; ++i) {
+            stop_if_asked_at(i);
             number[static_cast<size_t>(set.connect[i])] = 0;
+        }
     }
     std::vector<qx_long> old_rows, new_rows, all_rows;
     for (size_t node = 0; node < number.size(); ++node) {
-        if (number[node] < 0) continue;
         const auto row = static_cast<qx_long>(node);
+        stop_if_asked_at(row);
+        if (number[node] < 0) continue;
         number[node] = static_cast<qx_long>(all_rows.size());
         all_rows.push_back(row);
         if (row < parts->nold)
@@ -188,8 +207,10 @@ void drop_unused(made_parts *parts, int nspace)
     if (all_rows.size() == number.size()) return;
     for (made_set &set : parts->sets) {
         const qx_long entries = set.count * length_of(set.kind, set.order);
-        for (qx_long i = 0; i < entries; ++i)
+        for (qx_long i = 0; i < entries; ++i) {
+            stop_if_asked_at(i);
             set.connect[i] = number[static_cast<size_t>(set.connect[i])];
+        }
     }
     parts->old_node = chosen_rows(parts->old_node, old_rows);
     for (list_of<qx_long> *list : {&parts->first, &parts->second, &parts->third})
@@ -226,22 +247,6 @@ list_of<qx_long> kept_nodes(const mesh_info *mesh, list_of<qx_long> map, qx_long
     for (qx_long node = 0; node < mesh->nnodes; ++node)
         if (map[node] >= 0) made[filled++] = node;
     return made;
-}
-
-qx_long first_cell(const mesh_info *mesh, size_t set)
-{
-    return mesh->ndim == 0 ? mesh->cell_first[set] : 0;
-}
-
-size_t sets_of(const mesh_info *mesh)
-{
-    return mesh->ndim == 0 ? static_cast<size_t>(mesh->ncell_sets) : 1;
-}
-
-int threads_for(const mesh_info *mesh, int threads)
-{
-    if (mesh->ndim != 3 || threads < 2) return 1;
-    return static_cast<int>(std::min<qx_long>(threads, std::max<qx_long>(mesh->dims[2] - 1, 1)));
 }
 
 void bind_parts(py::module_ &m)

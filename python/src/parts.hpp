@@ -26,6 +26,9 @@ int length_of(int kind, int order);
 // Rows of solid cells, from the library's order of nodes to VTK's.
 void put_in_vtk_order(made_parts *parts);
 
+// Takes the lists of a result of the host, which goes.
+void take_result(host_result *made, made_parts *parts);
+
 // The lists as arrays; parts are empty after that.
 py::dict hand_out(made_parts *parts, int nspace);
 
@@ -43,24 +46,3 @@ template <typename T> list_of<T> taken(T *&list)
 {
     return list_of<T>(std::exchange(list, nullptr));
 }
-
-// The lists of the library, released whatever happens.
-struct owned_maps {
-    std::vector<qx_long> count;
-    std::vector<qx_long *> map;
-
-    explicit owned_maps(size_t n) : count(n), map(n) {}
-    ~owned_maps()
-    {
-        for (qx_long *list : map)
-            host_free(list);
-    }
-    owned_maps(const owned_maps &) = delete;
-    owned_maps &operator=(const owned_maps &) = delete;
-};
-
-qx_long first_cell(const mesh_info *mesh, size_t set);
-size_t sets_of(const mesh_info *mesh);
-
-// Threads take slabs along the last axis of a lattice of three axes, one plane of cells each at the least; 1 for others.
-int threads_for(const mesh_info *mesh, int threads);

@@ -8,6 +8,31 @@
 
 namespace {
 
+// The lists of the library, released whatever happens.
+struct owned_maps {
+    std::vector<qx_long> count;
+    std::vector<qx_long *> map;
+
+    explicit owned_maps(size_t n) : count(n), map(n) {}
+    ~owned_maps()
+    {
+        for (qx_long *list : map)
+            host_free(list);
+    }
+    owned_maps(const owned_maps &) = delete;
+    owned_maps &operator=(const owned_maps &) = delete;
+};
+
+qx_long first_cell(const mesh_info *mesh, size_t set)
+{
+    return mesh->ndim == 0 ? mesh->cell_first[set] : 0;
+}
+
+size_t sets_of(const mesh_info *mesh)
+{
+    return mesh->ndim == 0 ? static_cast<size_t>(mesh->ncell_sets) : 1;
+}
+
 // Whole cells, chosen by a mark each.
 py::dict cells_by_mark(mesh_object &mesh, const py::array &marks, const py::object &progress)
 {
@@ -30,8 +55,10 @@ py::dict cells_by_mark(mesh_object &mesh, const py::array &marks, const py::obje
             if (left > 0) {
                 list_of<qx_long> cell = new_list<qx_long>(left);
                 qx_long filled = 0;
-                for (qx_long c = 0; c < count; ++c)
+                for (qx_long c = 0; c < count; ++c) {
+                    stop_if_asked_at(c);
                     if (mark[before + c] != 0) cell[filled++] = before + c;
+                }
                 int kind = record->ndim == 0 ? mesh.sets[set].kind : -1, order = 1;
                 if (kind < 0)
                     kind = record->ndim == 3 ? CELL_HEX : record->ndim == 2 ? CELL_QUAD : CELL_LINE;
@@ -73,6 +100,7 @@ py::array marks_of_cells(mesh_object &mesh, const py::array &node_marks, bool an
             const int length = record->cell_nnodes[set];
             const qx_long *row = record->cell_connect[set];
             for (qx_long cell = 0; cell < record->cell_count[set]; ++cell, row += length) {
+                stop_if_asked_at(cell);
                 const auto is_marked = [&](qx_long node) { return of_node[node] != 0; };
                 made[filled++] = (any ? std::any_of(row, row + length, is_marked)
                                       : std::all_of(row, row + length, is_marked))

@@ -164,7 +164,7 @@ def test_many_threads_take_turns_on_one_mesh():
 def test_a_report_of_one_thread_is_not_anothers():
     def fail():
         for _ in range(50):
-            with pytest.raises(ValueError, match="meshes of one axis"):
+            with pytest.raises(ValueError, match="mesh of one axis"):
                 sk.uniform(5).cut(np.zeros(5), 0)
 
     threads = [threading.Thread(target=fail) for _ in range(3)]

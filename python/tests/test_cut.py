@@ -151,7 +151,7 @@ def test_null_nodes_go_with_their_cells(name, mesh):
         (lambda m, v: m.slice((0, 0, 0), (0, 0, 0)), "normal: has no direction"),
         (lambda m, v: m.slice((0, np.nan, 0), (0, 0, 1)), "origin: is not one to 3 finite numbers"),
         (lambda m, v: m.threshold(v, 0, 1, "faces"), "where: is 'faces'"),
-        (lambda m, v: sk.uniform(5).cut(np.zeros(5), 0), "meshes of one axis"),
+        (lambda m, v: sk.uniform(5).cut(np.zeros(5), 0), "mesh of one axis"),
         (lambda m, v: sk.uniform(5).band(np.zeros(5), 0, 1), "meshes of one axis"),
     ],
 )

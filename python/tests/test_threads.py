@@ -4,29 +4,47 @@ import numpy as np
 import pytest
 import skoklana as sk
 from skoklana import _core
-from support import bumpy, ids, lattice_points, linear, solids, surfaces
+from support import bumpy, ids, solids, surfaces
 
 COUNTS = (2, 7)
 
 
-def test_threads_of_the_library_make_the_same_surface_and_cut():
+def same_result(a, b):
+    assert np.array_equal(a.points, b.points) and a.cells.keys() == b.cells.keys()
+    assert all(np.array_equal(a.cells[kind], b.cells[kind]) for kind in a.cells)
+    assert np.array_equal(a.cell_numbers, b.cell_numbers) and np.array_equal(a.old_nodes, b.old_nodes)
+    assert all(np.array_equal(getattr(a, name), getattr(b, name)) for name in ("first", "second", "t"))
+
+
+@pytest.mark.parametrize("name, mesh", solids() + surfaces(), ids=ids(solids() + surfaces()))
+def test_levels_cuts_and_slices_are_the_same_by_any_number(name, mesh):
+    values = bumpy(mesh.points)
+    holed = np.where(np.random.default_rng(2).random(values.shape) < 0.05, -9, values)
+    middle = mesh.points.mean(axis=0)
+    calls = [lambda **of: mesh.slice(middle, (1, 2, 3)[: mesh.nspace], **of)]
+    for data, null in ((values, None), (holed, -9)):
+        calls += [
+            lambda data=data, null=null, **of: mesh.isosurface(data, 0.4, null=null, **of),
+            lambda data=data, null=null, **of: mesh.isoline(data, 0.4, null=null, **of),
+            lambda data=data, null=null, **of: mesh.cut(data, 0.4, null=null, **of),
+            lambda data=data, null=null, **of: mesh.cut(data, 0.4, "below", null=null, library=True, **of),
+        ]
+    for call in calls:
+        alone = call()
+        for threads in (2, 3, 100):
+            same_result(call(threads=threads), alone)
+    assert mesh.isosurface(values, 0.4, cells=False, threads=2).cell_numbers is None
+    assert mesh.isosurface(values, 99, threads=2).ncells == 0
+
+
+def test_larger_meshes_are_the_same_by_any_number():
     values = np.random.default_rng(1).random((30, 20, 25)).astype(np.float32)
-    holed = np.where(np.random.default_rng(2).random(values.shape) < 0.02, -1, values).astype(np.float32)
-    meshes = [sk.uniform(values.shape), sk.uniform(values.shape).to_cells()]
-    meshes.append(sk.curvilinear(meshes[0].points.reshape(values.shape + (3,))))
-    for mesh in meshes:
-        for data, null in ((values, None), (holed, -1)):
-            data = data.reshape(mesh.shape)
-            surface, part = mesh.isosurface(data, 0.5, null=null), mesh.cut(data, 0.5, null=null)
-            for threads in (2, 3, 100):
-                again, cut = mesh.isosurface(data, 0.5, null=null, threads=threads), mesh.cut(data, 0.5, null=null, threads=threads)
-                assert np.array_equal(again.points, surface.points) and np.array_equal(again.triangles, surface.triangles)
-                assert np.array_equal(again.cell_numbers, surface.cell_numbers)
-                assert np.array_equal(cut.points, part.points) and cut.cells.keys() == part.cells.keys()
-                assert all(np.array_equal(cut.cells[kind], part.cells[kind]) for kind in part.cells)
-                assert np.array_equal(cut.cell_numbers, part.cell_numbers)
-    assert mesh.isosurface(values, 0.5, cells=False, threads=2).cell_numbers is None
-    assert len(mesh.isosurface(values, 9, threads=2).triangles) == 0
+    lattice = sk.uniform(values.shape)
+    for mesh in (lattice, lattice.to_cells(), sk.curvilinear(lattice.points.reshape(values.shape + (3,)))):
+        data = values.reshape(mesh.shape)
+        for threads in (2, 5):
+            same_result(mesh.isosurface(data, 0.5, threads=threads), mesh.isosurface(data, 0.5))
+            same_result(mesh.cut(data, 0.5, threads=threads), mesh.cut(data, 0.5))
 
 
 def points_in_and_around(mesh, count=18000):
@@ -99,13 +117,13 @@ def test_scattered_values_are_the_same_by_any_number(dtype):
 
 def test_progress_of_threads_rises_and_what_it_raises_comes_through():
     mesh = sk.uniform((40, 40, 40)).to_cells()
-    points = np.random.default_rng(2).random((400000, 3)) * 39
+    points = np.random.default_rng(2).random((150000, 3)) * 39
     values = np.zeros(mesh.nnodes)
     vectors = np.ones((mesh.nnodes, 3))
     for call in (
         lambda told: mesh.locate(points, threads=3, progress=told),
         lambda told: mesh.sample(values, points, threads=3, progress=told),
-        lambda told: mesh.stream_lines(vectors, points[:3000], threads=3, progress=told),
+        lambda told: mesh.stream_lines(vectors, points[:400], max_nodes=100, threads=3, progress=told),
     ):
         seen = []
         call(lambda percent, message: seen.append(percent))
@@ -116,7 +134,7 @@ def test_progress_of_threads_rises_and_what_it_raises_comes_through():
 
         with pytest.raises(KeyError, match="mine"):
             call(stop)
-    assert mesh.sample(values, points, threads=2).shape == (400000,)
+    assert mesh.sample(values, points, threads=2).shape == (150000,)
 
 
 def test_what_a_thread_fails_with_comes_through():
@@ -140,7 +158,9 @@ def test_a_number_of_threads_is_a_whole_one_from_1():
     for threads, error in ((0, ValueError), (-1, ValueError), (1.5, TypeError), ("2", TypeError), (True, TypeError)):
         for call in (
             lambda: mesh.isosurface(values, 0.5, threads=threads),
+            lambda: mesh.isoline(values, 0.5, threads=threads),
             lambda: mesh.cut(values, 0.5, threads=threads),
+            lambda: mesh.slice((0, 0, 0), (0, 0, 1), threads=threads),
             lambda: mesh.locate(points, threads=threads),
             lambda: mesh.sample(values, points, threads=threads),
             lambda: mesh.sample(values, points, library=True, threads=threads),
