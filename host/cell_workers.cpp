@@ -1,7 +1,6 @@
 #include "cell_workers.hpp"
 
 #include "progress.hpp"
-#include "workers.hpp"
 
 #include "mod_util/cell_set.hpp"
 
@@ -77,7 +76,7 @@ bool reserve_edges(mt_edge_table *edges, qx_long more)
 
 cell_workers::~cell_workers()
 {
-    for (int k = 0; workers != nullptr && k < task.nworkers; ++k) {
+    for (int k = 0; workers != nullptr && k < nworkers; ++k) {
         UTILmt_edge_table_delete(workers[k].edges);
         free(workers[k].place);
         for (worker_list &list : workers[k].lists) {
@@ -153,8 +152,7 @@ void cell_workers::work(int k)
     qx_long total = 0;
     for (int set = 0; set < mesh.ncell_sets; ++set)
         if (takes(set)) total += mesh.cell_count[set] * cost_of_cell(mesh, set);
-    const qx_long begin = share_begin(total, k, task.nworkers),
-                  end = share_begin(total, k + 1, task.nworkers);
+    const qx_long begin = share_begin(total, k, nworkers), end = share_begin(total, k + 1, nworkers);
     qx_long before = 0, done = 0;
     for (int set = 0; worker->result == HOST_DONE && set < mesh.ncell_sets; ++set) {
         if (!takes(set)) continue;
@@ -174,12 +172,12 @@ void cell_workers::work(int k)
 
 int cell_workers::extract()
 {
-    workers = allocate_zeroed<cell_worker>(task.nworkers);
+    workers = allocate_zeroed<cell_worker>(nworkers);
     if (workers == nullptr) return HOST_FAILED;
     auto body = [this](int k) { work(k); };
-    run_workers(task.nworkers, body);
+    task.team->run(body);
     int result = HOST_DONE;
-    for (int k = 0; k < task.nworkers; ++k) // to be stopped is no failure, whatever else has failed
+    for (int k = 0; k < nworkers; ++k) // to be stopped is no failure, whatever else has failed
         if (result != HOST_STOPPED && workers[k].result != HOST_DONE) result = workers[k].result;
     return result != HOST_STOPPED && is_stopped(1, 1, nullptr) ? static_cast<int>(HOST_STOPPED) : result;
 }
@@ -220,7 +218,7 @@ qx_long cell_workers::joint_number(const cell_worker &worker, qx_long edge) cons
 // Copies a share of what the workers behind the first one have made.
 void cell_workers::copy_share(int share, qx_long *lo, qx_long *hi) const
 {
-    const int n = task.nworkers;
+    const int n = nworkers;
     const qx_long nold = task.nold;
     const worker_list *to = workers[0].lists;
     qx_long used[most_cell_lists], ncells[most_cell_lists];
@@ -258,9 +256,9 @@ bool cell_workers::join(result_builder *result)
 {
     bool found[most_workers] = {};
     auto find = [&](int k) { found[k] = find_places(k); };
-    run_workers(task.nworkers, find);
+    task.team->run(find);
     qx_long nnodes = 0;
-    for (int k = 0; k < task.nworkers; ++k) {
+    for (int k = 0; k < nworkers; ++k) {
         if (!found[k]) return false;
         workers[k].base = nnodes;
         nnodes += workers[k].nfresh;
@@ -268,7 +266,7 @@ bool cell_workers::join(result_builder *result)
     qx_long used[most_cell_lists] = {}, ncells[most_cell_lists] = {};
     cell_worker &first = workers[0];
     for (int l = 0; l < task.nlists; ++l) {
-        for (int k = 0; k < task.nworkers; ++k) {
+        for (int k = 0; k < nworkers; ++k) {
             used[l] += workers[k].lists[l].used;
             ncells[l] += workers[k].lists[l].ncells;
         }
@@ -277,7 +275,7 @@ bool cell_workers::join(result_builder *result)
     }
     if (!resize_numbers(&first.edges->lo, nnodes) || !resize_numbers(&first.edges->hi, nnodes)) return false;
     auto copy = [&](int share) { copy_share(share, first.edges->lo, first.edges->hi); };
-    if (task.nworkers > 1) run_workers(task.nworkers, copy);
+    if (nworkers > 1) task.team->run(copy);
 
     for (int l = 0; l < task.nlists; ++l) {
         if (used[l] == 0) continue;

@@ -12,6 +12,7 @@
 
 #include "lists.hpp"
 #include "result.hpp"
+#include "workers.hpp"
 
 #include <skoklana/thread.h>
 
@@ -52,8 +53,8 @@ bool reserve_edges(mt_edge_table *edges, qx_long more);
 // What workers run.
 struct cell_task {
     const host_field *field; // of cell sets; its mesh has been made
-    int nworkers;            // 1 to most_workers
-    qx_long nold;            // retained nodes
+    worker_team *team;
+    qx_long nold; // retained nodes
     bool with_cells;
     int nlists;
     const int *kind_of_list;
@@ -66,7 +67,7 @@ struct cell_task {
 
 class cell_workers {
   public:
-    explicit cell_workers(const cell_task &of) : task(of) {}
+    explicit cell_workers(const cell_task &of) : task(of), nworkers(of.team->size()) {}
     ~cell_workers();
     cell_workers(const cell_workers &) = delete;
     cell_workers &operator=(const cell_workers &) = delete;
@@ -86,5 +87,6 @@ class cell_workers {
     void copy_share(int share, qx_long *lo, qx_long *hi) const;
 
     const cell_task task;
+    const int nworkers;
     cell_worker *workers = nullptr;
 };

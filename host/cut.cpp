@@ -10,7 +10,6 @@
 #include "progress.hpp"
 #include "report.hpp"
 #include "result.hpp"
-#include "workers.hpp"
 
 #include <skoklana/cut.h>
 #include <skoklana/host/tool.h>
@@ -205,14 +204,14 @@ bool cut_rows(const void *operation, const row_stretch &rows, cell_worker *worke
     return good;
 }
 
-int cut_by_workers(const cut_call &cut, result_builder *result)
+int cut_by_workers(const cut_call &cut, worker_team *team, result_builder *result)
 {
     const operation_watch watch;
-    node_flags nodes(cut.field, cut.array, cut.level, cut.nworkers);
+    node_flags nodes(cut.field, cut.array, cut.level, team);
     if (!nodes.classify_for_cut(cut.side)) return watch.failed(cut.call);
     const cut_kernels kernels = {cut, nodes};
-    cell_workers workers({cut.field, cut.nworkers, nodes.nold(), cut.with_cells(), cut_lists,
-                          kind_of_cut_list, most_rows_a_call, is_cut, cut_rows, &kernels});
+    cell_workers workers({cut.field, team, nodes.nold(), cut.with_cells(), cut_lists, kind_of_cut_list,
+                          most_rows_a_call, is_cut, cut_rows, &kernels});
     const int done = workers.extract();
     if (done == HOST_STOPPED) return HOST_STOPPED;
     result->add_old_nodes(nodes.nold(), nodes.take_old_nodes());
@@ -239,12 +238,14 @@ int host_cut(host_field *field, const host_array *array, double level, int side,
     const int nworkers = workers_for(options.threads, of_sets           ? field->made.ncells
                                                       : mesh->ndim == 3 ? mesh->dims[2] - 1
                                                                         : 1);
+    worker_team team(nworkers);
     result_builder result(call, field);
     if (!result.begin()) return HOST_FAILED;
     const cut_call cut = {call, field, *array, level, side, options, nworkers};
-    const int done = of_sets && nworkers > 1 ? cut_by_workers(cut, &result) : cut_at_once(cut, &result);
+    const int done =
+        of_sets && nworkers > 1 ? cut_by_workers(cut, &team, &result) : cut_at_once(cut, &result);
     if (done != HOST_DONE) return done;
-    if (!result.place(*array, level, options.without_coords == 0, nworkers)) return HOST_FAILED;
+    if (!result.place(*array, level, options.without_coords == 0, &team)) return HOST_FAILED;
     *out = result.finish();
     return HOST_DONE;
 }

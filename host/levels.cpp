@@ -204,16 +204,16 @@ bool extract_rows(const void *operation, const row_stretch &rows, cell_worker *w
 
 // Adds what there is to a result that has been begun.
 int extract_by_workers(const char *call, const host_field *field, level_kind kind, const host_array &array,
-                       double level, bool with_cells, int nworkers, result_builder *result)
+                       double level, bool with_cells, worker_team *team, result_builder *result)
 {
     constexpr qx_long most_lines = 2, rows_of_a_map = 1000 / most_lines - 2;
     const operation_watch watch;
-    node_flags nodes(field, array, level, nworkers);
+    node_flags nodes(field, array, level, team);
     const level_kernels kernels = {kind, nodes, with_cells};
     bool flat = false;
     for (int set = 0; set < field->nsets; ++set)
         flat = flat || cell_kinds[field->sets[set].kind].ndim == 2;
-    cell_workers workers({field, nworkers, 0, with_cells, LEVEL_LISTS, kind_of_level_list,
+    cell_workers workers({field, team, 0, with_cells, LEVEL_LISTS, kind_of_level_list,
                           flat && with_cells ? rows_of_a_map : most_rows_a_call, is_crossed, extract_rows,
                           &kernels});
     if (!nodes.classify()) return watch.failed(call);
@@ -223,9 +223,9 @@ int extract_by_workers(const char *call, const host_field *field, level_kind kin
 }
 
 int finish(result_builder *result, const host_array &array, double level, const host_level_options &options,
-           int nworkers, host_result **out)
+           worker_team *team, host_result **out)
 {
-    if (!result->place(array, level, options.without_coords == 0, nworkers)) return HOST_FAILED;
+    if (!result->place(array, level, options.without_coords == 0, team)) return HOST_FAILED;
     *out = result->finish();
     return HOST_DONE;
 }
@@ -247,10 +247,11 @@ int build(const char *call, host_field *field, level_kind kind, const host_array
     const int nworkers = workers_for(options.threads, field->kind == KIND_CELLS ? field->made.ncells
                                                       : mesh->ndim == 3         ? mesh->dims[2] - 1
                                                                                 : 1);
+    worker_team team(nworkers);
     if (field->kind == KIND_CELLS && nworkers > 1) {
-        const int done = extract_by_workers(call, field, kind, *array, level, options.without_cells == 0,
-                                            nworkers, &result);
-        return done == HOST_DONE ? finish(&result, *array, level, options, nworkers, out) : done;
+        const int done =
+            extract_by_workers(call, field, kind, *array, level, options.without_cells == 0, &team, &result);
+        return done == HOST_DONE ? finish(&result, *array, level, options, &team, out) : done;
     }
 
     // Lattices of another number of axes have no cells of the dimension, whatever the library makes of them.
@@ -279,7 +280,7 @@ int build(const char *call, host_field *field, level_kind kind, const host_array
             return HOST_FAILED;
     }
     result.add_new_nodes(lists.nnodes, std::move(lists.min_node), std::move(lists.max_node));
-    return finish(&result, *array, level, options, nworkers, out);
+    return finish(&result, *array, level, options, &team, out);
 }
 
 } // namespace

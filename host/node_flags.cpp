@@ -1,7 +1,5 @@
 #include "node_flags.hpp"
 
-#include "workers.hpp"
-
 #include <skoklana/array.h>
 #include <skoklana/cut.h>
 #include <skoklana/host/tool.h>
@@ -23,16 +21,18 @@ bool node_flags::classify()
 {
     flag = allocate_list<unsigned char>(field->nnodes);
     if (flag == nullptr) return false;
-    auto classify_share = [this](int k) {
+    const int nworkers = team->size();
+    auto classify_share = [this, nworkers](int k) {
         classify_nodes(share_begin(field->nnodes, k, nworkers), share_begin(field->nnodes, k + 1, nworkers));
     };
-    run_workers(nworkers, classify_share);
+    team->run(classify_share);
     return true;
 }
 
 bool node_flags::classify_for_cut(int side)
 {
     const qx_long nnodes = field->nnodes;
+    const int nworkers = team->size();
     flag = allocate_list<unsigned char>(nnodes);
     number = allocate_list<qx_long>(nnodes);
     if (flag == nullptr || number == nullptr) return false;
@@ -45,7 +45,7 @@ bool node_flags::classify_for_cut(int side)
         classify_nodes(first, first + count);
         match_flags_to_map(count, array.type, level, side, number.get() + first, flag.get() + first);
     };
-    run_workers(nworkers, classify_share);
+    team->run(classify_share);
     qx_long before[most_workers];
     for (int k = 0; k < nworkers; ++k) {
         before[k] = nretained;
@@ -62,6 +62,6 @@ bool node_flags::classify_for_cut(int side)
             old_node[next++] = node;
         }
     };
-    run_workers(nworkers, number_share);
+    team->run(number_share);
     return true;
 }

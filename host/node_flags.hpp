@@ -3,6 +3,7 @@
 
 #include "field.hpp"
 #include "lists.hpp"
+#include "workers.hpp"
 
 #include <skoklana_host.h>
 
@@ -10,8 +11,8 @@
 
 class node_flags {
   public:
-    node_flags(const host_field *field_, const host_array &array_, double level_, int nworkers_)
-        : field(field_), array(array_), level(level_), nworkers(nworkers_)
+    node_flags(const host_field *field_, const host_array &array_, double level_, worker_team *team_)
+        : field(field_), array(array_), level(level_), team(team_)
     {
     }
 
@@ -35,7 +36,7 @@ class node_flags {
     const host_field *const field;
     const host_array array;
     const double level;
-    const int nworkers;
+    worker_team *const team;
     list_of<unsigned char> flag;
     list_of<qx_long> number, old_node;
     qx_long nretained = 0;

@@ -3,7 +3,6 @@
 
 #include "report.hpp"
 #include "values.hpp"
-#include "workers.hpp"
 
 #include "mod_util/type_switch.hpp"
 
@@ -93,9 +92,10 @@ void result_builder::copy_old_nodes(qx_long first, qx_long end) const
         copy_node(field, made->old_node[i], made->coords + i * field->nspace);
 }
 
-bool result_builder::place(const host_array &scalar, double level, bool with_coords, int nworkers)
+bool result_builder::place(const host_array &scalar, double level, bool with_coords, worker_team *team)
 {
     const qx_long nold = made->nold, nnew = made->nnodes - nold;
+    const int nworkers = team->size();
     made->t = allocate_list<float>(nnew).release();
     if (made->t == nullptr) return no_memory("the places of the new nodes");
     mesh_info *mesh = const_cast<mesh_info *>(&field->mesh);
@@ -115,7 +115,7 @@ bool result_builder::place(const host_array &scalar, double level, bool with_coo
         placed[k] =
             place_share(scalar, level, share_begin(nnew, k, nworkers), share_begin(nnew, k + 1, nworkers));
     };
-    if (placed[0]) run_workers(nworkers, place);
+    if (placed[0]) team->run(place);
     return std::all_of(placed, placed + nworkers, [](bool done) { return done; }) ||
            host_fail("%s: the new nodes could not be placed", call) != 0;
 }

@@ -3,6 +3,7 @@
 
 #include "field.hpp"
 #include "lists.hpp"
+#include "workers.hpp"
 
 #include <skoklana_host.h>
 
@@ -33,8 +34,8 @@ class result_builder {
     // over. Nothing is added for a count of 0.
     bool add_set(int kind, int order, qx_long count, list_of<qx_long> connect, list_of<qx_long> cell);
     // Finds where a scalar reaches the level between the nodes of each new one, and gives all nodes their coordinates,
-    // if they are wanted; by so many workers.
-    bool place(const host_array &scalar, double level, bool with_coords, int nworkers);
+    // if they are wanted; by the workers.
+    bool place(const host_array &scalar, double level, bool with_coords, worker_team *team);
     // Hands the result over.
     host_result *finish();
 

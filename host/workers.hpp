@@ -5,9 +5,12 @@
 // next status check. Their progress is not told: the caller, who is the first worker, tells its own.
 #pragma once
 
-#include <skoklana/types.h>
+#include <skoklana_host.h>
 
 #include <algorithm>
+#include <atomic>
+
+#include <pthread.h>
 
 constexpr int most_workers = 64;
 
@@ -23,12 +26,53 @@ inline qx_long share_begin(qx_long number, int k, int n)
     return number / n * k + std::min<qx_long>(number % n, k);
 }
 
-// Calls work(data, k) for k from 0 to n - 1, n at most most_workers; k of 0 on the calling thread, and so what no thread
-// can be had for. Comes back when all are done.
-void run_workers(int n, void (*work)(void *data, int k), void *data);
+// Workers that are started once and work on one thing after another, as steps of an operation. The caller is the first of
+// them; what no thread can be had for is done by the caller too, when the others are through.
+class worker_team {
+  public:
+    explicit worker_team(int n); // 1 to most_workers
+    ~worker_team();
+    worker_team(const worker_team &) = delete;
+    worker_team &operator=(const worker_team &) = delete;
 
+    int size() const { return nworkers; }
+    // Calls work(data, k) for k from 0 to size() - 1, k of 0 on the calling thread. Comes back when all are done.
+    void run(void (*work)(void *data, int k), void *data);
+    template <typename Body> void run(Body &body)
+    {
+        run([](void *given, int k) { (*static_cast<Body *>(given))(k); }, &body);
+    }
+
+  private:
+    struct member {
+        worker_team *team;
+        int k;
+        host_context *context;
+        pthread_t thread;
+        bool runs;
+    };
+
+    void start();
+    void serve(int k);
+    static void *serve_as(void *given);
+
+    const int nworkers;
+    member members[most_workers];
+    bool started = false;
+    std::atomic<int> stop{0};
+    pthread_mutex_t lock;
+    pthread_cond_t begin, end;
+    // under the lock
+    void (*step)(void *data, int k) = nullptr;
+    void *step_data = nullptr;
+    unsigned turn = 0;
+    int nbusy = 0;
+    bool ends = false;
+};
+
+// The same for one step alone.
 template <typename Body> void run_workers(int n, Body &body)
 {
-    run_workers(
-        n, [](void *data, int k) { (*static_cast<Body *>(data))(k); }, &body);
+    worker_team team(n);
+    team.run(body);
 }
