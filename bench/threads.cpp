@@ -12,6 +12,8 @@
 #include <vtkDataSet.h>
 #include <vtkFlyingEdges3D.h>
 #include <vtkPolyData.h>
+#include <vtkTableBasedClipDataSet.h>
+#include <vtkUnstructuredGrid.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -159,6 +161,119 @@ contender filtered(const char *name, const input_ptr &in, Settings settings)
     };
     return peer(c, 1);
 }
+
+// ---- the host's extractions ---------------------------------------------------------------------------------------
+
+made made_of(host_result *result)
+{
+    const std::shared_ptr<host_result> kept(result, host_free_result);
+    made output;
+    output.nodes = kept->nnodes;
+    output.cells = kept->ncells;
+    output.kept = kept;
+    output.written_bytes =
+        static_cast<double>(kept->nold) * sizeof(qx_long) +
+        static_cast<double>(kept->nnodes - kept->nold) * (2 * sizeof(qx_long) + sizeof(float)) +
+        static_cast<double>(kept->nnodes) * 3 * sizeof(float);
+    for (int s = 0; s < kept->nsets; ++s)
+        output.written_bytes += static_cast<double>(kept->sets[s].ncells) *
+                                (cell_kinds[kept->sets[s].kind].ncorners + 1) * sizeof(qx_long);
+    output.checks = [kept] {
+        std::vector<double> sums;
+        const auto add = [&](const auto *list, qx_long count) {
+            uint64_t sum = 0;
+            for (qx_long i = 0; i < count; ++i)
+                sum = sum * 31 + static_cast<uint64_t>(static_cast<int64_t>(list[i] * 1048576));
+            sums.push_back(static_cast<double>(sum >> 12));
+        };
+        const qx_long nnew = kept->nnodes - kept->nold;
+        add(kept->first_node, nnew);
+        add(kept->second_node, nnew);
+        add(kept->coords, 3 * kept->nnodes);
+        for (int s = 0; s < kept->nsets; ++s) {
+            add(kept->sets[s].connect, kept->sets[s].ncells * cell_kinds[kept->sets[s].kind].ncorners);
+            add(kept->sets[s].cell, kept->sets[s].ncells);
+        }
+        return std::vector<check>{{"lists", sums, 0}};
+    };
+    return output;
+}
+
+// A surface, or the part above it, with places and cells. threads 0: one.
+contender host_extraction(const char *name, const input_ptr &in, bool surface, int threads)
+{
+    contender c;
+    c.name = name;
+    c.run = [=] {
+        const host_array array = {in->data(), in->type, 1, nullptr};
+        const host_level_options level_options = {sizeof level_options, 0, 0, threads};
+        const host_cut_options cut_options = {sizeof cut_options, 0, 0, threads};
+        host_result *result = nullptr;
+        require(surface ? host_isosurf(in->field, &array, level, &level_options, &result)
+                        : host_cut(in->field, &array, level, HOST_ABOVE, &cut_options, &result));
+        return made_of(result);
+    };
+    return c;
+}
+
+contender clip(const input_ptr &in)
+{
+    contender c;
+    c.name = "table-based clip";
+    c.run = [=] {
+        auto filter = vtkSmartPointer<vtkTableBasedClipDataSet>::New();
+        filter->SetInputData(in->theirs);
+        filter->SetValue(level);
+        filter->Update();
+        const vtkSmartPointer<vtkUnstructuredGrid> data = filter->GetOutput();
+        made output;
+        output.kept = std::make_shared<vtkSmartPointer<vtkUnstructuredGrid>>(data);
+        return output;
+    };
+    return peer(c, 1);
+}
+
+// VTK's surface too comes with places, and merged nodes, but without the cells.
+bench_case host_case(const char *name, const input_ptr &in, const std::string &size, bool surface,
+                     int threads)
+{
+    bench_case c;
+    c.name = name;
+    c.size = size;
+    c.contenders = {host_extraction("host", in, surface, threads),
+                    peer(host_extraction("one thread", in, surface, 0), aim_of(threads))};
+    const bool of_cells = in->mesh->ndim == 0;
+    if (!surface)
+        c.contenders.push_back(clip(in));
+    else if (of_cells)
+        c.contenders.push_back(
+            filtered<vtkContour3DLinearGrid>("linear grid", in, [=](vtkContour3DLinearGrid *f) {
+                f->MergePointsOn();
+                f->SetSequentialProcessing(threads == 1);
+            }));
+    else
+        c.contenders.push_back(filtered<vtkFlyingEdges3D>("flying edges", in, [](vtkFlyingEdges3D *f) {
+            f->ComputeScalarsOff();
+            f->ComputeGradientsOff();
+        }));
+    c.read_bytes = in->data_bytes() + (of_cells ? in->mesh_bytes() : 0);
+    return c;
+}
+
+bench_case host_cells_case(int kind, const char *name, int64_t cubes, bool surface, int threads)
+{
+    const input_ptr in = cells_input({kind}, cubes, sample);
+    return host_case(name, in, std::to_string(in->mesh->ncells) + " cells", surface, threads);
+}
+
+bench_case host_volume_case(const char *name, int64_t n, bool surface, int threads)
+{
+    const int64_t dims[3] = {n, n, n};
+    const input_ptr in = structured_input(samples::layout::uniform, dims, sample);
+    return host_case(name, in, std::to_string(n) + "^3", surface, threads);
+}
+
+// ---- the library's ------------------------------------------------------------------------------------------------
 
 bench_case volume_case(int64_t n, int threads)
 {
@@ -324,6 +439,17 @@ void add_threads(suite *all, const sizes &of, int threads)
     add("threads, isosurface", [=] { return volume_case(of.volume, threads); });
     add("threads, cut", [=] { return cut_case(of.volume, threads); });
     add("threads, isosurface of hexes", [=] { return cells_case(of.hexes, threads); });
+    add("threads, host's surface of hexes", [=] {
+        return host_cells_case(CELL_HEX, "threads, host's surface of hexes", of.hexes, true, threads);
+    });
+    add("threads, host's surface of tets",
+        [=] { return host_cells_case(CELL_TET, "threads, host's surface of tets", of.tets, true, threads); });
+    add("threads, host's cut of hexes",
+        [=] { return host_cells_case(CELL_HEX, "threads, host's cut of hexes", of.hexes, false, threads); });
+    add("threads, host's surface",
+        [=] { return host_volume_case("threads, host's surface", of.volume, true, threads); });
+    add("threads, host's cut",
+        [=] { return host_volume_case("threads, host's cut", of.volume / 2, false, threads); });
     add("threads, scattered data", [=] { return scatter_case(of.points / 5, of.lattice, threads); });
     add("threads, sample hexes", [=] { return sampling_case(of.hexes, of.points, threads); });
 }

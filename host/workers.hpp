@@ -57,7 +57,7 @@ class worker_team {
     static void *serve_as(void *given);
 
     const int nworkers;
-    member members[most_workers];
+    member members[most_workers] = {};
     bool started = false;
     std::atomic<int> stop{0};
     pthread_mutex_t lock;

@@ -3,64 +3,56 @@
 
 #include "carry.hpp"
 #include "failure.hpp"
+#include "host_results.hpp"
 #include "progress.hpp"
+#include "threads.hpp"
 
-#include <skoklana/cut.h>
 #include <skoklana/mesh.h>
+#include <skoklana_host.h>
 
 #include <vtkUnstructuredGrid.h>
 
-#include <algorithm>
-#include <array>
+#include <memory>
 #include <utility>
 
 namespace {
 
-constexpr size_t nlists = 7;
-constexpr int kind_of_list[nlists] = {CELL_TET, CELL_PRISM, CELL_PYR, CELL_HEX,
-                                      CELL_TRI, CELL_QUAD,  CELL_LINE};
-
 // What the operation gave.
 struct cut_lists {
-    std::vector<qx_long> old_nodes; // input numbers of the retained nodes
-    qx_long nnew = 0;
-    owned_list min_node, max_node;
-    qx_long ncells[nlists] = {}, used[nlists] = {};
-    owned_list connect[nlists];
-    std::vector<qx_long> vtk_cell[nlists];
+    qx_long nold = 0, nnew = 0;
+    owned_list old_nodes, min_node, max_node;
+    struct set {
+        int kind;
+        qx_long ncells, used;
+        owned_list connect;
+        std::vector<qx_long> vtk_cell;
+    };
+    std::vector<set> sets;
 };
 
-bool run(input_mesh &mesh, const scalar_array &scalar, double level, cut_side side, cut_lists *out)
+int run(input_mesh &mesh, const scalar_array &scalar, double level, cut_side side, cut_lists *out)
 {
-    const size_t nsets = std::max<size_t>(mesh.nsets(), 1);
-    std::vector<qx_long> map_count(nsets * nlists);
-    std::vector<qx_long *> map(nsets * nlists);
-    qx_long nold = 0, *nodes = nullptr, *min_node = nullptr, *max_node = nullptr, *connect[nlists] = {};
     const typed_array &data = scalar.array;
-    if (UTILcut(mesh.mesh, data.values, data.type, scalar.null_flag, scalar.null_value(), level,
-                side == cut_side::high ? 1 : -1, &nold, &nodes, &out->nnew, &min_node, &max_node, out->ncells,
-                connect, out->used, map_count.data(), map.data()) != 1)
-        return false;
-
-    // Cell sets have a map of all nodes, lattices the list of the retained ones.
-    const owned_list kept(nodes);
-    if (mesh.structured()) {
-        out->old_nodes.assign(nodes, nodes + nold);
-    } else {
-        out->old_nodes.reserve(static_cast<size_t>(nold));
-        for (qx_long node = 0; node < mesh.nnodes; ++node)
-            if (kept[static_cast<size_t>(node)] >= 0) out->old_nodes.push_back(node);
+    const host_array array = {data.values, data.type, 1,
+                              scalar.null_flag != 0 ? scalar.null_value() : nullptr};
+    const host_cut_options options = {sizeof options, 1, 0, threads_for(mesh.mesh->ncells)};
+    host_result *made = nullptr;
+    const int done = host_cut(mesh.field, &array, level, side == cut_side::high ? HOST_ABOVE : HOST_BELOW,
+                              &options, &made);
+    if (done != HOST_DONE) return done;
+    const std::unique_ptr<host_result, void (*)(host_result *)> held(made, host_free_result);
+    out->nold = made->nold;
+    out->nnew = made->nnodes - made->nold;
+    out->old_nodes.reset(std::exchange(made->old_node, nullptr));
+    out->min_node.reset(std::exchange(made->first_node, nullptr));
+    out->max_node.reset(std::exchange(made->second_node, nullptr));
+    for (int s = 0; s < made->nsets; ++s) {
+        host_set &set = made->sets[s];
+        out->sets.push_back({set.kind, set.ncells, set.ncells * cell_kinds[set.kind].ncorners,
+                             owned_list(std::exchange(set.connect, nullptr)),
+                             vtk_cells_of(mesh, set.ncells, set.cell)});
     }
-    out->min_node.reset(min_node);
-    out->max_node.reset(max_node);
-    for (size_t list = 0; list < nlists; ++list) {
-        if (out->ncells[list] > 0) out->connect[list].reset(connect[list]);
-        for (size_t set = 0; set < mesh.nsets(); ++set) {
-            const owned_list cells(map[set * nlists + list]);
-            mesh.vtk_cells(set, map_count[set * nlists + list], cells.get(), &out->vtk_cell[list]);
-        }
-    }
-    return true;
+    return HOST_DONE;
 }
 
 } // namespace
@@ -72,12 +64,13 @@ vtkSmartPointer<vtkUnstructuredGrid> cut_mesh(const std::string &path, input_mes
     const std::string what = path + ": cut";
     cut_lists cut;
     const operation cutting("cut");
-    cutting.check(run(mesh, scalar, level, side, &cut), what);
+    check_call(cutting, run(mesh, scalar, level, side, &cut), what);
 
-    const auto nold = static_cast<qx_long>(cut.old_nodes.size());
+    const qx_long nold = cut.nold;
     std::vector<node_entries> lists;
-    for (size_t list = 0; list < nlists; ++list)
-        if (cut.ncells[list] > 0) lists.push_back({cut.connect[list].get(), cut.used[list]});
+    lists.reserve(cut.sets.size());
+    for (const cut_lists::set &set : cut.sets)
+        lists.push_back({set.connect.get(), set.used});
     std::vector<qx_long> old_nodes, min_node, max_node;
     for (const qx_long node : drop_unused(nold + cut.nnew, lists)) {
         if (node < nold) {
@@ -97,9 +90,8 @@ vtkSmartPointer<vtkUnstructuredGrid> cut_mesh(const std::string &path, input_mes
                       nodes.add_between(made, min_node.data(), max_node.data(), t.data()),
                   what);
     cell_results cells;
-    for (size_t list = 0; list < nlists; ++list)
-        cells.add(kind_of_list[list], 1, cut.ncells[list], std::move(cut.connect[list]),
-                  std::move(cut.vtk_cell[list]));
+    for (cut_lists::set &set : cut.sets)
+        cells.add(set.kind, 1, set.ncells, std::move(set.connect), std::move(set.vtk_cell));
     auto out = vtkSmartPointer<vtkUnstructuredGrid>::New();
     nodes.hand_over(out);
     cells.hand_over(out, carried.cell);

@@ -5,15 +5,19 @@
 
 #include "carry.hpp"
 #include "failure.hpp"
+#include "host_results.hpp"
 #include "progress.hpp"
+#include "threads.hpp"
 
-#include <skoklana/iso.h>
+#include <skoklana_host.h>
 
 #include <vtkPolyData.h>
 
 #include <algorithm>
+#include <memory>
 #include <numeric>
 #include <unordered_map>
+#include <utility>
 
 namespace {
 
@@ -27,36 +31,30 @@ struct level_result {
     std::vector<float> t;                     // of each node, on its edge
 };
 
-// Calls the operation for one level; false: it failed or was stopped, and what it left is not to be read.
-bool run(input_mesh &mesh, level_kind kind, const scalar_array &scalar, double level, level_result *out)
+// Calls the operation for one level.
+int run(input_mesh &mesh, level_kind kind, const scalar_array &scalar, double level, level_result *out)
 {
-    const size_t nmaps = std::max<size_t>(mesh.nsets(), 1);
-    std::vector<qx_long> map_count(nmaps);
-    std::vector<qx_long *> map(nmaps);
-    qx_long *min_node = nullptr, *max_node = nullptr, *line_conn = nullptr, *tri_conn = nullptr;
-    qx_long nline_conn = 0, ntri_conn = 0;
     const typed_array &data = scalar.array;
-    int result;
-    if (kind == level_kind::surfaces)
-        result = UTILisosurf(mesh.mesh, data.values, data.type, scalar.null_flag, scalar.null_value(), level,
-                             &out->nnodes, &min_node, &max_node, &out->nline, &line_conn, &nline_conn,
-                             &out->ntri, &tri_conn, &ntri_conn, map_count.data(), map.data());
-    else
-        result = UTILisoline(mesh.mesh, data.values, data.type, scalar.null_flag, scalar.null_value(), level,
-                             &out->nnodes, &min_node, &max_node, &out->nline, &line_conn, &nline_conn,
-                             map_count.data(), map.data());
-    if (result != 1) return false;
-
-    out->min_node.reset(min_node);
-    out->max_node.reset(max_node);
-    out->line_conn.reset(line_conn);
-    out->tri_conn.reset(tri_conn);
-    for (size_t s = 0; s < mesh.nsets(); ++s) {
-        const owned_list cells(map[s]);
-        const bool lines = cell_kinds[mesh.kind_of_set(s)].ndim == 2;
-        mesh.vtk_cells(s, map_count[s], cells.get(), lines ? &out->line_cell : &out->tri_cell);
+    const host_array array = {data.values, data.type, 1,
+                              scalar.null_flag != 0 ? scalar.null_value() : nullptr};
+    const host_level_options options = {sizeof options, 1, 0, threads_for(mesh.mesh->ncells)};
+    host_result *made = nullptr;
+    const int done = (kind == level_kind::surfaces ? host_isosurf : host_isoline)(mesh.field, &array, level,
+                                                                                  &options, &made);
+    if (done != HOST_DONE) return done;
+    const std::unique_ptr<host_result, void (*)(host_result *)> held(made, host_free_result);
+    out->nnodes = made->nnodes;
+    out->min_node.reset(std::exchange(made->first_node, nullptr));
+    out->max_node.reset(std::exchange(made->second_node, nullptr));
+    out->t.assign(made->t, made->t + made->nnodes);
+    for (int s = 0; s < made->nsets; ++s) {
+        host_set &set = made->sets[s];
+        const bool lines = set.kind == CELL_LINE;
+        (lines ? out->nline : out->ntri) = set.ncells;
+        (lines ? out->line_conn : out->tri_conn).reset(std::exchange(set.connect, nullptr));
+        (lines ? out->line_cell : out->tri_cell) = vtk_cells_of(mesh, set.ncells, set.cell);
     }
-    return true;
+    return HOST_DONE;
 }
 
 // ---- what a level at nodes leaves ---------------------------------------------------------------------------
@@ -162,16 +160,6 @@ bool tidy(input_mesh &mesh, level_result *one, float *t)
     return true;
 }
 
-// Where the nodes of one level lie on their edges.
-bool place(input_mesh &mesh, const scalar_array &scalar, double level, bool raw, level_result *one)
-{
-    one->t.resize(static_cast<size_t>(one->nnodes));
-    const typed_array &data = scalar.array;
-    return UTILget_param(one->nnodes, data.type, data.values, level, one->min_node.get(), one->max_node.get(),
-                         one->t.data()) == 1 &&
-           (raw || tidy(mesh, one, one->t.data()));
-}
-
 } // namespace
 
 extracted extract_levels(const std::string &path, input_mesh &mesh, level_kind kind,
@@ -190,8 +178,8 @@ extracted extract_levels(const std::string &path, input_mesh &mesh, level_kind k
         const status_part part(i, nlevels);
         level_result &one = results[static_cast<size_t>(i)];
         const double level = levels[static_cast<size_t>(i)];
-        run_all.check(run(mesh, kind, scalar, level, &one), what);
-        if (one.nnodes > 0) run_all.check(place(mesh, scalar, level, raw, &one), what);
+        check_call(run_all, run(mesh, kind, scalar, level, &one), what);
+        if (one.nnodes > 0) run_all.check(raw || tidy(mesh, &one, one.t.data()), what);
         nnodes += one.nnodes;
         made.nnodes.push_back(one.nnodes);
         made.ntri.push_back(one.ntri);

@@ -5,6 +5,7 @@
 #include "memory_limit.hpp"
 #include "messages.hpp"
 #include "progress.hpp"
+#include "threads.hpp"
 #include "write.hpp"
 
 #include <cerrno>
@@ -90,8 +91,10 @@ static int run(int argc, char **argv)
     app.add_flag("--quiet,-q", quiet, "say nothing but errors");
     app.add_flag("--overwrite", overwrite, "let results take the place of files that are read");
     app.add_flag("--time", time, "tell how long reading, computing and writing took");
-    app.add_option("--threads", threads,
-                   "threads for the operations that can use several; else as many as there are processors")
+    app.add_option(
+           "--threads", threads,
+           "threads for iso, isoline, cut, probe, scatter and stream; else as many as the environment's "
+           "QX_NUM_THREADS says, or as there are processors. Results are the same")
         ->check(CLI::Range(1, 1024));
 
     std::unique_ptr<command> made[std::size(commands)];
@@ -118,7 +121,7 @@ static int run(int argc, char **argv)
     limit_memory();
     if (quiet) be_quiet();
     if (overwrite) allow_overwriting_inputs();
-    if (threads > 0) setenv("QX_NUM_THREADS", std::to_string(threads).c_str(), 1);
+    ask_for_threads(threads);
     vtk_messages::install();
     start_progress(!quiet);
     start_clock();

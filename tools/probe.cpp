@@ -8,7 +8,9 @@
 #include "probe.hpp"
 
 #include "failure.hpp"
+#include "host_results.hpp"
 #include "progress.hpp"
+#include "threads.hpp"
 
 #include <skoklana/array.h>
 #include <skoklana/host/om.h>
@@ -116,23 +118,6 @@ void check_host(int result, const operation &run, const std::string &what)
     if (result != HOST_DONE) throw failure(what + " failed: " + host_error());
 }
 
-// VTK's number of the cell of each point, or -1.
-std::vector<qx_long> vtk_cells_of(const input_mesh &mesh, const host_places &places)
-{
-    std::vector<qx_long> cells(static_cast<size_t>(places.npoints), -1), first = {0};
-    for (const input_set &set : mesh.sets)
-        first.push_back(first.back() + set.ncells);
-    for (size_t i = 0; i < cells.size(); ++i) {
-        const qx_long cell = places.cell[i];
-        if (cell < 0) continue;
-        size_t set = 0;
-        if (!mesh.structured())
-            set = static_cast<size_t>(std::upper_bound(first.begin(), first.end(), cell) - first.begin() - 1);
-        cells[i] = mesh.vtk_cell(set, cell - first[set]);
-    }
-    return cells;
-}
-
 } // namespace
 
 probed probe_exactly(const std::string &path, input_mesh &mesh, const probe_points &points,
@@ -141,7 +126,8 @@ probed probe_exactly(const std::string &path, input_mesh &mesh, const probe_poin
     const std::string what = path + ": sampling";
     const operation run("sampling");
     host_locator *locator = nullptr;
-    check_host(host_make_locator(mesh.field, nullptr, &locator), run, what);
+    const host_locator_options options = {sizeof options, 0, threads_for(points.count())};
+    check_host(host_make_locator(mesh.field, &options, &locator), run, what);
     const std::unique_ptr<host_locator, host_release> owned_locator(locator);
 
     const std::vector<double> xyz = mesh_points<double>(mesh, points);
@@ -161,7 +147,7 @@ probed probe_exactly(const std::string &path, input_mesh &mesh, const probe_poin
         blank(out.arrays.back(), out.inside);
     }
     if (cell.empty()) return out;
-    const std::vector<qx_long> cells = vtk_cells_of(mesh, *places);
+    const std::vector<qx_long> cells = vtk_cells_of(mesh, places->npoints, places->cell);
     for (const typed_array &array : cell) {
         out.arrays.push_back(rows_of_cells(array, cells));
         blank(out.arrays.back(), out.inside);

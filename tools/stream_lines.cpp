@@ -7,6 +7,7 @@
 #include "failure.hpp"
 #include "progress.hpp"
 #include "read.hpp"
+#include "threads.hpp"
 
 #include <skoklana.h>
 #include <skoklana/host/om.h>
@@ -21,6 +22,7 @@
 #include <vtkPolyData.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <cstring>
 #include <limits>
@@ -88,12 +90,10 @@ class line_tracer {
         return true;
     }
 
-    bool open_exactly(host_field *field)
+    // By a locator that outlives the tracer, and may serve others.
+    bool open_exactly(const host_locator *locator)
     {
-        host_locator *made = nullptr;
-        if (host_make_locator(field, nullptr, &made) != HOST_DONE) return false;
-        locator.reset(made);
-        exact.reset(host_exact_mesh(made));
+        exact.reset(host_exact_mesh(locator));
         mesh = exact.get();
         return mesh != nullptr;
     }
@@ -274,10 +274,9 @@ class line_tracer {
     mesh_info *mesh;
     const scalar_array &vectors;
     line_options options;
-    std::unique_ptr<blk_tbl, freed> table;        // by the library's places
-    std::unique_ptr<host_locator, freed> locator; // exactly
-    std::unique_ptr<mesh_info, freed> exact;
-    size_t room; // nodes
+    std::unique_ptr<blk_tbl, freed> table;   // by the library's places
+    std::unique_ptr<mesh_info, freed> exact; // exactly
+    size_t room;                             // nodes
     std::vector<float> points, rows, uvws, speeds, steps;
     std::vector<qx_long> cells;
 };
@@ -476,6 +475,38 @@ static bool put_into_plane(const input_mesh &mesh, scalar_array *vectors)
     return changed;
 }
 
+namespace {
+
+// What a seed gave.
+struct seed_result {
+    enum { line, outside, still, pointlike } what = outside;
+    traced_line traced;
+    std::vector<float> edge; // of a ribbon, empty where there is none
+};
+
+seed_result follow(line_tracer *tracer, const float *seed, const line_options &options)
+{
+    seed_result made;
+    traced_line &line = made.traced;
+    line = tracer->trace(seed);
+    if (line.nodes.empty()) {
+        made.what = tracer->is_in_cell(seed) ? seed_result::still : seed_result::outside;
+        return made;
+    }
+    // Nodes in one place make no ribbon.
+    line.nodes.erase(
+        std::unique(line.nodes.begin(), line.nodes.end(),
+                    [](const line_node &a, const line_node &b) { return std::equal(a.at, a.at + 3, b.at); }),
+        line.nodes.end());
+    made.what = line.nodes.size() < 2 ? seed_result::pointlike : seed_result::line;
+    if (made.what == seed_result::line && options.ribbon_width > 0 &&
+        !tracer->make_edge(line.nodes, &made.edge))
+        made.edge.clear();
+    return made;
+}
+
+} // namespace
+
 stream_lines trace_lines(const std::string &path, const input_mesh &mesh, scalar_array vectors,
                          const std::vector<double> &seeds, const line_options &options)
 {
@@ -483,44 +514,56 @@ stream_lines trace_lines(const std::string &path, const input_mesh &mesh, scalar
     const operation run("tracing");
     stream_lines made;
     made.flattened = put_into_plane(mesh, &vectors);
-    line_tracer tracer(mesh, vectors, options);
-    line_collector collected(mesh, vectors.array, options.both);
-    if (options.by_library || is_curved(mesh)) {
-        run.check(tracer.open_by_library(), what);
-    } else if (!tracer.open_exactly(mesh.field)) {
-        stop_if_asked();
-        throw failure(path + ": " + host_error());
-    }
     const int64_t nseeds = static_cast<int64_t>(seeds.size()) / 3;
+    // A line takes about as long as a thousand points. A mesh that is searched by the library serves one thread.
+    const bool by_library = options.by_library || is_curved(mesh);
+    const auto nthreads =
+        static_cast<size_t>(by_library ? 1 : std::min<int64_t>(threads_for(nseeds * 1000), nseeds));
+    std::unique_ptr<host_locator, freed> locator;
+    std::vector<std::unique_ptr<line_tracer>> tracers(std::max<size_t>(nthreads, 1));
+    if (!by_library) {
+        host_locator *located = nullptr;
+        if (host_make_locator(mesh.field, nullptr, &located) != HOST_DONE) {
+            stop_if_asked();
+            throw failure(path + ": " + host_error());
+        }
+        locator.reset(located);
+    }
+    for (auto &tracer : tracers) {
+        tracer = std::make_unique<line_tracer>(mesh, vectors, options);
+        if (by_library)
+            run.check(tracer->open_by_library(), what);
+        else if (!tracer->open_exactly(locator.get()))
+            throw failure(path + ": " + host_error());
+    }
+    std::vector<seed_result> results(static_cast<size_t>(nseeds));
+    std::atomic<bool> stopped{false};
+    const auto step = static_cast<int64_t>(tracers.size());
+    run_side_by_side(static_cast<int>(step), [&](int k) {
+        for (int64_t i = k; i < nseeds && !stopped; i += step) { // long lines often begin side by side
+            int stop = 0;
+            OMstatus_check(static_cast<int>(i * 100 / nseeds), nullptr, &stop);
+            if (stop != 0) stopped = true;
+            float seed[3]; // in the coordinates of the mesh
+            for (int d = 0; d < 3; ++d)
+                seed[d] = static_cast<float>(seeds[static_cast<size_t>(3 * i + d)] - mesh.offset[d]);
+            results[static_cast<size_t>(i)] = follow(tracers[static_cast<size_t>(k)].get(), seed, options);
+        }
+    });
+    if (stopped) run.check(false, what);
+    line_collector collected(mesh, vectors.array, options.both);
     for (int64_t i = 0; i < nseeds; ++i) {
-        int stop = 0;
-        OMstatus_check(static_cast<int>(i * 100 / nseeds), nullptr, &stop);
-        if (stop != 0) run.check(false, what);
-        float seed[3]; // in the coordinates of the mesh
-        for (int d = 0; d < 3; ++d)
-            seed[d] = static_cast<float>(seeds[static_cast<size_t>(3 * i + d)] - mesh.offset[d]);
-        traced_line line = tracer.trace(seed);
-        if (line.nodes.empty()) {
-            ++(tracer.is_in_cell(seed) ? made.still : made.outside);
-            continue;
-        }
-        // Nodes in one place make no ribbon.
-        line.nodes.erase(std::unique(line.nodes.begin(), line.nodes.end(),
-                                     [](const line_node &a, const line_node &b) {
-                                         return std::equal(a.at, a.at + 3, b.at);
-                                     }),
-                         line.nodes.end());
-        if (line.nodes.size() < 2) {
-            ++made.pointlike;
-            continue;
-        }
-        ++made.ends[static_cast<int>(line.ended)];
-        if (options.both) ++made.ends[static_cast<int>(line.began)];
-        std::vector<float> edge;
-        if (options.ribbon_width > 0 && tracer.make_edge(line.nodes, &edge)) {
-            collected.add_ribbon(line, edge, i);
+        const seed_result &one = results[static_cast<size_t>(i)];
+        made.outside += one.what == seed_result::outside ? 1 : 0;
+        made.still += one.what == seed_result::still ? 1 : 0;
+        made.pointlike += one.what == seed_result::pointlike ? 1 : 0;
+        if (one.what != seed_result::line) continue;
+        ++made.ends[static_cast<int>(one.traced.ended)];
+        if (options.both) ++made.ends[static_cast<int>(one.traced.began)];
+        if (!one.edge.empty()) {
+            collected.add_ribbon(one.traced, one.edge, i);
         } else {
-            collected.add_line(line, i);
+            collected.add_line(one.traced, i);
             made.plain += options.ribbon_width > 0 ? 1 : 0;
         }
     }

@@ -4,9 +4,11 @@
 #include "finite_points.hpp"
 #include "options.hpp"
 #include "progress.hpp"
+#include "threads.hpp"
 #include "to_vtk.hpp"
 
 #include <skoklana/scatter.h>
+#include <skoklana/thread.h>
 
 #include <vtkDataSet.h>
 #include <vtkPointData.h>
@@ -278,9 +280,9 @@ void scatter::run()
         }
         int null_flag = 0;
         const operation working("scatter");
-        working.check(UTILscat_data_interp2(points.count(), 3, points.xyz.data(), DTYPE_DOUBLE, of.veclen,
-                                            values.values.data(), min, max, ndim, dims, radius, power,
-                                            &null_flag, &none, spread.data()) == 1,
+        working.check(UTILmt_scat_data_interp2(threads_for(ngrid), points.count(), 3, points.xyz.data(),
+                                               DTYPE_DOUBLE, of.veclen, values.values.data(), min, max, ndim,
+                                               dims, radius, power, &null_flag, &none, spread.data()) == 1,
                       file.path() + ": its values could not be spread");
     }
     double top[most_axes] = {box.max[0], box.max[1], ndim == 3 ? box.max[2] : box.min[2]};
