@@ -1,4 +1,6 @@
-# Builds the package with CMake, which needs a compiler, pybind11 and nothing from a network.
+# Builds the package with CMake, which needs a compiler, pybind11 and nothing from a network. The source tree stays as it is:
+# what is made on the way goes into a folder that is gone at the end, or into the one that SKOKLANA_PYTHON_BUILD names.
+import atexit
 import os
 import pathlib
 import shutil
@@ -10,6 +12,8 @@ from setuptools import Extension, setup
 from setuptools.command.build_ext import build_ext
 
 ROOT = pathlib.Path(__file__).parent.resolve()
+SCRATCH = tempfile.mkdtemp(prefix="skoklana-")
+atexit.register(shutil.rmtree, SCRATCH, ignore_errors=True)
 
 
 class CMakeBuild(build_ext):
@@ -45,4 +49,5 @@ setup(
     package_data={"skoklana": ["py.typed", "*.pyi"]},
     ext_modules=[Extension("skoklana._core", sources=[])],
     cmdclass={"build_ext": CMakeBuild},
+    options={"egg_info": {"egg_base": SCRATCH}, "build": {"build_base": SCRATCH}},
 )

@@ -59,7 +59,9 @@ Errors
     ``progress=`` raises.
 Threads
     The interpreter's lock is released while the library works. Operations on one mesh take turns; those on different
-    meshes run side by side.
+    meshes run side by side. ``threads=`` is for levels, cuts, slices, points, stream lines and scattered values: what comes
+    out is the same for any number. More than one spreading scattered values, or extracting from a structured mesh, can't
+    be stopped before their end.
 """
 
 from ._arrays import (

@@ -4,6 +4,7 @@ import ast
 import inspect
 import os
 import pathlib
+import shutil
 import subprocess
 import sys
 
@@ -83,6 +84,22 @@ def test_the_stubs_name_what_the_compiled_part_has():
     for name, node in classes.items():
         members = {n.name for n in node.body if isinstance(n, ast.FunctionDef)}
         assert members == {m for m in vars(getattr(_core, name)) if not m.startswith("_")}
+
+
+@pytest.mark.skipif("SKOKLANA_SANITIZED" in os.environ, reason="the plain build tells")
+def test_mypy_finds_the_stubs_true(tmp_path):
+    stubtest = shutil.which("stubtest")
+    if stubtest is None:
+        pytest.skip("mypy is not installed")
+    allowed = tmp_path / "allowed"  # what pybind11 puts into its classes
+    names = ("Locator", "Mesh", "Places")
+    allowed.write_text("".join(f"skoklana._core.{name}\nskoklana._core.{name}.__init__\n" for name in names))
+    env = {**os.environ, "MYPYPATH": str(pathlib.Path(sk.__file__).parents[1])}
+    done = subprocess.run(
+        [stubtest, "skoklana._core", "--concise", "--allowlist", str(allowed)],
+        capture_output=True, text=True, cwd=tmp_path, env=env,
+    )  # fmt: skip
+    assert done.returncode == 0, done.stdout + done.stderr
 
 
 def test_version_is_the_librarys():
