@@ -4,8 +4,6 @@
 #include <CGAL/Delaunay_triangulation_3.h>
 #include <CGAL/Exact_predicates_inexact_constructions_kernel.h>
 
-#include <cmath>
-
 namespace bench {
 namespace {
 
@@ -31,33 +29,39 @@ cgal_points::cgal_points(int axes, const std::vector<float> &coords) : held(new 
 
 cgal_points::~cgal_points() = default;
 
-std::shared_ptr<void> cgal_points::tesselate(int64_t *count) const
+std::shared_ptr<void> cgal_points::tesselate() const
 {
     if (!held->flat.empty()) {
         auto made = std::make_shared<triangles>();
         made->insert(held->flat.begin(), held->flat.end());
-        *count = static_cast<int64_t>(made->number_of_faces());
         return made;
     }
     auto made = std::make_shared<tetrahedra>();
     made->insert(held->solid.begin(), held->solid.end());
-    *count = static_cast<int64_t>(made->number_of_finite_cells());
     return made;
 }
 
-cgal_cells cgal_points::measure(const std::shared_ptr<void> &made) const
+void cgal_points::for_each_cell(const std::shared_ptr<void> &made,
+                                const std::function<void(const double *)> &what) const
 {
-    cgal_cells sum = {0, 0};
+    double corners[12] = {};
     if (!held->flat.empty()) {
         const auto &all = *static_cast<const triangles *>(made.get());
-        for (auto face = all.finite_faces_begin(); face != all.finite_faces_end(); ++face, ++sum.count)
-            sum.content += std::fabs(all.triangle(face).area());
-        return sum;
+        for (auto face = all.finite_faces_begin(); face != all.finite_faces_end(); ++face) {
+            for (int c = 0; c < 3; ++c)
+                for (int k = 0; k < 2; ++k)
+                    corners[3 * c + k] = face->vertex(c)->point()[k];
+            what(corners);
+        }
+        return;
     }
     const auto &all = *static_cast<const tetrahedra *>(made.get());
-    for (auto cell = all.finite_cells_begin(); cell != all.finite_cells_end(); ++cell, ++sum.count)
-        sum.content += std::fabs(all.tetrahedron(cell).volume());
-    return sum;
+    for (auto cell = all.finite_cells_begin(); cell != all.finite_cells_end(); ++cell) {
+        for (int c = 0; c < 4; ++c)
+            for (int k = 0; k < 3; ++k)
+                corners[3 * c + k] = cell->vertex(c)->point()[k];
+        what(corners);
+    }
 }
 
 } // namespace bench

@@ -1,16 +1,11 @@
 // CGAL's Delaunay triangulations, with exact predicates.
 #pragma once
 
-#include <cstdint>
+#include <functional>
 #include <memory>
 #include <vector>
 
 namespace bench {
-
-struct cgal_cells {
-    int64_t count;
-    double content; // area or volume of all
-};
 
 // Points in CGAL's own form, made once.
 class cgal_points {
@@ -18,9 +13,11 @@ class cgal_points {
     // Rows of axes coordinates, 2 or 3.
     cgal_points(int axes, const std::vector<float> &coords);
     ~cgal_points();
-    // What was made; its content is measured by measure.
-    std::shared_ptr<void> tesselate(int64_t *count) const;
-    cgal_cells measure(const std::shared_ptr<void> &made) const;
+    // What was made.
+    std::shared_ptr<void> tesselate() const;
+    // Calls what with the corners of each cell, three coordinates a corner.
+    void for_each_cell(const std::shared_ptr<void> &made,
+                       const std::function<void(const double *)> &what) const;
 
   private:
     struct points;
