@@ -162,6 +162,18 @@ TEST(Delaunay, DoubledPointsAreCounted)
     EXPECT_EQ(std::string::npos, result.out.find("skipped"));
 }
 
+// The thin triangles at the second point are among those that the library's box leaves out.
+TEST(Delaunay, PointsWithoutACellAreCounted)
+{
+    write_bytes(scratch("rim.csv"), "x,y\n0,0\n1,0\n4,0\n9,1\n16,0\n25,1\n");
+    const ran result = run_well({"delaunay", scratch("rim.csv"), "--library", "-o", scratch("rim.vtp")});
+    EXPECT_NE(std::string::npos, result.out.find("3 triangles, 6 points, 1 skipped")) << result.out;
+    EXPECT_NE(std::string::npos, result.err.find("1 points are outside or on the rim")) << result.err;
+    const ran whole = run_well({"delaunay", scratch("rim.csv"), "-o", scratch("rim.vtp")});
+    EXPECT_EQ(std::string::npos, whole.out.find("skipped")) << whole.out;
+    EXPECT_EQ("", whole.err);
+}
+
 TEST(Delaunay, FlatPointsMakeTrianglesUnlessToldOtherwise)
 {
     const std::string path = table("solid.csv", 100, 3, 2), out = scratch("by_xy.vtp");
