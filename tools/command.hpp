@@ -14,6 +14,8 @@ class command {
     virtual ~command() = default;
     // Does the work, with the options set. Throws failure or interrupted.
     virtual void run() = 0;
+    // Whether it works piece by piece and on several processes (pieces.hpp).
+    virtual bool takes_pieces() const { return false; }
 };
 
 struct command_entry {

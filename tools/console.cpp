@@ -3,6 +3,7 @@
 #include <chrono>
 #include <cstdarg>
 #include <cstdio>
+#include <cstring>
 #include <utility>
 
 static bool quiet;
@@ -43,8 +44,14 @@ void start_clock()
 void stage_done(const char *stage)
 {
     const auto now = std::chrono::steady_clock::now();
-    stages.emplace_back(stage, std::chrono::duration<double>(now - stage_start).count());
+    const double seconds = std::chrono::duration<double>(now - stage_start).count();
     stage_start = now;
+    for (auto &[name, sum] : stages)
+        if (strcmp(name, stage) == 0) {
+            sum += seconds;
+            return;
+        }
+    stages.emplace_back(stage, seconds);
 }
 
 void print_stages()

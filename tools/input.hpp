@@ -13,6 +13,11 @@ struct input {
     input_file file;
     std::vector<typed_array> node, cell;
     std::unique_ptr<input_mesh> mesh; // of load_input only
+
+    // Of a piece of a file (pieces.hpp): the piece of the results that its own go to, and marks of the layer of
+    // cells around it, which its mesh has as well, and of the nodes that only these have; empty: there are none.
+    int piece = 0;
+    std::vector<unsigned char> ghost_cell, ghost_node;
 };
 
 // All tell the user what came up. Throw failure.

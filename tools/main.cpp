@@ -4,15 +4,22 @@
 #include "failure.hpp"
 #include "memory_limit.hpp"
 #include "messages.hpp"
+#include "process_group.hpp"
 #include "progress.hpp"
 #include "threads.hpp"
 #include "write.hpp"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <iostream>
+#include <sstream>
 #include <stdexcept>
+#include <thread>
+
+#include <sys/resource.h>
 
 static const char *const examples = R"(
 Examples:
@@ -78,6 +85,31 @@ static void check_standard_output()
         throw failure(std::string("standard output cannot be written: ") + strerror(errno));
 }
 
+// Each process takes its share of the machine's processors where nothing else is said.
+static int threads_of_process(int threads)
+{
+    if (threads > 0 || !processes::several() || getenv("QX_NUM_THREADS") != nullptr) return threads;
+    return std::max(1, static_cast<int>(std::thread::hardware_concurrency()) / processes::on_this_machine());
+}
+
+// What each process had, read and sent; all.
+static void print_use()
+{
+    rusage used;
+    getrusage(RUSAGE_SELF, &used);
+    long long bytes_read = 0;
+    if (FILE *file = fopen("/proc/self/io", "re")) {
+        if (fscanf(file, "rchar: %lld", &bytes_read) != 1) bytes_read = 0;
+        fclose(file);
+    }
+    char line[200];
+    snprintf(line, sizeof line, "process %d: peak %.1f MB, read %.1f MB, sent %.1f MB", processes::rank(),
+             static_cast<double>(used.ru_maxrss) * 1024e-6, static_cast<double>(bytes_read) * 1e-6,
+             static_cast<double>(processes::bytes_sent()) * 1e-6);
+    for (const std::string &one : processes::all_of(line))
+        puts(one.c_str());
+}
+
 static int run(int argc, char **argv)
 {
     bool quiet = false, time = false, overwrite = false;
@@ -90,7 +122,8 @@ static int run(int argc, char **argv)
     app.get_formatter()->column_width(32);
     app.add_flag("--quiet,-q", quiet, "say nothing but errors");
     app.add_flag("--overwrite", overwrite, "let results take the place of files that are read");
-    app.add_flag("--time", time, "tell how long reading, computing and writing took");
+    app.add_flag("--time", time,
+                 "tell how long reading, computing and writing took, and the most memory that was in use");
     app.add_option(
            "--threads", threads,
            "threads for iso, isoline, cut, probe, scatter and stream; else as many as the environment's "
@@ -112,41 +145,51 @@ static int run(int argc, char **argv)
         if (app.get_subcommands().empty() && !unknown.empty() && unknown[0][0] != '-')
             throw failure("there is no command " + unknown[0] + "; there are " + names_of_commands(),
                           exit_usage);
-        const int code = app.exit(wrong);
-        if (dynamic_cast<const CLI::ExtrasError *>(&wrong) != nullptr && has_two_values(argc, argv))
+        std::ostringstream nowhere;
+        const bool first = processes::is_first();
+        const int code = app.exit(wrong, std::cout, first ? std::cerr : static_cast<std::ostream &>(nowhere));
+        if (first && dynamic_cast<const CLI::ExtrasError *>(&wrong) != nullptr && has_two_values(argc, argv))
             fputs("Several levels are given as -l 1,2 or -l 1 -l 2.\n", stderr);
         check_standard_output();
         return code == 0 ? exit_done : exit_usage;
     }
+    if (processes::several() && !chosen->takes_pieces())
+        throw failure(app.get_subcommands()[0]->get_name() +
+                          " works on one process; start it without mpirun and the like",
+                      exit_usage);
     limit_memory();
-    if (quiet) be_quiet();
+    if (quiet || !processes::is_first()) be_quiet();
     if (overwrite) allow_overwriting_inputs();
-    ask_for_threads(threads);
+    ask_for_threads(threads_of_process(threads));
     vtk_messages::install();
-    start_progress(!quiet);
+    start_progress(!quiet && processes::is_first());
     start_clock();
     chosen->run();
-    if (time) print_stages();
+    if (time) {
+        print_stages();
+        print_use();
+    }
     check_standard_output();
     return exit_done;
 }
 
 int main(int argc, char **argv)
 {
+    processes::start(&argc, &argv);
     try {
-        return run(argc, argv);
+        const int code = run(argc, argv);
+        processes::finish();
+        return code;
     } catch (const interrupted &) {
-        fputs("skoklana: stopped\n", stderr);
-        return 130;
+        processes::give_up("skoklana: stopped", 130);
     } catch (const failure &wrong) {
-        fprintf(stderr, "skoklana: %s\n", wrong.what());
-        return wrong.code;
+        processes::give_up(std::string("skoklana: ") + wrong.what(), wrong.code);
     } catch (const std::length_error &) { // a size beyond all memory
-        fputs("skoklana: out of memory; the file may be damaged\n", stderr);
+        processes::give_up("skoklana: out of memory; the file may be damaged", exit_failed);
     } catch (const std::bad_alloc &) {
-        fputs("skoklana: out of memory; a smaller mesh or fewer arrays (--with) would do\n", stderr);
+        processes::give_up("skoklana: out of memory; a smaller mesh or fewer arrays (--with) would do",
+                           exit_failed);
     } catch (const std::exception &wrong) {
-        fprintf(stderr, "skoklana: %s\n", wrong.what());
+        processes::give_up(std::string("skoklana: ") + wrong.what(), exit_failed);
     }
-    return exit_failed;
 }

@@ -18,6 +18,7 @@
 
 #include <skoklana/cell.h>
 
+#include <vtkBoundingBox.h>
 #include <vtkCell.h>
 #include <vtkCellArray.h>
 #include <vtkCellData.h>
@@ -91,10 +92,17 @@ std::string input_mesh::size_in_words() const
 // a shift.
 static const double told_rounding = 1e-5, shifted_rounding = 1e-6;
 
+// How far the mesh goes, of which a piece may be a small part.
+static double size_of(const input_mesh *mesh)
+{
+    return mesh->whole != nullptr ? vtkBoundingBox(mesh->whole->box).GetDiagonalLength()
+                                  : mesh->data->GetLength();
+}
+
 // Tells of coordinates that float cannot hold.
 static void note_rounding(input_mesh *mesh, double worst)
 {
-    const double size = mesh->data->GetLength();
+    const double size = size_of(mesh);
     if (worst <= told_rounding * size) return;
     char text[100];
     snprintf(text, sizeof text, "coordinates are rounded to float, by up to %.3g; the mesh is %.3g across",
@@ -106,11 +114,35 @@ static void note_rounding(input_mesh *mesh, double worst)
 static void shift(input_mesh *mesh)
 {
     char text[200];
-    mesh->data->GetCenter(mesh->offset);
+    if (mesh->whole != nullptr)
+        vtkBoundingBox(mesh->whole->box).GetCenter(mesh->offset);
+    else
+        mesh->data->GetCenter(mesh->offset);
     snprintf(text, sizeof text,
              "float cannot hold the coordinates apart; worked on around %.9g, %.9g, %.9g and shifted back",
              mesh->offset[0], mesh->offset[1], mesh->offset[2]);
     mesh->notes.push_back(text);
+}
+
+static const float *float_positions(vtkDataSet *data)
+{
+    auto *points = vtkPointSet::SafeDownCast(data);
+    vtkDataArray *array = points != nullptr ? points->GetPoints()->GetData() : nullptr;
+    const bool held =
+        array != nullptr && array->GetDataType() == VTK_FLOAT && array->HasStandardMemoryLayout();
+    return held ? static_cast<float *>(array->GetVoidPointer(0)) : nullptr;
+}
+
+double rounding_of(vtkDataSet *data)
+{
+    double worst = 0, xyz[3];
+    if (float_positions(data) != nullptr) return 0;
+    for (vtkIdType node = 0; node < data->GetNumberOfPoints(); ++node) {
+        data->GetPoint(node, xyz);
+        for (const double exact : xyz)
+            worst = std::max(worst, std::abs(exact - static_cast<float>(exact)));
+    }
+    return worst;
 }
 
 // Coordinates as float; gives by how much the worst was rounded.
@@ -131,13 +163,12 @@ static double round_positions(input_mesh *mesh)
 
 static const float *set_positions(input_mesh *mesh)
 {
-    auto *points = vtkPointSet::SafeDownCast(mesh->data);
-    vtkDataArray *array = points != nullptr ? points->GetPoints()->GetData() : nullptr;
-    if (array != nullptr && array->GetDataType() == VTK_FLOAT && array->HasStandardMemoryLayout())
-        return mesh->positions = static_cast<float *>(array->GetVoidPointer(0));
+    if (const float *held = float_positions(mesh->data)) return mesh->positions = held;
     mesh->coords.resize(static_cast<size_t>(mesh->nnodes) * 3);
+    const double size = size_of(mesh);
     double worst = round_positions(mesh);
-    if (worst > shifted_rounding * mesh->data->GetLength() && std::isfinite(mesh->data->GetLength())) {
+    if (mesh->whole != nullptr) worst = mesh->whole->rounding;
+    if (worst > shifted_rounding * size && std::isfinite(size)) {
         shift(mesh);
         worst = round_positions(mesh);
     }
@@ -170,7 +201,7 @@ struct ghosts {
 } // namespace
 
 // Whether any cell is left out; walking the marks alone is quick.
-static bool any_dropped(vtkDataSet *data)
+bool any_dropped(vtkDataSet *data)
 {
     const ghosts marks(data);
     for (vtkIdType c = 0; marks.cell != nullptr && c < data->GetNumberOfCells(); ++c)
@@ -196,33 +227,54 @@ static bool ascending(const std::vector<float> &axis)
 static void rectilinear(input_mesh *mesh, vtkRectilinearGrid *grid)
 {
     vtkDataArray *from[3] = {grid->GetXCoordinates(), grid->GetYCoordinates(), grid->GetZCoordinates()};
+    auto *whole =
+        vtkRectilinearGrid::SafeDownCast(mesh->whole != nullptr ? mesh->whole->lattice.Get() : grid);
+    vtkDataArray *all[3] = {whole->GetXCoordinates(), whole->GetYCoordinates(), whole->GetZCoordinates()};
     double worst = 0;
-    const auto round_axes = [&] {
+    const auto round_axes = [&](vtkDataArray *const *axes) {
         worst = 0;
         for (int d = 0; d < 3; ++d) {
             mesh->axes[d].clear();
-            for (vtkIdType i = 0; i < from[d]->GetNumberOfTuples(); ++i) {
-                const double value = from[d]->GetComponent(i, 0) - mesh->offset[d];
+            for (vtkIdType i = 0; i < axes[d]->GetNumberOfTuples(); ++i) {
+                const double value = axes[d]->GetComponent(i, 0) - mesh->offset[d];
                 mesh->axes[d].push_back(static_cast<float>(value));
                 worst = std::max(worst, std::abs(value - mesh->axes[d].back()));
             }
         }
     };
-    round_axes();
-    if (worst > shifted_rounding * grid->GetLength()) {
+    round_axes(all);
+    if (worst > shifted_rounding * size_of(mesh)) {
         shift(mesh);
-        round_axes();
+        round_axes(all);
     }
     if (!ascending(mesh->axes[0]) || !ascending(mesh->axes[1]) || !ascending(mesh->axes[2]))
         return curvilinear(mesh);
+    if (grid != whole) round_axes(from);
     mesh->kind = "rectilinear";
     note_rounding(mesh, worst);
     const float *axes[3] = {mesh->axes[0].data(), mesh->axes[1].data(), mesh->axes[2].data()};
     mesh->field = host_rectilinear(mesh->ndim, mesh->dims.data(), 3, axes);
 }
 
-static void uniform(input_mesh *mesh, vtkImageData *image)
+// The part of the whole's lattice that a piece is.
+static void uniform_part(input_mesh *mesh, vtkImageData *piece, vtkImageData *whole)
 {
+    int all[6], part[6];
+    whole->GetExtent(all);
+    piece->GetExtent(part);
+    std::vector<qx_long> dims, extent;
+    for (int d = 0; d < mesh->ndim; ++d) {
+        dims.push_back(all[2 * d + 1] - all[2 * d] + 1);
+        extent.insert(extent.end(), {part[2 * d] - all[2 * d], part[2 * d + 1] - all[2 * d]});
+    }
+    host_field *of = host_uniform(mesh->ndim, dims.data(), 3, mesh->corners.data());
+    if (of != nullptr) mesh->field = host_uniform_part(of, extent.data());
+    host_free_field(of);
+}
+
+static void uniform(input_mesh *mesh, vtkImageData *piece)
+{
+    auto *image = vtkImageData::SafeDownCast(mesh->whole != nullptr ? mesh->whole->lattice.Get() : piece);
     bool steps_up = true;
     for (const int d : {0, 1, 2})
         steps_up = steps_up && image->GetSpacing()[d] > 0;
@@ -230,12 +282,12 @@ static void uniform(input_mesh *mesh, vtkImageData *image)
     mesh->kind = "uniform";
     double first[3], last[3], worst = 0;
     image->GetPoint(0, first);
-    image->GetPoint(mesh->nnodes - 1, last);
+    image->GetPoint(image->GetNumberOfPoints() - 1, last);
     double farthest = 0; // nodes between are worked out in float
     for (const double *corner : {first, last})
         for (int d = 0; d < 3; ++d)
             farthest = std::max(farthest, std::abs(corner[d]));
-    if (farthest * 6e-8 > shifted_rounding * image->GetLength()) shift(mesh);
+    if (farthest * 6e-8 > shifted_rounding * size_of(mesh)) shift(mesh);
     for (const double *corner : {first, last})
         for (int d = 0; d < 3; ++d) {
             const double value = corner[d] - mesh->offset[d];
@@ -243,6 +295,7 @@ static void uniform(input_mesh *mesh, vtkImageData *image)
             worst = std::max(worst, std::abs(value - mesh->corners.back()));
         }
     note_rounding(mesh, worst);
+    if (image != piece) return uniform_part(mesh, piece, image);
     mesh->field = host_uniform(mesh->ndim, mesh->dims.data(), 3, mesh->corners.data());
 }
 
@@ -504,21 +557,21 @@ static void explicit_cells(const std::string &path, input_mesh *mesh, cell_sorte
 {
     vtkDataSet *data = mesh->data;
     const vtkIdType ncells = data->GetNumberOfCells();
+    const bool shared = !any_dropped(data) && (mesh->whole == nullptr || mesh->whole->one_kind);
     if (auto *grid = vtkUnstructuredGrid::SafeDownCast(data)) {
         if (ncells == 0) return;
         check_list(path, grid->GetCells());
-        if (!any_dropped(data) && grid->IsHomogeneous() != 0 &&
-            share_list(mesh, grid->GetCells(), grid->GetCellType(0)))
+        if (shared && grid->IsHomogeneous() != 0 && share_list(mesh, grid->GetCells(), grid->GetCellType(0)))
             return;
     } else if (auto *poly = vtkPolyData::SafeDownCast(data)) {
         for (vtkCellArray *cells : {poly->GetVerts(), poly->GetLines(), poly->GetPolys(), poly->GetStrips()})
             check_list(path, cells);
         const vtkIdType npolys = poly->GetNumberOfPolys(), nlines = poly->GetNumberOfLines();
         const vtkIdType corners = poly->GetPolys()->IsHomogeneous();
-        if (!any_dropped(data) && npolys == ncells && (corners == 3 || corners == 4) &&
+        if (shared && npolys == ncells && (corners == 3 || corners == 4) &&
             share_list(mesh, poly->GetPolys(), corners == 3 ? VTK_TRIANGLE : VTK_QUAD))
             return;
-        if (!any_dropped(data) && nlines == ncells && poly->GetLines()->IsHomogeneous() == 2 &&
+        if (shared && nlines == ncells && poly->GetLines()->IsHomogeneous() == 2 &&
             share_list(mesh, poly->GetLines(), VTK_LINE))
             return;
     }
@@ -601,7 +654,8 @@ static void cell_sets(const std::string &path, input_mesh *mesh, mesh_use use)
             throw failure(path + ": " + host_error());
 }
 
-std::unique_ptr<input_mesh> make_mesh(const std::string &path, vtkDataSet *data, mesh_use use)
+std::unique_ptr<input_mesh> make_mesh(const std::string &path, vtkDataSet *data, mesh_use use,
+                                      const whole_mesh *whole)
 {
     const crash_guard guard(path); // VTK walks lists that came from the file
     auto mesh = std::make_unique<input_mesh>();
@@ -617,7 +671,8 @@ std::unique_ptr<input_mesh> make_mesh(const std::string &path, vtkDataSet *data,
     const bool lattice = image != nullptr || grid != nullptr || structured != nullptr;
     const bool in_place = !lattice || set_dims(mesh.get(), dims);
 
-    if (!lattice || any_dropped(data))
+    mesh->whole = whole;
+    if (!lattice || (whole != nullptr ? whole->dropped : any_dropped(data)))
         cell_sets(path, mesh.get(), use);
     else if (structured != nullptr || !in_place)
         curvilinear(mesh.get());

@@ -25,6 +25,8 @@ struct input_set {
     }
 };
 
+struct whole_mesh;
+
 // A mesh and all that it borrows. Nodes are numbered as in the data set.
 struct input_mesh {
     input_mesh() = default;
@@ -64,7 +66,8 @@ struct input_mesh {
     // In words: "20 x 30 x 40 nodes", "1522 tetrahedra".
     std::string size_in_words() const;
 
-    const float *positions = nullptr; // of curvilinear meshes and cell sets: rows of 3
+    const float *positions = nullptr;  // of curvilinear meshes and cell sets: rows of 3
+    const whole_mesh *whole = nullptr; // of pieces
     // what the field borrows where VTK has nothing of that layout
     std::vector<float> coords, axes[3], corners;
 };
@@ -101,8 +104,23 @@ enum class mesh_use {
     trace    // the same, of the highest dimension that there is
 };
 
-// Throws failure, whose text starts with path.
-std::unique_ptr<input_mesh> make_mesh(const std::string &path, vtkDataSet *data, mesh_use use);
+// What the mesh of a piece takes from the whole, so that its nodes and cells are those that the whole would have.
+struct whole_mesh {
+    double box[6];
+    bool dropped = false;                // some cell of it is hidden
+    bool one_kind = true;                // all cells are of one kind
+    double rounding = 0;                 // of coordinates that are not single precision, the worst
+    vtkSmartPointer<vtkDataSet> lattice; // of images and rectilinear grids: the whole without arrays
+};
+
+// whole: of pieces. Throws failure, whose text starts with path.
+std::unique_ptr<input_mesh> make_mesh(const std::string &path, vtkDataSet *data, mesh_use use,
+                                      const whole_mesh *whole = nullptr);
+
+// The worst rounding of the coordinates to float; 0 where they are float.
+double rounding_of(vtkDataSet *data);
+// Whether any cell is hidden, or a copy of another piece's.
+bool any_dropped(vtkDataSet *data);
 
 // "tetrahedra" and so on.
 const char *name_of_kind(int kind);

@@ -4,6 +4,7 @@
 #include "console.hpp"
 #include "failure.hpp"
 #include "node_means.hpp"
+#include "progress.hpp"
 #include "write.hpp"
 
 #include <vtkDataSet.h>
@@ -85,6 +86,27 @@ input_options::input_options(CLI::App &app, points_too)
         ->delimiter(',')
         ->allow_extra_args(false);
     add_how(app, &how);
+}
+
+input_options::input_options(CLI::App &app, in_pieces) : input_options(app)
+{
+    app.add_option("--pieces", npieces,
+                   "work on the file in N pieces, one after another, of which one is in memory; a result "
+                   "that ends in "
+                   ".pvtp, .pvtu and so on has a file each")
+        ->check(CLI::Range(1, 1000000));
+    app.add_flag("--gather", gather, "of several pieces: one file of all, which any other ending means, too");
+}
+
+pieces input_options::split(mesh_use use, ghosts layer) const
+{
+    return {file, how, use, npieces, layer == ghosts::yes};
+}
+
+pieces input_options::split(const result_options &result, mesh_use use, ghosts layer) const
+{
+    const int count = npieces == 0 && result.is_list() && !processes::several() ? 1 : npieces;
+    return {file, how, use, count, layer == ghosts::yes};
 }
 
 input input_options::read() const
@@ -335,10 +357,43 @@ void result_options::check(const char *endings, const char *what)
                       exit_usage);
 }
 
+void result_options::check(const char *endings, const char *what, const input_options &file)
+{
+    std::string all = endings;
+    for (const char *ending : {".vtp", ".vtu", ".vti", ".vtr", ".vts"})
+        if (strstr(endings, (std::string(" ") + ending + " ").c_str()) != nullptr && is_list())
+            all += ".p" + std::string(ending + 1) + " ";
+    check(all.c_str(), what);
+    if (is_list() && file.gathers())
+        throw failure("--gather makes one file, and " + out + " is a list of files; " + ending() +
+                          " is the ending",
+                      exit_usage);
+}
+
+std::string result_options::ending() const
+{
+    const std::string own = std::filesystem::path(out).extension().string();
+    return is_list() ? "." + own.substr(2) : own;
+}
+
 bool result_options::takes_quadrilaterals() const
 {
     const std::string ending = std::filesystem::path(out).extension().string();
     return ending != ".stl" && ending != ".ply";
+}
+
+piece_results result_options::results_of(const pieces &of) const
+{
+    return {of, out, !is_list(), pictured()};
+}
+
+void result_options::write(piece_results &made, const pieces &of, const std::string &counts) const
+{
+    if (out.empty()) return;
+    made.write();
+    stage_done("write");
+    say("%s: %s%s", out.c_str(), counts.c_str(),
+        is_list() && of.count() > 1 ? (", in " + std::to_string(of.count()) + " pieces").c_str() : "");
 }
 
 void result_options::write(vtkDataSet *data, const std::string &counts) const
@@ -349,10 +404,24 @@ void result_options::write(vtkDataSet *data, const std::string &counts) const
     say("%s: %s", out.c_str(), counts.c_str());
 }
 
+void result_options::draw(drawing picture_of, const piece_results &made, const pieces &of,
+                          const std::string &counts) const
+{
+    if (picture.empty()) return;
+    picture_of.data = made.whole();
+    picture_of.colour_by = agreed(picture_of.colour_by);
+    picture_of.colour_cells = processes::any(picture_of.colour_cells);
+    std::copy_n(of.whole().box, 6, picture_of.box);
+    draw(picture_of, counts);
+}
+
 void result_options::draw(const drawing &what, const std::string &counts) const
 {
     if (picture.empty()) return;
-    write_picture(picture, what, look);
+    const partial_file watched(name_beside(picture)); // in the first process it is in place by then
+    processes::agree([&] {
+        if (processes::is_first()) write_picture(picture, what, look);
+    });
     stage_done("picture");
     say("%s: picture of %s", picture.c_str(), counts.c_str());
 }

@@ -5,6 +5,7 @@
 #include "arrays.hpp"
 #include "input.hpp"
 #include "picture.hpp"
+#include "pieces.hpp"
 
 #include <CLI/CLI.hpp>
 
@@ -18,14 +19,25 @@ CLI::Validator finite_number();
 CLI::Validator positive_number(); // and finite
 CLI::Validator whole_number(int64_t from);
 
-// FILE, --block, --step, --solution.
+class result_options;
+
+// FILE, --block, --step, --solution; of commands that work in pieces --pieces and --gather.
 class input_options {
   public:
     explicit input_options(CLI::App &app);
     // POINTS instead of FILE: tables of text too, with --columns.
     enum class points_too { yes };
     input_options(CLI::App &app, points_too);
+    enum class in_pieces { yes };
+    input_options(CLI::App &app, in_pieces);
     const std::string &path() const { return file; }
+    bool gathers() const { return gather; }
+    // The file in pieces; all (process_group.hpp). With ghosts: see pieces.
+    enum class ghosts { no, yes };
+    pieces split(mesh_use use = mesh_use::extract, ghosts layer = ghosts::no) const;
+    // The same where the result may be a list of files.
+    pieces split(const result_options &result, mesh_use use = mesh_use::extract,
+                 ghosts layer = ghosts::no) const;
     // The file with its arrays; the user is told what came up. With a mesh of the library: load.
     input read() const;
     input load(mesh_use use) const;
@@ -35,6 +47,8 @@ class input_options {
     std::string file;
     read_options how;
     std::vector<std::string> columns;
+    int npieces = 0;
+    bool gather = false;
 };
 
 enum class array_place { node, cell, either };
@@ -126,6 +140,8 @@ class result_options {
                    const char *size_name = "--size");
     // Before any work: something is asked for, and its names suit.
     void check(const char *endings, const char *what);
+    // Of commands that work in pieces: a list of files, .pvtp for .vtp, is an ending too.
+    void check(const char *endings, const char *what, const input_options &file);
     bool pictured() const { return !picture.empty(); }
     // Formats of surfaces that hold triangles alone do not.
     bool takes_quadrilaterals() const;
@@ -136,9 +152,23 @@ class result_options {
                               : out.size() > ending.size() &&
                                     out.compare(out.size() - ending.size(), ending.size(), ending) == 0;
     }
-    // Both say so, with the counts.
+    // --out is a list of files.
+    bool is_list() const
+    {
+        return ends_in(".pvtp") || ends_in(".pvtu") || ends_in(".pvti") || ends_in(".pvtr") ||
+               ends_in(".pvts");
+    }
+    // The ending of each file: that of --out, ".vtp" of ".pvtp".
+    std::string ending() const;
+    // Where results of pieces go.
+    piece_results results_of(const pieces &of) const;
+    // All say so, with the counts.
     void write(vtkDataSet *data, const std::string &counts) const;
+    void write(piece_results &made, const pieces &of, const std::string &counts) const; // all
+    // Of pieces the first process draws; all.
     void draw(const drawing &picture, const std::string &counts) const;
+    // The same of all that was made, in the box of the whole, with colours as any process that has a piece says.
+    void draw(drawing picture, const piece_results &made, const pieces &of, const std::string &counts) const;
 
   private:
     std::string out, picture, size;

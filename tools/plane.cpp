@@ -10,6 +10,7 @@
 #include "console.hpp"
 #include "extract.hpp"
 #include "failure.hpp"
+#include "join_pieces.hpp"
 #include "to_vtk.hpp"
 
 #include <skoklana/iso.h>
@@ -17,6 +18,7 @@
 #include <vtkCellData.h>
 #include <vtkDataSet.h>
 #include <vtkDoubleArray.h>
+#include <vtkImageData.h>
 #include <vtkPointData.h>
 #include <vtkPolyData.h>
 #include <vtkRectilinearGrid.h>
@@ -30,13 +32,22 @@ namespace {
 
 // ---- any plane --------------------------------------------------------------------------------------------
 
+// That of the whole, of which the mesh may be a piece.
+void box_of(const input_mesh &mesh, double *box)
+{
+    if (mesh.whole != nullptr)
+        std::copy_n(mesh.whole->box, 6, box);
+    else
+        mesh.data->GetBounds(box);
+}
+
 // The distance of each node, 0 within the rounding of the coordinates.
 std::vector<double> distances_to(const slice_plane &plane, const input_mesh &mesh)
 {
     std::vector<double> distance(static_cast<size_t>(mesh.nnodes));
     const double length = std::hypot(plane.normal[0], plane.normal[1], plane.normal[2]);
     double box[6], largest = 0;
-    mesh.data->GetBounds(box);
+    box_of(mesh, box);
     for (int i = 0; i < 6; ++i)
         largest = std::max({largest, std::fabs(box[i] - mesh.offset[i / 2]),
                             std::fabs(plane.origin[i / 2] - mesh.offset[i / 2])});
@@ -73,21 +84,48 @@ struct layer_nodes {
     std::vector<qx_long> a, b;
     std::vector<float> t;
     qx_long below; // the layer of the mesh below it
+    bool inside;   // the mesh has it, which is a piece else
 };
 
-// Positions of nodes along the axes as the library takes them: rows of three.
-std::vector<float> positions_along(const input_mesh &mesh)
+// The axis of the whole, of which the mesh may be a piece: its nodes, and which of them the mesh begins with.
+struct whole_axis {
+    qx_long count, first = 0;
+    std::vector<float> places; // of rectilinear meshes
+};
+
+whole_axis axis_of(const input_mesh &mesh, int axis)
 {
-    if (mesh.kind == "uniform") // in steps
-        return {0,
-                0,
-                0,
-                static_cast<float>(mesh.dims[0] - 1),
-                static_cast<float>(mesh.dims[1] - 1),
-                static_cast<float>(mesh.dims[2] - 1)};
+    whole_axis of = {mesh.dims[static_cast<size_t>(axis)], 0, mesh.axes[axis]};
+    if (mesh.whole == nullptr) return of;
+    int all[6], part[6];
+    extent_of(mesh.whole->lattice, all);
+    extent_of(mesh.data, part);
+    of.count = all[2 * axis + 1] - all[2 * axis] + 1;
+    of.first = part[2 * axis] - all[2 * axis];
+    auto *grid = vtkRectilinearGrid::SafeDownCast(mesh.whole->lattice);
+    if (grid == nullptr) return of;
+    vtkDataArray *places = axis == 0   ? grid->GetXCoordinates()
+                           : axis == 1 ? grid->GetYCoordinates()
+                                       : grid->GetZCoordinates();
+    of.places.clear();
+    for (vtkIdType i = 0; i < places->GetNumberOfTuples(); ++i)
+        of.places.push_back(static_cast<float>(places->GetComponent(i, 0) - mesh.offset[axis]));
+    return of;
+}
+
+// Positions of nodes along the axes as the library takes them: rows of three.
+std::vector<float> positions_along(const input_mesh &mesh, int axis, const whole_axis &across)
+{
     std::vector<float> rows;
+    if (mesh.kind == "uniform") { // in steps
+        rows.resize(6);
+        for (int d = 0; d < 3; ++d)
+            rows[3 + static_cast<size_t>(d)] =
+                static_cast<float>((d == axis ? across.count : mesh.dims[static_cast<size_t>(d)]) - 1);
+        return rows;
+    }
     for (int d = 0; d < 3; ++d)
-        for (const float position : mesh.axes[d]) {
+        for (const float position : d == axis ? across.places : mesh.axes[d]) {
             float row[3] = {};
             row[d] = position;
             rows.insert(rows.end(), row, row + 3);
@@ -95,22 +133,26 @@ std::vector<float> positions_along(const input_mesh &mesh)
     return rows;
 }
 
-layer_nodes layer_at(const std::string &path, input_mesh &mesh, int axis, double at)
+layer_nodes layer_at(const std::string &path, input_mesh &mesh, int axis, double at, const int *own_extent)
 {
     double box[6];
-    mesh.data->GetBounds(box);
+    box_of(mesh, box);
     const double lo = box[2 * axis], hi = box[2 * axis + 1];
+    const bool is_uniform = mesh.kind == "uniform";
+    const whole_axis across = axis_of(mesh, axis);
     double place = at - mesh.offset[axis];
-    if (mesh.kind == "uniform")
-        place = (at - lo) / (hi - lo) * static_cast<double>(mesh.dims[static_cast<size_t>(axis)] - 1);
-    const std::vector<float> points = positions_along(mesh);
-    std::vector<float> out_points(static_cast<size_t>(3 * (mesh.dims[0] + mesh.dims[1] + mesh.dims[2])));
+    if (is_uniform) place = (at - lo) / (hi - lo) * static_cast<double>(across.count - 1);
+    const std::vector<float> points = positions_along(mesh, axis, across);
+    qx_long all_dims[3] = {mesh.dims[0], mesh.dims[1], mesh.dims[2]};
+    all_dims[axis] = across.count;
+    std::vector<float> out_points(static_cast<size_t>(3 * (all_dims[0] + all_dims[1] + all_dims[2])));
     float normal[3] = {}, xform[16], *weight = nullptr;
     normal[axis] = 1;
     qx_long dims[2], *lower = nullptr, *upper = nullptr;
     unsigned char *valid = nullptr;
-    const qx_long count = UTILrslice(mesh.mesh, mesh.dims.data(), points.data(), normal, place, dims,
-                                     out_points.data(), 3, xform, &lower, &upper, &weight, &valid);
+    const auto slice = is_uniform ? UTILrslice_unif : UTILrslice_rect;
+    const qx_long count = slice(all_dims, points.data(), normal, place, dims, out_points.data(), 3, xform,
+                                &lower, &upper, &weight, &valid);
     const owned_list lo_node(lower), hi_node(upper);
     const owned<float> part(weight);
     const owned<unsigned char> marks(valid);
@@ -123,16 +165,33 @@ layer_nodes layer_at(const std::string &path, input_mesh &mesh, int axis, double
     const bool turned = axis == 1;
     const qx_long along = turned ? dims[1] : dims[0], rows = turned ? dims[0] : dims[1];
     layer_nodes layer;
+    qx_long stride = 1; // of the axis
+    for (int d = 0; d < axis; ++d)
+        stride *= all_dims[d];
+    const qx_long below = lo_node[0] / stride % across.count;
+    layer.below = below - across.first;
+    layer.inside = layer.below >= 0 && layer.below + 1 < mesh.dims[static_cast<size_t>(axis)];
+    if (own_extent != nullptr) {
+        int all[6];
+        extent_of(mesh.whole->lattice, all);
+        layer.inside =
+            below + all[2 * axis] >= own_extent[2 * axis] && below + all[2 * axis] < own_extent[2 * axis + 1];
+    }
+    if (!layer.inside) return layer;
+    // numbers of nodes in the whole along the axis become those of the mesh
+    const qx_long own = mesh.dims[static_cast<size_t>(axis)];
+    const auto number = [&](qx_long node) {
+        const qx_long k = node / stride % across.count, above = node / stride / across.count;
+        return node % stride + stride * (k - across.first + own * above);
+    };
     for (qx_long j = 0; j < rows; ++j)
         for (qx_long i = 0; i < along; ++i) {
             const auto from = static_cast<size_t>(turned ? j + dims[0] * i : i + dims[0] * j);
             const bool at_upper = part[from] == 1; // exactly
-            layer.a.push_back(at_upper ? hi_node[from] : lo_node[from]);
-            layer.b.push_back(hi_node[from]);
+            layer.a.push_back(number(at_upper ? hi_node[from] : lo_node[from]));
+            layer.b.push_back(number(hi_node[from]));
             layer.t.push_back(at_upper ? 0 : part[from]);
         }
-    const qx_long stride = axis == 0 ? 1 : axis == 1 ? mesh.dims[0] : mesh.dims[0] * mesh.dims[1];
-    layer.below = lo_node[0] / stride % mesh.dims[static_cast<size_t>(axis)];
     return layer;
 }
 
@@ -154,23 +213,29 @@ std::vector<qx_long> cells_of_layer(const input_mesh &mesh, int axis, qx_long be
 
 vtkSmartPointer<vtkDataSet> flat_mesh(const input_mesh &mesh, int axis, double at)
 {
+    int part[6]; // within the whole
+    for (int d = 0; d < 3; ++d) {
+        const auto first = static_cast<int>(axis_of(mesh, d).first);
+        part[2 * d] = d == axis ? 0 : first;
+        part[2 * d + 1] = d == axis ? 0 : first + static_cast<int>(mesh.dims[static_cast<size_t>(d)]) - 1;
+    }
     if (mesh.kind == "uniform") {
         double box[6];
-        mesh.data->GetBounds(box);
+        box_of(mesh, box);
         box[2 * axis] = box[2 * axis + 1] = at;
-        qx_long dims[3] = {mesh.dims[0], mesh.dims[1], mesh.dims[2]};
-        dims[axis] = 1;
+        qx_long dims[3];
+        for (int d = 0; d < 3; ++d)
+            dims[d] = d == axis ? 1 : axis_of(mesh, d).count;
         const double lo[3] = {box[0], box[2], box[4]}, hi[3] = {box[1], box[3], box[5]};
-        return lattice_to_vtk(dims, lo, hi);
+        auto flat = lattice_to_vtk(dims, lo, hi);
+        vtkImageData::SafeDownCast(flat)->SetExtent(part);
+        return flat;
     }
     auto flat = vtkSmartPointer<vtkRectilinearGrid>::New();
     auto *grid = vtkRectilinearGrid::SafeDownCast(mesh.data);
     auto place = vtkSmartPointer<vtkDoubleArray>::New();
     place->InsertNextValue(at);
-    int dims[3];
-    grid->GetDimensions(dims);
-    dims[axis] = 1;
-    flat->SetDimensions(dims);
+    flat->SetExtent(part);
     flat->SetXCoordinates(axis == 0 ? place.Get() : grid->GetXCoordinates());
     flat->SetYCoordinates(axis == 1 ? place.Get() : grid->GetYCoordinates());
     flat->SetZCoordinates(axis == 2 ? place.Get() : grid->GetZCoordinates());
@@ -198,9 +263,10 @@ bool has_lattice_slices(const input_mesh &mesh, int axis)
 }
 
 vtkSmartPointer<vtkDataSet> slice_lattice(const std::string &path, input_mesh &mesh, int axis, double at,
-                                          const carried_arrays &carried)
+                                          const carried_arrays &carried, const int *own)
 {
-    const layer_nodes layer = layer_at(path, mesh, axis, at);
+    const layer_nodes layer = layer_at(path, mesh, axis, at, own);
+    if (!layer.inside) return nullptr;
     auto flat = flat_mesh(mesh, axis, at);
     std::vector<typed_array> made;
     if (!rows_between(carried.node, static_cast<qx_long>(layer.a.size()), layer.a.data(), layer.b.data(),

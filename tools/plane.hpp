@@ -25,6 +25,7 @@ vtkSmartPointer<vtkPolyData> slice_by_plane(const std::string &path, input_mesh 
 bool has_lattice_slices(const input_mesh &mesh, int axis);
 
 // Such a slice: an image or a rectilinear grid with one layer of nodes. Throws failure where the mesh does
-// not reach the place.
+// not reach the place; nullptr: the mesh is a piece, and another one has the place. own: the extent of the piece,
+// in VTK's numbers, without the layer around it.
 vtkSmartPointer<vtkDataSet> slice_lattice(const std::string &path, input_mesh &mesh, int axis, double at,
-                                          const carried_arrays &carried);
+                                          const carried_arrays &carried, const int *own = nullptr);

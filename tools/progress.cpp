@@ -16,7 +16,25 @@
 
 // Handlers of signals look at these; any thread may be the one that runs them.
 static std::atomic<bool> in_operation, stop_asked;
-static std::atomic<const char *> partial_path;
+
+// Files that are being written, of which the handler removes those whose name is set. Entries stay for good and are
+// used again.
+namespace {
+
+struct partial_entry {
+    std::atomic<const char *> path;
+    partial_entry *next;
+};
+
+} // namespace
+
+static std::atomic<partial_entry *> partial_entries;
+
+static void remove_partial_files()
+{
+    for (partial_entry *entry = partial_entries; entry != nullptr; entry = entry->next)
+        if (const char *path = entry->path.exchange(nullptr)) unlink(path);
+}
 
 // Status checks may come from several threads.
 static std::mutex bar_mutex; // of all below
@@ -30,7 +48,7 @@ static void on_signal(int number)
         host_interrupt();
         return;
     }
-    if (const char *path = partial_path.exchange(nullptr)) unlink(path);
+    remove_partial_files();
     _exit(128 + number);
 }
 
@@ -112,10 +130,18 @@ void operation::check(bool succeeded, const std::string &what) const
 
 partial_file::partial_file(const std::string &path_) : path(path_)
 {
-    partial_path = path.c_str();
+    partial_entry *entry = partial_entries;
+    while (entry != nullptr && entry->path != nullptr)
+        entry = entry->next;
+    if (entry == nullptr) {
+        entry = new partial_entry{{nullptr}, partial_entries};
+        partial_entries = entry;
+    }
+    entry->path = path.c_str();
+    place = entry;
 }
 
 partial_file::~partial_file()
 {
-    if (partial_path.exchange(nullptr) != nullptr) unlink(path.c_str());
+    if (static_cast<partial_entry *>(place)->path.exchange(nullptr) != nullptr) unlink(path.c_str());
 }

@@ -27,7 +27,7 @@ class operation {
 // Throws interrupted if Ctrl-C was pressed in an operation, after its last look at the flag.
 void stop_if_asked();
 
-// A file that is being written: removed with the record, and if Ctrl-C ends the program. One at a time.
+// A file that is being written: removed with the record, and if Ctrl-C ends the program. Of one thread.
 class partial_file {
   public:
     explicit partial_file(const std::string &path);
@@ -37,4 +37,5 @@ class partial_file {
 
   private:
     std::string path;
+    void *place; // in the list of them all
 };

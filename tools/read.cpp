@@ -20,7 +20,9 @@
 #include <vtkCompositeDataSet.h>
 #include <vtkDEMReader.h>
 #include <vtkDICOMImageReader.h>
+#include <vtkDataArraySelection.h>
 #include <vtkDataSet.h>
+#include <vtkDataSetAttributes.h>
 #include <vtkExodusIIReader.h>
 #include <vtkFLUENTReader.h>
 #include <vtkGAMBITReader.h>
@@ -53,6 +55,16 @@
 #include <vtkUnstructuredGrid.h>
 #include <vtkXMLDataElement.h>
 #include <vtkXMLGenericDataObjectReader.h>
+#include <vtkXMLImageDataReader.h>
+#include <vtkXMLPImageDataReader.h>
+#include <vtkXMLPPolyDataReader.h>
+#include <vtkXMLPRectilinearGridReader.h>
+#include <vtkXMLPStructuredGridReader.h>
+#include <vtkXMLPUnstructuredGridReader.h>
+#include <vtkXMLPolyDataReader.h>
+#include <vtkXMLRectilinearGridReader.h>
+#include <vtkXMLStructuredGridReader.h>
+#include <vtkXMLUnstructuredGridReader.h>
 #include <vtkXMLUtilities.h>
 
 #include <algorithm>
@@ -166,6 +178,52 @@ static reader_ptr plot3d(const std::string &path, const std::string &solution)
     if (!solution.empty()) reader->SetQFileName(solution.c_str());
     reader->AutoDetectFormatOn();
     return reader;
+}
+
+// The attribute type of the root of a VTK XML file.
+static std::string type_in_xml(const std::string &head)
+{
+    const size_t root = head.find("<VTKFile");
+    if (root == std::string::npos) return "";
+    const std::string tag = head.substr(root, head.find('>', root) - root);
+    size_t at = tag.find(" type=");
+    if (at == std::string::npos || at + 7 >= tag.size()) return "";
+    at += 6;
+    return tag.substr(at + 1, tag.find(tag[at], at + 1) - at - 1);
+}
+
+// One that knows what can be left out.
+static reader_ptr xml_in_part(const std::string &path, const std::string &head, bool bare)
+{
+    static const struct {
+        const char *type;
+        reader_ptr (*make)(const std::string &path);
+    } kinds[] = {{"ImageData", plain<vtkXMLImageDataReader>},
+                 {"RectilinearGrid", plain<vtkXMLRectilinearGridReader>},
+                 {"StructuredGrid", plain<vtkXMLStructuredGridReader>},
+                 {"UnstructuredGrid", plain<vtkXMLUnstructuredGridReader>},
+                 {"PolyData", plain<vtkXMLPolyDataReader>},
+                 {"PImageData", plain<vtkXMLPImageDataReader>},
+                 {"PRectilinearGrid", plain<vtkXMLPRectilinearGridReader>},
+                 {"PStructuredGrid", plain<vtkXMLPStructuredGridReader>},
+                 {"PUnstructuredGrid", plain<vtkXMLPUnstructuredGridReader>},
+                 {"PPolyData", plain<vtkXMLPPolyDataReader>}};
+    const std::string type = type_in_xml(head);
+    for (const auto &kind : kinds) {
+        if (type != kind.type) continue;
+        reader_ptr made = kind.make(path);
+        auto *reader = vtkXMLReader::SafeDownCast(made);
+        if (!bare) return made;
+        reader->UpdateInformation();
+        for (vtkDataArraySelection *arrays :
+             {reader->GetPointDataArraySelection(), reader->GetCellDataArraySelection()}) {
+            arrays->DisableAllArrays();
+            if (arrays->ArrayExists(vtkDataSetAttributes::GhostArrayName()) != 0)
+                arrays->EnableArray(vtkDataSetAttributes::GhostArrayName());
+        }
+        return made;
+    }
+    return plain<vtkXMLGenericDataObjectReader>(path);
 }
 
 // ---- first bytes --------------------------------------------------------------------------------------------
@@ -355,7 +413,9 @@ static reader_ptr choose_reader(const std::string &path, const read_options &opt
                         starts_with(head, "ply") || starts_with(head, "FORMAT");
     if (marked && !options.solution.empty()) refuse_solution(path);
     if (starts_with(head, "# vtk DataFile")) return legacy(path);
-    if (head.find("<VTKFile") != std::string::npos) return plain<vtkXMLGenericDataObjectReader>(path);
+    if (head.find("<VTKFile") != std::string::npos)
+        return options.bare || !options.extent.empty() ? xml_in_part(path, head, options.bare)
+                                                       : plain<vtkXMLGenericDataObjectReader>(path);
     if (starts_with(head, "ply\n") || starts_with(head, "ply\r")) return plain<vtkPLYReader>(path);
     if (is_binary_stl(path, head)) return plain<vtkSTLReader>(path);
     if (starts_with(head, "FORMAT") && head.find("ensight") != std::string::npos) return ensight(path);
@@ -548,7 +608,9 @@ input_file read_file(const std::string &path, const read_options &options)
         if (options.step >= file.nsteps)
             throw failure(path + ": has time steps 0 to " + std::to_string(file.nsteps - 1) + ", not " +
                           std::to_string(options.step));
-        if (file.nsteps > 1)
+        if (!options.extent.empty())
+            reader->UpdateExtent(options.extent.data());
+        else if (file.nsteps > 1)
             reader->UpdateTimeStep(about->Get(steps_key, options.step));
         else
             reader->Update();
@@ -561,7 +623,83 @@ input_file read_file(const std::string &path, const read_options &options)
     } catch (const std::length_error &) {
         throw failure(path + ": asks for more memory than there is; it is damaged or too large");
     }
-    if (file.data->GetNumberOfPoints() < 1)
+    if (file.data->GetNumberOfPoints() < 1 && !options.may_be_empty)
         throw failure(path + ": holds no nodes; it may be cut short or of another format than its name says");
     return file;
+}
+
+// ---- lists of pieces ----------------------------------------------------------------------------------------
+
+static std::vector<xml_heading::array> arrays_in(vtkXMLDataElement *list, bool *ghosts)
+{
+    std::vector<xml_heading::array> arrays;
+    for (int i = 0; list != nullptr && i < list->GetNumberOfNestedElements(); ++i) {
+        vtkXMLDataElement *one = list->GetNestedElement(i);
+        const char *name = one->GetAttribute("Name");
+        int components = 1;
+        one->GetScalarAttribute("NumberOfComponents", components);
+        if (name == nullptr) continue;
+        if (std::string(name) == vtkDataSetAttributes::GhostArrayName())
+            *ghosts = true;
+        else
+            arrays.push_back({name, components});
+    }
+    return arrays;
+}
+
+// What a list holds beside the extent of the whole.
+static void read_list(const std::string &path, xml_heading *heading)
+{
+    const auto root =
+        vtkSmartPointer<vtkXMLDataElement>::Take(vtkXMLUtilities::ReadElementFromFile(path.c_str()));
+    vtkXMLDataElement *list =
+        root != nullptr ? root->FindNestedElementWithName(heading->type.c_str()) : nullptr;
+    vtk_messages::take_errors();
+    if (list == nullptr) throw failure(path + ": is damaged: it holds no list of pieces");
+    list->GetVectorAttribute("WholeExtent", 6, heading->extent);
+    heading->node = arrays_in(list->FindNestedElementWithName("PPointData"), &heading->ghosts);
+    heading->cell = arrays_in(list->FindNestedElementWithName("PCellData"), &heading->ghosts);
+    for (int i = 0; i < list->GetNumberOfNestedElements(); ++i) {
+        vtkXMLDataElement *one = list->GetNestedElement(i);
+        if (std::string(one->GetName()) != "Piece") continue;
+        const char *source = one->GetAttribute("Source");
+        if (source == nullptr) throw failure(path + ": is damaged: a piece has no name");
+        xml_heading::piece piece = {(std::filesystem::path(path).parent_path() / source).string(),
+                                    {0, -1, 0, -1, 0, -1}};
+        one->GetVectorAttribute("Extent", 6, piece.extent);
+        heading->pieces.push_back(piece);
+    }
+}
+
+xml_heading read_xml_heading(const std::string &path)
+{
+    xml_heading heading;
+    const std::string head = first_bytes(path);
+    heading.type = type_in_xml(head);
+    if (heading.type.empty()) return heading;
+    if (heading.type[0] == 'P' && heading.type != "PolyData") {
+        read_list(path, &heading);
+        return heading;
+    }
+    const crash_guard guard(path);
+    check_whole_file(path, head);
+    vtk_messages::take_errors();
+    const reader_ptr made = xml_in_part(path, head, false);
+    made->UpdateInformation();
+    std::vector<std::string> notes;
+    check_complaints(path, &notes);
+    if (vtkInformation *about = made->GetOutputInformation(0))
+        if (about->Has(vtkStreamingDemandDrivenPipeline::WHOLE_EXTENT()) != 0)
+            about->Get(vtkStreamingDemandDrivenPipeline::WHOLE_EXTENT(), heading.extent);
+    if (auto *reader = vtkXMLReader::SafeDownCast(made))
+        for (vtkDataArraySelection *arrays :
+             {reader->GetPointDataArraySelection(), reader->GetCellDataArraySelection()})
+            heading.ghosts =
+                heading.ghosts || arrays->ArrayExists(vtkDataSetAttributes::GhostArrayName()) != 0;
+    return heading;
+}
+
+void check_file(const std::string &path)
+{
+    check_whole_file(path, first_bytes(path));
 }

@@ -4,6 +4,7 @@
 
 #include "failure.hpp"
 #include "messages.hpp"
+#include "process_group.hpp"
 #include "progress.hpp"
 
 #include <vtkCellData.h>
@@ -28,6 +29,8 @@
 namespace fs = std::filesystem;
 
 // ---- where ---------------------------------------------------------------------------------------------------
+
+static void write_by_ending(const std::string &path, vtkDataSet *data);
 
 static bool overwriting;
 static std::vector<std::string> inputs, outputs;
@@ -100,36 +103,94 @@ static void check_target(const fs::path &target, const fs::path &folder)
         throw failure("it is there already and read-only");
 }
 
-void write_beside(const std::string &path, const std::function<void(const std::string &)> &write)
+static fs::path folder_of(const fs::path &target)
 {
-    stop_if_asked();
-    note_output(path);
+    return target.has_parent_path() ? target.parent_path() : fs::path(".");
+}
+
+std::string name_beside(const std::string &path)
+{
+    const fs::path target = end_of_links(path);
+    // the ending stays last: some writers go by it
+    return (folder_of(target) / ("." + target.stem().string() + ".part" +
+                                 std::to_string(processes::first_pid()) + target.extension().string()))
+        .string();
+}
+
+// Turns what goes wrong on the way to path into words.
+template <typename Work> static void writing(const std::string &path, Work work)
+{
     try {
-        const fs::path target = end_of_links(path);
-        const fs::path folder = target.has_parent_path() ? target.parent_path() : fs::path(".");
-        check_target(target, folder);
-        // the ending stays last: some writers go by it
-        const std::string beside = (folder / ("." + target.stem().string() + ".part" +
-                                              std::to_string(getpid()) + target.extension().string()))
-                                       .string();
-        const partial_file part(beside);
-        if (const std::string wrong = try_to_write(beside, 0); !wrong.empty()) throw failure(wrong);
-        std::error_code code;
-        try {
-            write(beside);
-            if (!fs::exists(beside, code) || fs::file_size(beside, code) == 0)
-                throw failure("nothing was written");
-        } catch (const failure &wrong) { // the system's reason, where there is one, is better than a writer's
-            const std::string reason = try_to_write(beside, 1 << 20);
-            throw reason.empty() ? wrong : failure(reason);
-        }
-        fs::rename(beside, target, code);
-        if (code) throw failure(code.message());
+        work();
     } catch (const failure &wrong) {
         throw failure(path + ": cannot be written: " + wrong.what());
     } catch (const fs::filesystem_error &wrong) {
         throw failure(path + ": cannot be written: " + wrong.code().message());
     }
+}
+
+// Whole or not: what write leaves in the file of that name is there to the end.
+static void fill_beside(const std::string &path, const std::string &beside,
+                        const std::function<void(const std::string &)> &write)
+{
+    const fs::path target = end_of_links(path);
+    check_target(target, folder_of(target));
+    if (const std::string wrong = try_to_write(beside, 0); !wrong.empty()) throw failure(wrong);
+    try {
+        std::error_code code;
+        write(beside);
+        if (!fs::exists(beside, code) || fs::file_size(beside, code) == 0)
+            throw failure("nothing was written");
+    } catch (const failure &wrong) { // the system's reason, where there is one, is better than a writer's
+        const std::string reason = try_to_write(beside, 1 << 20);
+        throw reason.empty() ? wrong : failure(reason);
+    }
+}
+
+static void move_into_place(const std::string &beside, const std::string &path)
+{
+    std::error_code code;
+    fs::rename(beside, end_of_links(path), code);
+    if (code) throw failure(code.message());
+}
+
+void write_beside(const std::string &path, const std::function<void(const std::string &)> &write)
+{
+    stop_if_asked();
+    note_output(path);
+    writing(path, [&] {
+        const std::string beside = name_beside(path);
+        const partial_file part(beside);
+        fill_beside(path, beside, write);
+        move_into_place(beside, path);
+    });
+}
+
+file_batch::file_batch() = default;
+file_batch::~file_batch() = default;
+
+void file_batch::watch(const std::string &path)
+{
+    watched.push_back(std::make_unique<partial_file>(name_beside(path)));
+}
+
+void file_batch::write_data_set(const std::string &path, vtkDataSet *data)
+{
+    stop_if_asked();
+    note_output(path);
+    writing(path, [&] {
+        const std::string beside = name_beside(path);
+        watch(path);
+        paths.push_back(path);
+        fill_beside(path, beside, [&](const std::string &to) { write_by_ending(to, data); });
+    });
+}
+
+void file_batch::put_in_place()
+{
+    for (const std::string &path : paths)
+        writing(path, [&] { move_into_place(name_beside(path), path); });
+    paths.clear();
 }
 
 void check_ending(const std::string &path, const char *endings, const char *what)
@@ -167,7 +228,7 @@ static void check_ply(const std::string &path, vtkPolyData *data)
 }
 
 // VTK's XML writers put names between quotes as they are.
-static std::string xml_text(const std::string &name)
+std::string xml_text(const std::string &name)
 {
     std::string text;
     for (const char c : name)
@@ -197,29 +258,32 @@ static vtkSmartPointer<vtkDataSet> with_xml_names(vtkDataSet *data)
     return out;
 }
 
-void write_data_set(const std::string &path, vtkDataSet *data)
+static void write_by_ending(const std::string &path, vtkDataSet *data)
 {
     const std::string ending = fs::path(path).extension().string();
-    write_beside(path, [&](const std::string &beside) {
-        vtk_messages::take_errors();
-        if (ending == ".ply") {
-            vtkNew<vtkPLYWriter> writer;
-            run(writer.Get(), beside, data);
-            return check_ply(beside, vtkPolyData::SafeDownCast(data));
-        }
-        if (ending == ".stl") {
-            vtkNew<vtkSTLWriter> writer;
-            writer->SetFileTypeToBinary();
-            return run(writer.Get(), beside, data);
-        }
-        vtkNew<vtkXMLDataSetWriter> writer; // takes the kind of the data
-        writer->SetDataModeToAppended();
-        writer->EncodeAppendedDataOff();
-        writer->SetCompressorTypeToZLib();
-        writer->SetCompressionLevel(2); // four times as quick as level 5, and a tenth larger
-        writer->SetHeaderTypeToUInt64();
-        run(writer.Get(), beside, with_xml_names(data).Get());
-    });
+    vtk_messages::take_errors();
+    if (ending == ".ply") {
+        vtkNew<vtkPLYWriter> writer;
+        run(writer.Get(), path, data);
+        return check_ply(path, vtkPolyData::SafeDownCast(data));
+    }
+    if (ending == ".stl") {
+        vtkNew<vtkSTLWriter> writer;
+        writer->SetFileTypeToBinary();
+        return run(writer.Get(), path, data);
+    }
+    vtkNew<vtkXMLDataSetWriter> writer; // takes the kind of the data
+    writer->SetDataModeToAppended();
+    writer->EncodeAppendedDataOff();
+    writer->SetCompressorTypeToZLib();
+    writer->SetCompressionLevel(2); // four times as quick as level 5, and a tenth larger
+    writer->SetHeaderTypeToUInt64();
+    run(writer.Get(), path, with_xml_names(data).Get());
+}
+
+void write_data_set(const std::string &path, vtkDataSet *data)
+{
+    write_beside(path, [&](const std::string &beside) { write_by_ending(beside, data); });
 }
 
 void write_text(const std::string &path, const std::string &text)

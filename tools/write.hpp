@@ -2,7 +2,9 @@
 #pragma once
 
 #include <functional>
+#include <memory>
 #include <string>
+#include <vector>
 
 class vtkDataSet;
 
@@ -16,12 +18,40 @@ void note_input(const std::string &path);
 // the system says.
 void write_beside(const std::string &path, const std::function<void(const std::string &)> &write);
 
+// The name of the file beside path, the same in all processes (process_group.hpp).
+std::string name_beside(const std::string &path);
+
+class partial_file;
+
+// Files that are put in place together, or removed.
+class file_batch {
+  public:
+    file_batch();
+    ~file_batch();
+    file_batch(const file_batch &) = delete;
+    file_batch &operator=(const file_batch &) = delete;
+
+    // Writes beside path. Throws failure.
+    void write_data_set(const std::string &path, vtkDataSet *data);
+    // What another process leaves beside path is removed with the record, and if a signal ends the program.
+    void watch(const std::string &path);
+    // Throws failure.
+    void put_in_place();
+
+  private:
+    std::vector<std::string> paths;
+    std::vector<std::unique_ptr<partial_file>> watched;
+};
+
 // The kind of file that an ending stands for must suit what is written; throws failure (wrong usage) if not.
 // endings: those that suit, each between spaces; what: the thing, as in "a surface".
 void check_ending(const std::string &path, const char *endings, const char *what);
 
 // By the ending: VTK XML (.vtp .vtu .vti .vtr .vts: binary, compressed), .ply or .stl. Throws failure.
 void write_data_set(const std::string &path, vtkDataSet *data);
+
+// As it stands between the quotes of an XML attribute.
+std::string xml_text(const std::string &name);
 
 // A text as it stands, such as a table. Throws failure.
 void write_text(const std::string &path, const std::string &text);

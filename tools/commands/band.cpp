@@ -9,6 +9,7 @@
 #include <vtkDataSet.h>
 #include <vtkPointSet.h>
 
+#include <algorithm>
 #include <cmath>
 
 namespace {
@@ -17,10 +18,12 @@ class band : public command {
   public:
     explicit band(CLI::App &app);
     void run() override;
+    bool takes_pieces() const override { return true; }
 
   private:
     void check_levels() const;
-    drawing picture_of(const input &in, const typed_array &of, vtkPointSet *made) const;
+    void check_cells(const pieces::totals &whole) const;
+    drawing picture_of(const std::string &name, vtkDataSet *made) const;
 
     input_options file;
     array_options array;
@@ -30,7 +33,8 @@ class band : public command {
 };
 
 band::band(CLI::App &app)
-    : file(app), array(app), result(app, "result: .vtu; .vtp of flat cells", result_options::drawn::yes),
+    : file(app, input_options::in_pieces::yes), array(app),
+      result(app, "result: .vtu; .vtp of flat cells", result_options::drawn::yes),
       with(app, "carry only this array along; may be repeated")
 {
     app.footer("\nA band holds the values from its lower level up to, and without, its upper one; the last "
@@ -54,57 +58,77 @@ void band::check_levels() const
 }
 
 // A map in one colour a band.
-drawing band::picture_of(const input &in, const typed_array &of, vtkPointSet *made) const
+drawing band::picture_of(const std::string &name, vtkDataSet *made) const
 {
     drawing picture;
+    picture.colour_by = name;
+    picture.colour_cells = true;
+    picture.limits = levels;
+    if (made == nullptr) return picture; // another process draws
     const auto named = vtkSmartPointer<vtkDataSet>::Take(made->NewInstance());
     named->ShallowCopy(made);
     const auto lower =
         vtkSmartPointer<vtkDataArray>::Take(made->GetCellData()->GetArray("band_lower")->NewInstance());
     lower->DeepCopy(made->GetCellData()->GetArray("band_lower"));
-    lower->SetName(of.name.c_str());
+    lower->SetName(name.c_str());
     named->GetCellData()->AddArray(lower);
     picture.data = named;
-    picture.colour_by = of.name;
-    picture.colour_cells = true;
-    picture.limits = levels;
-    in.file.data->GetBounds(picture.box);
     return picture;
+}
+
+void band::check_cells(const pieces::totals &whole) const
+{
+    if (whole.cell_ndim < 2)
+        throw failure(file.path() + ": has no cells that a band could be of, only " + whole.size_in_words);
+    if (whole.cell_ndim != 2 && (result.ending() == ".vtp"))
+        throw failure(file.path() + ": has solid cells, and bands of them go into a .vtu", exit_usage);
 }
 
 void band::run()
 {
     check_levels();
-    result.check(" .vtu .vtp ", "bands");
-    const input in = file.load(mesh_use::extract);
-    const typed_array of = array.choose(in).array;
-    const scalar_array scalar = array.scalar(in, of);
-    const carried_arrays carried = with.choose(in);
-    const bool flat = in.mesh->cell_ndim() == 2;
-    if (in.mesh->cell_ndim() < 2)
-        throw failure(file.path() + ": has no cells that a band could be of, only " +
-                      in.mesh->size_in_words());
-    if (!flat && result.ends_in(".vtp"))
-        throw failure(file.path() + ": has solid cells, and bands of them go into a .vtu", exit_usage);
-    if (!with.names().empty() && !carried.cell.empty())
-        say_note("arrays of cells are not carried into bands");
-    stage_done("read");
-
-    const made_bands made =
-        extract_bands(file.path(), *in.mesh, scalar, levels, carried.node, flat && !result.ends_in(".vtu"));
-    stage_done("compute");
+    result.check(" .vtu .vtp ", "bands", file);
+    pieces parts = file.split(result);
+    piece_results made = result.results_of(parts);
+    std::string name;
+    value_range seen; // where nothing came out
     qx_long ncells = 0;
-    for (const qx_long one : made.ncells)
-        ncells += one;
+    bool left_out = false;
+    parts.each([&](const input &in) {
+        const typed_array of = array.choose(in).array;
+        const scalar_array scalar = array.scalar(in, of);
+        const carried_arrays carried = with.choose(in);
+        check_cells(parts.whole());
+        left_out = !with.names().empty() && !carried.cell.empty();
+        if (left_out && !parts.several()) say_note("arrays of cells are not carried into bands");
+        stage_done("read");
+
+        const bool surface = parts.whole().cell_ndim == 2 && result.ending() != ".vtu";
+        const made_bands one = extract_bands(file.path(), *in.mesh, scalar, levels, carried.node, surface);
+        made.add(in, one.data);
+        name = of.name;
+        const qx_long before = ncells;
+        for (const qx_long of_band : one.ncells)
+            ncells += of_band;
+        if (ncells == before) widen(&seen, range_of(scalar.array));
+        stage_done("compute");
+    });
+    made.join();
+    if (parts.several() && processes::any(left_out)) say_note("arrays of cells are not carried into bands");
+    ncells = processes::sum(static_cast<int64_t>(ncells));
+    name = agreed(name);
     if (ncells == 0) {
-        const value_range range = range_of(scalar.array);
-        say_note("nothing is between the levels: " + of.name + " runs from " + in_words(range.lo) + " to " +
+        const value_range range = agreed(seen);
+        say_note("nothing is between the levels: " + name + " runs from " + in_words(range.lo) + " to " +
                  in_words(range.hi));
     }
-    const std::string counts = std::to_string(made.ncells.size()) + " bands, " + std::to_string(ncells) +
-                               " cells, " + std::to_string(made.data->GetNumberOfPoints()) + " nodes";
-    result.write(made.data, counts);
-    if (result.pictured()) result.draw(picture_of(in, of, made.data), counts);
+    const std::string counts = std::to_string(levels.size() - 1) + " bands, " + std::to_string(ncells) +
+                               " cells, " + std::to_string(made.nnodes()) + " nodes";
+    result.write(made, parts, counts);
+    if (!result.pictured()) return;
+    drawing picture = picture_of(name, made.whole());
+    std::copy_n(parts.whole().box, 6, picture.box);
+    result.draw(picture, counts);
 }
 
 } // namespace

@@ -18,6 +18,7 @@ class clamp : public command {
   public:
     explicit clamp(CLI::App &app);
     void run() override;
+    bool takes_pieces() const override { return true; }
 
   private:
     qx_long limit(const input &in, const typed_array &from, const typed_array &to) const;
@@ -29,7 +30,7 @@ class clamp : public command {
 };
 
 clamp::clamp(CLI::App &app)
-    : file(app), array(app, array_place::node, component_kind::all),
+    : file(app, input_options::in_pieces::yes), array(app, array_place::node, component_kind::all),
       result(app, "result: .vti, .vtr, .vts, .vtu or .vtp, as the input")
 {
     app.add_option("--min", min, "values below become this")->check(finite_number());
@@ -78,21 +79,30 @@ void clamp::run()
     if (!min && !max) throw failure("give --min X, --max X or both", exit_usage);
     if (min && max && *min > *max)
         throw failure("--min " + in_words(*min) + " is above --max " + in_words(*max), exit_usage);
-    const input in = file.read();
-    vtkDataSet *data = in.file.data;
-    result.check(ending_of_data(data), "this mesh");
-    const typed_array from = array.choose(in).array;
-    stage_done("read");
+    pieces parts = file.split(result);
+    piece_results made = result.results_of(parts);
+    std::string name;
+    qx_long changed = 0;
+    parts.each_unmeshed([&](const input &in) {
+        vtkDataSet *data = in.file.data;
+        result.check(ending_of_data(data), "this mesh", file);
+        const typed_array from = array.choose(in).array;
+        stage_done("read");
 
-    const typed_array to = like(from, from.count);
-    to.kept->DeepCopy(from.kept);
-    to.kept->SetName(from.name.c_str());
-    const qx_long changed = limit(in, from, to);
-    const auto made = vtkSmartPointer<vtkDataSet>::Take(data->NewInstance());
-    made->ShallowCopy(data);
-    made->GetPointData()->AddArray(to.kept);
-    stage_done("compute");
-    result.write(made, std::to_string(changed) + " values of " + from.name + " limited");
+        const typed_array to = like(from, from.count);
+        to.kept->DeepCopy(from.kept);
+        to.kept->SetName(from.name.c_str());
+        changed += limit(in, from, to);
+        const auto one = vtkSmartPointer<vtkDataSet>::Take(data->NewInstance());
+        one->ShallowCopy(data);
+        one->GetPointData()->AddArray(to.kept);
+        made.add(in, one);
+        name = from.name;
+        stage_done("compute");
+    });
+    made.join();
+    changed = processes::sum(static_cast<int64_t>(changed));
+    result.write(made, parts, std::to_string(changed) + " values of " + agreed(name) + " limited");
 }
 
 } // namespace

@@ -16,6 +16,7 @@ class cut : public command {
   public:
     explicit cut(CLI::App &app);
     void run() override;
+    bool takes_pieces() const override { return true; }
 
   private:
     input_options file;
@@ -27,7 +28,8 @@ class cut : public command {
 };
 
 cut::cut(CLI::App &app)
-    : file(app), array(app), result(app, "result: .vtu", result_options::drawn::yes),
+    : file(app, input_options::in_pieces::yes), array(app),
+      result(app, "result: .vtu", result_options::drawn::yes),
       with(app, "carry only this array along, and colour the picture by it; may be repeated")
 {
     app.footer(
@@ -44,32 +46,38 @@ cut::cut(CLI::App &app)
 
 void cut::run()
 {
-    result.check(" .vtu ", "a mesh of cells");
+    result.check(" .vtu ", "a mesh of cells", file);
     if (std::isnan(level)) throw failure("--level: NaN is no level", exit_usage);
-    const input in = file.load(mesh_use::extract);
-    const typed_array of = array.choose(in).array;
-    const scalar_array scalar = array.scalar(in, of);
-    const carried_arrays carried = with.choose(in);
-    stage_done("read");
+    pieces parts = file.split(result);
+    piece_results made = result.results_of(parts);
+    std::string name;
+    value_range seen; // where nothing came out
+    drawing picture;
+    parts.each([&](const input &in) {
+        const typed_array of = array.choose(in).array;
+        const scalar_array scalar = array.scalar(in, of);
+        const carried_arrays carried = with.choose(in);
+        stage_done("read");
 
-    const auto made = cut_mesh(file.path(), *in.mesh, scalar, level,
-                               side == "low" ? cut_side::low : cut_side::high, carried);
-    stage_done("compute");
-    if (made->GetNumberOfCells() == 0) {
-        const value_range range = range_of(scalar.array);
-        say_note("nothing is on that side: " + of.name + " runs from " + in_words(range.lo) + " to " +
+        const auto one = cut_mesh(file.path(), *in.mesh, scalar, level,
+                                  side == "low" ? cut_side::low : cut_side::high, carried);
+        made.add(in, one);
+        name = of.name;
+        if (one->GetNumberOfCells() == 0) widen(&seen, range_of(scalar.array));
+        picture.colour_by = with.names().empty() ? of.name : with.names().front();
+        picture.colour_cells = find_array(carried.node, picture.colour_by) == nullptr;
+        stage_done("compute");
+    });
+    made.join();
+    if (made.ncells() == 0) {
+        const value_range range = agreed(seen);
+        say_note("nothing is on that side: " + agreed(name) + " runs from " + in_words(range.lo) + " to " +
                  in_words(range.hi));
     }
-    const std::string counts = std::to_string(made->GetNumberOfCells()) + " cells, " +
-                               std::to_string(made->GetNumberOfPoints()) + " nodes";
-    result.write(made, counts);
-    if (!result.pictured()) return;
-    drawing picture;
-    picture.data = made;
-    picture.colour_by = with.names().empty() ? of.name : with.names().front();
-    picture.colour_cells = find_array(carried.node, picture.colour_by) == nullptr;
-    in.file.data->GetBounds(picture.box);
-    result.draw(picture, counts);
+    const std::string counts =
+        std::to_string(made.ncells()) + " cells, " + std::to_string(made.nnodes()) + " nodes";
+    result.write(made, parts, counts);
+    result.draw(picture, made, parts, counts);
 }
 
 } // namespace

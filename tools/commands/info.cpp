@@ -8,19 +8,28 @@
 #include <vtkPointData.h>
 #include <vtkStringArray.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 
 namespace {
 
+// An array over all pieces.
+struct array_summary {
+    std::string name, type; // in words
+    int code = 0, veclen = 1;
+    value_range range;
+};
+
 class info : public command {
   public:
-    explicit info(CLI::App &app) : file(app) {}
+    explicit info(CLI::App &app) : file(app, input_options::in_pieces::yes) {}
     void run() override;
+    bool takes_pieces() const override { return true; }
 
   private:
-    void print_file(const input &in) const;
-    void print_suggestion(const input &in) const;
+    std::string about_file(const input &in) const;
+    void print_suggestion(const std::vector<array_summary> &node, bool any_cell, int ndim) const;
 
     input_options file;
 };
@@ -28,12 +37,59 @@ class info : public command {
 // What the arrays of cells are good for.
 const char *const use_of_cells = "taken from cells by probe, carried along by the rest";
 
-void print_arrays(const char *where, const std::vector<typed_array> &arrays, const std::string &use)
+void take_in(std::vector<array_summary> *to, const std::vector<typed_array> &arrays)
 {
     for (const typed_array &array : arrays) {
-        const value_range range = range_of(array);
-        std::string type = array.widened.empty() ? name_of_type(array.type)
-                                                 : array.widened + ", taken as " + name_of_type(array.type);
+        const auto found = std::find_if(to->begin(), to->end(),
+                                        [&](const array_summary &one) { return one.name == array.name; });
+        if (found != to->end()) {
+            widen(&found->range, range_of(array));
+            continue;
+        }
+        array_summary one;
+        one.name = array.name;
+        one.type = array.widened.empty() ? name_of_type(array.type)
+                                         : array.widened + ", taken as " + name_of_type(array.type);
+        one.code = array.type;
+        one.veclen = array.veclen;
+        one.range = range_of(array);
+        to->push_back(one);
+    }
+}
+
+// As all processes have them; some may have no piece. all.
+std::vector<array_summary> agreed_summaries(const std::vector<array_summary> &own)
+{
+    std::string names;
+    for (const array_summary &one : own)
+        names += one.name + '\0' + one.type + '\0' + std::to_string(one.code) + '\0' +
+                 std::to_string(one.veclen) + '\0';
+    const std::string all = agreed(names);
+    std::vector<array_summary> out;
+    for (size_t at = 0; at < all.size();) {
+        const auto next = [&] {
+            std::string text = all.c_str() + at;
+            at += text.size() + 1;
+            return text;
+        };
+        array_summary one;
+        one.name = next();
+        one.type = next();
+        one.code = std::stoi(next());
+        one.veclen = std::stoi(next());
+        const auto found = std::find_if(own.begin(), own.end(),
+                                        [&](const array_summary &other) { return other.name == one.name; });
+        one.range = agreed(found != own.end() ? found->range : value_range());
+        out.push_back(one);
+    }
+    return out;
+}
+
+void print_arrays(const char *where, const std::vector<array_summary> &arrays, const std::string &use)
+{
+    for (const array_summary &array : arrays) {
+        const value_range &range = array.range;
+        std::string type = array.type;
         if (array.veclen > 1) type += " x " + std::to_string(array.veclen);
         std::string values = !range.any ? "no values" : array.veclen > 1 ? "length " : "";
         if (range.any) values += in_words(range.lo) + " .. " + in_words(range.hi);
@@ -44,8 +100,9 @@ void print_arrays(const char *where, const std::vector<typed_array> &arrays, con
 }
 
 // Texts, of which no command takes more than this.
-void print_texts(const char *where, vtkFieldData *fields)
+std::string texts_of(const char *where, vtkFieldData *fields)
 {
+    std::string lines;
     for (int i = 0; fields != nullptr && i < fields->GetNumberOfArrays(); ++i) {
         auto *texts = vtkStringArray::SafeDownCast(fields->GetAbstractArray(i));
         if (texts == nullptr) continue;
@@ -53,11 +110,11 @@ void print_texts(const char *where, vtkFieldData *fields)
         if (first.size() > 60) first = first.substr(0, 57) + "...";
         for (char &c : first) // it may hold anything
             if (static_cast<unsigned char>(c) < ' ' || c == 0x7f) c = ' ';
-        printf("%-5s array %s: text, %lld entries, \"%s\"%s\n", where,
-               texts->GetName() != nullptr ? texts->GetName() : "",
-               static_cast<long long>(texts->GetNumberOfValues()), first.c_str(),
-               texts->GetNumberOfValues() > 1 ? " first" : "");
+        lines.append(where).append(" array ").append(texts->GetName() != nullptr ? texts->GetName() : "");
+        lines.append(": text, ").append(std::to_string(texts->GetNumberOfValues())).append(" entries, \"");
+        lines.append(first).append(texts->GetNumberOfValues() > 1 ? "\" first\n" : "\"\n");
     }
+    return lines;
 }
 
 // In quotes where a shell would take it for something else, and never like an option.
@@ -80,26 +137,25 @@ double rounded(double x, double width)
 }
 
 // How likely an array is what a user wants levels of: wide integers are mostly numbers of things.
-int rank_of(const typed_array &array)
+int rank_of(const array_summary &array)
 {
-    const bool floating = array.type == DTYPE_FLOAT || array.type == DTYPE_DOUBLE;
-    const bool narrow = array.type <= DTYPE_SHORT;
+    const bool floating = array.code == DTYPE_FLOAT || array.code == DTYPE_DOUBLE;
+    const bool narrow = array.code <= DTYPE_SHORT;
     return array.veclen == 1 ? (floating ? 0 : narrow ? 1 : 3) : floating ? 2 : 4;
 }
 
 // The array most worth it among those that have levels, or one of cells to take values of.
-void info::print_suggestion(const input &in) const
+void info::print_suggestion(const std::vector<array_summary> &node, bool any_cell, int ndim) const
 {
-    const typed_array *best = nullptr;
+    const array_summary *best = nullptr;
     value_range best_range;
-    for (const typed_array &array : in.node) {
-        const value_range range = range_of(array);
+    for (const array_summary &array : node) {
+        const value_range &range = array.range;
         if (!range.any || !(range.lo < range.hi) || !std::isfinite(range.hi - range.lo)) continue;
         if (best != nullptr && rank_of(array) >= rank_of(*best)) continue;
         best = &array;
         best_range = range;
     }
-    const int ndim = in.mesh->cell_ndim();
     const std::string name = for_shell(file.path(), true);
     if (best != nullptr && ndim >= 2) {
         printf("try:   skoklana %s %s --array%c%s", ndim == 3 ? "iso" : "isoline", name.c_str(),
@@ -110,17 +166,17 @@ void info::print_suggestion(const input &in) const
             printf(level < 0 ? " --level=%s" : " --level %s", in_words(level == 0 ? 0 : level).c_str());
         }
         puts(" -o out.vtp --picture out.png");
-    } else if (ndim >= 1 && (!in.node.empty() || !in.cell.empty())) {
+    } else if (ndim >= 1 && (!node.empty() || any_cell)) {
         printf("try:   skoklana probe %s --grid 32 32 %d -o out.vti\n", name.c_str(), ndim == 3 ? 32 : 1);
     }
 }
 
-// Steps, spacing and so on, as far as there are any.
-void info::print_file(const input &in) const
+// Blocks and steps, as far as there are any.
+std::string info::about_file(const input &in) const
 {
-    printf("file:  %s\n", file.path().c_str());
-    if (in.file.nblocks > 1) printf("file:  %d blocks\n", in.file.nblocks);
-    if (in.file.nsteps > 1) printf("file:  %d time steps\n", in.file.nsteps);
+    std::string about;
+    if (in.file.nblocks > 1) about += "file:  " + std::to_string(in.file.nblocks) + " blocks\n";
+    if (in.file.nsteps > 1) about += "file:  " + std::to_string(in.file.nsteps) + " time steps\n";
     if (in.file.nsteps > 1 && !in.file.times.empty()) {
         const size_t n = in.file.times.size(), shown = 8;
         std::string times;
@@ -131,37 +187,58 @@ void info::print_file(const input &in) const
                                                     : ", ") +
                      in_words(in.file.times[i]);
         }
-        printf("times: %s\n", times.c_str());
+        about += "times: " + times + "\n";
     }
+    return about;
+}
+
+// Of an image, or of the one that it is a piece of.
+std::string about_steps(const input &in)
+{
+    vtkDataSet *data = in.mesh->whole != nullptr ? in.mesh->whole->lattice.Get() : in.file.data.Get();
+    auto *image = vtkImageData::SafeDownCast(data);
+    if (image == nullptr) return "";
+    double origin[3];
+    image->GetPoint(0, origin);
+    const double *spacing = image->GetSpacing();
+    return "grid:  origin " + in_words(origin[0]) + ", " + in_words(origin[1]) + ", " + in_words(origin[2]) +
+           "; spacing " + in_words(spacing[0]) + ", " + in_words(spacing[1]) + ", " + in_words(spacing[2]) +
+           "\n";
 }
 
 void info::run()
 {
-    const input in = file.load(mesh_use::extract);
-    stage_done("read");
-    print_file(in);
-    printf("mesh:  %s, %s\n", in.mesh->kind.c_str(), in.mesh->size_in_words().c_str());
-    printf("nodes: %lld\n", static_cast<long long>(in.mesh->nnodes));
-    printf("cells: %lld\n", static_cast<long long>(in.mesh->mesh->ncells));
-    double box[6];
-    in.file.data->GetBounds(box);
+    std::string about, steps, node_texts, cell_texts, file_texts;
+    std::vector<array_summary> node, cell;
+    pieces parts = file.split();
+    parts.each([&](const input &in) {
+        stage_done("read");
+        about = about_file(in);
+        steps = about_steps(in);
+        take_in(&node, in.node);
+        take_in(&cell, in.cell);
+        if (node_texts.empty()) node_texts = texts_of("node ", in.file.data->GetPointData());
+        if (cell_texts.empty()) cell_texts = texts_of("cell ", in.file.data->GetCellData());
+        if (file_texts.empty()) file_texts = texts_of("file ", in.file.data->GetFieldData());
+    });
+    const pieces::totals &whole = parts.whole();
+    printf("file:  %s\n%s", file.path().c_str(), agreed(about).c_str());
+    printf("mesh:  %s, %s\n", whole.kind.c_str(), whole.size_in_words.c_str());
+    printf("nodes: %lld\n", static_cast<long long>(whole.nnodes));
+    printf("cells: %lld\n", static_cast<long long>(whole.ncells));
+    const double *box = whole.box;
     printf("box:   %s .. %s, %s .. %s, %s .. %s\n", in_words(box[0]).c_str(), in_words(box[1]).c_str(),
            in_words(box[2]).c_str(), in_words(box[3]).c_str(), in_words(box[4]).c_str(),
            in_words(box[5]).c_str());
-    if (auto *image = vtkImageData::SafeDownCast(in.file.data)) {
-        double origin[3];
-        image->GetPoint(0, origin);
-        const double *spacing = image->GetSpacing();
-        printf("grid:  origin %s, %s, %s; spacing %s, %s, %s\n", in_words(origin[0]).c_str(),
-               in_words(origin[1]).c_str(), in_words(origin[2]).c_str(), in_words(spacing[0]).c_str(),
-               in_words(spacing[1]).c_str(), in_words(spacing[2]).c_str());
-    }
-    print_arrays("node", in.node, "");
-    print_texts("node", in.file.data->GetPointData());
-    print_arrays("cell", in.cell, std::string("; ") + use_of_cells);
-    print_texts("cell", in.file.data->GetCellData());
-    print_texts("file", in.file.data->GetFieldData());
-    print_suggestion(in);
+    fputs(agreed(steps).c_str(), stdout);
+    node = agreed_summaries(node);
+    cell = agreed_summaries(cell);
+    print_arrays("node", node, "");
+    fputs(agreed(node_texts).c_str(), stdout);
+    print_arrays("cell", cell, std::string("; ") + use_of_cells);
+    fputs(agreed(cell_texts).c_str(), stdout);
+    fputs(agreed(file_texts).c_str(), stdout);
+    print_suggestion(node, !cell.empty(), whole.cell_ndim);
 }
 
 } // namespace

@@ -17,6 +17,7 @@ class threshold : public command {
   public:
     explicit threshold(CLI::App &app);
     void run() override;
+    bool takes_pieces() const override { return true; }
 
   private:
     input_options file;
@@ -28,7 +29,8 @@ class threshold : public command {
 };
 
 threshold::threshold(CLI::App &app)
-    : file(app), array(app, array_place::either), result(app, "result: .vtu", result_options::drawn::yes),
+    : file(app, input_options::in_pieces::yes), array(app, array_place::either),
+      result(app, "result: .vtu", result_options::drawn::yes),
       with(app, "carry only this array along, and colour the picture by it; may be repeated")
 {
     app.footer(
@@ -46,36 +48,42 @@ void threshold::run()
     const wanted_range range = {min.value_or(-endless), max.value_or(endless), any};
     if (!(range.lo <= range.hi))
         throw failure("--min " + in_words(range.lo) + " is above --max " + in_words(range.hi), exit_usage);
-    result.check(" .vtu ", "a mesh of cells");
-    const input in = file.load(mesh_use::extract);
-    const chosen_array of = array.choose(in);
-    if (of.cell && any)
-        throw failure("--any is about the nodes of a cell, and " + of.array.name + " holds a value a cell",
-                      exit_usage);
-    const scalar_array scalar = array.scalar(in, of.array);
-    const carried_arrays carried = with.choose(in);
-    stage_done("read");
+    result.check(" .vtu ", "a mesh of cells", file);
+    pieces parts = file.split(result);
+    piece_results made = result.results_of(parts);
+    std::string name;
+    value_range seen; // where nothing came out
+    drawing picture;
+    parts.each([&](const input &in) {
+        const chosen_array of = array.choose(in);
+        if (of.cell && any)
+            throw failure("--any is about the nodes of a cell, and " + of.array.name +
+                              " holds a value a cell",
+                          exit_usage);
+        const scalar_array scalar = array.scalar(in, of.array);
+        const carried_arrays carried = with.choose(in);
+        stage_done("read");
 
-    const auto made = cells_in_range(file.path(), *in.mesh, scalar,
-                                     of.cell ? array_place::cell : array_place::node, range, carried);
-    stage_done("compute");
-    if (made->GetNumberOfCells() == 0) {
-        const value_range values = range_of(scalar.array);
-        say_note("no cell is in that range: " + of.array.name + " runs from " + in_words(values.lo) + " to " +
+        const auto one = cells_in_range(file.path(), *in.mesh, scalar,
+                                        of.cell ? array_place::cell : array_place::node, range, carried);
+        made.add(in, one);
+        name = of.array.name;
+        if (one->GetNumberOfCells() == 0) widen(&seen, range_of(scalar.array));
+        picture.colour_by = with.names().empty() ? of.array.name : with.names().front();
+        picture.colour_cells = find_array(carried.node, picture.colour_by) == nullptr;
+        stage_done("compute");
+    });
+    made.join();
+    if (made.ncells() == 0) {
+        const value_range values = agreed(seen);
+        say_note("no cell is in that range: " + agreed(name) + " runs from " + in_words(values.lo) + " to " +
                  in_words(values.hi));
     }
-    const std::string counts = std::to_string(made->GetNumberOfCells()) + " of " +
-                               std::to_string(in.mesh->mesh->ncells) + " cells, " +
-                               std::to_string(made->GetNumberOfPoints()) + " of " +
-                               std::to_string(in.mesh->nnodes) + " nodes";
-    result.write(made, counts);
-    if (!result.pictured()) return;
-    drawing picture;
-    picture.data = made;
-    picture.colour_by = with.names().empty() ? of.array.name : with.names().front();
-    picture.colour_cells = find_array(carried.node, picture.colour_by) == nullptr;
-    in.file.data->GetBounds(picture.box);
-    result.draw(picture, counts);
+    const std::string counts = std::to_string(made.ncells()) + " of " + std::to_string(parts.whole().ncells) +
+                               " cells, " + std::to_string(made.nnodes()) + " of " +
+                               std::to_string(parts.whole().nnodes) + " nodes";
+    result.write(made, parts, counts);
+    result.draw(picture, made, parts, counts);
 }
 
 } // namespace

@@ -74,11 +74,22 @@ pipe_ends open_pipe(bool terminal)
         const size_t equals = one.find('=');
         setenv(one.substr(0, equals).c_str(), one.substr(equals + 1).c_str(), 1);
     }
-    std::vector<char *> list = {const_cast<char *>(SKOKLANA_COMMAND)};
-    for (const std::string &one : arguments)
-        list.push_back(const_cast<char *>(one.c_str()));
+    std::vector<std::string> line = {SKOKLANA_COMMAND};
+    if (around.processes > 0) {
+        line = {"mpirun", "--oversubscribe", "-n", std::to_string(around.processes), SKOKLANA_COMMAND};
+        setenv("OMPI_ALLOW_RUN_AS_ROOT", "1", 1);
+        setenv("OMPI_ALLOW_RUN_AS_ROOT_CONFIRM", "1", 1);
+        setenv("OMPI_MCA_mpi_yield_when_idle", "1", 1);
+        setenv("OMPI_MCA_btl_vader_single_copy_mechanism", "none", 1); // forbidden in containers
+        setenv("ASAN_OPTIONS", "detect_leaks=0", 0);                   // of MPI
+    }
+    line.insert(line.end(), arguments.begin(), arguments.end());
+    std::vector<char *> list;
+    list.reserve(line.size() + 1);
+    for (std::string &one : line)
+        list.push_back(one.data());
     list.push_back(nullptr);
-    execv(list[0], list.data());
+    execvp(list[0], list.data());
     _exit(127);
 }
 
@@ -129,6 +140,11 @@ ran run(const std::vector<std::string> &arguments, const surroundings &around)
     close(err.read);
     result.code = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
     return result;
+}
+
+bool has_mpirun()
+{
+    return system("command -v mpirun > /dev/null 2>&1") == 0;
 }
 
 std::string shown(const ran &result)

@@ -27,7 +27,11 @@ struct surroundings {
     bool terminal = false;        // standard error is one
     std::string out;              // a file that standard output goes to
     std::string until;            // interrupt as soon as standard error holds this
+    int processes = 0;            // started by mpirun; 0: plainly
 };
+
+// Whether groups of processes can be started here.
+bool has_mpirun();
 
 ran run(const std::vector<std::string> &arguments, const surroundings &around = {});
 

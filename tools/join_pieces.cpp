@@ -1,0 +1,461 @@
+#include "join_pieces.hpp"
+
+#include "failure.hpp"
+
+#include <vtkAppendFilter.h>
+#include <vtkAppendPolyData.h>
+#include <vtkBoundingBox.h>
+#include <vtkCellArray.h>
+#include <vtkCellData.h>
+#include <vtkDataArray.h>
+#include <vtkIdList.h>
+#include <vtkIdTypeArray.h>
+#include <vtkImageData.h>
+#include <vtkNew.h>
+#include <vtkPointData.h>
+#include <vtkPoints.h>
+#include <vtkPolyData.h>
+#include <vtkRectilinearGrid.h>
+#include <vtkStructuredGrid.h>
+#include <vtkUnsignedCharArray.h>
+#include <vtkUnstructuredGrid.h>
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <numeric>
+
+namespace {
+
+using numbers = std::vector<vtkIdType>;
+
+vtkSmartPointer<vtkIdList> list_of(const numbers &of)
+{
+    auto list = vtkSmartPointer<vtkIdList>::New();
+    list->SetNumberOfIds(static_cast<vtkIdType>(of.size()));
+    std::copy(of.begin(), of.end(), list->GetPointer(0));
+    return list;
+}
+
+// Rows of all arrays.
+void copy_rows(vtkDataSetAttributes *from, const numbers &rows, vtkDataSetAttributes *to)
+{
+    const auto count = static_cast<vtkIdType>(rows.size());
+    numbers places(rows.size());
+    std::iota(places.begin(), places.end(), 0);
+    to->CopyAllOn();
+    to->CopyAllocate(from, count);
+    to->SetNumberOfTuples(count);
+    to->CopyData(from, list_of(rows), list_of(places));
+}
+
+// The marked cells of a list, whose first has the number first, over new numbers of nodes.
+vtkSmartPointer<vtkCellArray> renumbered(vtkCellArray *cells, vtkIdType first, const marks &keep,
+                                         const numbers &number)
+{
+    auto out = vtkSmartPointer<vtkCellArray>::New();
+    out->AllocateExact(cells->GetNumberOfCells(), cells->GetNumberOfConnectivityIds());
+    vtkIdType count;
+    const vtkIdType *nodes;
+    for (vtkIdType cell = 0; cell < cells->GetNumberOfCells(); ++cell) {
+        if (keep[static_cast<size_t>(first + cell)] == 0) continue;
+        cells->GetCellAtId(cell, count, nodes);
+        out->InsertNextCell(static_cast<int>(count));
+        for (vtkIdType i = 0; i < count; ++i)
+            out->InsertCellPoint(number[static_cast<size_t>(nodes[i])]);
+    }
+    out->Squeeze();
+    return out;
+}
+
+// A polyhedron is described by its faces.
+void add_cells_with_faces(vtkUnstructuredGrid *from, const marks &keep, const numbers &number,
+                          vtkUnstructuredGrid *to)
+{
+    vtkNew<vtkIdList> list;
+    to->Allocate(from->GetNumberOfCells());
+    for (vtkIdType cell = 0; cell < from->GetNumberOfCells(); ++cell) {
+        if (keep[static_cast<size_t>(cell)] == 0) continue;
+        const int type = from->GetCellType(cell);
+        if (type == VTK_POLYHEDRON) {
+            from->GetFaceStream(cell, list); // the number of faces, and for each its nodes behind their count
+            vtkIdType at = 1;
+            for (vtkIdType face = 0; face < list->GetId(0); ++face) {
+                const vtkIdType count = list->GetId(at++);
+                for (vtkIdType i = 0; i < count; ++i, ++at)
+                    list->SetId(at, number[static_cast<size_t>(list->GetId(at))]);
+            }
+        } else {
+            from->GetCellPoints(cell, list);
+            for (vtkIdType i = 0; i < list->GetNumberOfIds(); ++i)
+                list->SetId(i, number[static_cast<size_t>(list->GetId(i))]);
+        }
+        to->InsertNextCell(type, list);
+    }
+}
+
+// The marked cells over the nodes of rows, which number leads to.
+vtkSmartPointer<vtkPointSet> rebuilt(vtkPointSet *data, const marks &keep, const numbers &number,
+                                     const numbers &rows)
+{
+    auto out = vtkSmartPointer<vtkPointSet>::Take(data->NewInstance());
+    vtkNew<vtkPoints> points;
+    points->SetDataType(data->GetPoints()->GetDataType());
+    points->SetNumberOfPoints(static_cast<vtkIdType>(rows.size()));
+    if (!rows.empty()) data->GetPoints()->GetData()->GetTuples(list_of(rows), points->GetData());
+    out->SetPoints(points);
+    copy_rows(data->GetPointData(), rows, out->GetPointData());
+
+    numbers cells;
+    for (size_t cell = 0; cell < keep.size(); ++cell)
+        if (keep[cell] != 0) cells.push_back(static_cast<vtkIdType>(cell));
+    if (auto *grid = vtkUnstructuredGrid::SafeDownCast(data)) {
+        auto *to = vtkUnstructuredGrid::SafeDownCast(out);
+        if (grid->GetFaces() != nullptr) {
+            add_cells_with_faces(grid, keep, number, to);
+        } else if (grid->GetNumberOfCells() > 0) {
+            vtkNew<vtkUnsignedCharArray> types;
+            for (const vtkIdType cell : cells)
+                types->InsertNextValue(static_cast<unsigned char>(grid->GetCellType(cell)));
+            to->SetCells(types, renumbered(grid->GetCells(), 0, keep, number));
+        }
+    } else if (auto *poly = vtkPolyData::SafeDownCast(data)) {
+        auto *to = vtkPolyData::SafeDownCast(out);
+        vtkIdType first = 0;
+        const auto next = [&](vtkCellArray *list) {
+            auto made = renumbered(list, first, keep, number);
+            first += list->GetNumberOfCells();
+            return made;
+        };
+        to->SetVerts(next(poly->GetVerts()));
+        to->SetLines(next(poly->GetLines()));
+        to->SetPolys(next(poly->GetPolys()));
+        to->SetStrips(next(poly->GetStrips()));
+    }
+    copy_rows(data->GetCellData(), cells, out->GetCellData());
+    out->GetFieldData()->ShallowCopy(data->GetFieldData());
+    return out;
+}
+
+marks all_of(vtkIdType count)
+{
+    marks out(static_cast<size_t>(count), 1);
+    return out;
+}
+
+// ---- nodes at one place -------------------------------------------------------------------------------------
+
+using place = std::array<double, 3>;
+
+place place_of(vtkDataSet *data, vtkIdType node)
+{
+    place at;
+    data->GetPoint(node, at.data());
+    for (double &x : at)
+        if (x == 0) x = 0; // of either sign
+    return at;
+}
+
+// Whether two rows hold the same bits in all arrays.
+bool same_values(vtkPointData *of, vtkIdType a, vtkIdType b)
+{
+    for (int i = 0; i < of->GetNumberOfArrays(); ++i) {
+        auto *array = of->GetArray(i);
+        if (array == nullptr || !array->HasStandardMemoryLayout()) continue;
+        const size_t row = static_cast<size_t>(array->GetNumberOfComponents()) *
+                           static_cast<size_t>(array->GetElementComponentSize());
+        const auto *bytes = static_cast<const char *>(array->GetVoidPointer(0));
+        if (memcmp(bytes + static_cast<size_t>(a) * row, bytes + static_cast<size_t>(b) * row, row) != 0)
+            return false;
+    }
+    return true;
+}
+
+// Nodes first[p] up to first[p + 1] are of piece p. For each node the one that it becomes. Of the nodes at one place
+// with the same values each piece gives one to each.
+numbers seam_partners(vtkPointSet *data, const numbers &first, bool by_values)
+{
+    const size_t npieces = first.size() - 1;
+    std::vector<vtkBoundingBox> box(npieces);
+    for (size_t p = 0; p < npieces; ++p)
+        for (vtkIdType node = first[p]; node < first[p + 1]; ++node)
+            box[p].AddPoint(place_of(data, node).data());
+    struct seam_node {
+        place at;
+        vtkIdType node;
+        size_t piece;
+    };
+    std::vector<seam_node> seam;
+    for (size_t p = 0; p < npieces; ++p) {
+        std::vector<vtkBoundingBox> shared;
+        for (size_t q = 0; q < npieces; ++q)
+            if (vtkBoundingBox both(box[p]); q != p && both.IntersectBox(box[q]) != 0) shared.push_back(both);
+        for (vtkIdType node = first[p]; node < first[p + 1] && !shared.empty(); ++node) {
+            const place at = place_of(data, node);
+            if (std::any_of(shared.begin(), shared.end(),
+                            [&](const vtkBoundingBox &one) { return one.ContainsPoint(at.data()); }))
+                seam.push_back({at, node, p});
+        }
+    }
+    std::sort(seam.begin(), seam.end(), [](const seam_node &a, const seam_node &b) {
+        return a.at != b.at ? a.at < b.at : a.node < b.node;
+    });
+
+    numbers partner(static_cast<size_t>(data->GetNumberOfPoints()));
+    std::iota(partner.begin(), partner.end(), 0);
+    std::vector<std::pair<vtkIdType, size_t>>
+        kept; // at the place in hand, each with the last piece that joined it
+    for (size_t i = 0; i < seam.size(); ++i) {
+        if (i == 0 || seam[i].at != seam[i - 1].at) kept.clear();
+        const auto same = std::find_if(kept.begin(), kept.end(), [&](const auto &one) {
+            return one.second != seam[i].piece &&
+                   (!by_values || same_values(data->GetPointData(), one.first, seam[i].node));
+        });
+        if (same == kept.end()) {
+            kept.emplace_back(seam[i].node, seam[i].piece);
+            continue;
+        }
+        partner[static_cast<size_t>(seam[i].node)] = same->first;
+        same->second = seam[i].piece;
+    }
+    return partner;
+}
+
+// Nodes that become others drop out.
+vtkSmartPointer<vtkPointSet> merged(vtkPointSet *data, const numbers &partner)
+{
+    numbers number(partner.size()), rows;
+    for (size_t node = 0; node < partner.size(); ++node) {
+        const auto to = static_cast<size_t>(partner[node]);
+        if (to != node) {
+            number[node] = number[to];
+            continue;
+        }
+        number[node] = static_cast<vtkIdType>(rows.size());
+        rows.push_back(static_cast<vtkIdType>(node));
+    }
+    if (rows.size() == partner.size()) return data;
+    return rebuilt(data, all_of(data->GetNumberOfCells()), number, rows);
+}
+
+vtkSmartPointer<vtkPointSet> one_after_another(const std::vector<vtkSmartPointer<vtkDataSet>> &pieces)
+{
+    auto out = vtkSmartPointer<vtkPointSet>::Take(vtkPointSet::SafeDownCast(pieces.front()->NewInstance()));
+    if (vtkPolyData::SafeDownCast(pieces.front()) != nullptr) {
+        vtkNew<vtkAppendPolyData> append;
+        for (const auto &piece : pieces)
+            append->AddInputData(vtkPolyData::SafeDownCast(piece));
+        append->Update();
+        out->ShallowCopy(append->GetOutput());
+    } else {
+        vtkNew<vtkAppendFilter> append;
+        for (const auto &piece : pieces)
+            append->AddInputData(piece);
+        append->Update();
+        out->ShallowCopy(append->GetOutput());
+    }
+    return out;
+}
+
+vtkSmartPointer<vtkPointSet> append_and_merge(const std::vector<vtkSmartPointer<vtkDataSet>> &pieces,
+                                              bool by_values)
+{
+    numbers first = {0};
+    for (const auto &piece : pieces)
+        first.push_back(first.back() + piece->GetNumberOfPoints());
+    const auto all = one_after_another(pieces);
+    return merged(all, seam_partners(all, first, by_values));
+}
+
+// ---- lattices -----------------------------------------------------------------------------------------------
+
+// Nodes, or cells, along each axis of an extent, and their number.
+struct lattice_size {
+    vtkIdType along[3];
+    lattice_size(const int *extent, bool cells)
+    {
+        for (int d = 0; d < 3; ++d) {
+            const int steps = extent[2 * d + 1] - extent[2 * d];
+            along[d] = cells ? std::max(steps, 1) : steps + 1;
+        }
+    }
+    vtkIdType count() const { return along[0] * along[1] * along[2]; }
+};
+
+// Copies the rows of those that both extents have.
+void copy_lattice(vtkAbstractArray *from, const int *from_extent, vtkAbstractArray *to, const int *to_extent,
+                  bool cells)
+{
+    const lattice_size have(from_extent, cells), want(to_extent, cells);
+    vtkIdType lo[3], hi[3];
+    for (int d = 0; d < 3; ++d) {
+        lo[d] = std::max(from_extent[2 * d], to_extent[2 * d]);
+        hi[d] = std::min(from_extent[2 * d] + have.along[d], to_extent[2 * d] + want.along[d]);
+    }
+    const auto row = [&](const lattice_size &size, const int *extent, vtkIdType j, vtkIdType k) {
+        return lo[0] - extent[0] + size.along[0] * (j - extent[2] + size.along[1] * (k - extent[4]));
+    };
+    for (vtkIdType k = lo[2]; k < hi[2]; ++k)
+        for (vtkIdType j = lo[1]; j < hi[1]; ++j)
+            if (hi[0] > lo[0])
+                to->InsertTuples(row(want, to_extent, j, k), hi[0] - lo[0], row(have, from_extent, j, k),
+                                 from);
+}
+
+vtkSmartPointer<vtkAbstractArray> empty_like(vtkAbstractArray *array, vtkIdType count)
+{
+    auto out = vtkSmartPointer<vtkAbstractArray>::Take(array->NewInstance());
+    out->SetName(array->GetName());
+    out->SetNumberOfComponents(array->GetNumberOfComponents());
+    out->SetNumberOfTuples(count);
+    return out;
+}
+
+// A lattice of that extent like one of the pieces, with the nodes of all of them that it has.
+vtkSmartPointer<vtkDataSet> lattice_of(const std::vector<vtkSmartPointer<vtkDataSet>> &pieces,
+                                       const int *extent)
+{
+    vtkDataSet *like = pieces.front();
+    auto out = vtkSmartPointer<vtkDataSet>::Take(like->NewInstance());
+    auto *image = vtkImageData::SafeDownCast(out);
+    auto *grid = vtkRectilinearGrid::SafeDownCast(out);
+    auto *curved = vtkStructuredGrid::SafeDownCast(out);
+    int all[6];
+    std::copy_n(extent, 6, all);
+    if (image != nullptr) {
+        image->CopyStructure(like);
+        image->SetExtent(all);
+    }
+    if (grid != nullptr) grid->SetExtent(all);
+    if (curved != nullptr) curved->SetExtent(all);
+
+    const lattice_size nodes(extent, false), cells(extent, true);
+    const auto fill = [&](bool of_cells, const auto &array_of, vtkAbstractArray *to) {
+        for (const auto &piece : pieces) {
+            int have[6];
+            extent_of(piece, have);
+            if (vtkAbstractArray *from = array_of(piece.Get()))
+                copy_lattice(from, have, to, extent, of_cells);
+        }
+    };
+    if (curved != nullptr) {
+        const auto points_of = [](vtkDataSet *of) -> vtkAbstractArray * {
+            return vtkStructuredGrid::SafeDownCast(of)->GetPoints()->GetData();
+        };
+        const auto places = empty_like(points_of(like), nodes.count());
+        fill(false, points_of, places);
+        vtkNew<vtkPoints> points;
+        points->SetData(vtkDataArray::SafeDownCast(places));
+        curved->SetPoints(points);
+    }
+    for (int d = 0; d < 3 && grid != nullptr; ++d) {
+        const auto axis_of = [d](vtkDataSet *of) {
+            auto *one = vtkRectilinearGrid::SafeDownCast(of);
+            return d == 0 ? one->GetXCoordinates() : d == 1 ? one->GetYCoordinates() : one->GetZCoordinates();
+        };
+        const auto axis = empty_like(axis_of(like), nodes.along[d]);
+        for (const auto &piece : pieces) {
+            int have[6];
+            extent_of(piece, have);
+            const int lo = std::max(have[2 * d], extent[2 * d]),
+                      hi = std::min(have[2 * d + 1], extent[2 * d + 1]);
+            if (hi >= lo)
+                axis->InsertTuples(lo - extent[2 * d], hi - lo + 1, lo - have[2 * d], axis_of(piece));
+        }
+        auto *numbers_of_axis = vtkDataArray::SafeDownCast(axis);
+        if (d == 0) grid->SetXCoordinates(numbers_of_axis);
+        if (d == 1) grid->SetYCoordinates(numbers_of_axis);
+        if (d == 2) grid->SetZCoordinates(numbers_of_axis);
+    }
+    for (const bool of_cells : {false, true}) {
+        const auto data_of = [of_cells](vtkDataSet *of) -> vtkDataSetAttributes * {
+            if (of_cells) return of->GetCellData();
+            return of->GetPointData();
+        };
+        vtkDataSetAttributes *to = data_of(out);
+        for (int i = 0; i < data_of(like)->GetNumberOfArrays(); ++i) {
+            vtkAbstractArray *array = data_of(like)->GetAbstractArray(i);
+            const auto made = empty_like(array, of_cells ? cells.count() : nodes.count());
+            fill(
+                of_cells,
+                [&](vtkDataSet *of) {
+                    return array->GetName() != nullptr ? data_of(of)->GetAbstractArray(array->GetName())
+                                                       : data_of(of)->GetAbstractArray(i);
+                },
+                made);
+            to->AddArray(made);
+            const int role = data_of(like)->IsArrayAnAttribute(i);
+            if (role >= 0) to->SetActiveAttribute(i, role);
+        }
+    }
+    out->GetFieldData()->ShallowCopy(like->GetFieldData());
+    return out;
+}
+
+} // namespace
+
+vtkSmartPointer<vtkPointSet> cells_of(vtkPointSet *data, const marks &keep, const marks &lone)
+{
+    const marks used = nodes_of_cells(data, keep);
+    numbers number(used.size(), -1), rows;
+    for (size_t node = 0; node < used.size(); ++node) {
+        if (used[node] == 0 && (lone.empty() || lone[node] == 0)) continue;
+        number[node] = static_cast<vtkIdType>(rows.size());
+        rows.push_back(static_cast<vtkIdType>(node));
+    }
+    return rebuilt(data, keep, number, rows);
+}
+
+marks nodes_of_cells(vtkDataSet *data, const marks &cells)
+{
+    marks used(static_cast<size_t>(data->GetNumberOfPoints()));
+    vtkNew<vtkIdList> nodes;
+    for (size_t cell = 0; cell < cells.size(); ++cell) {
+        if (cells[cell] == 0) continue;
+        data->GetCellPoints(static_cast<vtkIdType>(cell), nodes);
+        for (vtkIdType i = 0; i < nodes->GetNumberOfIds(); ++i)
+            used[static_cast<size_t>(nodes->GetId(i))] = 1;
+    }
+    return used;
+}
+
+bool extent_of(vtkDataSet *data, int *extent)
+{
+    if (auto *image = vtkImageData::SafeDownCast(data)) return image->GetExtent(extent), true;
+    if (auto *grid = vtkRectilinearGrid::SafeDownCast(data)) return grid->GetExtent(extent), true;
+    if (auto *grid = vtkStructuredGrid::SafeDownCast(data)) return grid->GetExtent(extent), true;
+    return false;
+}
+
+vtkSmartPointer<vtkDataSet> part_of_lattice(vtkDataSet *data, const int *extent)
+{
+    int all[6];
+    extent_of(data, all);
+    if (std::equal(all, all + 6, extent)) return data;
+    return lattice_of({data}, extent);
+}
+
+vtkSmartPointer<vtkDataSet> joined(const std::vector<vtkSmartPointer<vtkDataSet>> &pieces)
+{
+    std::vector<vtkSmartPointer<vtkDataSet>> filled;
+    for (const auto &piece : pieces)
+        if (piece->GetNumberOfPoints() > 0) filled.push_back(piece);
+    if (filled.empty()) return pieces.front();
+    if (filled.size() == 1) return filled.front();
+    int whole[6];
+    if (!extent_of(filled.front(), whole)) return append_and_merge(filled, true);
+    for (const auto &piece : filled) {
+        int own[6];
+        extent_of(piece, own);
+        for (int d = 0; d < 3; ++d) {
+            whole[2 * d] = std::min(whole[2 * d], own[2 * d]);
+            whole[2 * d + 1] = std::max(whole[2 * d + 1], own[2 * d + 1]);
+        }
+    }
+    return lattice_of(filled, whole);
+}
+
+vtkSmartPointer<vtkPointSet> attached(vtkPointSet *first, vtkPointSet *second)
+{
+    return append_and_merge({first, second}, false);
+}

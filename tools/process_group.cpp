@@ -1,0 +1,304 @@
+#include "process_group.hpp"
+
+#include "failure.hpp"
+
+#include <vtkCommunicator.h>
+#include <vtkDataSet.h>
+#include <vtkImageData.h>
+#include <vtkMPI.h>
+#include <vtkMPIController.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <new>
+#include <unistd.h>
+
+namespace {
+
+vtkMPIController *controller; // of a group of several; it is never deleted: MPI may be gone by then
+int own_rank, group_size = 1, machine_size = 1, pid_of_first;
+bool all_failed; // what is on its way out was agreed upon
+int64_t sent;
+MPI_Comm of_failures; // apart from all else, as the others may be anywhere
+
+constexpr int text_tag = 5001, data_tag = 5002;
+
+// Whether a program that starts groups of processes started this one.
+bool started_in_group()
+{
+    for (const char *mark : {"OMPI_COMM_WORLD_SIZE", "PMI_RANK", "PMI_SIZE", "PMIX_RANK", "MPI_LOCALNRANKS"})
+        if (getenv(mark) != nullptr) return true;
+    return false;
+}
+
+// Reduces one number.
+template <typename T> T reduced(T value, int operation)
+{
+    T result = value;
+    if (controller != nullptr) controller->AllReduce(&value, &result, 1, operation);
+    return result;
+}
+
+// What ended the work of one process.
+enum class end_of_work : char { well, failed, stopped, no_memory };
+
+struct ended {
+    end_of_work how = end_of_work::well;
+    int code = exit_failed;
+    std::string text;
+
+    std::string as_text() const
+    {
+        return std::string(1, static_cast<char>(how)) + static_cast<char>(code) + text;
+    }
+    void raise() const
+    {
+        switch (how) {
+        case end_of_work::well: return;
+        case end_of_work::failed: throw failure(text, static_cast<exit_code>(code));
+        case end_of_work::stopped: throw interrupted();
+        case end_of_work::no_memory: throw std::bad_alloc();
+        }
+    }
+};
+
+ended end_of(const std::function<void()> &work)
+{
+    ended end;
+    try {
+        work();
+    } catch (const failure &wrong) {
+        end = {end_of_work::failed, wrong.code, wrong.what()};
+    } catch (const interrupted &) {
+        end.how = end_of_work::stopped;
+    } catch (const std::bad_alloc &) {
+        end.how = end_of_work::no_memory;
+    } catch (const std::length_error &) {
+        end.how = end_of_work::no_memory;
+    } catch (const std::exception &wrong) {
+        end = {end_of_work::failed, exit_failed, wrong.what()};
+    }
+    return end;
+}
+
+// Where an image lies: other kinds bring that along.
+struct image_place {
+    double origin[3], spacing[3];
+    int extent[6];
+};
+
+} // namespace
+
+void processes::start(int *argc, char ***argv)
+{
+    if (!started_in_group()) return;
+    vtkMPIController *made = vtkMPIController::New();
+    made->Initialize(argc, argv);
+    own_rank = made->GetLocalProcessId();
+    group_size = made->GetNumberOfProcesses();
+    if (group_size == 1) return;
+    controller = made;
+    MPI_Comm_dup(MPI_COMM_WORLD, &of_failures);
+    MPI_Comm machine;
+    if (MPI_Comm_split_type(MPI_COMM_WORLD, MPI_COMM_TYPE_SHARED, 0, MPI_INFO_NULL, &machine) ==
+        MPI_SUCCESS) {
+        MPI_Comm_size(machine, &machine_size);
+        MPI_Comm_free(&machine);
+    }
+    pid_of_first = getpid();
+    made->Broadcast(&pid_of_first, 1, 0);
+    if (own_rank == 0) return;
+    const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
+    if (nowhere >= 0) dup2(nowhere, STDOUT_FILENO);
+    if (nowhere >= 0) close(nowhere);
+}
+
+void processes::finish()
+{
+    int up = 0, down = 0;
+    if (controller == nullptr && group_size == 1 && !started_in_group()) return;
+    MPI_Initialized(&up);
+    MPI_Finalized(&down);
+    if (up != 0 && down == 0) MPI_Finalize();
+}
+
+int processes::rank()
+{
+    return own_rank;
+}
+
+int processes::on_this_machine()
+{
+    return machine_size;
+}
+
+int processes::first_pid()
+{
+    return pid_of_first != 0 ? pid_of_first : getpid();
+}
+
+int processes::size()
+{
+    return group_size;
+}
+
+int64_t processes::sum(int64_t value)
+{
+    return reduced(static_cast<vtkTypeInt64>(value), vtkCommunicator::SUM_OP);
+}
+
+double processes::sum(double value)
+{
+    if (!several()) return value;
+    std::vector<double> all(static_cast<size_t>(group_size));
+    controller->AllGather(&value, all.data(), 1);
+    double total = 0;
+    for (const double one : all)
+        total += one;
+    return total;
+}
+
+double processes::least(double value)
+{
+    return reduced(value, vtkCommunicator::MIN_OP);
+}
+
+double processes::greatest(double value)
+{
+    return reduced(value, vtkCommunicator::MAX_OP);
+}
+
+bool processes::any(bool value)
+{
+    return reduced(value ? 1 : 0, vtkCommunicator::MAX_OP) != 0;
+}
+
+std::vector<std::string> processes::all_of(const std::string &text)
+{
+    if (!several()) return {text};
+    const size_t n = static_cast<size_t>(group_size);
+    const auto own = static_cast<vtkIdType>(text.size());
+    std::vector<vtkIdType> lengths(n), starts(n);
+    controller->AllGather(&own, lengths.data(), 1);
+    vtkIdType total = 0;
+    for (size_t i = 0; i < n; ++i) {
+        starts[i] = total;
+        total += lengths[i];
+    }
+    std::string bytes(static_cast<size_t>(total) + 1, '\0'), mine = text + '\0';
+    controller->AllGatherV(mine.data(), bytes.data(), own, lengths.data(), starts.data());
+    std::vector<std::string> all;
+    for (size_t i = 0; i < n; ++i)
+        all.push_back(bytes.substr(static_cast<size_t>(starts[i]), static_cast<size_t>(lengths[i])));
+    sent += own * (group_size - 1);
+    return all;
+}
+
+std::string processes::text_of(int from, const std::string &text)
+{
+    if (!several()) return text;
+    auto length = static_cast<vtkIdType>(text.size());
+    controller->Broadcast(&length, 1, from);
+    std::string bytes = own_rank == from ? text : std::string(static_cast<size_t>(length), '\0');
+    if (length > 0) controller->Broadcast(bytes.data(), length, from);
+    if (own_rank == from) sent += length * (group_size - 1);
+    return bytes;
+}
+
+void processes::send(const std::string &text, int to)
+{
+    const auto length = static_cast<vtkIdType>(text.size());
+    controller->Send(&length, 1, to, text_tag);
+    if (length > 0) controller->Send(text.data(), length, to, text_tag);
+    sent += length;
+}
+
+std::string processes::receive(int from)
+{
+    vtkIdType length = 0;
+    controller->Receive(&length, 1, from, text_tag);
+    std::string text(static_cast<size_t>(length), '\0');
+    if (length > 0) controller->Receive(text.data(), length, from, text_tag);
+    return text;
+}
+
+vtkSmartPointer<vtkDataSet> processes::move(vtkDataSet *data, int from, int to)
+{
+    if (from == to) return own_rank == from ? data : nullptr;
+    if (own_rank == from) {
+        image_place place = {};
+        if (auto *image = vtkImageData::SafeDownCast(data)) {
+            image->GetOrigin(place.origin);
+            image->GetSpacing(place.spacing);
+            image->GetExtent(place.extent);
+        }
+        send(data == nullptr ? "" : std::string(reinterpret_cast<const char *>(&place), sizeof place), to);
+        if (data == nullptr) return nullptr;
+        controller->Send(data, to, data_tag);
+        sent += static_cast<int64_t>(data->GetActualMemorySize()) * 1024;
+    } else if (own_rank == to) {
+        const std::string bytes = receive(from);
+        if (bytes.empty()) return nullptr;
+        image_place place;
+        memcpy(&place, bytes.data(), sizeof place);
+        const auto object =
+            vtkSmartPointer<vtkDataObject>::Take(controller->ReceiveDataObject(from, data_tag));
+        vtkDataSet *got = vtkDataSet::SafeDownCast(object);
+        if (auto *image = vtkImageData::SafeDownCast(got)) {
+            image->SetExtent(place.extent);
+            image->SetOrigin(place.origin);
+            image->SetSpacing(place.spacing);
+        }
+        return got;
+    }
+    return nullptr;
+}
+
+void processes::agree(const std::function<void()> &work)
+{
+    if (!several()) return work();
+    const ended own = end_of(work);
+    // in the common case one number for all
+    if (!any(own.how != end_of_work::well)) return;
+    for (const std::string &one : all_of(own.as_text())) {
+        const ended other = {static_cast<end_of_work>(one[0]), one[1], one.substr(2)};
+        if (other.how == end_of_work::well) continue;
+        all_failed = true;
+        other.raise();
+    }
+}
+
+int64_t processes::bytes_sent()
+{
+    return sent;
+}
+
+void processes::give_up(const std::string &message, int code)
+{
+    if (!several()) {
+        fprintf(stderr, "%s\n", message.c_str());
+        finish();
+        exit(code);
+    }
+    // Where all fail alike, as on wrong arguments, they meet here, and the first one tells it. Who comes alone tells
+    // it himself, and ends the rest, which may wait for him.
+    bool all_here = all_failed;
+    MPI_Request meeting;
+    if (!all_here && MPI_Ibarrier(of_failures, &meeting) == MPI_SUCCESS)
+        for (int tries = 0, here = 0; tries < 200 && !all_here; ++tries) {
+            MPI_Test(&meeting, &here, MPI_STATUS_IGNORE);
+            all_here = here != 0;
+            if (!all_here) usleep(10000);
+        }
+    if (own_rank == 0 || !all_here) fprintf(stderr, "%s\n", message.c_str());
+    fflush(nullptr);
+    if (all_here) {
+        MPI_Finalize();
+        _exit(code);
+    }
+    MPI_Abort(MPI_COMM_WORLD, code);
+    _exit(code);
+}
