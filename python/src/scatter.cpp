@@ -103,9 +103,12 @@ py::tuple bins(const py::array &points, const py::array &box, const py::sequence
         order = new_list<qx_long>(made->free_entry);
         begin = new_list<qx_long>(nbins + 1);
         for (qx_long bin = 0; bin < nbins; ++bin) {
+            stop_if_asked_at(bin);
             begin[bin] = norder;
-            for (qx_long entry = made->bins[bin]; entry != 0; entry = made->next[entry])
+            for (qx_long entry = made->bins[bin]; entry != 0; entry = made->next[entry]) {
+                stop_if_asked_at(norder);
                 order[norder++] = made->nodes[entry];
+            }
             std::reverse(order.get() + begin[bin], order.get() + norder); // the newest is first in a bin
         }
         begin[nbins] = norder;
