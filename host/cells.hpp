@@ -85,9 +85,17 @@ class field_cells {
     qx_long lowest_node(qx_long cell) const
     {
         if (naxes == 1) return cell;
-        const qx_long across = dims[0] - 1, rows = cell / across, i = cell - rows * across;
+        if (count <= UINT32_MAX) // shorter divisions
+            return lowest_node_of(static_cast<uint32_t>(cell), static_cast<uint32_t>(dims[0] - 1),
+                                  static_cast<uint32_t>(dims[1] - 1));
+        return lowest_node_of(cell, dims[0] - 1, dims[1] - 1);
+    }
+
+    template <typename Number> qx_long lowest_node_of(Number cell, Number across, Number up) const
+    {
+        const Number rows = cell / across, i = cell - rows * across;
         if (naxes == 2) return rows * steps.row + i;
-        const qx_long up = dims[1] - 1, k = rows / up, j = rows - k * up;
+        const Number k = rows / up, j = rows - k * up;
         return k * steps.plane + j * steps.row + i;
     }
 

@@ -39,6 +39,29 @@ struct weighted_nodes {
         sum += weight_;
     }
 
+    // The same for each of some, the first ones: without a branch where all take part, as nearly always.
+    void add_all(int n, const qx_long *nodes, const double *weights)
+    {
+        bool all = true;
+        for (int k = 0; k < n; ++k)
+            all = all & !(std::fabs(weights[k]) < least_weight);
+        if (!all) {
+            for (int k = 0; k < n; ++k)
+                add(nodes[k], weights[k]);
+            return;
+        }
+        double top = weights[0];
+        for (int k = 0; k < n; ++k) {
+            const bool above = weights[k] > top;
+            top = above ? weights[k] : top;
+            largest = above ? k : largest;
+            node[k] = nodes[k];
+            weight[k] = weights[k];
+            sum += weights[k];
+        }
+        count = n;
+    }
+
     void make_sum_1()
     {
         for (int k = 0; k < count; ++k)
