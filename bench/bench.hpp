@@ -1,7 +1,8 @@
 // Cases: our operation and the peers' on the same inputs in the same run.
 //
 // A contender's run() does the operation once and keeps what it made; only the call is timed, the release is
-// not. Contenders of a case take turns, A B C A B C, so that a drift of the machine's speed meets all alike.
+// not. Contenders of a case take turns, A B C, C B A, so that a drift of the machine's speed, and what others leave of
+// free memory and warm caches, meets all alike.
 #pragma once
 
 #include <cstdint>

@@ -203,7 +203,8 @@ result run_case(const bench_case &about, const patience &with, int threads)
     }
     double spent = 0;
     for (int i = 0; i < with.most && (i < with.least || spent < with.seconds); ++i)
-        for (size_t c = 0; c < about.contenders.size(); ++c) {
+        for (size_t turn = 0; turn < about.contenders.size(); ++turn) {
+            const size_t c = i % 2 == 0 ? turn : about.contenders.size() - 1 - turn;
             const double start = now(threads);
             const made output = about.contenders[c].run();
             const double took = now(threads) - start;
