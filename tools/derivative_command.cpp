@@ -34,7 +34,7 @@ const described_kind &described(derivative_kind kind)
 } // namespace
 
 derivative_command::derivative_command(CLI::App &app, derivative_kind kind_)
-    : kind(kind_), file(app),
+    : kind(kind_), file(app, input_options::in_pieces::yes),
       array(app, array_place::node,
             kind_ == derivative_kind::gradient ? component_kind::length : component_kind::none),
       result(app, "result: .vti, .vtr, .vts, .vtu or .vtp, as the input", result_options::drawn::yes)
@@ -79,36 +79,43 @@ qx_long derivative_command::derive(const input &in, const scalar_array &of, floa
     const int done = how.by_host(mesh.field, &values, out, mask.data());
     stop_if_asked();
     if (done != HOST_DONE) throw failure(file.path() + ": " + host_error());
+    for (size_t node = 0; node < in.ghost_node.size(); ++node)
+        if (in.ghost_node[node] != 0) mask[node] = 1; // another piece's
     return std::count(mask.begin(), mask.end(), 0);
 }
 
 void derivative_command::run()
 {
     const described_kind &how = described(kind);
-    const input in = file.load(mesh_use::locate);
-    vtkDataSet *data = in.file.data;
-    result.check(ending_of_data(data), "this mesh");
-    const typed_array of = array.choose(in).array;
-    const scalar_array from = values(in, of);
-    stage_done("read");
-
-    const std::string name = std::string(how.name) + "(" + of.name + ")";
-    const auto made = new_vtk_array(DTYPE_FLOAT, how.veclen, in.mesh->nnodes, name);
-    const qx_long without = derive(in, from, static_cast<float *>(values_of(made)));
+    pieces parts = file.split(result, mesh_use::locate, input_options::ghosts::yes);
+    piece_results made = result.results_of(parts);
+    drawing picture;
+    qx_long without = 0;
+    parts.each([&](const input &in) {
+        result.check(ending_of_data(in.file.data), "this mesh", file);
+        if (by_library && parts.several() && in.mesh->kind == "uniform")
+            throw failure("--library: the library's own form for uniform meshes takes them whole, without "
+                          "--pieces and on one process",
+                          exit_usage);
+        const typed_array of = array.choose(in).array;
+        const scalar_array from = values(in, of);
+        stage_done("read");
+        picture.colour_by = std::string(how.name) + "(" + of.name + ")";
+        const auto rows = new_vtk_array(DTYPE_FLOAT, how.veclen, in.mesh->nnodes, picture.colour_by);
+        without += derive(in, from, static_cast<float *>(values_of(rows)));
+        const auto out = vtkSmartPointer<vtkDataSet>::Take(in.file.data->NewInstance());
+        out->ShallowCopy(in.file.data);
+        out->GetPointData()->AddArray(rows);
+        made.add(in, without_ghosts(in, out));
+        stage_done("compute");
+    });
+    made.join();
+    without = processes::sum(static_cast<int64_t>(without));
     if (without > 0)
         say_note(std::to_string(without) + " nodes have no " + how.name +
                  ", for want of cells with values; it is NaN there");
-    const auto out = vtkSmartPointer<vtkDataSet>::Take(data->NewInstance());
-    out->ShallowCopy(data);
-    out->GetPointData()->AddArray(made);
-    stage_done("compute");
-
-    const std::string counts = name + " at " + std::to_string(in.mesh->nnodes) + " nodes";
-    result.write(out, counts);
-    if (!result.pictured()) return;
-    drawing picture;
-    picture.data = out;
-    picture.colour_by = name;
-    data->GetBounds(picture.box);
-    result.draw(picture, counts);
+    picture.colour_by = agreed(picture.colour_by);
+    const std::string counts = picture.colour_by + " at " + std::to_string(made.nnodes()) + " nodes";
+    result.write(made, parts, counts);
+    result.draw(picture, made, parts, counts);
 }

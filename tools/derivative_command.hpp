@@ -10,6 +10,7 @@ class derivative_command : public command {
   public:
     derivative_command(CLI::App &app, derivative_kind kind);
     void run() override;
+    bool takes_pieces() const override { return true; }
 
   private:
     // The array as the operation takes it.

@@ -212,12 +212,12 @@ static vtkSmartPointer<vtkCellArray> repeated(const std::vector<vtkIdType> &size
 
 // Where coordinates are so far from 0 that float does not hold small shapes apart: the middle of the data, around
 // which they are placed. Else 0.
-static vtkVector3d offset_of(vtkDataSet *data)
+static vtkVector3d offset_of(const double box[6])
 {
-    vtkVector3d middle(0, 0, 0);
-    data->GetCenter(middle.GetData());
-    const double far = std::max({std::abs(middle[0]), std::abs(middle[1]), std::abs(middle[2])});
-    return far > 10 * data->GetLength() ? middle : vtkVector3d(0, 0, 0);
+    const vtkVector3d middle((box[0] + box[1]) / 2, (box[2] + box[3]) / 2, (box[4] + box[5]) / 2);
+    const double far = std::max({std::abs(middle[0]), std::abs(middle[1]), std::abs(middle[2])}),
+                 length = std::hypot(box[1] - box[0], box[3] - box[2], box[5] - box[4]);
+    return far > 10 * length ? middle : vtkVector3d(0, 0, 0);
 }
 
 vtkSmartPointer<vtkPolyData> place_glyphs(const std::string &path, vtkDataSet *data, const glyph_shape &shape,
@@ -229,7 +229,7 @@ vtkSmartPointer<vtkPolyData> place_glyphs(const std::string &path, vtkDataSet *d
     if (rows > most_rows)
         throw failure(path + ": " + std::to_string(n) + " glyphs of " + std::to_string(each) +
                       " nodes are too many; take fewer with --every N");
-    const vtkVector3d offset = offset_of(data);
+    const vtkVector3d offset = offset_of(options.box);
     std::vector<float> places(3 * n);
     for (size_t i = 0; i < n; ++i) {
         double at[3];

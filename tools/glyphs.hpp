@@ -30,6 +30,7 @@ struct glyph_options {
     std::vector<double> lengths;  // of the copies there
     std::vector<double> values;   // to see them by, under a name
     std::string value_name;
+    double box[6]; // of all data, of which there may be more than this
 };
 
 // Node arrays of the result: the vectors, as floats, and the values. Throws failure or interrupted; text starts with

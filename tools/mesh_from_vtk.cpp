@@ -652,6 +652,11 @@ static void cell_sets(const std::string &path, input_mesh *mesh, mesh_use use)
         if (mesh->field != nullptr &&
             host_add_cells(mesh->field, set.kind, set.order, set.ncells, set.connect) == 0)
             throw failure(path + ": " + host_error());
+    // By which form the host derives depends on the kinds that there are: a piece has those of the whole.
+    if (mesh->field == nullptr || mesh->whole == nullptr || use != mesh_use::locate) return;
+    for (const auto &[kind, order] : mesh->whole->kinds)
+        if (host_add_cells(mesh->field, kind, order, 0, nullptr) == 0)
+            throw failure(path + ": " + host_error());
 }
 
 std::unique_ptr<input_mesh> make_mesh(const std::string &path, vtkDataSet *data, mesh_use use,

@@ -107,10 +107,11 @@ enum class mesh_use {
 // What the mesh of a piece takes from the whole, so that its nodes and cells are those that the whole would have.
 struct whole_mesh {
     double box[6];
-    bool dropped = false;                // some cell of it is hidden
-    bool one_kind = true;                // all cells are of one kind
-    double rounding = 0;                 // of coordinates that are not single precision, the worst
-    vtkSmartPointer<vtkDataSet> lattice; // of images and rectilinear grids: the whole without arrays
+    bool dropped = false;                   // some cell of it is hidden
+    bool one_kind = true;                   // all cells are of one kind
+    std::vector<std::pair<int, int>> kinds; // and orders of its cells, of those that have one here
+    double rounding = 0;                    // of coordinates that are not single precision, the worst
+    vtkSmartPointer<vtkDataSet> lattice;    // of images and rectilinear grids: the whole without arrays
 };
 
 // whole: of pieces. Throws failure, whose text starts with path.

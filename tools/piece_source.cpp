@@ -5,6 +5,7 @@
 #include "process_group.hpp"
 
 #include <vtkCellData.h>
+#include <vtkCellType.h>
 #include <vtkDataArray.h>
 #include <vtkDataSet.h>
 #include <vtkDataSetAttributes.h>
@@ -22,7 +23,9 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <numeric>
 #include <sstream>
+#include <type_traits>
 
 void mesh_figures::add(const mesh_figures &other)
 {
@@ -103,6 +106,8 @@ whole_mesh whole_of(const mesh_figures &figures)
     whole.dropped = figures.dropped;
     whole.one_kind = figures.by_type.size() <= 1;
     whole.rounding = figures.rounding;
+    for (const auto &[type, ncells] : figures.by_type)
+        if (const cell_order *kind = order_of_vtk(type)) whole.kinds.emplace_back(kind->kind, kind->order);
     return whole;
 }
 
@@ -470,37 +475,112 @@ vtkSmartPointer<vtkPointSet> neighbours_in(vtkPointSet *data, vtkPointSet *piece
     return any ? cells_of(data, keep) : nullptr;
 }
 
-// A piece with cells around it that belong to others: the marks tell the two apart. Cells of polygonal data are
-// in the order of their classes.
-read_piece with_layer(vtkPointSet *own, const std::vector<vtkSmartPointer<vtkPointSet>> &around)
+// Polygonal data has its cells by class.
+int class_of(vtkDataSet *data, vtkIdType cell)
+{
+    if (vtkPolyData::SafeDownCast(data) == nullptr) return 0;
+    switch (data->GetCellType(cell)) {
+    case VTK_VERTEX:
+    case VTK_POLY_VERTEX: return 0;
+    case VTK_LINE:
+    case VTK_POLY_LINE: return 1;
+    case VTK_TRIANGLE_STRIP: return 3;
+    default: return 2;
+    }
+}
+
+// The same nodes, and the cells in another order.
+template <typename Cells>
+vtkSmartPointer<vtkPointSet> reordered_as(Cells *from, const std::vector<vtkIdType> &order)
+{
+    auto made = vtkSmartPointer<Cells>::New();
+    made->SetPoints(from->GetPoints());
+    made->GetPointData()->ShallowCopy(from->GetPointData());
+    if constexpr (std::is_same_v<Cells, vtkPolyData>)
+        made->AllocateEstimate(from->GetNumberOfCells() + 1, 4);
+    else
+        made->Allocate(from->GetNumberOfCells() + 1);
+    made->GetCellData()->CopyAllOn();
+    made->GetCellData()->CopyAllocate(from->GetCellData(), from->GetNumberOfCells());
+    vtkNew<vtkIdList> nodes;
+    for (const vtkIdType cell : order) {
+        const int type = from->GetCellType(cell);
+        from->GetCellPoints(cell, nodes);
+        if constexpr (std::is_same_v<Cells, vtkUnstructuredGrid>)
+            if (type == VTK_POLYHEDRON) from->GetFaceStream(cell, nodes);
+        made->GetCellData()->CopyData(from->GetCellData(), cell, made->InsertNextCell(type, nodes));
+    }
+    return made;
+}
+
+// A piece with cells around it that belong to others. All cells are in the order of the file: what is summed over the
+// cells around a node is the same in each piece that has the node. Nodes of the piece's own come first.
+read_piece with_layer(vtkPointSet *own, const std::vector<vtkSmartPointer<vtkPointSet>> &before,
+                      const std::vector<vtkSmartPointer<vtkPointSet>> &after)
 {
     static const char *const owned = "cells of the piece's own";
+    constexpr unsigned char comes_before = 0, is_own = 1, comes_after = 2;
     read_piece piece;
-    const auto marked = [&](vtkPointSet *data, bool is_own) {
+    const auto marked = [&](vtkPointSet *data, unsigned char place) {
         auto out = vtkSmartPointer<vtkPointSet>::Take(data->NewInstance());
         out->ShallowCopy(data);
         vtkNew<vtkUnsignedCharArray> mark;
         mark->SetName(owned);
         mark->SetNumberOfValues(data->GetNumberOfCells());
-        mark->FillValue(is_own ? 0 : 1);
+        mark->FillValue(place);
         out->GetCellData()->AddArray(mark);
         return out;
     };
-    vtkSmartPointer<vtkPointSet> all = marked(own, true);
-    for (const auto &one : around)
-        if (one != nullptr) all = attached(all, marked(one, false));
+    vtkSmartPointer<vtkPointSet> all = marked(own, is_own);
+    for (const auto &one : before)
+        if (one != nullptr) all = attached(all, marked(one, comes_before));
+    for (const auto &one : after)
+        if (one != nullptr) all = attached(all, marked(one, comes_after));
+    const auto marks_of = [](vtkDataSet *data) {
+        return vtkUnsignedCharArray::SafeDownCast(data->GetCellData()->GetAbstractArray(owned));
+    };
+    std::vector<vtkIdType> order(static_cast<size_t>(all->GetNumberOfCells()));
+    std::iota(order.begin(), order.end(), 0);
+    const auto place_of = [&](vtkIdType cell) {
+        return std::make_pair(class_of(all, cell), marks_of(all)->GetValue(cell));
+    };
+    const auto in_order = [&](vtkIdType a, vtkIdType b) { return place_of(a) < place_of(b); };
+    if (!std::is_sorted(order.begin(), order.end(), in_order)) {
+        std::stable_sort(order.begin(), order.end(), in_order);
+        if (auto *surface = vtkPolyData::SafeDownCast(all))
+            all = reordered_as(surface, order);
+        else if (auto *grid = vtkUnstructuredGrid::SafeDownCast(all))
+            all = reordered_as(grid, order);
+    }
     piece.data = all;
-    auto *mark = vtkUnsignedCharArray::SafeDownCast(all->GetCellData()->GetAbstractArray(owned));
-    piece.ghost_cell.assign(mark->GetPointer(0), mark->GetPointer(0) + mark->GetNumberOfValues());
+    for (vtkIdType cell = 0; cell < all->GetNumberOfCells(); ++cell)
+        piece.ghost_cell.push_back(marks_of(all)->GetValue(cell) == is_own ? 0 : 1);
     all->GetCellData()->RemoveArray(owned);
     if (all->GetNumberOfPoints() == own->GetNumberOfPoints() &&
         all->GetNumberOfCells() == own->GetNumberOfCells()) {
         piece.ghost_cell.clear();
         return piece;
     }
-    piece.ghost_node.assign(static_cast<size_t>(all->GetNumberOfPoints()), 1); // own ones come first
+    piece.ghost_node.assign(static_cast<size_t>(all->GetNumberOfPoints()), 1);
     std::fill_n(piece.ghost_node.begin(), own->GetNumberOfPoints(), static_cast<unsigned char>(0));
     return piece;
+}
+
+// The cells of a file but for those before a stretch of them, or after it.
+marks all_but_before(const piece_unit &unit, vtkIdType ncells)
+{
+    const auto n = static_cast<size_t>(unit.nparts), p = static_cast<size_t>(unit.part);
+    marks without(static_cast<size_t>(ncells), 1);
+    std::fill_n(without.begin(), static_cast<size_t>(ncells) * p / n, static_cast<unsigned char>(0));
+    return without;
+}
+
+marks all_but_after(const piece_unit &unit, vtkIdType ncells)
+{
+    const auto n = static_cast<size_t>(unit.nparts), p = static_cast<size_t>(unit.part);
+    marks without(static_cast<size_t>(ncells), 0);
+    std::fill_n(without.begin(), static_cast<size_t>(ncells) * (p + 1) / n, static_cast<unsigned char>(1));
+    return without;
 }
 
 bool boxes_meet(const double *a, const double *b)
@@ -517,25 +597,23 @@ read_piece list_source::read(const piece_unit &unit, bool ghosts)
     const auto own = stretch_of(whole_file, unit.part, unit.nparts);
     piece.data = own;
     if (!ghosts || own == nullptr) return piece;
-    std::vector<vtkSmartPointer<vtkPointSet>> around;
+    std::vector<vtkSmartPointer<vtkPointSet>> before, after;
     double box[6];
     own->GetBounds(box);
     for (size_t f = 0; f < of_file.size(); ++f) {
         if (of_file[f].nnodes == 0 || !boxes_meet(box, of_file[f].box)) continue;
         const auto number = static_cast<int>(f);
         if (number == unit.number && unit.nparts == 1) continue;
-        const auto other = number == unit.number ? whole_file : file(number, false);
-        marks without;
         if (number == unit.number) {
-            const auto ncells = static_cast<size_t>(other->GetNumberOfCells());
-            const auto n = static_cast<size_t>(unit.nparts), p = static_cast<size_t>(unit.part);
-            without.resize(ncells);
-            for (size_t cell = ncells * p / n; cell < ncells * (p + 1) / n; ++cell)
-                without[cell] = 1;
+            before.push_back(
+                neighbours_in(whole_file, own, all_but_before(unit, whole_file->GetNumberOfCells())));
+            after.push_back(
+                neighbours_in(whole_file, own, all_but_after(unit, whole_file->GetNumberOfCells())));
+        } else {
+            (number < unit.number ? before : after).push_back(neighbours_in(file(number, false), own, {}));
         }
-        around.push_back(neighbours_in(other, own, without));
     }
-    return with_layer(own, around);
+    return with_layer(own, before, after);
 }
 
 whole_mesh list_source::survey(mesh_figures *figures)
@@ -659,12 +737,11 @@ read_piece shared_source::taken(const piece_unit &unit, bool ghosts)
     const auto own = stretch_of(points, unit.number, pieces);
     piece.data = own;
     if (!ghosts || own == nullptr) return piece;
-    const auto ncells = static_cast<size_t>(data->GetNumberOfCells());
-    const auto n = static_cast<size_t>(pieces), p = static_cast<size_t>(unit.number);
-    marks without(ncells);
-    for (size_t cell = ncells * p / n; cell < ncells * (p + 1) / n; ++cell)
-        without[cell] = 1;
-    return with_layer(own, {neighbours_in(points, own, without)});
+    piece_unit stretch = unit;
+    stretch.part = unit.number;
+    stretch.nparts = pieces;
+    return with_layer(own, {neighbours_in(points, own, all_but_before(stretch, data->GetNumberOfCells()))},
+                      {neighbours_in(points, own, all_but_after(stretch, data->GetNumberOfCells()))});
 }
 
 read_piece shared_source::read(const piece_unit &unit, bool ghosts)

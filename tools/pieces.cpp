@@ -279,6 +279,25 @@ void pieces::plan::agree_on_totals()
     whole.size_in_words = words_of(all);
 }
 
+int pieces::own_count() const
+{
+    const auto &units = own->source->units();
+    return static_cast<int>(std::count_if(units.begin(), units.end(), [](const piece_unit &unit) {
+        return unit.process == processes::rank();
+    }));
+}
+
+input pieces::load(int i)
+{
+    for (const piece_unit &unit : own->source->units())
+        if (unit.process == processes::rank() && i-- == 0) {
+            input in = own->piece_of(unit, true);
+            own->notes.clear(); // each tells them
+            return in;
+        }
+    return {};
+}
+
 void pieces::each(const std::function<void(const input &)> &body)
 {
     own->run(body, true);

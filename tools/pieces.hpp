@@ -53,7 +53,11 @@ class pieces {
     // are passed over, and a process may have none. What body throws in one process all throw. Body calls nothing
     // of "all"; what it finds is agreed upon afterwards. All.
     void each(const std::function<void(const input &)> &body);
-    // The same without a mesh.
+    // What each gives to body, one at a time and as often as wanted: the i-th of this process, below own_count. Without
+    // data and mesh where it is empty. Of several only.
+    int own_count() const;
+    input load(int i);
+    // Each, without a mesh.
     void each_unmeshed(const std::function<void(const input &)> &body);
 
   private:

@@ -7,8 +7,10 @@
 // which arrays that use all of their type's values are widened.
 #include "probe.hpp"
 
+#include "cell_order.hpp"
 #include "failure.hpp"
 #include "host_results.hpp"
+#include "join_pieces.hpp"
 #include "progress.hpp"
 #include "threads.hpp"
 
@@ -24,16 +26,15 @@
 #include <cstring>
 #include <limits>
 #include <memory>
+#include <optional>
 #include <type_traits>
 
 // ---- points -------------------------------------------------------------------------------------------------
 
-probe_points lattice_over(const input_mesh &mesh, const qx_long dims[3])
+probe_points lattice_over(const double box[6], const qx_long dims[3])
 {
     probe_points points;
     points.lattice = true;
-    double box[6];
-    mesh.data->GetBounds(box);
     for (int d = 0; d < 3; ++d) {
         points.dims[d] = dims[d];
         points.lo[d] = box[2 * d];
@@ -103,6 +104,59 @@ static typed_array rows_of_cells(const typed_array &array, const std::vector<qx_
     return out;
 }
 
+// ---- pieces -------------------------------------------------------------------------------------------------
+
+namespace {
+
+// The order in which the whole looks at cells, and what in it goes by the whole's size.
+class piece_order {
+  public:
+    piece_order(const probed_piece &of_, const input_mesh &mesh_) : of(of_), mesh(mesh_)
+    {
+        double sum = 0;
+        for (int d = 0; d < 3; ++d) {
+            low[d] = static_cast<float>(of.whole_box[2 * d] - mesh.offset[d]);
+            high[d] = static_cast<float>(of.whole_box[2 * d + 1] - mesh.offset[d]);
+            const double length = static_cast<double>(high[d]) - static_cast<double>(low[d]);
+            sum += length * length;
+        }
+        tolerance = 1e-6 * std::sqrt(sum);
+        is_lattice = extent_of(mesh.data, extent);
+    }
+
+    // Of VTK's number of a cell. Lattices count through the whole, cells of sets by kind and order first.
+    int64_t of_cell(qx_long cell) const
+    {
+        if (is_lattice) {
+            int64_t number = 0, stride = 1;
+            for (int d = 0; d < 3; ++d) {
+                const qx_long cells = std::max(extent[2 * d + 1] - extent[2 * d], 1);
+                number += stride * (cell % cells + extent[2 * d] - of.whole_extent[2 * d]);
+                cell /= cells;
+                stride *= std::max(of.whole_extent[2 * d + 1] - of.whole_extent[2 * d], 1);
+            }
+            return number;
+        }
+        const cell_order *kind = order_of_vtk(mesh.data->GetCellType(static_cast<vtkIdType>(cell)));
+        const int64_t set = kind != nullptr ? 2 * kind->kind + kind->order - 1 : 2 * CELL_TET;
+        return (set << 54) + (static_cast<int64_t>(of.number) << 30) + cell;
+    }
+
+    // Follows all orders of cells.
+    static constexpr int64_t last = int64_t{1} << 59;
+
+    float low[3], high[3];
+    double tolerance; // what host_locator_options has where it is not told
+
+  private:
+    const probed_piece &of;
+    const input_mesh &mesh;
+    int extent[6];
+    bool is_lattice;
+};
+
+} // namespace
+
 // ---- exactly ------------------------------------------------------------------------------------------------
 
 namespace {
@@ -118,16 +172,37 @@ void check_host(int result, const operation &run, const std::string &what)
     if (result != HOST_DONE) throw failure(what + " failed: " + host_error());
 }
 
+// Points that a cell holds go before those within the tolerance of one.
+void order_answers(const input_mesh &mesh, const piece_order &order, const host_array &at,
+                   const host_places &places, const std::vector<qx_long> &cells, const operation &run,
+                   const std::string &what, probed *out)
+{
+    const host_locator_options strictly = {sizeof strictly, -1, threads_for(places.npoints)};
+    host_locator *locator = nullptr;
+    check_host(host_make_locator(mesh.field, &strictly, &locator), run, what);
+    const std::unique_ptr<host_locator, host_release> owned_locator(locator);
+    host_places *found = nullptr;
+    check_host(host_locate(locator, &at, places.npoints, &found), run, what);
+    const std::unique_ptr<host_places, host_release> held(found);
+    for (size_t i = 0; i < cells.size(); ++i)
+        out->order.push_back(cells[i] < 0
+                                 ? probed_piece::none
+                                 : order.of_cell(cells[i]) + (held->cell[i] < 0 ? piece_order::last : 0));
+}
+
 } // namespace
 
 probed probe_exactly(const std::string &path, input_mesh &mesh, const probe_points &points,
-                     const std::vector<typed_array> &node, const std::vector<typed_array> &cell)
+                     const std::vector<typed_array> &node, const std::vector<typed_array> &cell,
+                     const probed_piece *of)
 {
     const std::string what = path + ": sampling";
     const operation run("sampling");
     host_locator *locator = nullptr;
-    const host_locator_options options = {sizeof options, 0, threads_for(points.count())};
-    check_host(host_make_locator(mesh.field, &options, &locator), run, what);
+    const std::optional<piece_order> order =
+        of != nullptr ? std::make_optional<piece_order>(*of, mesh) : std::nullopt;
+    const host_locator_options how = {sizeof how, order ? order->tolerance : 0, threads_for(points.count())};
+    check_host(host_make_locator(mesh.field, &how, &locator), run, what);
     const std::unique_ptr<host_locator, host_release> owned_locator(locator);
 
     const std::vector<double> xyz = mesh_points<double>(mesh, points);
@@ -146,8 +221,9 @@ probed probe_exactly(const std::string &path, input_mesh &mesh, const probe_poin
         check_host(host_sample_nodes(places.get(), &values, out.arrays.back().values, nullptr), run, what);
         blank(out.arrays.back(), out.inside);
     }
-    if (cell.empty()) return out;
+    if (cell.empty() && !order) return out;
     const std::vector<qx_long> cells = vtk_cells_of(mesh, places->npoints, places->cell);
+    if (order) order_answers(mesh, *order, at, *places, cells, run, what, &out);
     for (const typed_array &array : cell) {
         out.arrays.push_back(rows_of_cells(array, cells));
         blank(out.arrays.back(), out.inside);
@@ -208,10 +284,14 @@ typed_array converted(const typed_array &array, int type)
 // One probe: the mesh, its table, the points, and where to put what.
 class prober {
   public:
-    prober(const std::string &path, input_mesh &mesh_, const probe_points &points_)
+    prober(const std::string &path, input_mesh &mesh_, const probe_points &points_, const probed_piece *of)
         : what(path + ": sampling"), mesh(mesh_), points(points_), xyz(mesh_points<float>(mesh_, points_)),
           run("sampling")
     {
+        if (of == nullptr) return;
+        order.emplace(*of, mesh);
+        std::copy_n(order->low, 3, mesh.mesh->min_ext); // blocks and tolerances are those of the whole
+        std::copy_n(order->high, 3, mesh.mesh->max_ext);
     }
     probed all(const std::vector<typed_array> &node, const std::vector<typed_array> &cell);
 
@@ -225,6 +305,7 @@ class prober {
     const probe_points &points;
     std::vector<float> xyz;
     operation run;
+    std::optional<piece_order> order;
     table_ptr table;
     lattice_table_ptr lattice_table;
 };
@@ -331,7 +412,7 @@ probed prober::all(const std::vector<typed_array> &node, const std::vector<typed
     }
     const int nparts = static_cast<int>(std::count_if(std::begin(groups), std::end(groups),
                                                       [](const auto &group) { return !group.empty(); })) +
-                       (cell.empty() ? 0 : 1);
+                       (cell.empty() && !order ? 0 : 1);
     int part = 0;
     build_table();
     std::vector<typed_array> sampled(node.size() + 1);
@@ -353,7 +434,7 @@ probed prober::all(const std::vector<typed_array> &node, const std::vector<typed
         out.arrays.push_back(sampled[i].type == node[i].type ? sampled[i]
                                                              : converted(sampled[i], node[i].type));
     }
-    if (cell.empty()) return out;
+    if (cell.empty() && !order) return out;
     const status_part share(part, nparts);
     if (lattice_table != nullptr) { // cells are found by the table for points anywhere
         lattice_table.reset();
@@ -365,6 +446,16 @@ probed prober::all(const std::vector<typed_array> &node, const std::vector<typed
     std::vector<unsigned char> found(cells.size());
     std::transform(cells.begin(), cells.end(), found.begin(),
                    [](qx_long one) -> unsigned char { return one >= 0 ? 1 : 0; });
+    if (order) {
+        // Block tables give the cell of the highest number first, lattices the lowest.
+        const bool highest = mesh.kind == "curvilinear" || mesh.kind == "cell sets";
+        for (size_t i = 0; i < cells.size(); ++i) {
+            const int64_t place = cells[i] < 0 ? piece_order::last
+                                  : highest    ? piece_order::last - 1 - order->of_cell(cells[i])
+                                               : order->of_cell(cells[i]);
+            out.order.push_back(out.inside[i] != 0 || cells[i] >= 0 ? place : probed_piece::none);
+        }
+    }
     for (const typed_array &array : cell) {
         out.arrays.push_back(rows_of_cells(array, cells));
         blank(out.arrays.back(), found);
@@ -375,7 +466,8 @@ probed prober::all(const std::vector<typed_array> &node, const std::vector<typed
 } // namespace
 
 probed probe_by_library(const std::string &path, input_mesh &mesh, const probe_points &points,
-                        const std::vector<typed_array> &node, const std::vector<typed_array> &cell)
+                        const std::vector<typed_array> &node, const std::vector<typed_array> &cell,
+                        const probed_piece *of)
 {
-    return prober(path, mesh, points).all(node, cell);
+    return prober(path, mesh, points, of).all(node, cell);
 }

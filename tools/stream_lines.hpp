@@ -12,8 +12,16 @@
 
 class vtkPolyData;
 
-// Why a line ended; the numbers stand in the results.
-enum class line_end { left_mesh = 1, no_value = 2, slow = 3, max_steps = 4, max_length = 5, too_fast = 6 };
+// Why a line ended; the numbers stand in the results. goes_on: it did not, but goes on in another piece of the mesh.
+enum class line_end {
+    goes_on = 0,
+    left_mesh = 1,
+    no_value = 2,
+    slow = 3,
+    max_steps = 4,
+    max_length = 5,
+    too_fast = 6
+};
 constexpr int line_ends = 7;
 const char *in_words(line_end end);
 

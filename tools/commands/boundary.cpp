@@ -6,12 +6,16 @@
 #include "progress.hpp"
 #include "skin.hpp"
 
-#include <vtkNew.h>
+#include <vtkCellType.h>
+#include <vtkDataSet.h>
 #include <vtkPolyData.h>
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 #include <filesystem>
+#include <map>
+#include <tuple>
 
 namespace {
 
@@ -22,12 +26,12 @@ class boundary : public command {
   public:
     explicit boundary(CLI::App &app);
     void run() override;
+    bool takes_pieces() const override { return true; }
 
   private:
-    void write_faces(const input &in, mesh_surface &surface) const;
-    void write_edges(const input &in, const mesh_surface &surface, const operation &work) const;
-    void finish(const input &in, node_results *nodes, cell_results *cells, const carried_arrays &carried,
-                const std::string &counts) const;
+    vtkSmartPointer<vtkPolyData> faces_of(const input &in, mesh_surface &surface) const;
+    vtkSmartPointer<vtkPolyData> edges_of(const input &in, const mesh_surface &surface,
+                                          const operation &work) const;
 
     input_options file;
     with_options with;
@@ -36,7 +40,8 @@ class boundary : public command {
 };
 
 boundary::boundary(CLI::App &app)
-    : file(app), with(app), result(app, "result: .vtp, .stl or .ply", result_options::drawn::yes)
+    : file(app, input_options::in_pieces::yes), with(app),
+      result(app, "result: .vtp, .stl or .ply", result_options::drawn::yes)
 {
     app.add_option(
         "--edges", angle,
@@ -49,7 +54,7 @@ boundary::boundary(CLI::App &app)
         "winding are turned the same way first.");
 }
 
-std::string count_of(size_t n, const char *what)
+std::string count_of(int64_t n, const char *what)
 {
     return std::to_string(n) + " " + what;
 }
@@ -62,26 +67,17 @@ owned_list as_list(const std::vector<qx_long> &numbers)
     return list;
 }
 
-void boundary::finish(const input &in, node_results *nodes, cell_results *cells,
-                      const carried_arrays &carried, const std::string &counts) const
+vtkSmartPointer<vtkPolyData> handed_over(node_results *nodes, cell_results *cells,
+                                         const std::vector<typed_array> &cell_arrays)
 {
-    vtkNew<vtkPolyData> made;
+    auto made = vtkSmartPointer<vtkPolyData>::New();
     nodes->hand_over(made);
-    cells->hand_over(made.Get(), carried.cell);
-    stage_done("compute");
-    result.write(made, counts);
-    if (!result.pictured()) return;
-    drawing what = {};
-    what.data = made.Get();
-    if (!with.names().empty()) {
-        what.colour_by = with.names().front();
-        what.colour_cells = find_array(in.node, what.colour_by) == nullptr;
-    }
-    in.file.data->GetBounds(what.box);
-    result.draw(what, counts);
+    cells->hand_over(made.Get(), cell_arrays);
+    return made;
 }
 
-void boundary::write_faces(const input &in, mesh_surface &surface) const
+// Without those on cells of the layer around a piece: such a face lies on another piece, or inside of the mesh.
+vtkSmartPointer<vtkPolyData> boundary::faces_of(const input &in, mesh_surface &surface) const
 {
     const carried_arrays carried = with.choose(in);
     if (!result.takes_quadrilaterals()) cut_into_triangles(&surface);
@@ -92,19 +88,70 @@ void boundary::write_faces(const input &in, mesh_surface &surface) const
     cell_results cells;
     const auto ntri = static_cast<qx_long>(surface.tri_cell.size());
     const auto nquad = static_cast<qx_long>(surface.quad_cell.size());
+    std::vector<qx_long> cell_of = surface.tri_cell;
+    cell_of.insert(cell_of.end(), surface.quad_cell.begin(), surface.quad_cell.end());
     cells.add(CELL_TRI, 1, ntri, as_list(surface.tri), std::move(surface.tri_cell));
     cells.add(CELL_QUAD, 1, nquad, as_list(surface.quad), std::move(surface.quad_cell));
-    const std::string counts = std::to_string(ntri) + " triangles, " + std::to_string(nquad) +
-                               " quadrilaterals, " + std::to_string(nnodes) + " nodes";
-    finish(in, &nodes, &cells, carried, counts);
+    return vtkPolyData::SafeDownCast(without_ghosts(in, handed_over(&nodes, &cells, carried.cell), cell_of));
 }
 
-void boundary::write_edges(const input &in, const mesh_surface &surface, const operation &work) const
+// Of an edge of cells of several pieces one piece tells: that of the cell at it whose middle comes first.
+class edge_owners {
+  public:
+    edge_owners(const input &in_, const mesh_surface &surface) : in(in_)
+    {
+        if (in.ghost_cell.empty()) return;
+        add(surface, surface.tri, surface.tri_cell, 3);
+        add(surface, surface.quad, surface.quad_cell, 4);
+    }
+    bool is_own(qx_long a, qx_long b) const
+    {
+        const auto found = owners.find(std::minmax(a, b));
+        return found == owners.end() || !found->second.is_ghost;
+    }
+
+  private:
+    using place = std::array<double, 3>;
+    struct owner {
+        place middle;
+        bool is_ghost;
+    };
+
+    void add(const mesh_surface &surface, const std::vector<qx_long> &rows,
+             const std::vector<qx_long> &cell_of, size_t n)
+    {
+        for (size_t face = 0; face < cell_of.size(); ++face) {
+            owner one = {{0, 0, 0}, in.ghost_cell[static_cast<size_t>(cell_of[face])] != 0};
+            for (size_t k = 0; k < n; ++k) {
+                double at[3];
+                in.file.data->GetPoint(surface.nodes[static_cast<size_t>(rows[face * n + k])], at);
+                for (size_t d = 0; d < 3; ++d)
+                    one.middle[d] += at[d];
+            }
+            for (size_t k = 0; k < n; ++k) {
+                const auto key = std::minmax({rows[face * n + k], rows[face * n + (k + 1) % n]});
+                const auto [entry, is_new] = owners.try_emplace(key, one);
+                const owner &before = entry->second;
+                if (!is_new && std::tie(one.middle, one.is_ghost) < std::tie(before.middle, before.is_ghost))
+                    entry->second = one;
+            }
+        }
+    }
+
+    const input &in;
+    std::map<std::pair<qx_long, qx_long>, owner> owners;
+};
+
+vtkSmartPointer<vtkPolyData> boundary::edges_of(const input &in, const mesh_surface &surface,
+                                                const operation &work) const
 {
-    carried_arrays carried = with.choose(in);
-    carried.cell.clear(); // an edge is no cell's own
-    std::vector<qx_long> edges =
+    const carried_arrays carried = with.choose(in); // but for cell arrays: an edge is no cell's own
+    std::vector<qx_long> all =
         feature_edges(*in.mesh, surface, angle.value_or(usual_angle) * pi / 180, work, file.path());
+    const edge_owners owners(in, surface);
+    std::vector<qx_long> edges;
+    for (size_t i = 0; i < all.size(); i += 2)
+        if (owners.is_own(all[i], all[i + 1])) edges.insert(edges.end(), {all[i], all[i + 1]});
     std::vector<qx_long> used = edges;
     std::sort(used.begin(), used.end());
     used.erase(std::unique(used.begin(), used.end()), used.end());
@@ -117,26 +164,47 @@ void boundary::write_edges(const input &in, const mesh_surface &surface, const o
     if (!nodes.add(nnodes, used.data())) throw failure(file.path() + ": its nodes could not be read");
     cell_results cells;
     cells.add(CELL_LINE, 1, static_cast<qx_long>(edges.size() / 2), as_list(edges), {});
-    finish(in, &nodes, &cells, carried,
-           count_of(edges.size() / 2, "edges, ") + count_of(used.size(), "nodes"));
+    return handed_over(&nodes, &cells, {});
 }
 
 void boundary::run()
 {
     if (angle && !(*angle >= 0 && *angle <= 180))
         throw failure("--edges takes an angle from 0 to 180 degrees", exit_usage);
-    result.check(angle ? " .vtp " : " .vtp .stl .ply ", angle ? "lines are" : "a surface");
-    const input in = file.load(mesh_use::extract);
-    stage_done("read");
-    const int ndim = in.mesh->cell_ndim();
-    if (ndim < 2) throw failure(file.path() + ": has neither solids nor surfaces, so it has no boundary");
-    if (ndim == 2) result.check(" .vtp ", "lines are");
-    const operation work("boundary");
-    mesh_surface surface = ndim == 3 ? faces_of_solids(*in.mesh, work, file.path()) : surface_cells(*in.mesh);
-    if (ndim == 3 && !angle)
-        write_faces(in, surface);
-    else
-        write_edges(in, surface, work);
+    result.check(angle ? " .vtp " : " .vtp .stl .ply ", angle ? "lines are" : "a surface", file);
+    pieces parts = file.split(result, mesh_use::extract, input_options::ghosts::yes);
+    piece_results made = result.results_of(parts);
+    drawing picture;
+    if (!with.names().empty()) picture.colour_by = with.names().front();
+    bool edges = false;
+    int64_t ntri = 0, nquad = 0;
+    parts.each([&](const input &in) {
+        stage_done("read");
+        const int ndim = parts.whole().cell_ndim;
+        if (ndim < 2) throw failure(file.path() + ": has neither solids nor surfaces, so it has no boundary");
+        if (ndim == 2) result.check(" .vtp ", "lines are", file);
+        if (in.mesh->cell_ndim() < ndim) return; // all cells of the piece are on others
+        edges = ndim == 2 || angle.has_value();
+        const operation work("boundary");
+        mesh_surface surface =
+            ndim == 3 ? faces_of_solids(*in.mesh, work, file.path()) : surface_cells(*in.mesh);
+        const auto one = edges ? edges_of(in, surface, work) : faces_of(in, surface);
+        for (vtkIdType cell = 0; !edges && cell < one->GetNumberOfCells(); ++cell)
+            ++(one->GetCellType(cell) == VTK_TRIANGLE ? ntri : nquad);
+        picture.colour_cells =
+            !picture.colour_by.empty() && find_array(in.node, picture.colour_by) == nullptr;
+        made.add(in, one);
+        stage_done("compute");
+    });
+    made.join();
+    ntri = processes::sum(ntri);
+    nquad = processes::sum(nquad);
+    const std::string counts = processes::any(edges)
+                                   ? count_of(made.ncells(), "edges, ") + count_of(made.nnodes(), "nodes")
+                                   : count_of(ntri, "triangles, ") + count_of(nquad, "quadrilaterals, ") +
+                                         count_of(made.nnodes(), "nodes");
+    result.write(made, parts, counts);
+    result.draw(picture, made, parts, counts);
 }
 
 } // namespace

@@ -14,6 +14,7 @@ class cell_to_node : public command {
   public:
     explicit cell_to_node(CLI::App &app);
     void run() override;
+    bool takes_pieces() const override { return true; }
 
   private:
     input_options file;
@@ -23,7 +24,7 @@ class cell_to_node : public command {
 };
 
 cell_to_node::cell_to_node(CLI::App &app)
-    : file(app), array(app, array_place::cell, component_kind::none),
+    : file(app, input_options::in_pieces::yes), array(app, array_place::cell, component_kind::none),
       result(app, "result: .vti, .vtr, .vts, .vtu or .vtp, as the input", result_options::drawn::yes)
 {
     app.footer("\nEach node gets the mean of the cells around it, as a node array of the same name and type: "
@@ -35,32 +36,37 @@ cell_to_node::cell_to_node(CLI::App &app)
 
 void cell_to_node::run()
 {
-    const input in = file.load(mesh_use::locate);
-    vtkDataSet *data = in.file.data;
-    result.check(ending_of_data(data), "this mesh");
-    const typed_array of = array.choose(in).array;
-    if (find_array(in.node, of.name) != nullptr)
-        say_note("the node array " + of.name + " is replaced by the means of the cell array of that name");
-    stage_done("read");
-
-    const node_mean made = means_at_nodes(file.path(), *in.mesh, of,
-                                          weight == "none" ? mean_weight::none : mean_weight::distance,
-                                          array.null.has_value(), array.null.value_or(0));
-    if (made.without_value > 0)
-        say_note(std::to_string(made.without_value) + " nodes are in no cell with a value");
-    const auto out = vtkSmartPointer<vtkDataSet>::Take(data->NewInstance());
-    out->ShallowCopy(data);
-    out->GetPointData()->AddArray(made.array.kept);
-    stage_done("compute");
-
-    const std::string counts = of.name + " at " + std::to_string(in.mesh->nnodes) + " nodes";
-    result.write(out, counts);
-    if (!result.pictured()) return;
+    pieces parts = file.split(result, mesh_use::locate, input_options::ghosts::yes);
+    piece_results made = result.results_of(parts);
     drawing picture;
-    picture.data = out;
-    picture.colour_by = of.name;
-    data->GetBounds(picture.box);
-    result.draw(picture, counts);
+    qx_long without = 0;
+    bool replaced = false;
+    parts.each([&](const input &in) {
+        result.check(ending_of_data(in.file.data), "this mesh", file);
+        const typed_array of = array.choose(in).array;
+        picture.colour_by = of.name;
+        replaced = replaced || find_array(in.node, of.name) != nullptr;
+        stage_done("read");
+        const node_mean means = means_at_nodes(file.path(), *in.mesh, of,
+                                               weight == "none" ? mean_weight::none : mean_weight::distance,
+                                               array.null.has_value(), array.null.value_or(0));
+        without += means.without_value;
+        const auto out = vtkSmartPointer<vtkDataSet>::Take(in.file.data->NewInstance());
+        out->ShallowCopy(in.file.data);
+        out->GetPointData()->AddArray(means.array.kept);
+        made.add(in, without_ghosts(in, out));
+        stage_done("compute");
+    });
+    made.join();
+    picture.colour_by = agreed(picture.colour_by);
+    if (processes::any(replaced))
+        say_note("the node array " + picture.colour_by +
+                 " is replaced by the means of the cell array of that name");
+    without = processes::sum(static_cast<int64_t>(without));
+    if (without > 0) say_note(std::to_string(without) + " nodes are in no cell with a value");
+    const std::string counts = picture.colour_by + " at " + std::to_string(made.nnodes()) + " nodes";
+    result.write(made, parts, counts);
+    result.draw(picture, made, parts, counts);
 }
 
 } // namespace

@@ -3,13 +3,18 @@
 #include "command.hpp"
 #include "console.hpp"
 #include "failure.hpp"
+#include "join_pieces.hpp"
 #include "options.hpp"
 
 #include <vtkDataSet.h>
+#include <vtkIdList.h>
+#include <vtkNew.h>
 #include <vtkPolyData.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
+#include <limits>
 
 namespace {
 
@@ -17,10 +22,15 @@ class glyph : public command {
   public:
     explicit glyph(CLI::App &app);
     void run() override;
+    bool takes_pieces() const override { return true; }
 
   private:
     const typed_array *chosen_sizes(const input &in) const;
-    std::vector<double> lengths_of_glyphs(const std::vector<double> &sizes, double diagonal) const;
+    std::vector<double> lengths_of_glyphs(const std::vector<double> &sizes, double longest,
+                                          double diagonal) const;
+    void choose_nodes(const input &in, const pieces &parts, const std::vector<double> &lengths,
+                      const std::vector<double> &sizes, glyph_options *options, int64_t *left_out) const;
+    double longest_size(pieces &parts);
 
     input_options file;
     vectors_options vectors;
@@ -30,7 +40,9 @@ class glyph : public command {
     int64_t every = 1;
 };
 
-glyph::glyph(CLI::App &app) : file(app), vectors(app), result(app, "result: .vtp", result_options::drawn::yes)
+glyph::glyph(CLI::App &app)
+    : file(app, input_options::in_pieces::yes), vectors(app),
+      result(app, "result: .vtp", result_options::drawn::yes)
 {
     app.footer("\nShapes are made for a length of 1 along x: arrow and cone begin at the node, sphere and "
                "cube lie around "
@@ -50,10 +62,10 @@ glyph::glyph(CLI::App &app) : file(app), vectors(app), result(app, "result: .vtp
     app.add_option("--every", every, "glyphs at every Nth node only")->check(whole_number(1))->type_name("N");
 }
 
-std::vector<double> glyph::lengths_of_glyphs(const std::vector<double> &sizes, double diagonal) const
+std::vector<double> glyph::lengths_of_glyphs(const std::vector<double> &sizes, double longest,
+                                             double diagonal) const
 {
     if (fixed > 0) return std::vector<double>(sizes.size(), fixed);
-    const double longest = sizes.empty() ? 0 : *std::max_element(sizes.begin(), sizes.end());
     std::vector<double> lengths = sizes;
     for (double &length : lengths)
         length = scale > 0 ? length * scale : longest > 0 ? length / longest * (diagonal / 20) : 0;
@@ -70,51 +82,138 @@ const typed_array *glyph::chosen_sizes(const input &in) const
     return array;
 }
 
-void glyph::run()
+// A node on a seam has its glyph in one piece: that of the cell around it whose middle comes first. Each piece knows the
+// cells around its nodes, with the layer around it. The nodes that are other pieces', empty: none.
+std::vector<bool> nodes_of_others(const input &in)
 {
-    result.check(" .vtp ", "a set of glyphs");
-    const input in = file.read();
-    const scalar_array rows = vectors.choose_rows(in);
-    const typed_array *size_array = chosen_sizes(in);
-    const glyph_shape copied = shape_named(shape);
-    stage_done("read");
+    if (in.ghost_cell.empty()) return {};
+    vtkDataSet *data = in.file.data;
+    const auto nnodes = static_cast<size_t>(data->GetNumberOfPoints());
+    using place = std::array<double, 3>;
+    const double endless = std::numeric_limits<double>::infinity();
+    std::vector<place> first(nnodes, place{endless, endless, endless}); // of the layer's cells
+    std::vector<bool> others(nnodes, false), met(nnodes, false);
+    vtkNew<vtkIdList> nodes;
+    for (const bool ghosts : {true, false})
+        for (vtkIdType cell = 0; cell < data->GetNumberOfCells(); ++cell) {
+            if ((in.ghost_cell[static_cast<size_t>(cell)] != 0) != ghosts) continue;
+            data->GetCellPoints(cell, nodes);
+            place middle = {0, 0, 0};
+            for (vtkIdType i = 0; i < nodes->GetNumberOfIds(); ++i) {
+                double at[3];
+                data->GetPoint(nodes->GetId(i), at);
+                for (size_t d = 0; d < 3; ++d)
+                    middle[d] += at[d] / static_cast<double>(nodes->GetNumberOfIds());
+            }
+            for (vtkIdType i = 0; i < nodes->GetNumberOfIds(); ++i) {
+                const auto node = static_cast<size_t>(nodes->GetId(i));
+                if (ghosts) {
+                    first[node] = std::min(first[node], middle);
+                    others[node] = true;
+                } else if (middle <= first[node]) {
+                    met[node] = true;
+                }
+            }
+        }
+    for (size_t node = 0; node < nnodes; ++node)
+        others[node] = in.ghost_node[node] != 0 || (others[node] && !met[node]);
+    return others;
+}
 
-    const std::vector<double> lengths = lengths_of(rows),
-                              sizes = size_array != nullptr
-                                          ? lengths_of(rows_with_null(*size_array, false, 0))
-                                          : lengths;
-    glyph_options options;
-    options.vectors = &rows.array;
-    options.value_name = rows.array.name != "magnitude" ? "magnitude" : "length";
-    if (size_array != nullptr && size_array->name != rows.array.name) options.value_name = size_array->name;
-    int64_t left_out = 0;
-    for (size_t node = 0; node < lengths.size(); node += static_cast<size_t>(every)) {
+// The number that a node of a piece has in the whole; of cells that in the piece.
+int64_t number_in_whole(vtkIdType node, const int *extent, const int *whole)
+{
+    int64_t number = 0, stride = 1;
+    for (int d = 0; d < 3; ++d) {
+        const int64_t n = extent[2 * d + 1] - extent[2 * d] + 1;
+        number += (node % n + extent[2 * d] - whole[2 * d]) * stride;
+        node /= n;
+        stride *= whole[2 * d + 1] - whole[2 * d] + 1;
+    }
+    return number;
+}
+
+void glyph::choose_nodes(const input &in, const pieces &parts, const std::vector<double> &lengths,
+                         const std::vector<double> &sizes, glyph_options *options, int64_t *left_out) const
+{
+    const std::vector<bool> others = nodes_of_others(in);
+    int extent[6];
+    const bool lattice = extent_of(in.file.data, extent);
+    for (size_t node = 0; node < lengths.size(); ++node) {
+        const auto number = static_cast<vtkIdType>(node);
+        if ((lattice ? number_in_whole(number, extent, parts.whole().extent) : number) % every != 0) continue;
+        if (!others.empty() && others[node]) continue;
         const bool has_one = std::isfinite(lengths[node]) && lengths[node] > 0 && std::isfinite(sizes[node]);
         if (has_one) {
-            options.nodes.push_back(static_cast<vtkIdType>(node));
-            options.values.push_back(sizes[node]);
+            options->nodes.push_back(number);
+            options->values.push_back(sizes[node]);
         } else {
-            ++left_out;
+            ++*left_out;
         }
     }
+}
+
+double glyph::longest_size(pieces &parts)
+{
+    double longest = 0;
+    parts.each_unmeshed([&](const input &in) {
+        const std::vector<double> lengths = lengths_of(vectors.choose_rows(in));
+        const typed_array *size_array = chosen_sizes(in);
+        const std::vector<double> sizes =
+            size_array != nullptr ? lengths_of(rows_with_null(*size_array, false, 0)) : lengths;
+        glyph_options options = {};
+        int64_t left_out = 0;
+        choose_nodes(in, parts, lengths, sizes, &options, &left_out);
+        for (const double size : options.values)
+            longest = std::max(longest, size);
+    });
+    return processes::greatest(longest);
+}
+
+void glyph::run()
+{
+    result.check(" .vtp ", "a set of glyphs", file);
+    const glyph_shape copied = shape_named(shape);
+    pieces parts = file.split(result, mesh_use::extract, input_options::ghosts::yes);
+    piece_results made = result.results_of(parts);
+    const bool by_longest = scale == 0 && fixed == 0;
+    double longest = parts.several() && by_longest ? longest_size(parts) : 0;
+    int64_t left_out = 0, nglyphs = 0;
+    drawing picture;
+    parts.each_unmeshed([&](const input &in) {
+        const scalar_array rows = vectors.choose_rows(in);
+        const typed_array *size_array = chosen_sizes(in);
+        stage_done("read");
+
+        const std::vector<double> lengths = lengths_of(rows),
+                                  sizes = size_array != nullptr
+                                              ? lengths_of(rows_with_null(*size_array, false, 0))
+                                              : lengths;
+        glyph_options options = {};
+        options.vectors = &rows.array;
+        options.value_name = rows.array.name != "magnitude" ? "magnitude" : "length";
+        if (size_array != nullptr && size_array->name != rows.array.name)
+            options.value_name = size_array->name;
+        choose_nodes(in, parts, lengths, sizes, &options, &left_out);
+        if (!parts.several() && !options.values.empty())
+            longest = *std::max_element(options.values.begin(), options.values.end());
+        const double *box = parts.whole().box;
+        std::copy_n(box, 6, options.box);
+        options.lengths = lengths_of_glyphs(options.values, longest,
+                                            std::hypot(box[1] - box[0], box[3] - box[2], box[5] - box[4]));
+        made.add(in, place_glyphs(file.path(), in.file.data, copied, options));
+        nglyphs += static_cast<int64_t>(options.nodes.size());
+        picture.colour_by = options.value_name;
+        stage_done("compute");
+    });
+    made.join();
+    left_out = processes::sum(left_out);
     if (left_out > 0)
         say_note(std::to_string(left_out) + " nodes have no glyph: they have no vector, or one of length 0");
-    double box[6];
-    in.file.data->GetBounds(box);
-    options.lengths =
-        lengths_of_glyphs(options.values, std::hypot(box[1] - box[0], box[3] - box[2], box[5] - box[4]));
-    const auto made = place_glyphs(file.path(), in.file.data, copied, options);
-    stage_done("compute");
-
-    const std::string counts = std::to_string(options.nodes.size()) + " glyphs, " +
-                               std::to_string(made->GetNumberOfPoints()) + " nodes";
-    result.write(made, counts);
-    if (!result.pictured()) return;
-    drawing picture;
-    picture.data = made;
-    picture.colour_by = options.value_name;
-    std::copy_n(box, 6, picture.box);
-    result.draw(picture, counts);
+    const std::string counts =
+        std::to_string(processes::sum(nglyphs)) + " glyphs, " + std::to_string(made.nnodes()) + " nodes";
+    result.write(made, parts, counts);
+    result.draw(picture, made, parts, counts);
 }
 
 } // namespace

@@ -2,6 +2,7 @@
 #include "console.hpp"
 #include "failure.hpp"
 #include "options.hpp"
+#include "packing.hpp"
 #include "progress.hpp"
 #include "table.hpp"
 #include "write.hpp"
@@ -25,10 +26,17 @@ struct array_integral {
     host_measure of[3];
 };
 
+// What was found in a mesh, or in a piece of one.
+struct measured {
+    host_measure whole[3];
+    std::vector<array_integral> arrays;
+};
+
 class measure : public command {
   public:
     explicit measure(CLI::App &app);
     void run() override;
+    bool takes_pieces() const override { return true; }
 
   private:
     void by_host(const input &in, const typed_array *array, int component, host_measure *out) const;
@@ -42,7 +50,7 @@ class measure : public command {
     bool library = false;
 };
 
-measure::measure(CLI::App &app) : file(app)
+measure::measure(CLI::App &app) : file(app, input_options::in_pieces::yes)
 {
     app.add_option("--array,-a", array, "integrate this node array only");
     app.add_option("--null", null, "the value that means: no value here");
@@ -144,18 +152,79 @@ std::string as_records(const host_measure *whole, const std::vector<array_integr
     return "[" + records + "]\n";
 }
 
+// Sums over pieces, in their order.
+void add(host_measure *to, const host_measure *of)
+{
+    for (int d = 0; d < 3; ++d) {
+        to[d].ncells += of[d].ncells;
+        to[d].measure += of[d].measure;
+        to[d].integral += of[d].integral;
+        to[d].valued += of[d].valued;
+        to[d].null_cells += of[d].null_cells;
+    }
+}
+
+void add(measured *to, const measured &of)
+{
+    add(to->whole, of.whole);
+    if (to->arrays.empty()) {
+        to->arrays = of.arrays;
+        return;
+    }
+    for (size_t a = 0; a < of.arrays.size(); ++a)
+        add(to->arrays[a].of, of.arrays[a].of);
+}
+
+// Over the pieces of all processes.
+measured over_all(const measured &own)
+{
+    if (!processes::several()) return own;
+    packer packed;
+    packed.add(own.whole);
+    for (const array_integral &one : own.arrays) {
+        packed.add_text(one.name);
+        packed.add(one.of);
+    }
+    measured all = {};
+    for (const std::string &text : processes::all_of(packed.bytes)) {
+        unpacker from(text);
+        measured one = {};
+        const auto take = [&](host_measure *to) {
+            for (int d = 0; d < 3; ++d)
+                to[d] = from.take<host_measure>();
+        };
+        take(one.whole);
+        while (!from.at_end()) {
+            one.arrays.push_back({from.take_text(), {}});
+            take(one.arrays.back().of);
+        }
+        if (one.arrays.empty()) // a process without pieces
+            add(all.whole, one.whole);
+        else
+            add(&all, one);
+    }
+    return all;
+}
+
 void measure::run()
 {
     if (!json.empty()) check_ending(json, " .json ", "figures are");
-    const input in = file.load(library ? mesh_use::extract : mesh_use::locate);
-    stage_done("read");
-    host_measure whole[3];
-    if (library)
-        by_library(in, nullptr, 0, whole);
-    else
-        by_host(in, nullptr, 0, whole);
-    const std::vector<array_integral> arrays = integrals(in);
-    stage_done("compute");
+    pieces parts = file.split(library ? mesh_use::extract : mesh_use::locate);
+    measured sums = {};
+    parts.each([&](const input &in) {
+        stage_done("read");
+        measured one = {};
+        if (library)
+            by_library(in, nullptr, 0, one.whole);
+        else
+            by_host(in, nullptr, 0, one.whole);
+        one.arrays = integrals(in);
+        add(&sums, one);
+        stage_done("compute");
+    });
+    sums = over_all(sums);
+    const host_measure *whole = sums.whole;
+    const std::vector<array_integral> &arrays = sums.arrays;
 
     table sizes = {{"quantity", "measure", "cells"}, {}};
     table found = {{"array", "over", "integral", "mean"}, {}};
@@ -175,7 +244,9 @@ void measure::run()
         say_note(std::to_string(without_value) +
                  " cells with a node without value have no part in an integral");
     if (!json.empty()) {
-        write_text(json, as_records(whole, arrays));
+        processes::agree([&] {
+            if (processes::is_first()) write_text(json, as_records(whole, arrays));
+        });
         stage_done("write");
     }
 }

@@ -6,6 +6,7 @@
 #include "failure.hpp"
 #include "options.hpp"
 #include "parse.hpp"
+#include "probe_pieces.hpp"
 #include "read.hpp"
 #include "to_vtk.hpp"
 #include "write.hpp"
@@ -24,10 +25,14 @@ class probe_at : public command {
   public:
     explicit probe_at(CLI::App &app);
     void run() override;
+    bool takes_pieces() const override { return true; }
 
   private:
     void check();
-    probe_points chosen_points(const input_mesh &mesh);
+    probe_points chosen_points(const double *box);
+    probed probe_one(const input &in, const probe_points &at, const probed_piece *of) const;
+    void run_in_pieces(pieces &parts);
+    void finish(const probe_points &at, const probed &made);
     carried_arrays chosen_arrays(const input &in) const;
     void drop_old_columns(const std::vector<typed_array> &arrays);
     void write(const probe_points &at, const probed &made);
@@ -45,7 +50,8 @@ class probe_at : public command {
     point_table table; // of --points FILE.csv
 };
 
-probe_at::probe_at(CLI::App &app) : file(app), with(app, "only this array; may be repeated")
+probe_at::probe_at(CLI::App &app)
+    : file(app, input_options::in_pieces::yes), with(app, "only this array; may be repeated")
 {
     app.footer(
         "\nPoints outside have vtkValidPointMask 0, and NaN, 0 for integers, or an empty field in .csv. "
@@ -82,11 +88,11 @@ void probe_at::check()
 }
 
 // Where to sample; a lattice is over the mesh's box.
-probe_points probe_at::chosen_points(const input_mesh &mesh)
+probe_points probe_at::chosen_points(const double *box)
 {
     if (!grid.empty()) {
         const qx_long dims[3] = {grid[0], grid[1], grid[2]};
-        return lattice_over(mesh, dims);
+        return lattice_over(box, dims);
     }
     if (!line.empty()) return points_on_line(a.data(), b.data(), n);
     probe_points chosen;
@@ -121,24 +127,65 @@ carried_arrays probe_at::chosen_arrays(const input &in) const
     return carried;
 }
 
-void probe_at::run()
+static bool has_cells(const input &in)
 {
-    check();
-    const input in = file.load(by_library ? mesh_use::sample : mesh_use::locate);
-    if (in.mesh->structured() ? in.mesh->mesh->ncells == 0 : in.mesh->sets.empty())
-        throw failure(file.path() + ": has no cells to hold values");
-    const carried_arrays carried = chosen_arrays(in);
-    const probe_points at = chosen_points(*in.mesh);
-    stage_done("read");
+    return in.mesh->structured() ? in.mesh->mesh->ncells > 0 : !in.mesh->sets.empty();
+}
 
-    probed made = (by_library ? probe_by_library : probe_exactly)(file.path(), *in.mesh, at, carried.node,
-                                                                  carried.cell);
-    stage_done("compute");
+probed probe_at::probe_one(const input &in, const probe_points &at, const probed_piece *of) const
+{
+    const carried_arrays carried = chosen_arrays(in);
+    return (by_library ? probe_by_library : probe_exactly)(file.path(), *in.mesh, at, carried.node,
+                                                           carried.cell, of);
+}
+
+void probe_at::finish(const probe_points &at, const probed &made)
+{
     const auto inside = std::count(made.inside.begin(), made.inside.end(), 1);
     write(at, made);
     stage_done("write");
     say("%s: %lld points, %lld of them inside the mesh", out.c_str(), static_cast<long long>(at.count()),
         static_cast<long long>(inside));
+}
+
+void probe_at::run_in_pieces(pieces &parts)
+{
+    const probe_points at = chosen_points(parts.whole().box);
+    probe_answers answers(at.count());
+    probed_piece of;
+    std::copy_n(parts.whole().extent, 6, of.whole_extent);
+    std::copy_n(parts.whole().box, 6, of.whole_box);
+    of.number = processes::rank() << 12; // pieces of a process follow one another in the file
+    bool any = false;
+    parts.each([&](const input &in) {
+        ++of.number;
+        if (!has_cells(in)) return;
+        any = true;
+        stage_done("read");
+        answers.add(probe_one(in, at, &of));
+        stage_done("compute");
+    });
+    if (!processes::any(any)) throw failure(file.path() + ": has no cells to hold values");
+    answers.gather();
+    stage_done("compute");
+    processes::agree([&] {
+        if (processes::is_first()) finish(at, answers.all());
+    });
+}
+
+void probe_at::run()
+{
+    check();
+    pieces parts = file.split(by_library ? mesh_use::sample : mesh_use::locate);
+    if (parts.several()) return run_in_pieces(parts);
+    parts.each([&](const input &in) {
+        if (!has_cells(in)) throw failure(file.path() + ": has no cells to hold values");
+        const probe_points at = chosen_points(parts.whole().box);
+        stage_done("read");
+        const probed made = probe_one(in, at, nullptr);
+        stage_done("compute");
+        finish(at, made);
+    });
 }
 
 // Columns beside the points, but for those that a probe before this one made.

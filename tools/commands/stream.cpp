@@ -6,6 +6,7 @@
 #include "options.hpp"
 #include "parse.hpp"
 #include "probe.hpp"
+#include "stream_pieces.hpp"
 
 #include <vtkDataSet.h>
 #include <vtkPolyData.h>
@@ -18,10 +19,13 @@ class stream : public command {
   public:
     explicit stream(CLI::App &app);
     void run() override;
+    bool takes_pieces() const override { return true; }
 
   private:
     void check();
-    std::vector<double> chosen_seeds(const input_mesh &mesh) const;
+    std::vector<double> chosen_seeds(const input *in, pieces &parts) const;
+    void finish(const stream_lines &made, size_t nseeds, const double *box);
+    void run_in_pieces(pieces &parts);
     void tell(const stream_lines &made, size_t nseeds) const;
 
     input_options file;
@@ -34,7 +38,8 @@ class stream : public command {
 };
 
 stream::stream(CLI::App &app)
-    : file(app), vectors(app), result(app, "result: .vtp", result_options::drawn::yes)
+    : file(app, input_options::in_pieces::yes), vectors(app),
+      result(app, "result: .vtp", result_options::drawn::yes)
 {
     app.footer(
         "\nNodes have speed, time (from the seed, negative against the field) and the vector. Each line has "
@@ -95,7 +100,8 @@ void stream::check()
     result.check(" .vtp ", "a set of lines");
 }
 
-std::vector<double> stream::chosen_seeds(const input_mesh &mesh) const
+// in: the one piece of a plain start.
+std::vector<double> stream::chosen_seeds(const input *in, pieces &parts) const
 {
     if (!line.empty()) {
         const std::vector<double> a = parse_point("--seeds-line", line[0]),
@@ -110,7 +116,8 @@ std::vector<double> stream::chosen_seeds(const input_mesh &mesh) const
                       nb = few_enough("--seeds-plane", plane[4], na);
         return seeds_on_plane(corners[0].data(), corners[1].data(), corners[2].data(), na, nb);
     }
-    return random > 0 ? random_seeds(mesh, random) : seeds_in_file(seeds);
+    if (random == 0) return seeds_in_file(seeds);
+    return in != nullptr ? random_seeds(*in->mesh, random) : random_seeds_in_pieces(parts, random);
 }
 
 void stream::tell(const stream_lines &made, size_t nseeds) const
@@ -130,28 +137,56 @@ void stream::tell(const stream_lines &made, size_t nseeds) const
             say("%8lld %s", static_cast<long long>(made.ends[end]), in_words(static_cast<line_end>(end)));
 }
 
-void stream::run()
+// All.
+void stream::finish(const stream_lines &made, size_t nseeds, const double *box)
 {
-    check();
-    const input in = file.load(mesh_use::trace);
-    if (in.mesh->mesh->ncells == 0) throw failure(file.path() + ": has no cells to trace lines in");
-    const scalar_array rows = vectors.choose_rows(in);
-    const std::vector<double> from = chosen_seeds(*in.mesh);
-    stage_done("read");
-
-    const stream_lines made = trace_lines(file.path(), *in.mesh, rows, from, options);
-    stage_done("compute");
-    const bool ribbons = made.data->GetNumberOfStrips() > 0;
-    const std::string counts = std::to_string(made.nlines) + (ribbons ? " ribbons, " : " lines, ") +
-                               std::to_string(made.nnodes) + " nodes";
-    result.write(made.data, counts);
-    tell(made, from.size() / 3);
+    std::string counts;
+    processes::agree([&] {
+        if (!processes::is_first()) return;
+        const bool ribbons = made.data->GetNumberOfStrips() > 0;
+        counts = std::to_string(made.nlines) + (ribbons ? " ribbons, " : " lines, ") +
+                 std::to_string(made.nnodes) + " nodes";
+        result.write(made.data, counts);
+        tell(made, nseeds);
+    });
     if (!result.pictured()) return;
     drawing picture;
     picture.data = made.drawn;
     picture.colour_by = "speed";
-    in.file.data->GetBounds(picture.box);
+    std::copy_n(box, 6, picture.box);
     result.draw(picture, counts);
+}
+
+// Lines of all pieces are one result, which the first process writes.
+void stream::run_in_pieces(pieces &parts)
+{
+    if (options.ribbon_width > 0)
+        throw failure(
+            "--ribbon: ribbons are made on one process, without --pieces; lines are traced in pieces too",
+            exit_usage);
+    const std::vector<double> from = chosen_seeds(nullptr, parts);
+    stage_done("read");
+    const stream_lines made = trace_lines_in_pieces(
+        parts, [this](const input &in) { return vectors.choose_rows(in); }, from, options);
+    stage_done("compute");
+    finish(made, from.size() / 3, parts.whole().box);
+}
+
+void stream::run()
+{
+    check();
+    pieces parts = file.split(mesh_use::trace, input_options::ghosts::yes);
+    if (parts.several()) return run_in_pieces(parts);
+    parts.each([&](const input &in) {
+        if (in.mesh->mesh->ncells == 0) throw failure(file.path() + ": has no cells to trace lines in");
+        const scalar_array rows = vectors.choose_rows(in);
+        const std::vector<double> from = chosen_seeds(&in, parts);
+        stage_done("read");
+
+        const stream_lines made = trace_lines(file.path(), *in.mesh, rows, from, options);
+        stage_done("compute");
+        finish(made, from.size() / 3, parts.whole().box);
+    });
 }
 
 } // namespace

@@ -1,0 +1,112 @@
+// A tracer of stream lines in one mesh, step by step: what stream_lines.cpp does with all of a mesh, and stream_pieces.cpp
+// with pieces of one.
+//
+// The library traces a line as far as its steps go. What a user wants to know beyond that, when each node was reached
+// and why the line ended, follows from taking each step once more: what the library records of a step is its size
+// before it was shortened.
+#pragma once
+
+#include "arrays.hpp"
+#include "mesh_from_vtk.hpp"
+#include "stream_lines.hpp"
+
+#include <skoklana_host.h>
+
+#include <functional>
+#include <memory>
+#include <vector>
+
+// A node of a line.
+struct line_node {
+    float at[3], vector[3], uvw[3];
+    qx_long cell;
+    float speed;
+    double time;
+};
+
+struct traced_line {
+    std::vector<line_node> nodes;
+    line_end ended = line_end::left_mesh, began = line_end::left_mesh;
+};
+
+// How far a line has come on one of its two ways.
+struct line_progress {
+    int steps = 0;
+    double time = 0, length = 0;
+};
+
+// A node from which a line goes on in another piece.
+struct handed_over {
+    line_node node;
+    line_progress so_far;
+    // The node is where the last whole step left the piece and its copies. Whether that is the mesh's border is told by
+    // where the step would have ended.
+    bool at_rim;
+    float beyond[3];
+};
+
+struct freed_locator {
+    void operator()(host_locator *locator) const { host_free_locator(locator); }
+};
+
+class line_tracer {
+  public:
+    line_tracer(const input_mesh &mesh, const scalar_array &vectors, const line_options &options);
+    // By the library's own places, to a twentieth of a cell.
+    bool open_by_library();
+    // By a locator that outlives the tracer, and may serve others.
+    bool open_exactly(const host_locator *locator);
+    // The line from a seed; without nodes where the seed has none.
+    traced_line trace(const float *seed);
+    bool is_in_cell(const float *point);
+    // The cell of a point as the mesh numbers it; -1: none.
+    qx_long cell_of(const float *point);
+    // The other edge of a ribbon along a line, rows of 3; false where the field's derivatives can't be had.
+    bool make_edge(const std::vector<line_node> &nodes, std::vector<float> *edge);
+
+    // Traces on from a place, one way. Where is_copy is set the line goes on elsewhere from the first node after from in
+    // such a cell: goes_on, and that node is in over in place of nodes.
+    line_end trace_one_way(const float *from, int direction, const line_progress &so_far,
+                           std::vector<line_node> *nodes, handed_over *over);
+    std::function<bool(qx_long)> is_copy;
+
+  private:
+    // The field as arguments of the library.
+    const void *data() const { return vectors.array.values; }
+    int type() const { return vectors.array.type; }
+    int veclen() const { return vectors.array.veclen; }
+
+    bool locate(const float *point, line_node *node);
+    bool sample(line_node *node);
+    float cell_size(qx_long cell);
+    int repeat_step(const line_node &node, int direction, double *h, float *end);
+    line_end why(int result, const float *end);
+    bool find_rim(const line_node &from, double h, line_node *rim);
+    line_node between(const line_node &a, const line_node &b, double t);
+    bool add(const line_node &node, double *length, std::vector<line_node> *nodes);
+
+    struct freed {
+        void operator()(blk_tbl *table) const { host_free_table(table); }
+        void operator()(mesh_info *mesh) const { host_free_exact_mesh(mesh); }
+    };
+
+    bool is_flat; // no cell is a solid
+    std::vector<char> zeros;
+    mesh_info *mesh;
+    const scalar_array &vectors;
+    line_options options;
+    std::unique_ptr<blk_tbl, freed> table; // by the library's places
+    std::unique_ptr<mesh_info, freed> exact;
+    size_t room; // nodes
+    std::vector<float> points, rows, uvws, speeds, steps;
+    std::vector<qx_long> cells;
+};
+
+// On a mesh that is flat across an axis vectors count as far as they lie within it. False: they all do.
+bool put_into_plane(const double box[6], scalar_array *vectors);
+
+// Lines that were traced somewhere, one a seed, as trace_lines makes them; those of seeds without nodes count as outside
+// or, in_cell, as still. offset: from the coordinates of the nodes to those of the data set.
+stream_lines collect_lines(const double offset[3], const std::string &field, int veclen,
+                           const line_options &options, std::vector<traced_line> lines,
+                           const std::vector<bool> &in_cell);

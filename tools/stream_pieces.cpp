@@ -1,0 +1,719 @@
+// A line is traced in a piece with the layer of cells around it as far as its nodes lie in cells of the piece's own. A step
+// from there ends in the layer at most, and is what it is in the whole. The node in the layer is handed over: to the piece
+// that has its cell.
+//
+// With mpirun this goes in rounds. Places that wait are known to all processes; each looks for them in its own pieces and
+// tells which it has, the first piece that has one traces on, and what is handed over waits for the next round. Pieces
+// stay in memory. On one process a piece is in memory at a time: pieces take turns, and each takes of what waits what is
+// its own, until nothing waits.
+#include "stream_pieces.hpp"
+
+#include "failure.hpp"
+#include "join_pieces.hpp"
+#include "line_tracer.hpp"
+#include "packing.hpp"
+#include "progress.hpp"
+
+#include <skoklana.h>
+
+#include <vtkDataSet.h>
+
+#include <algorithm>
+#include <cmath>
+#include <map>
+#include <optional>
+#include <random>
+
+namespace {
+
+// A place where a line waits for a piece.
+struct waiting {
+    int64_t line;
+    int direction; // 1 or -1
+    int hop = 0;   // pieces before this one
+    line_progress so_far;
+    line_node node = {}; // of a seed: its place alone
+    bool at_rim = false; // wanted is whether any piece has beyond
+    float beyond[3] = {};
+
+    const float *wanted() const { return at_rim ? beyond : node.at; }
+};
+
+bool in_order(const waiting &a, const waiting &b)
+{
+    return std::make_pair(a.line, a.direction) < std::make_pair(b.line, b.direction);
+}
+
+// What a piece made of a line.
+struct segment {
+    int64_t line;
+    int direction, hop;
+    line_end ended;
+    bool in_cell; // a piece has the place that it begins at
+    std::vector<line_node> nodes;
+};
+
+enum class hold : int { own = 0, copy = 1, none = 2 };
+
+// A piece in memory, with what traces in it.
+class traced_piece {
+  public:
+    traced_piece(input in_, const scalar_array &vectors_, const pieces::totals &whole,
+                 const line_options &options)
+        : in(std::move(in_)), vectors(vectors_), tracer(*in.mesh, vectors, options)
+    {
+        mesh_info *mesh = in.mesh->mesh;
+        double diagonal = 0;
+        for (int d = 0; d < 3; ++d) {
+            // Tolerances, and the blocks of the library's search, go by the whole.
+            mesh->min_ext[d] = static_cast<float>(whole.box[2 * d] - in.mesh->offset[d]);
+            mesh->max_ext[d] = static_cast<float>(whole.box[2 * d + 1] - in.mesh->offset[d]);
+            const double length =
+                static_cast<double>(mesh->max_ext[d]) - static_cast<double>(mesh->min_ext[d]);
+            diagonal += length * length;
+        }
+        const bool curved = whole.cell_ndim < 3 && whole.box[0] != whole.box[1] &&
+                            whole.box[2] != whole.box[3] && whole.box[4] != whole.box[5];
+        const bool open = options.by_library || curved ? tracer.open_by_library()
+                                                       : open_exactly(1e-6 * std::sqrt(diagonal));
+        if (!open) {
+            stop_if_asked();
+            throw failure(in.file.path + ": tracing: " + host_error());
+        }
+        if (!in.ghost_cell.empty()) tracer.is_copy = [this](qx_long cell) { return is_copy(cell); };
+    }
+    traced_piece(const traced_piece &) = delete;
+    traced_piece &operator=(const traced_piece &) = delete;
+
+    hold holds(const float *place)
+    {
+        const qx_long cell = tracer.cell_of(place);
+        return cell < 0 ? hold::none : is_copy(cell) ? hold::copy : hold::own;
+    }
+
+    // Traces on. What the line leaves for another piece joins the queue.
+    segment go_on(const waiting &from, std::vector<waiting> *queue)
+    {
+        segment made = {from.line, from.direction, from.hop, line_end::left_mesh, true, {}};
+        handed_over over;
+        made.ended = tracer.trace_one_way(from.node.at, from.direction, from.so_far, &made.nodes, &over);
+        if (made.ended == line_end::goes_on) {
+            waiting next = {from.line, from.direction, from.hop + 1, over.so_far, over.node, over.at_rim, {}};
+            std::copy_n(over.beyond, 3, next.beyond);
+            queue->push_back(next);
+        }
+        return made;
+    }
+
+    const input &piece() const { return in; }
+
+  private:
+    bool open_exactly(double tolerance)
+    {
+        host_locator_options how = {};
+        how.size = sizeof how;
+        how.tolerance = tolerance;
+        host_locator *made = nullptr;
+        if (host_make_locator(in.mesh->field, &how, &made) != HOST_DONE) return false;
+        locator.reset(made);
+        return tracer.open_exactly(made);
+    }
+
+    bool is_copy(qx_long cell) const
+    {
+        if (in.ghost_cell.empty()) return false;
+        qx_long number = 0;
+        if (in.mesh->structured()) {
+            qx_long stride = 1;
+            for (const qx_long dim : in.mesh->dims) {
+                number += stride * std::min(cell % dim, std::max<qx_long>(dim - 2, 0));
+                cell /= dim;
+                stride *= std::max<qx_long>(dim - 1, 1);
+            }
+        } else {
+            size_t set = 0;
+            while (cell >= in.mesh->sets[set].ncells)
+                cell -= in.mesh->sets[set++].ncells;
+            number = in.mesh->vtk_cell(set, cell);
+        }
+        return in.ghost_cell[static_cast<size_t>(number)] != 0;
+    }
+
+    input in;
+    scalar_array vectors;
+    std::unique_ptr<host_locator, freed_locator> locator; // for the tracer
+    line_tracer tracer;
+};
+
+struct box {
+    double low[3], high[3];
+    bool holds(const float *place, const double *offset) const
+    {
+        for (int d = 0; d < 3; ++d) {
+            const double x = static_cast<double>(place[d]) + offset[d];
+            if (x < low[d] || x > high[d]) return false;
+        }
+        return true;
+    }
+};
+
+// The pieces of this process.
+class piece_shelf {
+  public:
+    piece_shelf(pieces &parts_, const std::function<scalar_array(const input &)> &vectors_of_,
+                const line_options &options_)
+        : parts(parts_), vectors_of(vectors_of_), options(options_),
+          boxes(static_cast<size_t>(parts.own_count())), empty(boxes.size(), false)
+    {
+        options.ribbon_width = 0;
+    }
+
+    int count() const { return static_cast<int>(boxes.size()); }
+
+    // Whether the piece may have the place; unknown until the piece was looked at.
+    bool may_have(int i, const float *place) const
+    {
+        const auto at = static_cast<size_t>(i);
+        return !empty[at] && (!boxes[at] || boxes[at]->holds(place, offset));
+    }
+
+    // Null: it has no cells to trace in.
+    traced_piece *get(int i)
+    {
+        const auto at = static_cast<size_t>(i);
+        if (empty[at]) return nullptr;
+        if (const auto found = loaded.find(i); found != loaded.end()) return found->second.get();
+        if (!processes::several()) loaded.clear();
+        input in = parts.load(i);
+        if (in.mesh == nullptr || in.mesh->mesh->ncells == 0 ||
+            in.mesh->cell_ndim() < parts.whole().cell_ndim) {
+            empty[at] = true;
+            return nullptr;
+        }
+        box one;
+        double bounds[6];
+        in.file.data->GetBounds(bounds);
+        const double margin =
+            0.01 * in.file.data->GetLength(); // cells of second order reach beyond their nodes
+        for (int d = 0; d < 3; ++d) {
+            one.low[d] = bounds[2 * d] - margin;
+            one.high[d] = bounds[2 * d + 1] + margin;
+            offset[d] = in.mesh->offset[d];
+        }
+        boxes[at] = one;
+        scalar_array vectors = vectors_of(in);
+        flattened = put_into_plane(parts.whole().box, &vectors) || flattened;
+        name = vectors.array.name;
+        veclen = vectors.array.veclen;
+        return loaded
+            .emplace(i, std::make_unique<traced_piece>(std::move(in), vectors, parts.whole(), options))
+            .first->second.get();
+    }
+
+    std::string name; // of the field, once a piece was looked at
+    int veclen = 3;
+    double offset[3] = {0, 0, 0};
+    bool flattened = false;
+
+  private:
+    pieces &parts;
+    const std::function<scalar_array(const input &)> &vectors_of;
+    line_options options;
+    std::vector<std::optional<box>> boxes;
+    std::vector<bool> empty;
+    std::map<int, std::unique_ptr<traced_piece>> loaded;
+};
+
+// Where no piece has a place the line ends at it.
+segment ended_at(const waiting &here)
+{
+    segment made = {here.line, here.direction, here.hop, line_end::left_mesh, false, {}};
+    if (here.hop > 0) made.nodes.push_back(here.node);
+    return made;
+}
+
+constexpr int no_piece = std::numeric_limits<int>::max();
+
+// How a piece holds a place, and which: the least of all is that which traces on.
+struct claim {
+    hold how = hold::none;
+    int piece = no_piece; // over all processes
+    bool operator<(const claim &other) const
+    {
+        return std::make_pair(static_cast<int>(how), piece) <
+               std::make_pair(static_cast<int>(other.how), other.piece);
+    }
+};
+
+// ---- one process -------------------------------------------------------------------------------------------------------
+
+class sweeps {
+  public:
+    explicit sweeps(piece_shelf &shelf_, std::vector<segment> &made_) : shelf(shelf_), made(made_) {}
+
+    void run(const std::vector<waiting> &first)
+    {
+        for (const waiting &one : first)
+            queue.push_back({one, 0, {}});
+        for (int i = 0; !queue.empty() && shelf.count() > 0; i = (i + 1) % shelf.count()) {
+            stop_if_asked();
+            visit(i);
+        }
+        for (const queued &one : queue)
+            made.push_back(ended_at(one.what));
+    }
+
+  private:
+    struct queued {
+        waiting what;
+        int tries;
+        claim copy; // a piece that has the place in its layer alone
+    };
+
+    void visit(int i)
+    {
+        std::vector<queued> now = std::move(queue);
+        queue.clear();
+        for (size_t next = 0; next < now.size(); ++next) {
+            queued one = now[next];
+            const bool forced = one.tries >= shelf.count() && one.copy.piece == i;
+            traced_piece *piece = forced || shelf.may_have(i, one.what.wanted()) ? shelf.get(i) : nullptr;
+            const hold how = piece != nullptr ? piece->holds(one.what.wanted()) : hold::none;
+            if (how == hold::own && one.what.at_rim) { // the mesh goes on there
+                one.what.at_rim = false;
+                one.tries = 0;
+                one.copy = {};
+                now.push_back(one);
+                continue;
+            }
+            if (how == hold::own || forced) {
+                std::vector<waiting> left;
+                made.push_back(piece->go_on(one.what, &left));
+                for (const waiting &on : left)
+                    now.push_back({on, 0, {}});
+                continue;
+            }
+            if (how == hold::copy) one.copy = std::min(one.copy, claim{how, i});
+            ++one.tries;
+            const bool is_over =
+                one.tries >= shelf.count() && (one.copy.piece == no_piece || one.what.at_rim);
+            if (is_over)
+                made.push_back(ended_at(one.what));
+            else
+                queue.push_back(one);
+        }
+    }
+
+    piece_shelf &shelf;
+    std::vector<segment> &made;
+    std::vector<queued> queue;
+};
+
+// ---- several processes -------------------------------------------------------------------------------------------------
+
+std::vector<waiting> of_all(const std::vector<waiting> &own)
+{
+    packer packed;
+    packed.add_list(own);
+    std::vector<waiting> all;
+    for (const std::string &text : processes::all_of(packed.bytes)) {
+        unpacker from(text);
+        const std::vector<waiting> one = from.take_list<waiting>();
+        all.insert(all.end(), one.begin(), one.end());
+    }
+    std::sort(all.begin(), all.end(), in_order);
+    return all;
+}
+
+class rounds {
+  public:
+    rounds(piece_shelf &shelf_, int first_piece_, std::vector<segment> &made_)
+        : shelf(shelf_), first_piece(first_piece_), made(made_)
+    {
+    }
+
+    void run(std::vector<waiting> queue)
+    {
+        while (!queue.empty()) {
+            const std::vector<claim> taken = claims(queue);
+            std::vector<waiting> left;
+            processes::agree([&] {
+                stop_if_asked();
+                for (size_t i = 0; i < queue.size(); ++i)
+                    settle(queue[i], taken[i], &left);
+            });
+            queue = of_all(left);
+        }
+    }
+
+  private:
+    // The least claim on each place.
+    std::vector<claim> claims(const std::vector<waiting> &queue)
+    {
+        std::vector<claim> least(queue.size());
+        processes::agree([&] {
+            for (int i = 0; i < shelf.count(); ++i)
+                for (size_t q = 0; q < queue.size(); ++q) {
+                    if (!shelf.may_have(i, queue[q].wanted())) continue;
+                    traced_piece *piece = shelf.get(i);
+                    if (piece == nullptr) break;
+                    const hold how = piece->holds(queue[q].wanted());
+                    if (how != hold::none) least[q] = std::min(least[q], claim{how, first_piece + i});
+                }
+        });
+        packer packed;
+        packed.add_list(least);
+        for (const std::string &text : processes::all_of(packed.bytes)) {
+            unpacker from(text);
+            const std::vector<claim> one = from.take_list<claim>();
+            for (size_t q = 0; q < least.size(); ++q)
+                least[q] = std::min(least[q], one[q]);
+        }
+        return least;
+    }
+
+    void settle(const waiting &one, const claim &taken, std::vector<waiting> *left)
+    {
+        if (one.at_rim && taken.how == hold::own) {
+            waiting again = one;
+            again.at_rim = false;
+            if (processes::is_first()) left->push_back(again);
+            return;
+        }
+        if (taken.how == hold::none || one.at_rim) {
+            if (processes::is_first()) made.push_back(ended_at(one));
+            return;
+        }
+        const int own = taken.piece - first_piece;
+        if (own >= 0 && own < shelf.count()) made.push_back(shelf.get(own)->go_on(one, left));
+    }
+
+    piece_shelf &shelf;
+    int first_piece;
+    std::vector<segment> &made;
+};
+
+// ---- lines out of segments ---------------------------------------------------------------------------------------------
+
+// Those of all processes, at the first one.
+std::vector<segment> gathered(std::vector<segment> own)
+{
+    if (!processes::several()) return own;
+    if (!processes::is_first()) {
+        packer packed;
+        for (const segment &one : own) {
+            packed.add(one.line);
+            packed.add(one.direction);
+            packed.add(one.hop);
+            packed.add(one.ended);
+            packed.add(one.in_cell);
+            packed.add_list(one.nodes);
+        }
+        processes::send(packed.bytes, 0);
+        return {};
+    }
+    for (int from = 1; from < processes::size(); ++from) {
+        const std::string text = processes::receive(from);
+        unpacker packed(text);
+        while (!packed.at_end()) {
+            segment one;
+            one.line = packed.take<int64_t>();
+            one.direction = packed.take<int>();
+            one.hop = packed.take<int>();
+            one.ended = packed.take<line_end>();
+            one.in_cell = packed.take<bool>();
+            one.nodes = packed.take_list<line_node>();
+            own.push_back(std::move(one));
+        }
+    }
+    return own;
+}
+
+std::vector<traced_line> joined(std::vector<segment> segments, size_t nlines, std::vector<bool> *in_cell)
+{
+    std::sort(segments.begin(), segments.end(), [](const segment &a, const segment &b) {
+        return std::make_tuple(a.line, a.direction, a.hop) < std::make_tuple(b.line, b.direction, b.hop);
+    });
+    std::vector<traced_line> lines(nlines);
+    in_cell->assign(nlines, false);
+    for (size_t first = 0, end; first < segments.size(); first = end) { // one way of a line
+        const segment &of = segments[first];
+        traced_line &line = lines[static_cast<size_t>(of.line)];
+        (*in_cell)[static_cast<size_t>(of.line)] = of.in_cell;
+        std::vector<line_node> nodes;
+        for (end = first; end < segments.size() && segments[end].line == of.line &&
+                          segments[end].direction == of.direction;
+             ++end)
+            nodes.insert(nodes.end(), segments[end].nodes.begin(), segments[end].nodes.end());
+        const line_end ended = segments[end - 1].ended;
+        if (of.direction < 0) { // comes first
+            line.began = ended;
+            std::reverse(nodes.begin(), nodes.end());
+            if (!nodes.empty()) nodes.pop_back(); // the seed, which the other way begins with
+        } else {
+            line.ended = ended;
+        }
+        line.nodes.insert(line.nodes.end(), nodes.begin(), nodes.end());
+    }
+    return lines;
+}
+
+// ---- seeds ---------------------------------------------------------------------------------------------------------------
+
+// A cell in which a seed lies, and how its corners weigh there.
+struct drawn_cell {
+    int piece = -1; // of this process; below 0: of none
+    qx_long
+        number; // of lattices the nodes' base in the whole, by axis; else among the piece's own cells of the set
+    qx_long base[3];
+    int set;
+    double weights[8];
+};
+
+// Kinds and orders of cells in the order of sets.
+constexpr int set_keys = 2 * CELL_KINDS;
+
+int set_key(const input_set &set)
+{
+    return 2 * set.kind + set.order - 1;
+}
+
+// The piece's own cells of each kind and order, as sets number them; of lattices all of VTK's numbers.
+std::vector<std::vector<qx_long>> own_cells(const input &in)
+{
+    std::vector<std::vector<qx_long>> cells(set_keys);
+    const auto is_own = [&](vtkIdType number) {
+        return in.ghost_cell.empty() || in.ghost_cell[static_cast<size_t>(number)] == 0;
+    };
+    if (in.mesh->structured()) {
+        auto &all = cells[2 * static_cast<size_t>(in.mesh->kind_of_set(0))];
+        for (qx_long cell = 0; cell < in.mesh->mesh->ncells; ++cell)
+            if (is_own(static_cast<vtkIdType>(cell))) all.push_back(cell);
+        return cells;
+    }
+    for (const input_set &set : in.mesh->sets)
+        for (qx_long cell = 0; cell < set.ncells; ++cell)
+            if (is_own(set.vtk_cell(cell))) cells[static_cast<size_t>(set_key(set))].push_back(cell);
+    return cells;
+}
+
+void lattice_corners(const input_mesh &mesh, qx_long cell, qx_long *nodes)
+{
+    qx_long base = 0, stride = 1, steps[3] = {0, 0, 0};
+    for (size_t d = 0; d < mesh.dims.size(); ++d) {
+        const qx_long cells = std::max<qx_long>(mesh.dims[d] - 1, 1);
+        base += cell % cells * stride;
+        cell /= cells;
+        steps[d] = stride;
+        stride *= mesh.dims[d];
+    }
+    const qx_long around[4] = {0, steps[0], steps[0] + steps[1], steps[1]};
+    for (int corner = 0; corner < 8; ++corner)
+        nodes[corner] = base + around[corner & 3] + (corner > 3 ? steps[2] : 0);
+}
+
+struct placed_seed {
+    int64_t number;
+    double at[3];
+};
+
+} // namespace
+
+stream_lines trace_lines_in_pieces(pieces &parts,
+                                   const std::function<scalar_array(const input &)> &vectors_of,
+                                   const std::vector<double> &seeds, const line_options &options)
+{
+    piece_shelf shelf(parts, vectors_of, options);
+    const auto nseeds = static_cast<int64_t>(seeds.size()) / 3;
+    // The shift of coordinates is that of all pieces, and known once one is there.
+    processes::agree([&] {
+        for (int i = 0; i < shelf.count() && shelf.name.empty(); ++i)
+            shelf.get(i);
+    });
+    packer about;
+    if (!shelf.name.empty()) {
+        about.add_text(shelf.name);
+        about.add(shelf.veclen);
+        for (const double along : shelf.offset)
+            about.add(along);
+    }
+    const std::string known = agreed(about.bytes);
+    if (known.empty()) throw failure(parts.path() + ": has no cells to trace lines in");
+    unpacker from(known);
+    const std::string name = from.take_text();
+    const int veclen = from.take<int>();
+    double offset[3];
+    for (double &along : offset)
+        along = from.take<double>();
+    std::copy_n(offset, 3, shelf.offset);
+
+    std::vector<waiting> queue;
+    for (int64_t i = 0; i < nseeds; ++i)
+        for (const int direction : {-1, 1}) {
+            if (direction < 0 && !options.both) continue;
+            waiting seed = {i, direction, 0, {}, {}, false, {}};
+            for (int d = 0; d < 3; ++d)
+                seed.node.at[d] = static_cast<float>(seeds[static_cast<size_t>(3 * i + d)] - offset[d]);
+            queue.push_back(seed);
+        }
+    std::vector<segment> made;
+    if (processes::several()) {
+        int first_piece = 0, at = 0;
+        for (const std::string &count : processes::all_of(std::to_string(shelf.count())))
+            if (at++ < processes::rank()) first_piece += std::stoi(count);
+        rounds(shelf, first_piece, made).run(queue);
+    } else {
+        sweeps(shelf, made).run(queue);
+    }
+    const bool flattened = processes::any(shelf.flattened);
+    made = gathered(std::move(made));
+    if (!processes::is_first()) return {};
+    std::vector<bool> in_cell(static_cast<size_t>(nseeds), false);
+    std::vector<traced_line> lines = joined(std::move(made), static_cast<size_t>(nseeds), &in_cell);
+    stream_lines result = collect_lines(offset, name, veclen, options, std::move(lines), in_cell);
+    result.flattened = flattened;
+    return result;
+}
+
+std::vector<double> random_seeds_in_pieces(pieces &parts, int64_t count)
+{
+    // What there is, in the order of the pieces.
+    const int npieces = parts.own_count();
+    packer packed;
+    bool all_lattices = true;
+    processes::agree([&] {
+        for (int i = 0; i < npieces; ++i) {
+            const input in = parts.load(i);
+            std::vector<qx_long> counts(set_keys, 0);
+            const bool has_cells = in.mesh != nullptr && in.mesh->mesh->ncells > 0 &&
+                                   in.mesh->cell_ndim() == parts.whole().cell_ndim;
+            if (has_cells) {
+                all_lattices = all_lattices && in.mesh->structured();
+                const auto cells = own_cells(in);
+                std::transform(cells.begin(), cells.end(), counts.begin(),
+                               [](const auto &list) { return static_cast<qx_long>(list.size()); });
+            }
+            packed.add_list(counts);
+        }
+    });
+    const bool lattice = !processes::any(!all_lattices);
+    std::vector<std::vector<qx_long>> counts; // by piece of all processes
+    int first_piece = 0, rank = 0;
+    for (const std::string &text : processes::all_of(packed.bytes)) {
+        if (rank++ == processes::rank()) first_piece = static_cast<int>(counts.size());
+        for (unpacker from(text); !from.at_end();)
+            counts.push_back(from.take_list<qx_long>());
+    }
+    qx_long ncells = 0;
+    for (const auto &one : counts)
+        for (const qx_long n : one)
+            ncells += n;
+    if (ncells == 0) throw failure(parts.path() + ": has no cells to trace lines in");
+
+    // The draws are those of random_seeds.
+    const int *extent = parts.whole().extent;
+    std::vector<int> axes; // of more than one node
+    for (int d = 0; d < 3; ++d)
+        if (extent[2 * d + 1] > extent[2 * d]) axes.push_back(d);
+    std::mt19937_64 random(1);
+    std::uniform_real_distribution<double> share(0, 1);
+    const auto below = [&](qx_long n) { return std::uniform_int_distribution<qx_long>(0, n - 1)(random); };
+    std::vector<drawn_cell> drawn(static_cast<size_t>(count));
+    for (drawn_cell &one : drawn) {
+        if (lattice) {
+            double t[3] = {0, 0, 0};
+            for (size_t a = 0; a < axes.size(); ++a) {
+                one.base[a] = below(extent[2 * axes[a] + 1] - extent[2 * axes[a]]) + extent[2 * axes[a]];
+                t[a] = share(random);
+            }
+            for (int corner = 0; corner < 8; ++corner) {
+                one.weights[corner] = 1;
+                for (size_t a = 0; a < 3; ++a)
+                    one.weights[corner] *= (corner >> a & 1) != 0 ? t[a] : 1 - t[a];
+            }
+            continue;
+        }
+        qx_long cell = below(ncells);
+        for (int set = 0; set < set_keys; ++set)
+            for (size_t piece = 0; piece < counts.size() && one.piece == -1; ++piece) {
+                const qx_long n = counts[piece][static_cast<size_t>(set)];
+                if (cell < n) {
+                    one.piece = static_cast<int>(piece) - first_piece;
+                    if (one.piece < 0) one.piece = npieces; // another process's
+                    one.set = set;
+                    one.number = cell;
+                }
+                cell -= n;
+            }
+        const int ncorners = cell_kinds[one.set / 2].ncorners;
+        double sum = 0;
+        for (int k = 0; k < ncorners; ++k)
+            sum += one.weights[k] = -std::log(1 - share(random)); // evenly over a simplex
+        for (int k = 0; k < ncorners; ++k)
+            one.weights[k] /= sum;
+    }
+
+    packer places;
+    processes::agree([&] {
+        for (int i = 0; i < npieces; ++i) {
+            const input in = parts.load(i);
+            if (in.mesh == nullptr) continue;
+            const auto cells = own_cells(in);
+            int own[6];
+            if (lattice) extent_of(in.file.data, own);
+            for (size_t s = 0; s < drawn.size(); ++s) {
+                const drawn_cell &one = drawn[s];
+                qx_long corners[20];
+                int ncorners = 8;
+                if (lattice) {
+                    qx_long node = 0, stride = 1, cell = 0, cell_stride = 1, steps[3] = {0, 0, 0};
+                    bool inside = true;
+                    for (size_t a = 0; a < axes.size(); ++a) {
+                        const qx_long lo = own[2 * axes[a]], hi = own[2 * axes[a] + 1];
+                        inside = inside && one.base[a] >= lo && one.base[a] < hi;
+                        node += (one.base[a] - lo) * stride;
+                        cell += (one.base[a] - lo) * cell_stride;
+                        steps[a] = stride;
+                        stride *= hi - lo + 1;
+                        cell_stride *= hi - lo;
+                    }
+                    if (!inside || (!in.ghost_cell.empty() && in.ghost_cell[static_cast<size_t>(cell)] != 0))
+                        continue;
+                    for (int corner = 0; corner < 8; ++corner)
+                        corners[corner] = node + (corner & 1) * steps[0] + (corner >> 1 & 1) * steps[1] +
+                                          (corner >> 2) * steps[2];
+                } else {
+                    if (one.piece != i) continue;
+                    const qx_long local =
+                        cells[static_cast<size_t>(one.set)][static_cast<size_t>(one.number)];
+                    ncorners = cell_kinds[one.set / 2].ncorners;
+                    if (in.mesh->structured()) {
+                        lattice_corners(*in.mesh, local, corners);
+                    } else {
+                        for (const input_set &set : in.mesh->sets) {
+                            if (set_key(set) != one.set) continue;
+                            const int n = set.order == 1 ? ncorners : cell_kinds[set.kind].nnodes_2;
+                            std::copy_n(set.connect + local * n, ncorners, corners);
+                        }
+                    }
+                }
+                placed_seed seed = {static_cast<int64_t>(s), {0, 0, 0}};
+                for (int k = 0; k < ncorners; ++k) {
+                    if (!(one.weights[k] > 0)) continue;
+                    double at[3];
+                    in.file.data->GetPoint(static_cast<vtkIdType>(corners[k]), at);
+                    for (int d = 0; d < 3; ++d)
+                        seed.at[d] += one.weights[k] * at[d];
+                }
+                places.add(seed);
+            }
+        }
+    });
+    std::vector<double> seeds(3 * static_cast<size_t>(count));
+    for (const std::string &text : processes::all_of(places.bytes))
+        for (unpacker from(text); !from.at_end();) {
+            const auto seed = from.take<placed_seed>();
+            std::copy_n(seed.at, 3, &seeds[3 * static_cast<size_t>(seed.number)]);
+        }
+    return seeds;
+}

@@ -1,0 +1,19 @@
+// Stream lines through a mesh in pieces.
+#pragma once
+
+#include "pieces.hpp"
+#include "stream_lines.hpp"
+
+#include <functional>
+#include <vector>
+
+// Lines as trace_lines makes them, to rounding: a line goes on from piece to piece until it ends. pieces_of: split for
+// mesh_use::trace with ghosts. vectors_of: the field on a piece. The result is the first process's; others get the
+// counts of none. Ribbons are not made. Throws failure or interrupted; all.
+stream_lines trace_lines_in_pieces(pieces &parts,
+                                   const std::function<scalar_array(const input &)> &vectors_of,
+                                   const std::vector<double> &seeds, const line_options &options);
+
+// The seeds of random_seeds where cells are numbered as in the whole: on lattices, and where pieces are stretches of the
+// file's cells. All.
+std::vector<double> random_seeds_in_pieces(pieces &parts, int64_t count);
