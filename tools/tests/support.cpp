@@ -46,6 +46,29 @@ namespace fs = std::filesystem;
 
 namespace {
 
+struct scratch_folder {
+    fs::path path;
+    explicit scratch_folder(const char *name)
+        : path(fs::temp_directory_path() / (name + std::to_string(getpid())))
+    {
+        fs::create_directories(path);
+    }
+    ~scratch_folder() { fs::remove_all(path); }
+};
+
+const scratch_folder &folder()
+{
+    static const scratch_folder made("skoklana_test");
+    return made;
+}
+
+// Groups that are started at one time get in the way of one another where they share it.
+const scratch_folder &folder_of_groups()
+{
+    static const scratch_folder made("skoklana_mpi");
+    return made;
+}
+
 struct pipe_ends {
     int read = -1, write = -1;
 };
@@ -77,6 +100,7 @@ pipe_ends open_pipe(bool terminal)
     std::vector<std::string> line = {SKOKLANA_COMMAND};
     if (around.processes > 0) {
         line = {"mpirun", "--oversubscribe", "-n", std::to_string(around.processes), SKOKLANA_COMMAND};
+        setenv("OMPI_MCA_orte_tmpdir_base", folder_of_groups().path.c_str(), 1);
         setenv("OMPI_ALLOW_RUN_AS_ROOT", "1", 1);
         setenv("OMPI_ALLOW_RUN_AS_ROOT_CONFIRM", "1", 1);
         setenv("OMPI_MCA_mpi_yield_when_idle", "1", 1);
@@ -122,6 +146,7 @@ std::string command_path()
 
 ran run(const std::vector<std::string> &arguments, const surroundings &around)
 {
+    if (around.processes > 0) folder_of_groups(); // this process's, not the child's
     ran result;
     const pipe_ends out = open_pipe(false), err = open_pipe(around.terminal);
     const pid_t child = fork();
@@ -165,18 +190,6 @@ ran run_well(const std::vector<std::string> &arguments)
 // ---- files --------------------------------------------------------------------------------------------------
 
 namespace {
-
-struct scratch_folder {
-    fs::path path = fs::temp_directory_path() / ("skoklana_test" + std::to_string(getpid()));
-    scratch_folder() { fs::create_directories(path); }
-    ~scratch_folder() { fs::remove_all(path); }
-};
-
-const scratch_folder &folder()
-{
-    static const scratch_folder made;
-    return made;
-}
 
 template <typename Reader> vtkSmartPointer<vtkDataSet> read_by(Reader *reader, const std::string &path)
 {
