@@ -436,7 +436,7 @@ vtkSmartPointer<vtkDataSet> made_sample(const std::string &mesh, const std::stri
     const std::string path = scratch("whole_" + mesh + std::to_string(order) + ending);
     run_well({"sample", "noisy-sphere", "--mesh", mesh, "--order", std::to_string(order), "--size", size,
               "-o", path});
-    const auto data = read(path);
+    auto data = read(path);
     while (data->GetPointData()->GetNumberOfArrays() > 0)
         data->GetPointData()->RemoveArray(0);
     fs::remove(path);
