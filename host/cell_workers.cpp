@@ -42,21 +42,32 @@ int find_edge(const mt_edge_table &edges, qx_long lo, qx_long hi)
 
 bool resize_numbers(qx_long **list, qx_long count)
 {
-    void *grown = realloc(*list, static_cast<size_t>(std::max<qx_long>(count, 1)) * sizeof(qx_long));
+    const size_t bytes = static_cast<size_t>(std::max<qx_long>(count, 1)) * sizeof(qx_long);
+    void *grown = realloc(*list, bytes);
     if (grown == nullptr) return false;
+    expect_to_fill(grown, static_cast<qx_long>(bytes));
     *list = static_cast<qx_long *>(grown);
     return true;
 }
 
 } // namespace
 
-bool reserve_entries(qx_long **list, qx_long *room, qx_long needed)
+// Growth may copy a list, and the copy touches fresh memory. So a list takes at once what the rest of the work will ask for
+// if it goes on as before; what stays unused of that is never touched, and is given back in the end. If there is no memory
+// for it, what is needed now will do.
+bool reserve_entries(qx_long **list, qx_long *room, qx_long used, qx_long more, double done)
 {
+    const qx_long needed = used + more;
     if (needed <= *room && *list != nullptr) return true;
-    const qx_long raised = std::max(needed, *room + *room / 2);
-    if (!resize_numbers(list, raised)) return false;
-    *room = raised;
-    return true;
+    const qx_long least = std::max(needed, *room + *room / 2);
+    const qx_long expected =
+        done > 0 ? static_cast<qx_long>(static_cast<double>(used) * 1.125 / done) + more : needed;
+    for (const qx_long raised : {std::max(least, expected), least}) {
+        if (!resize_numbers(list, raised)) continue;
+        *room = raised;
+        return true;
+    }
+    return false;
 }
 
 bool reserve_edges(mt_edge_table *edges, qx_long more)
@@ -124,6 +135,9 @@ int cell_workers::take_set(int set, qx_long first, qx_long end, cell_worker *wor
     for (qx_long behind; first < end; *done += (behind - first) * cost, first = behind) {
         behind = std::min(first + step, end);
         if (is_stopped(*done, share, nullptr)) return HOST_STOPPED;
+        // The lists of the first worker become those of all.
+        worker->done =
+            static_cast<double>(*done) / static_cast<double>(worker == workers ? share * nworkers : share);
         if (whole) {
             if (!take_rows({kind, nnodes, connect, first, behind}, first_in_mesh, 1, worker))
                 return HOST_FAILED;

@@ -38,6 +38,8 @@ struct cell_worker {
     mt_edge_table *edges; // null: could not be had, or went with a kernel that failed
     worker_list lists[most_cell_lists];
     int result;
+    double
+        done; // share of the cells whose output its lists are to hold that were taken before the rows at hand
     qx_long lowest, highest; // lower nodes of its edges lie between these
     // Of all but the first worker, for each edge: its place among those that no earlier worker has met; below 0: which
     // worker has, and which of its edges it is.
@@ -45,8 +47,8 @@ struct cell_worker {
     qx_long base, nfresh; // edges of the earlier workers, and its own among all
 };
 
-// Room for needed entries in a growing list. False: no memory.
-bool reserve_entries(qx_long **list, qx_long *room, qx_long needed);
+// Room for more entries behind the used ones of a growing list, where done is the worker's. False: no memory.
+bool reserve_entries(qx_long **list, qx_long *room, qx_long used, qx_long more, double done);
 // Room for more edges, so that no addition has to make it.
 bool reserve_edges(mt_edge_table *edges, qx_long more);
 

@@ -185,9 +185,9 @@ bool cut_rows(const void *operation, const row_stretch &rows, cell_worker *worke
         constexpr qx_long spare =
             16; // beyond what rows are when all are kept whole; kernels make more if they must
         worker_list *to = &worker->lists[l];
-        if (!reserve_entries(&to->connect, &to->room, to->used + nrows * rows.nnodes + spare) ||
+        if (!reserve_entries(&to->connect, &to->room, to->used, nrows * rows.nnodes + spare, worker->done) ||
             (kernels.cut.with_cells() &&
-             !reserve_entries(&to->cell, &to->cell_room, to->ncells + nrows + spare)))
+             !reserve_entries(&to->cell, &to->cell_room, to->ncells, nrows + spare, worker->done)))
             return false;
         arg.conn[l] = to->connect;
         arg.conn_used[l] = to->used;

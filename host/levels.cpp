@@ -123,9 +123,9 @@ void *(*const slicers[CELL_KINDS])(void *) = {nullptr,
                                               thread_func_slice_hex};
 
 // Cells of primitives that a kernel has counted from a row on.
-bool append_cells(worker_list *to, const qx_long *cells, qx_long count, qx_long first_row)
+bool append_cells(worker_list *to, const qx_long *cells, qx_long count, qx_long first_row, double done)
 {
-    if (!reserve_entries(&to->cell, &to->cell_room, to->ncells + count)) return false;
+    if (!reserve_entries(&to->cell, &to->cell_room, to->ncells, count, done)) return false;
     for (qx_long i = 0; i < count; ++i)
         to->cell[to->ncells + i] = cells[i] + first_row;
     to->ncells += count;
@@ -136,7 +136,8 @@ bool slice_rows(const level_kernels &level, const row_stretch &rows, cell_worker
 {
     constexpr qx_long most_entries = 15, margin = 25, first_cells = 1024; // as the kernels have them
     worker_list *to = &worker->lists[TRIANGLE_LIST];
-    if (!reserve_entries(&to->connect, &to->room, to->used + most_entries * (rows.end - rows.first) + margin))
+    if (!reserve_entries(&to->connect, &to->room, to->used, most_entries * (rows.end - rows.first) + margin,
+                         worker->done))
         return false;
     list_of<qx_long> cells;
     if (level.with_cells && (cells = allocate_list<qx_long>(first_cells)) == nullptr) return false;
@@ -156,7 +157,7 @@ bool slice_rows(const level_kernels &level, const row_stretch &rows, cell_worker
     const bool good = slicers[rows.kind](&arg) != nullptr;
     worker->edges = arg.edges;
     cells.reset(cell_list);
-    return good && (!level.with_cells || append_cells(to, cells.get(), ncells, 0));
+    return good && (!level.with_cells || append_cells(to, cells.get(), ncells, 0, worker->done));
 }
 
 // The kernels of lines can't tell a failure from rows without lines, so they are given all the room that they could
@@ -166,7 +167,7 @@ bool line_rows(const level_kernels &level, const row_stretch &rows, cell_worker 
     constexpr qx_long most_nodes = 4, margin = 8, first_cells = 1000;
     qx_long nrows = rows.end - rows.first, used = 0;
     worker_list *to = &worker->lists[LINE_LIST];
-    if (!reserve_entries(&to->connect, &to->room, to->used + most_nodes * nrows + margin) ||
+    if (!reserve_entries(&to->connect, &to->room, to->used, most_nodes * nrows + margin, worker->done) ||
         !reserve_edges(worker->edges, most_nodes * nrows))
         return false;
     list_of<qx_long> cells;
@@ -193,7 +194,7 @@ bool line_rows(const level_kernels &level, const row_stretch &rows, cell_worker 
     assert(lines == to->connect && cell_list == cells.get() && edges.max_edges == own.capacity);
     to->used = used;
     worker->edges->count = edges.nedges;
-    return !level.with_cells || append_cells(to, cells.get(), nlines, rows.first);
+    return !level.with_cells || append_cells(to, cells.get(), nlines, rows.first, worker->done);
 }
 
 bool extract_rows(const void *operation, const row_stretch &rows, cell_worker *worker)

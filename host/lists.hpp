@@ -1,6 +1,8 @@
 // Lists from malloc with an owner.
 #pragma once
 
+#include "mod_util/fresh_pages.hpp"
+
 #include <skoklana/types.h>
 
 #include <cstdlib>
@@ -16,5 +18,7 @@ template <typename T> list_of<T> allocate_list(qx_long count)
 {
     size_t bytes;
     if (count < 0 || __builtin_mul_overflow(static_cast<size_t>(count), sizeof(T), &bytes)) return nullptr;
-    return list_of<T>(static_cast<T *>(malloc(bytes > 0 ? bytes : 1)));
+    list_of<T> list(static_cast<T *>(malloc(bytes > 0 ? bytes : 1)));
+    if (list != nullptr) expect_to_fill(list.get(), static_cast<qx_long>(bytes));
+    return list;
 }

@@ -196,7 +196,8 @@ int extract_level(const level_request &request, const extract_rules &rules, leve
     *result = {};
     const mesh_info *mesh = request.mesh;
     extraction x = {request, rules};
-    x.table = UTILedge_table_create(mesh->nnodes);
+    // Threads look edges up in tables of their own, and this one is then a list.
+    x.table = UTILedge_table_create(rules.nthreads > 0 ? 1 : mesh->nnodes);
     if (x.table == nullptr) {
         report_error(rules.module, "alloc for edge table failed");
         return 0;

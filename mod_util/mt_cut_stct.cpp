@@ -19,31 +19,6 @@ constexpr const char *threaded_cut_module = "UTILmt_cut_struct_3d", *cut_array_m
 // Edges of a cell in its lower plane: the first two along i and along j.
 constexpr unsigned lower_edges = 3u << 0 | 3u << edges_an_axis<3>;
 
-struct cut_counter : lattice_sink<3, 1> {
-    static constexpr bool wants_whole = true, only_counts = true;
-    using tally = lattice_cut_tally<3>;
-    qx_long first_slab; // -1: there is none below
-    qx_long nnodes = 0, npieces = 0, nwhole = 0;
-    bool fits = true; // edges of the lowest plane have their numbers from the slab below
-
-    explicit cut_counter(qx_long first) : first_slab(first > 0 ? first : -1) {}
-
-    static const edge_order<3> &order(unsigned index) { return lattice_cut<3>(index).crossed; }
-
-    void count(const row_piece<cut_counter> &piece, qx_long k)
-    {
-        nnodes += piece.nnodes;
-        npieces += piece.tally.npieces;
-        nwhole += piece.nwhole;
-        if (k != first_slab) return;
-        for (int n = 0; n < piece.ncells; ++n) {
-            const edge_order<3> &crossed = order(piece.cells[n].index[0]);
-            for (int e = 0; e < crossed.nedges; ++e)
-                if ((piece.cells[n].fresh & lower_edges) >> crossed.edges[e] & 1) fits = false;
-        }
-    }
-};
-
 struct placed_cut_sink : lattice_cut_sink<3, placed_list> {
     qx_long listed_end;  // planes from here on are listed by the slab above
     qx_long *not_listed; // where they are listed all the same
@@ -59,7 +34,7 @@ struct cut_slab {
     lattice_part part;
     const cut_request *asked;
     size_t element_bytes;
-    qx_long listed_end;
+    qx_long listed_end; // planes from here on are listed by the slab above
     bool writes, fits;
     qx_long nold, npieces, nwhole;
     edge_nodes_of<placed_list> nodes;
@@ -70,19 +45,54 @@ struct cut_slab {
         const qx_long first = plane * part.dims[0] * part.dims[1];
         return static_cast<const char *>(asked->data) + static_cast<size_t>(first) * element_bytes;
     }
+
+    qx_long retained_in(qx_long plane) const
+    {
+        const qx_long dims[3] = {part.dims[0], part.dims[1], 1};
+        return UTILnnode_thresh_struct(3, dims, values_from(plane), asked->data_type, asked->null_flag,
+                                       asked->null_value, asked->level, asked->side);
+    }
+};
+
+// Retained nodes are counted plane by plane too, while their values are at hand.
+struct cut_counter : lattice_sink<3, 1> {
+    static constexpr bool wants_whole = true, only_counts = true;
+    using tally = lattice_cut_tally<3>;
+    const cut_slab &slab;
+    qx_long nold = 0, nnodes = 0, npieces = 0, nwhole = 0;
+    bool fits = true; // edges of the lowest plane have their numbers from the slab below
+
+    explicit cut_counter(const cut_slab &of) : slab(of) {}
+
+    lattice_end enter_plane(qx_long k)
+    {
+        if (k < slab.listed_end) nold += slab.retained_in(k);
+        return lattice_end::done;
+    }
+
+    static const edge_order<3> &order(unsigned index) { return lattice_cut<3>(index).crossed; }
+
+    void count(const row_piece<cut_counter> &piece, qx_long k)
+    {
+        nnodes += piece.nnodes;
+        npieces += piece.tally.npieces;
+        nwhole += piece.nwhole;
+        if (k == 0 || k != slab.part.range.first) return;
+        for (int n = 0; n < piece.ncells; ++n) {
+            const edge_order<3> &crossed = order(piece.cells[n].index[0]);
+            for (int e = 0; e < crossed.nedges; ++e)
+                if ((piece.cells[n].fresh & lower_edges) >> crossed.edges[e] & 1) fits = false;
+        }
+    }
 };
 
 // ---- a thread --------------------------------------------------------------------------------------------
 
 void count_slab(cut_slab *slab)
 {
-    const cut_request &asked = *slab->asked;
-    const qx_long first = slab->part.range.first;
-    const qx_long planes[3] = {slab->part.dims[0], slab->part.dims[1], slab->listed_end - first};
-    slab->nold = UTILnnode_thresh_struct(3, planes, slab->values_from(first), asked.data_type,
-                                         asked.null_flag, asked.null_value, asked.level, asked.side);
-    cut_counter counted(first);
+    cut_counter counted(*slab);
     slab->part.count(&counted);
+    slab->nold = counted.nold;
     slab->part.nnodes = counted.nnodes;
     slab->npieces = counted.npieces;
     slab->nwhole = counted.nwhole;

@@ -1,5 +1,6 @@
 // Isosurfaces over cell sets by several threads: each takes some of a set's cells, with an edge table and lists of its
-// own, and what they make is appended in their order. The kernels are those of one thread, over a range.
+// own, and what they make is appended in their order. The kernels are those of one thread, over a range. One thread alone
+// is the one that was called: it appends its triangles itself, and only its edges, whose table is its own, are copied.
 //
 // Nothing is renumbered: a new node goes by the number that its thread gave it, from 0 on, in the list of triangles.
 #include <skoklana/iso.h>
@@ -23,6 +24,7 @@ static_assert(sizeof(thread_slice_arg) == 96 && offsetof(thread_slice_arg, conne
 namespace {
 
 using thread_surface_rules = surface_rules_of<thread_numbers, false>;
+using lone_surface_rules = surface_rules_of<host_numbers, false>;
 
 constexpr kernel_manners thread_manners = {"UTILslice", "UTILslice", false};
 constexpr qx_long surface_entries = thread_surface_rules::first_capacity;
@@ -30,7 +32,7 @@ constexpr qx_long surface_entries = thread_surface_rules::first_capacity;
 // ---- a thread --------------------------------------------------------------------------------------------
 
 // Lists and table are worked on apart, so that threads do not write side by side.
-template <typename Cases> void *slice_cells_of(thread_slice_arg *arg)
+template <typename Cases, typename Rules = thread_surface_rules> void *slice_cells_of(thread_slice_arg *arg)
 {
     if (arg->last < arg->first) return arg;
     thread_edge_table table = as_edge_table(*arg->edges);
@@ -38,8 +40,8 @@ template <typename Cases> void *slice_cells_of(thread_slice_arg *arg)
     qx_long *cells = arg->cells != nullptr ? *arg->cells : nullptr;
     const cell_rows rows = {arg->connect, arg->cell_nnodes, arg->flags, arg->null_check != 0, 0, table.size};
     qx_long made = 0;
-    const walk_end end = extract_range<Cases, thread_surface_rules>(
-        rows, {0, arg->first, arg->last + 1}, &table, {&connect, &used, &capacity, &cells}, &made);
+    const walk_end end = extract_range<Cases, Rules>(rows, {0, arg->first, arg->last + 1}, &table,
+                                                     {&connect, &used, &capacity, &cells}, &made);
     store_edges(table, arg->edges);
     *arg->conn = connect;
     *arg->conn_used = used;
@@ -55,9 +57,34 @@ template <typename Cases> void *slice_cells_of(thread_slice_arg *arg)
     return nullptr;
 }
 
+// A share of a set's cells. Its table is made by the thread that uses it: to clear one takes as long as to walk over
+// many cells.
+struct cell_slice {
+    thread_slice_arg arg;
+    qx_long nnodes;
+    bool no_table;
+};
+
+template <typename Cases, typename Rules> void *slice_share_of(void *given)
+{
+    cell_slice *work = static_cast<cell_slice *>(given);
+    work->arg.edges = UTILmt_edge_table_create(work->nnodes);
+    work->no_table = work->arg.edges == nullptr;
+    return work->no_table ? nullptr : slice_cells_of<Cases, Rules>(&work->arg);
+}
+
+// What threads run, and the same for the thread that was called.
+struct slice_entries {
+    void *(*in_thread)(void *), *(*alone)(void *);
+};
+
+template <typename Cases>
+constexpr slice_entries slice_entries_of = {slice_share_of<Cases, thread_surface_rules>,
+                                            slice_share_of<Cases, lone_surface_rules>};
+
 // ---- a set -----------------------------------------------------------------------------------------------
 
-// What a thread fills.
+// What a thread fills. One thread alone fills the caller's lists, and nothing of it is left to be copied.
 struct slice_share {
     qx_long *conn, conn_used, conn_cap;
     qx_long *cells, cells_used;
@@ -65,10 +92,11 @@ struct slice_share {
 
 struct sliced_set {
     int nthreads;
-    thread_slice_arg *args = nullptr;
+    cell_slice *works = nullptr;
     slice_share *shares = nullptr;
     list_copies *copies = nullptr;
     thread_team threads;
+    qx_long cells_of_one = 0;
     scratch memory;
 
     explicit sliced_set(int n) : nthreads(n) {}
@@ -76,28 +104,31 @@ struct sliced_set {
     sliced_set &operator=(const sliced_set &) = delete;
     ~sliced_set()
     {
-        for (int k = 0; args != nullptr && shares != nullptr && k < nthreads; ++k) {
-            UTILmt_edge_table_delete(args[k].edges);
+        for (int k = 0; works != nullptr && shares != nullptr && k < nthreads; ++k) {
+            UTILmt_edge_table_delete(works[k].arg.edges);
             free(shares[k].conn);
             free(shares[k].cells);
         }
     }
 
     // False: no memory.
-    bool open(const mesh_info *mesh, int set, int null_flag, const unsigned char *flags, bool mapped)
+    bool open(const mesh_info *mesh, int set, int null_flag, const unsigned char *flags,
+              const primitive_lists &lists)
     {
-        args = memory.borrow<thread_slice_arg>(nthreads);
+        const bool mapped = lists.cell_map != nullptr && *lists.cell_map != nullptr;
+        works = memory.borrow<cell_slice>(nthreads);
         shares = memory.borrow<slice_share>(nthreads);
         copies = memory.borrow<list_copies>(nthreads);
         qx_long *counts = memory.borrow<qx_long>(nthreads);
-        if (args == nullptr || shares == nullptr || copies == nullptr || counts == nullptr ||
+        if (works == nullptr || shares == nullptr || copies == nullptr || counts == nullptr ||
             !threads.open(nthreads))
             return false;
         UTILmt_divide_number(nthreads, mesh->cell_count[set], counts);
         qx_long first = 0;
         for (int k = 0; k < nthreads; ++k) {
             slice_share &share = shares[k];
-            thread_slice_arg &arg = args[k];
+            thread_slice_arg &arg = works[k].arg;
+            works[k].nnodes = mesh->nnodes;
             arg.first = first;
             first += counts[k];
             arg.last = first - 1;
@@ -105,7 +136,14 @@ struct sliced_set {
             arg.connect = mesh->cell_connect[set];
             arg.null_check = null_flag;
             arg.flags = flags;
-            arg.edges = UTILmt_edge_table_create(mesh->nnodes);
+            if (nthreads == 1) {
+                arg.conn = lists.connect;
+                arg.conn_used = lists.used;
+                arg.conn_cap = lists.capacity;
+                arg.cells = mapped ? lists.cell_map : nullptr;
+                arg.cells_used = &cells_of_one;
+                return true;
+            }
             arg.conn = &share.conn;
             arg.conn_used = &share.conn_used;
             arg.conn_cap = &share.conn_cap;
@@ -114,10 +152,16 @@ struct sliced_set {
             share.conn = thread_numbers::alloc(surface_entries, ALLOC_AT("mt_iso_fnc"));
             share.conn_cap = surface_entries;
             if (mapped) share.cells = thread_numbers::alloc(surface_entries, ALLOC_AT("mt_iso_fnc"));
-            if (arg.edges == nullptr || share.conn == nullptr || (mapped && share.cells == nullptr))
-                return false;
+            if (share.conn == nullptr || (mapped && share.cells == nullptr)) return false;
         }
         return true;
+    }
+
+    // False: there was no memory for a table.
+    bool run(const slice_entries &entries)
+    {
+        threads.run(nthreads, works, nthreads == 1 ? entries.alone : entries.in_thread);
+        return std::none_of(works, works + nthreads, [](const cell_slice &work) { return work.no_table; });
     }
 
     // Appends what the threads have made. False: no memory, and nothing is appended.
@@ -127,7 +171,7 @@ struct sliced_set {
         for (int k = 0; k < nthreads; ++k) {
             nentries += shares[k].conn_used;
             ncells += shares[k].cells_used;
-            if (args[k].edges != nullptr) nedges += args[k].edges->count;
+            if (works[k].arg.edges != nullptr) nedges += works[k].arg.edges->count;
         }
         if (!reserve_edges(table, nedges)) {
             report_kernel_end(walk_end::no_edges, thread_manners);
@@ -152,7 +196,7 @@ struct sliced_set {
                 copies[k].add(share.cells, map, share.cells_used);
                 map += share.cells_used;
             }
-            place_edges(table, args[k].edges, &copies[k]);
+            place_edges(table, works[k].arg.edges, &copies[k]);
         }
         copy_lists(&threads, nthreads, copies);
         return true;
@@ -173,7 +217,7 @@ struct sliced_set {
 
 } // namespace
 
-static qx_long slice_set_in_threads(void *(*worker)(void *), int nthreads, mesh_info *mesh, int set,
+static qx_long slice_set_in_threads(const slice_entries &entries, int nthreads, mesh_info *mesh, int set,
                                     int null_flag, const unsigned char *flags, edge_table *table,
                                     const primitive_lists &lists)
 {
@@ -185,16 +229,19 @@ static qx_long slice_set_in_threads(void *(*worker)(void *), int nthreads, mesh_
     // Threads without a cell are not started.
     const qx_long ncells = mesh->cell_count[set];
     sliced_set work(static_cast<int>(std::min<qx_long>(std::max(nthreads, 1), ncells)));
-    const bool mapped = lists.cell_map != nullptr && *lists.cell_map != nullptr;
-    if (!work.open(mesh, set, null_flag, flags, mapped)) {
+    if (!work.open(mesh, set, null_flag, flags, lists)) {
         report_error("UTILmt_slice", "cannot alloc thread argment array.");
         return 0;
     }
     OMstatus_check(20, nullptr, nullptr);
-    work.threads.run(work.nthreads, work.args, worker);
-    OMstatus_check(90, nullptr, nullptr);
     const qx_long before = *lists.used;
-    if (!work.append_to(table, lists)) return 0;
+    const bool ran = work.run(entries);
+    OMstatus_check(90, nullptr, nullptr);
+    if (!ran) report_error("UTILmt_slice", "cannot alloc thread argment array.");
+    if (!ran || !work.append_to(table, lists)) {
+        *lists.used = before;
+        return 0;
+    }
     return (*lists.used - before) / thread_surface_rules::nodes_each;
 }
 
@@ -237,8 +284,8 @@ extern "C" {
                                 edge_table *table, qx_long **connect, qx_long *used, qx_long *capacity,      \
                                 qx_long **cell_map)                                                          \
     {                                                                                                        \
-        return slice_set_in_threads(thread_func_slice_##kind, nthreads, mesh, set, null_flag, flags, table,  \
-                                    {connect, used, capacity, cell_map});                                    \
+        return slice_set_in_threads(slice_entries_of<kind##_cases>, nthreads, mesh, set, null_flag, flags,   \
+                                    table, {connect, used, capacity, cell_map});                             \
     }
 EXPORT_KERNEL(tet)
 EXPORT_KERNEL(hex)
