@@ -100,5 +100,6 @@ void add_terrain(suite *all, const sizes &of);
 void add_trace(suite *all, const sizes &of);
 void add_scatter(suite *all, const sizes &of);
 void add_threads(suite *all, const sizes &of, int threads);
+void add_yardsticks(suite *all, const sizes &of, int threads);
 
 } // namespace bench

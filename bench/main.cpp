@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <fstream>
 #include <iostream>
+#include <malloc.h>
 
 using namespace bench;
 
@@ -26,10 +27,17 @@ static void set_threads(int threads)
     vtkMultiThreader::SetGlobalDefaultNumberOfThreads(threads);
 }
 
+// The allocator neither hands memory back nor maps large blocks apart, of which each would be fresh.
+static void keep_memory()
+{
+    mallopt(M_MMAP_MAX, 0);
+    mallopt(M_TRIM_THRESHOLD, -1);
+}
+
 int main(int argc, char **argv)
 {
     CLI::App app("Times our operations and the peers' on the same inputs in the same run.");
-    bool quick = false, tiny = false;
+    bool quick = false, tiny = false, warm = false;
     int repeats = 0, threads = 1;
     std::string only, markdown, json, commit = "unknown";
     app.add_flag("--quick", quick,
@@ -40,6 +48,9 @@ int main(int argc, char **argv)
         ->check(CLI::PositiveNumber);
     app.add_option("--threads", threads, "threads of threaded forms, ours and the peers'")
         ->check(CLI::PositiveNumber);
+    app.add_flag(
+        "--warm", warm,
+        "memory stays with the process from run to run, so that none is fresh: as in programs that go on");
     app.add_option("--only", only, "cases whose name or family holds this text");
     app.add_option("--markdown", markdown, "also write the tables to this file");
     app.add_option("--json", json, "also write the figures to this file");
@@ -50,6 +61,7 @@ int main(int argc, char **argv)
     sizes of = tiny ? tiny_sizes : sizes();
     if (quick) of.points /= 4;
     set_threads(threads);
+    if (warm) keep_memory();
     report made;
     made.on = measure_machine(tiny ? 1 << 20 : 256 << 20);
     made.on.threads = threads;
@@ -66,6 +78,7 @@ int main(int argc, char **argv)
     add_trace(&all, of);
     add_scatter(&all, of);
     add_threads(&all, of, threads);
+    add_yardsticks(&all, of, threads);
     const auto wanted = [&](const std::string &family, const std::string &name) {
         return family.find(only) != std::string::npos || name.find(only) != std::string::npos;
     };
