@@ -35,12 +35,23 @@ Examples:
   skoklana probe flow.vtu --grid 64 64 64 -o flow.vti
   skoklana stream flow.vtu --vectors v --seeds-random 100 --both -o lines.vtp --picture lines.png
   skoklana glyph flow.vtu --vectors v --every 10 -o arrows.vtp --picture arrows.png
+  skoklana boundary flow.vtu -o skin.vtp --picture skin.png
+  skoklana boundary part.stl --edges 30 -o creases.vtp
   skoklana gradient flow.vtu --array pressure -o slopes.vtu --picture slopes.png
+  skoklana curl flow.vtu --array v -o vorticity.vtu --picture vorticity.png
+  skoklana divergence flow.vtu --array v -o sources.vtu
+  skoklana cell-to-node flow.vtu --array load -o smooth.vtu --weight distance
+  skoklana measure flow.vtu --json figures.json
+  skoklana resample engine.vti --size 128,128,64 -o small.vti
+  skoklana fit samples.csv --x time --y height --degree 3 --picture curve.png
   skoklana threshold-null terrain.vtr --array height --null -9999 -o land.vtu
   skoklana delaunay wells.csv -o wells.vtp --picture wells.png
   skoklana scatter wells.csv --array depth --size 200,150 -o depth.vti
   skoklana clamp engine.vti --array density --min 0 --max 200 -o clamped.vti
   skoklana sample hydrogen --size 128 -o orbital.vti
+Larger than memory, and on several processes:
+  skoklana iso huge.vti --array density --level 80 --pieces 64 -o huge.pvtp
+  mpirun -n 4 skoklana gradient flow.pvtu --array pressure -o slopes.pvtu
 
 Exit codes: 0 done, 1 failed, 2 wrong usage, 130 stopped by Ctrl-C.)";
 
@@ -62,6 +73,22 @@ static std::string names_of_commands()
     for (size_t i = 0; i < n; ++i)
         names += (i == 0 ? "" : i + 1 < n ? ", " : " and ") + std::string(commands[i]->name);
     return names;
+}
+
+// The help of a command ends with its own words, its examples, and what goes with every command.
+static std::string end_of_help(const std::string &name, const std::string &own)
+{
+    std::string text = own == examples ? "" : own;
+    if (text.find("  skoklana ") == std::string::npos) {
+        std::istringstream lines(examples);
+        std::string of_command;
+        for (std::string line; std::getline(lines, line);)
+            if (line.rfind("  skoklana " + name + " ", 0) == 0) of_command += line + "\n";
+        if (!of_command.empty()) text += "\nExamples:\n" + of_command;
+    }
+    return text + (text.empty() || text.back() == '\n' ? "\n" : "\n\n") +
+           "With every command: --quiet, --overwrite, --time and --threads N, which skoklana --help "
+           "explains.";
 }
 
 // Whether two numbers follow --level or -l.
@@ -135,6 +162,7 @@ static int run(int argc, char **argv)
     for (size_t i = 0; i < std::size(commands); ++i) {
         CLI::App *one = app.add_subcommand(commands[i]->name, commands[i]->about);
         made[i] = commands[i]->make(*one);
+        one->footer(end_of_help(commands[i]->name, one->get_footer()));
         one->callback([&chosen, &made, i] { chosen = made[i].get(); });
     }
 
