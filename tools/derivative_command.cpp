@@ -2,6 +2,7 @@
 
 #include "console.hpp"
 #include "failure.hpp"
+#include "join_pieces.hpp"
 #include "progress.hpp"
 #include "to_vtk.hpp"
 
@@ -12,6 +13,8 @@
 #include <vtkPointData.h>
 
 #include <algorithm>
+#include <memory>
+#include <vector>
 
 namespace {
 
@@ -59,20 +62,76 @@ scalar_array derivative_command::values(const input &in, const typed_array &of) 
     return rows_with_null(of, array.null.has_value(), array.null.value_or(0));
 }
 
+void derivative_command::derive_by_library(const input &in, const scalar_array &of, mesh_info *mesh,
+                                           const void *values, float *out) const
+{
+    const described_kind &how = described(kind);
+    const operation run(how.name);
+    std::fill_n(out, mesh->nnodes * how.veclen, 0.0f); // refused meshes are left as they are
+    run.check(
+        how.by_library(mesh, values, of.array.veclen, of.array.type, of.null_flag, of.null_value(), out) == 1,
+        in.file.path + ": " + how.name);
+}
+
+// The library's form for uniform meshes has the distance of nodes from the corners and the number of steps between them.
+// So that it is the whole's to the bit, a piece is gone through in stretches of 2^n steps along the axis that the whole
+// is cut across, whose corners are a multiple of that distance apart without rounding. The nodes at the ends of a stretch
+// have one neighbour: they count where the whole ends there, too.
+void derivative_command::derive_uniform_part(const input &in, const scalar_array &of, float *out) const
+{
+    const described_kind &how = described(kind);
+    const input_mesh &mesh = *in.mesh;
+    const int axis = mesh.ndim - 1;
+    int all[6], with[6], own[6];
+    extent_of(mesh.whole->lattice, all);
+    extent_of(in.file.data, with);
+    own_extent_of(in, own);
+    const int lowest = all[2 * axis], highest = all[2 * axis + 1], end = own[2 * axis + 1] + 1;
+    qx_long plane = 1;
+    for (int d = 0; d < axis; ++d)
+        plane *= mesh.dims[static_cast<size_t>(d)];
+    std::vector<float> corners = mesh.corners, made;
+    const auto low = static_cast<size_t>(axis), high = low + 3;
+    const float step = (corners[high] - corners[low]) / static_cast<float>(highest - lowest);
+    std::vector<qx_long> dims = mesh.dims;
+    for (int next = own[2 * axis]; next < end;) {
+        const int first = std::max(next - 1, lowest);
+        int steps = 1;
+        while (first + 2 * steps <= with[2 * axis + 1])
+            steps *= 2;
+        corners[low] = 0;
+        corners[high] = step * static_cast<float>(steps);
+        dims.back() = steps + 1;
+        const std::unique_ptr<host_field, decltype(&host_free_field)> stretch(
+            host_uniform(mesh.ndim, dims.data(), 3, corners.data()), host_free_field);
+        mesh_info *info = stretch != nullptr ? host_mesh(stretch.get()) : nullptr;
+        if (info == nullptr) throw failure(in.file.path + ": " + host_error());
+        const qx_long before = (first - with[2 * axis]) * plane;
+        made.resize(static_cast<size_t>((steps + 1) * plane * how.veclen));
+        derive_by_library(in, of, info,
+                          static_cast<const char *>(of.array.values) +
+                              before * of.array.veclen * of.array.kept->GetElementComponentSize(),
+                          made.data());
+        const int done = std::min(end, first + steps + (first + steps == highest ? 1 : 0));
+        std::copy_n(made.begin() + (next - first) * plane * how.veclen, (done - next) * plane * how.veclen,
+                    out + (next - with[2 * axis]) * plane * how.veclen);
+        next = done;
+    }
+}
+
 qx_long derivative_command::derive(const input &in, const scalar_array &of, float *out) const
 {
     const described_kind &how = described(kind);
-    const std::string what = file.path() + ": " + how.name;
     input_mesh &mesh = *in.mesh;
     if (mesh.nnodes == 0) return 0;
-    const operation run(how.name);
     if (by_library) {
-        std::fill_n(out, mesh.nnodes * how.veclen, 0.0f); // refused meshes are left as they are
-        run.check(how.by_library(mesh.mesh, of.array.values, of.array.veclen, of.array.type, of.null_flag,
-                                 of.null_value(), out) == 1,
-                  what);
+        if (mesh.whole != nullptr && mesh.kind == "uniform")
+            derive_uniform_part(in, of, out);
+        else
+            derive_by_library(in, of, mesh.mesh, of.array.values, out);
         return 0;
     }
+    const operation run(how.name);
     const host_array values = {of.array.values, of.array.type, of.array.veclen,
                                of.null_flag != 0 ? of.null_value() : nullptr};
     std::vector<unsigned char> mask(static_cast<size_t>(mesh.nnodes));
@@ -93,10 +152,6 @@ void derivative_command::run()
     qx_long without = 0;
     parts.each([&](const input &in) {
         result.check(ending_of_data(in.file.data), "this mesh", file);
-        if (by_library && parts.several() && in.mesh->kind == "uniform")
-            throw failure("--library: the library's own form for uniform meshes takes them whole, without "
-                          "--pieces and on one process",
-                          exit_usage);
         const typed_array of = array.choose(in).array;
         const scalar_array from = values(in, of);
         stage_done("read");

@@ -17,6 +17,9 @@ class derivative_command : public command {
     scalar_array values(const input &in, const typed_array &of) const;
     // Nodes without a derivative.
     qx_long derive(const input &in, const scalar_array &of, float *out) const;
+    void derive_by_library(const input &in, const scalar_array &of, mesh_info *mesh, const void *values,
+                           float *out) const;
+    void derive_uniform_part(const input &in, const scalar_array &of, float *out) const;
 
     derivative_kind kind;
     input_options file;

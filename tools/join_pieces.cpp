@@ -8,6 +8,8 @@
 #include <vtkCellArray.h>
 #include <vtkCellData.h>
 #include <vtkDataArray.h>
+#include <vtkDataObject.h>
+#include <vtkDataSetAttributes.h>
 #include <vtkIdList.h>
 #include <vtkIdTypeArray.h>
 #include <vtkImageData.h>
@@ -22,6 +24,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <cstring>
 #include <numeric>
 
@@ -171,20 +174,31 @@ bool same_values(vtkPointData *of, vtkIdType a, vtkIdType b)
     return true;
 }
 
-// Nodes first[p] up to first[p + 1] are of piece p. For each node the one that it becomes. Of the nodes at one place
-// with the same values each piece gives one to each.
-numbers seam_partners(vtkPointSet *data, const numbers &first, bool by_values)
+bool same_number(vtkDataArray *ids, vtkIdType a, vtkIdType b)
+{
+    return ids == nullptr || ids->GetComponent(a, 0) == ids->GetComponent(b, 0);
+}
+
+bool is_finite(const place &at)
+{
+    return std::all_of(at.begin(), at.end(), [](double x) { return std::isfinite(x); });
+}
+
+// A node in the overlap of its piece's box with another.
+struct seam_node {
+    place at;
+    vtkIdType node;
+    size_t piece;
+};
+
+// Nodes first[p] up to first[p + 1] are of piece p.
+std::vector<seam_node> nodes_on_seams(vtkPointSet *data, const numbers &first)
 {
     const size_t npieces = first.size() - 1;
     std::vector<vtkBoundingBox> box(npieces);
     for (size_t p = 0; p < npieces; ++p)
         for (vtkIdType node = first[p]; node < first[p + 1]; ++node)
-            box[p].AddPoint(place_of(data, node).data());
-    struct seam_node {
-        place at;
-        vtkIdType node;
-        size_t piece;
-    };
+            if (place at = place_of(data, node); is_finite(at)) box[p].AddPoint(at.data());
     std::vector<seam_node> seam;
     for (size_t p = 0; p < npieces; ++p) {
         std::vector<vtkBoundingBox> shared;
@@ -192,31 +206,50 @@ numbers seam_partners(vtkPointSet *data, const numbers &first, bool by_values)
             if (vtkBoundingBox both(box[p]); q != p && both.IntersectBox(box[q]) != 0) shared.push_back(both);
         for (vtkIdType node = first[p]; node < first[p + 1] && !shared.empty(); ++node) {
             const place at = place_of(data, node);
-            if (std::any_of(shared.begin(), shared.end(),
-                            [&](const vtkBoundingBox &one) { return one.ContainsPoint(at.data()); }))
+            if (is_finite(at) && std::any_of(shared.begin(), shared.end(), [&](const vtkBoundingBox &one) {
+                    return one.ContainsPoint(at.data());
+                }))
                 seam.push_back({at, node, p});
         }
     }
     std::sort(seam.begin(), seam.end(), [](const seam_node &a, const seam_node &b) {
         return a.at != b.at ? a.at < b.at : a.node < b.node;
     });
+    return seam;
+}
 
+// For each node the one that it becomes. Of the nodes at one place each piece gives one to each.
+numbers seam_partners(vtkPointSet *data, const numbers &first, seam_nodes which, vtkIdType *unlike)
+{
+    const std::vector<seam_node> seam = nodes_on_seams(data, first);
+    vtkPointData *values = data->GetPointData();
+    vtkDataArray *ids = values->GetGlobalIds();
     numbers partner(static_cast<size_t>(data->GetNumberOfPoints()));
     std::iota(partner.begin(), partner.end(), 0);
     std::vector<std::pair<vtkIdType, size_t>>
         kept; // at the place in hand, each with the last piece that joined it
-    for (size_t i = 0; i < seam.size(); ++i) {
-        if (i == 0 || seam[i].at != seam[i - 1].at) kept.clear();
-        const auto same = std::find_if(kept.begin(), kept.end(), [&](const auto &one) {
-            return one.second != seam[i].piece &&
-                   (!by_values || same_values(data->GetPointData(), one.first, seam[i].node));
+    const auto join = [&](const seam_node &one, bool alike) {
+        const auto to = std::find_if(kept.begin(), kept.end(), [&](const auto &other) {
+            return other.second != one.piece && (alike ? same_values(values, other.first, one.node)
+                                                       : same_number(ids, other.first, one.node));
         });
-        if (same == kept.end()) {
-            kept.emplace_back(seam[i].node, seam[i].piece);
-            continue;
-        }
-        partner[static_cast<size_t>(seam[i].node)] = same->first;
-        same->second = seam[i].piece;
+        if (to == kept.end()) return false;
+        partner[static_cast<size_t>(one.node)] = to->first;
+        to->second = one.piece;
+        return true;
+    };
+    std::vector<seam_node> left; // of one piece at one place
+    for (size_t i = 0, end = 0; i < seam.size(); i = end) {
+        if (i == 0 || seam[i].at != seam[i - 1].at) kept.clear();
+        left.clear();
+        for (end = i; end < seam.size() && seam[end].at == seam[i].at && seam[end].piece == seam[i].piece;
+             ++end)
+            if (!join(seam[end], true)) left.push_back(seam[end]);
+        for (const seam_node &one : left)
+            if (which == seam_nodes::at_one_place && join(one, false))
+                ++*unlike;
+            else
+                kept.emplace_back(one.node, one.piece);
     }
     return partner;
 }
@@ -238,6 +271,48 @@ vtkSmartPointer<vtkPointSet> merged(vtkPointSet *data, const numbers &partner)
     return rebuilt(data, all_of(data->GetNumberOfCells()), number, rows);
 }
 
+// Marks of hidden nodes and cells, which pieces without any do not have.
+void give_all_marks(std::vector<vtkSmartPointer<vtkDataSet>> *pieces)
+{
+    const char *name = vtkDataSetAttributes::GhostArrayName();
+    for (const bool of_cells : {false, true}) {
+        const auto rows_of = [of_cells](vtkDataSet *of) {
+            return of->GetAttributes(of_cells ? vtkDataObject::CELL : vtkDataObject::POINT);
+        };
+        if (std::none_of(pieces->begin(), pieces->end(),
+                         [&](const auto &one) { return rows_of(one)->GetAbstractArray(name) != nullptr; }))
+            continue;
+        for (auto &piece : *pieces) {
+            if (rows_of(piece)->GetAbstractArray(name) != nullptr) continue;
+            const auto marked = vtkSmartPointer<vtkDataSet>::Take(piece->NewInstance());
+            marked->ShallowCopy(piece);
+            vtkNew<vtkUnsignedCharArray> none;
+            none->SetName(name);
+            none->SetNumberOfValues(of_cells ? piece->GetNumberOfCells() : piece->GetNumberOfPoints());
+            none->FillValue(0);
+            rows_of(marked)->AddArray(none);
+            piece = marked;
+        }
+    }
+}
+
+// The order and the roles that arrays have in another data set.
+void arrange_like(vtkDataSet *like, vtkDataSet *data)
+{
+    for (const int rows : {vtkDataObject::POINT, vtkDataObject::CELL}) {
+        vtkDataSetAttributes *from = like->GetAttributes(rows), *to = data->GetAttributes(rows);
+        for (int i = 0; i < from->GetNumberOfArrays(); ++i) {
+            const char *name = from->GetAbstractArray(i)->GetName();
+            const vtkSmartPointer<vtkAbstractArray> array =
+                name != nullptr ? to->GetAbstractArray(name) : nullptr;
+            if (array == nullptr) continue;
+            to->RemoveArray(name);
+            const int at = to->AddArray(array), role = from->IsArrayAnAttribute(i);
+            if (role >= 0) to->SetActiveAttribute(at, role);
+        }
+    }
+}
+
 vtkSmartPointer<vtkPointSet> one_after_another(const std::vector<vtkSmartPointer<vtkDataSet>> &pieces)
 {
     auto out = vtkSmartPointer<vtkPointSet>::Take(vtkPointSet::SafeDownCast(pieces.front()->NewInstance()));
@@ -254,17 +329,23 @@ vtkSmartPointer<vtkPointSet> one_after_another(const std::vector<vtkSmartPointer
         append->Update();
         out->ShallowCopy(append->GetOutput());
     }
+    arrange_like(pieces.front(), out); // VTK puts them in the order of their names
     return out;
 }
 
-vtkSmartPointer<vtkPointSet> append_and_merge(const std::vector<vtkSmartPointer<vtkDataSet>> &pieces,
-                                              bool by_values)
+vtkSmartPointer<vtkPointSet> append_and_merge(std::vector<vtkSmartPointer<vtkDataSet>> &&pieces,
+                                              seam_nodes which, vtkIdType *unlike)
 {
     numbers first = {0};
     for (const auto &piece : pieces)
         first.push_back(first.back() + piece->GetNumberOfPoints());
+    give_all_marks(&pieces);
     const auto all = one_after_another(pieces);
-    return merged(all, seam_partners(all, first, by_values));
+    pieces.clear();
+    vtkIdType count = 0;
+    auto out = merged(all, seam_partners(all, first, which, &count));
+    if (unlike != nullptr) *unlike = count;
+    return out;
 }
 
 // ---- lattices -----------------------------------------------------------------------------------------------
@@ -435,15 +516,18 @@ vtkSmartPointer<vtkDataSet> part_of_lattice(vtkDataSet *data, const int *extent)
     return lattice_of({data}, extent);
 }
 
-vtkSmartPointer<vtkDataSet> joined(const std::vector<vtkSmartPointer<vtkDataSet>> &pieces)
+vtkSmartPointer<vtkDataSet> joined(std::vector<vtkSmartPointer<vtkDataSet>> &&pieces, seam_nodes which,
+                                   vtkIdType *unlike)
 {
+    const vtkSmartPointer<vtkDataSet> any = pieces.front();
     std::vector<vtkSmartPointer<vtkDataSet>> filled;
     for (const auto &piece : pieces)
         if (piece->GetNumberOfPoints() > 0) filled.push_back(piece);
-    if (filled.empty()) return pieces.front();
+    pieces.clear();
+    if (filled.empty()) return any;
     if (filled.size() == 1) return filled.front();
     int whole[6];
-    if (!extent_of(filled.front(), whole)) return append_and_merge(filled, true);
+    if (!extent_of(filled.front(), whole)) return append_and_merge(std::move(filled), which, unlike);
     for (const auto &piece : filled) {
         int own[6];
         extent_of(piece, own);
@@ -457,5 +541,5 @@ vtkSmartPointer<vtkDataSet> joined(const std::vector<vtkSmartPointer<vtkDataSet>
 
 vtkSmartPointer<vtkPointSet> attached(vtkPointSet *first, vtkPointSet *second)
 {
-    return append_and_merge({first, second}, false);
+    return append_and_merge({first, second}, seam_nodes::at_one_place, nullptr);
 }

@@ -23,9 +23,17 @@ vtkSmartPointer<vtkDataSet> part_of_lattice(vtkDataSet *data, const int *extent)
 // Null where data is none of these.
 bool extent_of(vtkDataSet *data, int *extent);
 
-// Pieces as one data set, in their order. Lattices keep their extents; they cover a box together. Of unstructured
-// data nodes of different pieces become one where place and values are the same; nodes of one piece stay apart.
-vtkSmartPointer<vtkDataSet> joined(const std::vector<vtkSmartPointer<vtkDataSet>> &pieces);
+// Which nodes of different pieces become one; nodes of one piece stay apart, and so do those with other global ids.
+enum class seam_nodes {
+    with_equal_values, // at one place
+    at_one_place       // those with equal values first; the first piece's values are kept
+};
+
+// Pieces as one data set, in their order, which are given up. Lattices keep their extents; they cover a box together.
+// unlike: the number of nodes that dropped out with values of their own; nullptr: not wanted.
+vtkSmartPointer<vtkDataSet> joined(std::vector<vtkSmartPointer<vtkDataSet>> &&pieces,
+                                   seam_nodes which = seam_nodes::with_equal_values,
+                                   vtkIdType *unlike = nullptr);
 
 // The second data set behind the first, with the nodes of both that stand at one place as one; the first's cells and
 // nodes keep their numbers.

@@ -21,6 +21,7 @@
 #include <filesystem>
 #include <map>
 #include <new>
+#include <utility>
 
 using data_set = vtkSmartPointer<vtkDataSet>;
 
@@ -196,8 +197,7 @@ void piece_results::state::count(vtkDataSet *data)
 void piece_results::state::write_piece_in_hand()
 {
     if (in_hand.empty()) return;
-    const data_set all = ::joined(in_hand);
-    in_hand.clear();
+    const data_set all = ::joined(std::exchange(in_hand, {}));
     if (keep) parts.emplace_back(piece_in_hand, all);
     const std::string made_heading = heading_of(all);
     if (all->GetNumberOfPoints() == 0) { // is listed only where all are
@@ -267,7 +267,7 @@ void piece_results::state::gather()
         if (!processes::is_first()) return;
         if (all.empty()) throw failure(of->path() + ": no piece of it holds anything");
         try {
-            whole = ::joined(all);
+            whole = ::joined(std::move(all));
         } catch (const std::bad_alloc &) {
             too_large(path);
         }

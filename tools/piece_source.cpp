@@ -2,6 +2,7 @@
 
 #include "cell_order.hpp"
 #include "failure.hpp"
+#include "listed_files.hpp"
 #include "process_group.hpp"
 
 #include <vtkCellData.h>
@@ -133,30 +134,6 @@ int share_of(int entry, int shares, int count)
     while (share > 0 && first_of_share(share, shares, count) > entry)
         --share;
     return share;
-}
-
-// Marks of copies go where it is settled who owns what. Those of hidden cells and nodes stay; in a file that is no
-// list copies of cells are hidden ones.
-void forget_copies(vtkDataSet *data, bool of_list)
-{
-    const char *name = vtkDataSetAttributes::GhostArrayName();
-    for (vtkDataSetAttributes *of : {static_cast<vtkDataSetAttributes *>(data->GetPointData()),
-                                     static_cast<vtkDataSetAttributes *>(data->GetCellData())}) {
-        auto *from = vtkUnsignedCharArray::SafeDownCast(of->GetAbstractArray(name));
-        if (from == nullptr) continue;
-        const int hidden = of == data->GetPointData() ? int{vtkDataSetAttributes::HIDDENPOINT}
-                           : of_list                  ? int{vtkDataSetAttributes::HIDDENCELL}
-                                     : vtkDataSetAttributes::HIDDENCELL | vtkDataSetAttributes::DUPLICATECELL;
-        vtkNew<vtkUnsignedCharArray> kept;
-        kept->SetName(name);
-        bool any = false;
-        for (vtkIdType i = 0; i < from->GetNumberOfTuples(); ++i) {
-            kept->InsertNextValue(static_cast<unsigned char>(from->GetValue(i) & hidden));
-            any = any || kept->GetValue(i) != 0;
-        }
-        of->RemoveArray(name);
-        if (any) of->AddArray(kept);
-    }
 }
 
 // ---- lattices -----------------------------------------------------------------------------------------------
@@ -349,70 +326,12 @@ list_source::list_source(const std::string &path_, const xml_heading &heading_, 
     }
 }
 
-[[noreturn]] void missing_array(const std::string &path, const char *where, const std::string &name,
-                                const std::string &list_path)
-{
-    throw failure(path + ": has no " + where + " array " + name + ", which " + list_path +
-                  " has for all its pieces");
-}
-
-[[noreturn]] void odd_array(const std::string &path, const char *where, const xml_heading::array &listed,
-                            int components, const std::string &list_path)
-{
-    throw failure(path + ": " + where + " array " + listed.name + " has " + std::to_string(components) +
-                  " components, and " + list_path + " says " + std::to_string(listed.components));
-}
-
-// The arrays that the list names, and no others.
-void match_arrays(const std::string &path, const std::string &list_path, vtkDataSetAttributes *arrays,
-                  const std::vector<xml_heading::array> &listed, const char *where)
-{
-    for (int i = arrays->GetNumberOfArrays() - 1; i >= 0; --i) {
-        const char *name = arrays->GetAbstractArray(i)->GetName();
-        const bool wanted =
-            name != nullptr && (strcmp(name, vtkDataSetAttributes::GhostArrayName()) == 0 ||
-                                std::any_of(listed.begin(), listed.end(),
-                                            [&](const xml_heading::array &one) { return one.name == name; }));
-        if (!wanted) arrays->RemoveArray(i);
-    }
-    for (const xml_heading::array &one : listed) {
-        vtkAbstractArray *array = arrays->GetAbstractArray(one.name.c_str());
-        if (array == nullptr) missing_array(path, where, one.name, list_path);
-        if (array->GetNumberOfComponents() != one.components)
-            odd_array(path, where, one, array->GetNumberOfComponents(), list_path);
-    }
-}
-
-// A file of the list, without the copies of cells of others; nullptr: it is empty.
+// nullptr: it is empty.
 vtkSmartPointer<vtkPointSet> list_source::file(int number, bool bare)
 {
     if (const auto found = files.find(number); found != files.end()) return found->second;
-    read_options how;
-    how.bare = bare && !kept;
-    how.may_be_empty = true;
-    const std::string &name = heading.pieces[static_cast<size_t>(number)].path;
-    vtkSmartPointer<vtkPointSet> data = vtkPointSet::SafeDownCast(read_file(name, how).data);
-    if (data == nullptr || (heading.type == "PPolyData") != (vtkPolyData::SafeDownCast(data) != nullptr))
-        throw failure(name + ": is of another kind than " + path + " says");
-    if (data->GetNumberOfPoints() == 0) {
-        data = nullptr;
-    } else {
-        if (!how.bare) {
-            match_arrays(name, path, data->GetPointData(), heading.node, "node");
-            match_arrays(name, path, data->GetCellData(), heading.cell, "cell");
-        }
-        marks keep(static_cast<size_t>(data->GetNumberOfCells()), 1);
-        bool copies = false;
-        if (vtkUnsignedCharArray *ghosts = data->GetCellGhostArray())
-            for (size_t cell = 0; cell < keep.size(); ++cell) {
-                const int mark = ghosts->GetValue(static_cast<vtkIdType>(cell));
-                keep[cell] = (mark & vtkDataSetAttributes::DUPLICATECELL) == 0 ? 1 : 0;
-                copies = copies || keep[cell] == 0;
-            }
-        if (copies) data = cells_of(data, keep);
-        forget_copies(data, true);
-        if (data->GetNumberOfPoints() == 0) data = nullptr;
-    }
+    const vtkSmartPointer<vtkPointSet> data =
+        vtkPointSet::SafeDownCast(read_listed(path, heading, number, bare && !kept).data);
     if (kept) files[number] = data;
     return data;
 }

@@ -8,6 +8,7 @@
 
 #include "crash_guard.hpp"
 #include "failure.hpp"
+#include "listed_files.hpp"
 #include "messages.hpp"
 #include "whole_file.hpp"
 #include "write.hpp"
@@ -190,6 +191,11 @@ static std::string type_in_xml(const std::string &head)
     if (at == std::string::npos || at + 7 >= tag.size()) return "";
     at += 6;
     return tag.substr(at + 1, tag.find(tag[at], at + 1) - at - 1);
+}
+
+static bool is_list(const std::string &type)
+{
+    return type[0] == 'P' && type != "PolyData";
 }
 
 // One that knows what can be left out.
@@ -496,11 +502,22 @@ static vtkSmartPointer<vtkDataSet> whole_of(const std::vector<vtkDataSet *> &lea
     return append->GetOutput();
 }
 
+[[noreturn]] static void single_block(const std::string &path)
+{
+    throw failure(path + ": is a single block; --block can only be 0");
+}
+
+[[noreturn]] static void no_such_step(const std::string &path, int nsteps, int step)
+{
+    throw failure(path + ": has time steps 0 to " + std::to_string(nsteps - 1) + ", not " +
+                  std::to_string(step));
+}
+
 static vtkSmartPointer<vtkDataSet> data_set_of(vtkDataObject *object, const read_options &options,
                                                input_file *file)
 {
     if (auto *data = vtkDataSet::SafeDownCast(object)) {
-        if (options.block > 0) throw failure(file->path + ": is a single block; --block can only be 0");
+        if (options.block > 0) single_block(file->path);
         return data;
     }
     auto *blocks = vtkCompositeDataSet::SafeDownCast(object);
@@ -550,8 +567,7 @@ static input_file read_collection(const std::string &path, const read_options &o
     }
     if (steps.empty()) throw failure(path + ": lists no files");
     if (options.step >= static_cast<int>(steps.size()))
-        throw failure(path + ": has time steps 0 to " + std::to_string(steps.size() - 1) + ", not " +
-                      std::to_string(options.step));
+        no_such_step(path, static_cast<int>(steps.size()), options.step);
     const auto &parts = std::next(steps.begin(), options.step)->second;
     const int nparts = static_cast<int>(parts.size());
     if (options.block >= nparts && nparts > 1)
@@ -584,6 +600,14 @@ static input_file read_collection(const std::string &path, const read_options &o
     return file;
 }
 
+// Of files of one block and one time step.
+static void refuse_others(const std::string &path, const read_options &options)
+{
+    if (!options.solution.empty()) refuse_solution(path);
+    if (options.block > 0) single_block(path);
+    if (options.step > 0) no_such_step(path, 1, options.step);
+}
+
 input_file read_file(const std::string &path, const read_options &options)
 {
     input_file file;
@@ -593,7 +617,15 @@ input_file read_file(const std::string &path, const read_options &options)
         if (!options.solution.empty()) refuse_solution(path);
         return read_collection(path, options);
     }
-    check_whole_file(path, head);
+    const std::string type = type_in_xml(head);
+    if (options.of_list && is_list(type))
+        throw failure(path + ": is a list of pieces itself, and cannot be one of another list");
+    if (type == "PUnstructuredGrid" || type == "PPolyData") {
+        refuse_others(path, options);
+        return read_all_listed(path);
+    }
+    // of a file that is read part by part that was done before
+    if (options.extent.empty()) check_whole_file(path, head);
     const crash_guard guard(path);
     try {
         vtk_messages::take_errors();
@@ -605,9 +637,7 @@ input_file read_file(const std::string &path, const read_options &options)
         file.nsteps = std::max(1, about->Length(steps_key));
         for (int i = 0; i < about->Length(steps_key); ++i)
             file.times.push_back(about->Get(steps_key, i));
-        if (options.step >= file.nsteps)
-            throw failure(path + ": has time steps 0 to " + std::to_string(file.nsteps - 1) + ", not " +
-                          std::to_string(options.step));
+        if (options.step >= file.nsteps) no_such_step(path, file.nsteps, options.step);
         if (!options.extent.empty())
             reader->UpdateExtent(options.extent.data());
         else if (file.nsteps > 1)
@@ -618,6 +648,7 @@ input_file read_file(const std::string &path, const read_options &options)
         // the cube reader gives the atoms first and the grid second
         const int port = vtkGaussianCubeReader::SafeDownCast(reader) != nullptr ? 1 : 0;
         file.data = data_set_of(reader->GetOutputDataObject(port), options, &file);
+        if (is_list(type)) forget_copies(file.data, true); // the reader takes each cell from one piece
     } catch (const std::bad_alloc &) {
         throw failure(path + ": asks for more memory than there is; it is damaged or too large");
     } catch (const std::length_error &) {
@@ -677,7 +708,7 @@ xml_heading read_xml_heading(const std::string &path)
     const std::string head = first_bytes(path);
     heading.type = type_in_xml(head);
     if (heading.type.empty()) return heading;
-    if (heading.type[0] == 'P' && heading.type != "PolyData") {
+    if (is_list(heading.type)) {
         read_list(path, &heading);
         return heading;
     }

@@ -17,6 +17,7 @@ struct read_options {
     std::vector<int>
         extent; // of lattices: the first and last node along each axis, of those to read; empty: all
     bool may_be_empty = false; // no nodes are no failure
+    bool of_list = false;      // a list of pieces names it: it is none itself
 };
 
 struct input_file {

@@ -155,7 +155,7 @@ class appended_data {
 
   private:
     bool read_markup();
-    uint64_t number(uint64_t at);
+    std::vector<uint64_t> numbers(uint64_t at, uint64_t count);
     void check_array(uint64_t offset);
 
     const std::string &path;
@@ -198,32 +198,33 @@ bool appended_data::read_markup()
     return true;
 }
 
-uint64_t appended_data::number(uint64_t at)
+std::vector<uint64_t> appended_data::numbers(uint64_t at, uint64_t count)
 {
-    unsigned char bytes[8] = {};
-    if (at + width > size) cut_short(path, size, "its appended data goes on");
+    if (count > size / width || at + count * width > size) cut_short(path, size, "its appended data goes on");
+    std::vector<unsigned char> bytes(static_cast<size_t>(count) * width);
     file.clear();
     file.seekg(static_cast<std::streamoff>(at));
-    file.read(reinterpret_cast<char *>(bytes), width);
-    uint64_t value = 0;
-    for (unsigned i = 0; i < width; ++i)
-        value |= static_cast<uint64_t>(bytes[swapped ? width - 1 - i : i]) << (8 * i);
-    return value;
+    file.read(reinterpret_cast<char *>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+    std::vector<uint64_t> values(static_cast<size_t>(count));
+    for (size_t i = 0; i < bytes.size(); ++i) {
+        const size_t byte = i % width;
+        values[i / width] |= static_cast<uint64_t>(bytes[i]) << (8 * (swapped ? width - 1 - byte : byte));
+    }
+    return values;
 }
 
 void appended_data::check_array(uint64_t offset)
 {
     const uint64_t at = start + offset;
-    const uint64_t first = number(at);
+    const uint64_t first = numbers(at, 1).front();
     uint64_t end = at + width;
     if (!compressed) {
         if (first > size || end + first > size) cut_short(path, size, "its appended data goes on");
         return;
     }
-    if (first > size / width) cut_short(path, size, "its appended data goes on");
     end += (2 + first) * width;
-    for (uint64_t block = 0; block < first; ++block)
-        end += std::min(number(at + (3 + block) * width), size + 1);
+    for (const uint64_t block : numbers(at + 3 * width, first))
+        end += std::min(block, size + 1);
     if (end > size) cut_short(path, size, "its appended data goes on to byte " + std::to_string(end));
 }
 
