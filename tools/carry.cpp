@@ -2,6 +2,7 @@
 #include "carry.hpp"
 
 #include "cell_order.hpp"
+#include "join_pieces.hpp"
 
 #include <skoklana/array.h>
 #include <skoklana/host/tool.h>
@@ -21,7 +22,9 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <type_traits>
+#include <utility>
 
 std::vector<typed_array> rows_of(const std::vector<typed_array> &arrays, const std::vector<qx_long> &rows)
 {
@@ -54,13 +57,59 @@ std::vector<qx_long> drop_unused(qx_long count, const std::vector<node_entries> 
 
 // ---- nodes --------------------------------------------------------------------------------------------------
 
-node_results::node_results(input_mesh &mesh_, const std::vector<typed_array> &arrays, qx_long count)
-    : mesh(mesh_), from(arrays), places(vtkSmartPointer<vtkFloatArray>::New())
+node_results::node_results(input_mesh &mesh_, const std::vector<typed_array> &arrays, qx_long count,
+                           joins how)
+    : mesh(mesh_), from(arrays), places(vtkSmartPointer<vtkFloatArray>::New()), how_joined(how)
 {
     places->SetNumberOfComponents(3);
     places->SetNumberOfTuples(count);
     for (const typed_array &array : from)
         made.push_back(like(array, count));
+    if (mesh.whole == nullptr) return;
+    ends = vtkSmartPointer<vtkDoubleArray>::New();
+    ends->SetName(name_of_ends);
+    ends->SetNumberOfComponents(6);
+    ends->SetNumberOfTuples(count);
+    ends->FillValue(std::numeric_limits<double>::quiet_NaN());
+}
+
+// What tells a node from all others of the whole: its number where that is known, else its place.
+static node_place key_of(vtkDataSet *data, vtkIdType node)
+{
+    if (vtkDataArray *number = data->GetPointData()->GetArray(name_of_ends))
+        return {number->GetComponent(node, 0), 0, 0};
+    int extent[6];
+    if (!extent_of(data, extent)) return place_of(data, node);
+    node_place key = {0, 0, 0};
+    for (size_t d = 0; d < 3; ++d) {
+        const vtkIdType n = extent[2 * d + 1] - extent[2 * d] + 1;
+        key[d] = static_cast<double>(node % n + extent[2 * d]);
+        node /= n;
+    }
+    return key;
+}
+
+void node_results::note_ends(qx_long count, const qx_long *a, const qx_long *b)
+{
+    if (ends == nullptr) return;
+    const auto n = static_cast<size_t>(count);
+    std::vector<float> at_a, at_b;
+    if (how_joined == joins::in_one_place) {
+        const std::vector<float> start(n);
+        at_a.resize(3 * n);
+        at_b.resize(3 * n);
+        UTILeval_coord(mesh.mesh, count, a, a, start.data(), at_a.data());
+        UTILeval_coord(mesh.mesh, count, b, b, start.data(), at_b.data());
+    }
+    for (size_t i = 0; i < n; ++i) {
+        node_place first = key_of(mesh.data, a[i]), second = key_of(mesh.data, b[i]);
+        const float *at = coords(filled) + 3 * i;
+        if (!at_a.empty() && std::equal(at, at + 3, &at_a[3 * i])) second = first;
+        if (!at_b.empty() && std::equal(at, at + 3, &at_b[3 * i])) first = second;
+        if (second < first) std::swap(first, second);
+        double *row = ends->GetPointer(6 * (filled + static_cast<qx_long>(i)));
+        std::copy(second.begin(), second.end(), std::copy(first.begin(), first.end(), row));
+    }
 }
 
 float *node_results::coords(qx_long row)
@@ -83,6 +132,7 @@ bool node_results::add(qx_long count, const qx_long *nodes)
         return false;
     for (size_t i = 0; i < from.size(); ++i)
         UTILcopy_array_list(0, from[i].veclen, from[i].type, from[i].values, count, nodes, row_of(i));
+    note_ends(count, nodes, nodes);
     filled += count;
     return true;
 }
@@ -120,6 +170,7 @@ bool node_results::add_between(qx_long count, const qx_long *a, const qx_long *b
     if (UTILeval_coord(mesh.mesh, count, a, b, t, coords(filled)) != 1) return false;
     for (size_t i = 0; i < from.size(); ++i)
         if (!write_between(from[i], count, a, b, t, row_of(i))) return false;
+    note_ends(count, a, b);
     filled += count;
     return true;
 }
@@ -150,6 +201,13 @@ void node_results::hand_over(vtkPointSet *data)
     data->SetPoints(points);
     for (const typed_array &array : made)
         data->GetPointData()->AddArray(array.kept);
+    if (ends == nullptr) return;
+    for (vtkIdType row = 0; row < ends->GetNumberOfTuples();
+         ++row) // those that were placed have their place alone
+        if (double *key = ends->GetPointer(6 * row); std::isnan(key[0]))
+            for (int side = 0; side < 2; ++side)
+                std::copy_n(place_of(data, row).begin(), 3, key + 3 * side);
+    data->GetPointData()->AddArray(ends);
 }
 
 // ---- cells --------------------------------------------------------------------------------------------------

@@ -14,6 +14,7 @@
 #include <memory>
 #include <vector>
 
+class vtkDoubleArray;
 class vtkFloatArray;
 class vtkPointSet;
 class vtkPolyData;
@@ -29,8 +30,14 @@ using owned_list = owned<qx_long>;
 // Nodes with their arrays. Integers between two nodes are rounded to the nearest.
 class node_results {
   public:
+    // Which nodes are one where pieces of a mesh are joined.
+    enum class joins {
+        on_one_edge, // between the same two nodes of the mesh
+        in_one_place // and, on a node of the mesh, whatever edges lead there
+    };
     // count: the nodes that will be added in all.
-    node_results(input_mesh &mesh, const std::vector<typed_array> &arrays, qx_long count);
+    node_results(input_mesh &mesh, const std::vector<typed_array> &arrays, qx_long count,
+                 joins how = joins::on_one_edge);
     // Nodes of the mesh, by number.
     bool add(qx_long count, const qx_long *nodes);
     // Nodes at the places a + t (b - a) between nodes of the mesh. False: the library reported a failure.
@@ -53,11 +60,14 @@ class node_results {
   private:
     // Where the next row of an array goes.
     void *row_of(size_t array) const;
+    void note_ends(qx_long count, const qx_long *a, const qx_long *b);
 
     input_mesh &mesh;
     const std::vector<typed_array> &from;
     std::vector<typed_array> made;
     vtkSmartPointer<vtkFloatArray> places;
+    vtkSmartPointer<vtkDoubleArray> ends; // of pieces: where the nodes stand that a node lies between
+    joins how_joined;
     qx_long filled = 0;
 };
 

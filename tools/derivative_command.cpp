@@ -138,15 +138,15 @@ qx_long derivative_command::derive(const input &in, const scalar_array &of, floa
     const int done = how.by_host(mesh.field, &values, out, mask.data());
     stop_if_asked();
     if (done != HOST_DONE) throw failure(file.path() + ": " + host_error());
-    for (size_t node = 0; node < in.ghost_node.size(); ++node)
-        if (in.ghost_node[node] != 0) mask[node] = 1; // another piece's
+    for (size_t node = 0; node < in.node_number.size(); ++node)
+        if (!in.counts(node)) mask[node] = 1;
     return std::count(mask.begin(), mask.end(), 0);
 }
 
 void derivative_command::run()
 {
     const described_kind &how = described(kind);
-    pieces parts = file.split(result, mesh_use::locate, input_options::ghosts::yes);
+    pieces parts = file.split(result, array.mean(), mesh_use::locate, piece_with::ghosts_and_numbers);
     piece_results made = result.results_of(parts);
     drawing picture;
     qx_long without = 0;

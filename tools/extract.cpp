@@ -185,7 +185,8 @@ extracted extract_levels(const std::string &path, input_mesh &mesh, level_kind k
         made.ntri.push_back(one.ntri);
     }
 
-    node_results nodes(mesh, carried.node, nnodes);
+    node_results nodes(mesh, carried.node, nnodes,
+                       raw ? node_results::joins::on_one_edge : node_results::joins::in_one_place);
     cell_results cells;
     qx_long first = 0;
     for (size_t i = 0; i < levels.size(); ++i) {

@@ -18,6 +18,12 @@ struct input {
     // cells around it, which its mesh has as well, and of the nodes that only these have; empty: there are none.
     int piece = 0;
     std::vector<unsigned char> ghost_cell, ghost_node;
+    // Of a piece, where asked for: the number of each node in the whole, in the first piece that has it; below 0 in
+    // others. Empty: numbers are those of the data set.
+    std::vector<vtkIdType> node_number;
+    // Of a piece, where asked for: the cell array that was chosen, as means at the nodes of the whole.
+    typed_array mean;
+    bool counts(size_t number) const { return node_number.empty() || node_number[number] >= 0; }
 };
 
 // All tell the user what came up. Throw failure.

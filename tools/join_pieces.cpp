@@ -23,7 +23,6 @@
 #include <vtkUnstructuredGrid.h>
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <cstring>
 #include <numeric>
@@ -148,17 +147,6 @@ marks all_of(vtkIdType count)
 
 // ---- nodes at one place -------------------------------------------------------------------------------------
 
-using place = std::array<double, 3>;
-
-place place_of(vtkDataSet *data, vtkIdType node)
-{
-    place at;
-    data->GetPoint(node, at.data());
-    for (double &x : at)
-        if (x == 0) x = 0; // of either sign
-    return at;
-}
-
 // Whether two rows hold the same bits in all arrays.
 bool same_values(vtkPointData *of, vtkIdType a, vtkIdType b)
 {
@@ -174,79 +162,117 @@ bool same_values(vtkPointData *of, vtkIdType a, vtkIdType b)
     return true;
 }
 
-bool same_number(vtkDataArray *ids, vtkIdType a, vtkIdType b)
+bool same_row(vtkDataArray *of, vtkIdType a, vtkIdType b)
 {
-    return ids == nullptr || ids->GetComponent(a, 0) == ids->GetComponent(b, 0);
+    for (int c = 0; of != nullptr && c < of->GetNumberOfComponents(); ++c)
+        if (of->GetComponent(a, c) != of->GetComponent(b, c)) return false;
+    return true;
 }
 
-bool is_finite(const place &at)
+bool is_finite(const node_place &at)
 {
     return std::all_of(at.begin(), at.end(), [](double x) { return std::isfinite(x); });
 }
 
 // A node in the overlap of its piece's box with another.
 struct seam_node {
-    place at;
+    std::vector<double> key; // of all that may become one: the place, or the ends where they are known
     vtkIdType node;
     size_t piece;
 };
 
+// What pieces may differ in at one node, as they go from one end of an edge to the other or back: coordinates are
+// floats.
+constexpr double rounding = 1e-6;
+
 // Nodes first[p] up to first[p + 1] are of piece p.
-std::vector<seam_node> nodes_on_seams(vtkPointSet *data, const numbers &first)
+std::vector<seam_node> nodes_on_seams(vtkPointSet *data, const numbers &first, vtkDataArray *ends)
 {
     const size_t npieces = first.size() - 1;
     std::vector<vtkBoundingBox> box(npieces);
-    for (size_t p = 0; p < npieces; ++p)
+    for (size_t p = 0; p < npieces; ++p) {
         for (vtkIdType node = first[p]; node < first[p + 1]; ++node)
-            if (place at = place_of(data, node); is_finite(at)) box[p].AddPoint(at.data());
+            if (node_place at = place_of(data, node); is_finite(at)) box[p].AddPoint(at.data());
+        double bounds[6], most = 0;
+        if (ends == nullptr || box[p].IsValid() == 0) continue;
+        box[p].GetBounds(bounds);
+        for (const double bound : bounds)
+            most = std::max(most, std::abs(bound));
+        box[p].Inflate(rounding * most);
+    }
     std::vector<seam_node> seam;
     for (size_t p = 0; p < npieces; ++p) {
         std::vector<vtkBoundingBox> shared;
         for (size_t q = 0; q < npieces; ++q)
             if (vtkBoundingBox both(box[p]); q != p && both.IntersectBox(box[q]) != 0) shared.push_back(both);
         for (vtkIdType node = first[p]; node < first[p + 1] && !shared.empty(); ++node) {
-            const place at = place_of(data, node);
-            if (is_finite(at) && std::any_of(shared.begin(), shared.end(), [&](const vtkBoundingBox &one) {
+            const node_place at = place_of(data, node);
+            if (!is_finite(at) || std::none_of(shared.begin(), shared.end(), [&](const vtkBoundingBox &one) {
                     return one.ContainsPoint(at.data());
                 }))
-                seam.push_back({at, node, p});
+                continue;
+            seam_node one = {{at.begin(), at.end()}, node, p};
+            if (ends != nullptr) {
+                one.key.resize(static_cast<size_t>(ends->GetNumberOfComponents()));
+                for (size_t c = 0; c < one.key.size(); ++c)
+                    one.key[c] = ends->GetComponent(node, static_cast<int>(c));
+            }
+            seam.push_back(one);
         }
     }
     std::sort(seam.begin(), seam.end(), [](const seam_node &a, const seam_node &b) {
-        return a.at != b.at ? a.at < b.at : a.node < b.node;
+        return a.key != b.key ? a.key < b.key : a.node < b.node;
     });
     return seam;
 }
 
-// For each node the one that it becomes. Of the nodes at one place each piece gives one to each.
+bool stand_together(vtkPointSet *data, vtkIdType a, vtkIdType b)
+{
+    const node_place first = place_of(data, a), second = place_of(data, b);
+    double most = 0, apart = 0;
+    for (size_t d = 0; d < 3; ++d) {
+        most = std::max({most, std::abs(first[d]), std::abs(second[d])});
+        apart = std::max(apart, std::abs(first[d] - second[d]));
+    }
+    return apart <= rounding * most;
+}
+
+// For each node the one that it becomes. Of the nodes with one key each piece gives one to each: those with equal values,
+// then those that are alike otherwise.
 numbers seam_partners(vtkPointSet *data, const numbers &first, seam_nodes which, vtkIdType *unlike)
 {
-    const std::vector<seam_node> seam = nodes_on_seams(data, first);
     vtkPointData *values = data->GetPointData();
-    vtkDataArray *ids = values->GetGlobalIds();
+    vtkDataArray *ends = values->GetArray(name_of_ends), *ids = values->GetGlobalIds();
+    const std::vector<seam_node> seam = nodes_on_seams(data, first, ends);
     numbers partner(static_cast<size_t>(data->GetNumberOfPoints()));
     std::iota(partner.begin(), partner.end(), 0);
     std::vector<std::pair<vtkIdType, size_t>>
-        kept; // at the place in hand, each with the last piece that joined it
-    const auto join = [&](const seam_node &one, bool alike) {
+        kept; // of the key in hand, each with the last piece that joined it
+    const auto alike = [&](vtkIdType a, vtkIdType b) {
+        if (ends != nullptr) return stand_together(data, a, b);
+        return which == seam_nodes::at_one_place && same_row(ids, a, b);
+    };
+    const auto equal = [&](vtkIdType a, vtkIdType b) {
+        return (ends == nullptr || place_of(data, a) == place_of(data, b)) && same_values(values, a, b);
+    };
+    const auto join = [&](const seam_node &one, const auto &may_become) {
         const auto to = std::find_if(kept.begin(), kept.end(), [&](const auto &other) {
-            return other.second != one.piece && (alike ? same_values(values, other.first, one.node)
-                                                       : same_number(ids, other.first, one.node));
+            return other.second != one.piece && may_become(other.first, one.node);
         });
         if (to == kept.end()) return false;
         partner[static_cast<size_t>(one.node)] = to->first;
         to->second = one.piece;
         return true;
     };
-    std::vector<seam_node> left; // of one piece at one place
+    std::vector<seam_node> left; // of one piece with one key
     for (size_t i = 0, end = 0; i < seam.size(); i = end) {
-        if (i == 0 || seam[i].at != seam[i - 1].at) kept.clear();
+        if (i == 0 || seam[i].key != seam[i - 1].key) kept.clear();
         left.clear();
-        for (end = i; end < seam.size() && seam[end].at == seam[i].at && seam[end].piece == seam[i].piece;
+        for (end = i; end < seam.size() && seam[end].key == seam[i].key && seam[end].piece == seam[i].piece;
              ++end)
-            if (!join(seam[end], true)) left.push_back(seam[end]);
+            if (!join(seam[end], equal)) left.push_back(seam[end]);
         for (const seam_node &one : left)
-            if (which == seam_nodes::at_one_place && join(one, false))
+            if (join(one, alike))
                 ++*unlike;
             else
                 kept.emplace_back(one.node, one.piece);
@@ -475,6 +501,20 @@ vtkSmartPointer<vtkDataSet> lattice_of(const std::vector<vtkSmartPointer<vtkData
 
 } // namespace
 
+void drop_ends(vtkDataSet *data)
+{
+    if (data != nullptr) data->GetPointData()->RemoveArray(name_of_ends);
+}
+
+node_place place_of(vtkDataSet *data, vtkIdType node)
+{
+    node_place at;
+    data->GetPoint(node, at.data());
+    for (double &x : at)
+        if (x == 0) x = 0; // of either sign
+    return at;
+}
+
 vtkSmartPointer<vtkPointSet> cells_of(vtkPointSet *data, const marks &keep, const marks &lone)
 {
     const marks used = nodes_of_cells(data, keep);
@@ -514,6 +554,26 @@ vtkSmartPointer<vtkDataSet> part_of_lattice(vtkDataSet *data, const int *extent)
     extent_of(data, all);
     if (std::equal(all, all + 6, extent)) return data;
     return lattice_of({data}, extent);
+}
+
+marks marks_outside(const int *part, const int *extent, bool cells)
+{
+    marks out;
+    int last[3];
+    for (int d = 0; d < 3; ++d)
+        last[d] = extent[2 * d + 1] - (cells && extent[2 * d + 1] > extent[2 * d] ? 1 : 0);
+    for (int k = extent[4]; k <= last[2]; ++k)
+        for (int j = extent[2]; j <= last[1]; ++j)
+            for (int i = extent[0]; i <= last[0]; ++i) {
+                const int at[3] = {i, j, k};
+                bool outside = false;
+                for (int d = 0; d < 3; ++d) {
+                    const bool thick = cells && part[2 * d + 1] > part[2 * d];
+                    outside = outside || at[d] < part[2 * d] || at[d] > part[2 * d + 1] - (thick ? 1 : 0);
+                }
+                out.push_back(outside ? 1 : 0);
+            }
+    return out;
 }
 
 vtkSmartPointer<vtkDataSet> joined(std::vector<vtkSmartPointer<vtkDataSet>> &&pieces, seam_nodes which,

@@ -159,7 +159,7 @@ void level_command::run()
     levels.check(most_levels, "");
     if (result.pictured()) levels.check(most_drawn, " that a picture shows");
     result.check(surfaces() ? " .vtp .ply .stl " : " .vtp ", surfaces() ? "a surface" : "lines", file);
-    pieces parts = file.split(result);
+    pieces parts = file.split(result, array.mean());
     piece_results made = result.results_of(parts);
     std::optional<piece_results> drawn;
     if (result.pictured()) drawn.emplace(parts, "", true, true);

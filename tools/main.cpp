@@ -15,9 +15,9 @@
 #include <cstdlib>
 #include <cstring>
 #include <iostream>
+#include <limits>
 #include <sstream>
 #include <stdexcept>
-#include <thread>
 
 #include <sys/resource.h>
 
@@ -52,6 +52,10 @@ Examples:
 Larger than memory, and on several processes:
   skoklana iso huge.vti --array density --level 80 --pieces 64 -o huge.pvtp
   mpirun -n 4 skoklana gradient flow.pvtu --array pressure -o slopes.pvtu
+
+Several processes, each with its share of the file (see --pieces of a command):
+  mpirun -q -n 4 skoklana gradient flow.pvtu --array pressure -o slopes.pvtu
+Without -q mpirun says in words of its own, too, that a process failed.
 
 Exit codes: 0 done, 1 failed, 2 wrong usage, 130 stopped by Ctrl-C.)";
 
@@ -112,13 +116,6 @@ static void check_standard_output()
         throw failure(std::string("standard output cannot be written: ") + strerror(errno));
 }
 
-// Each process takes its share of the machine's processors where nothing else is said.
-static int threads_of_process(int threads)
-{
-    if (threads > 0 || !processes::several() || getenv("QX_NUM_THREADS") != nullptr) return threads;
-    return std::max(1, static_cast<int>(std::thread::hardware_concurrency()) / processes::on_this_machine());
-}
-
 // What each process had, read and sent; all.
 static void print_use()
 {
@@ -130,9 +127,10 @@ static void print_use()
         fclose(file);
     }
     char line[200];
-    snprintf(line, sizeof line, "process %d: peak %.1f MB, read %.1f MB, sent %.1f MB", processes::rank(),
-             static_cast<double>(used.ru_maxrss) * 1024e-6, static_cast<double>(bytes_read) * 1e-6,
-             static_cast<double>(processes::bytes_sent()) * 1e-6);
+    snprintf(line, sizeof line, "process %d: peak %.1f MB, read %.1f MB, sent %.1f MB, threads %d",
+             processes::rank(), static_cast<double>(used.ru_maxrss) * 1024e-6,
+             static_cast<double>(bytes_read) * 1e-6, static_cast<double>(processes::bytes_sent()) * 1e-6,
+             threads_for(std::numeric_limits<qx_long>::max()));
     for (const std::string &one : processes::all_of(line))
         puts(one.c_str());
 }
@@ -154,7 +152,8 @@ static int run(int argc, char **argv)
     app.add_option(
            "--threads", threads,
            "threads for iso, isoline, cut, probe, scatter and stream; else as many as the environment's "
-           "QX_NUM_THREADS says, or as there are processors. Results are the same")
+           "QX_NUM_THREADS says, or as there are processors, which processes of mpirun share. Results are "
+           "the same")
         ->check(CLI::Range(1, 1024));
 
     std::unique_ptr<command> made[std::size(commands)];
@@ -188,7 +187,8 @@ static int run(int argc, char **argv)
     limit_memory();
     if (quiet || !processes::is_first()) be_quiet();
     if (overwrite) allow_overwriting_inputs();
-    ask_for_threads(threads_of_process(threads));
+    ask_for_threads(threads);
+    if (processes::several()) have_processors(processes::processors());
     vtk_messages::install();
     start_progress(!quiet && processes::is_first());
     start_clock();

@@ -42,6 +42,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <iterator>
 #include <map>
 
 const char *name_of_kind(int kind)
@@ -340,6 +341,7 @@ class cell_sorter {
     void add_one(vtkIdType number, const cell_order &order, const vtkIdType *nodes);
     void add_split(vtkIdType number, int type);
     bool inside_out(int kind, const vtkIdType *nodes, const cell_order &order) const;
+    int one(vtkIdType number) const { return mesh->others != nullptr && mesh->others[number] != 0 ? 0 : 1; }
     [[noreturn]] void bad_cell(vtkIdType number, const std::string &what) const
     {
         throw failure(path + ": cell " + std::to_string(number) + " " + what + "; the file may be damaged");
@@ -381,7 +383,7 @@ void cell_sorter::add_one(vtkIdType number, const cell_order &order, const vtkId
         set.own.push_back(nodes[order.node[turn ? mirror[i] : i]]);
     set.cell.push_back(number);
     ++set.ncells;
-    turned += turn ? 1 : 0;
+    turned += turn ? one(number) : 0;
 }
 
 // By VTK into simplices over the cell's own nodes.
@@ -393,12 +395,12 @@ void cell_sorter::add_split(vtkIdType number, int type)
     pieces->Reset();
     piece_points->Reset();
     if (cell->Triangulate(0, pieces, piece_points) == 0 || pieces->GetNumberOfIds() == 0) {
-        ++refused[type];
+        refused[type] += one(number);
         return;
     }
     for (vtkIdType i = 0; i + dim < pieces->GetNumberOfIds(); i += dim + 1)
         add_one(number, *simplex, pieces->GetPointer(i));
-    ++split[type];
+    split[type] += one(number);
 }
 
 void cell_sorter::add(vtkIdType number, int type, const vtkIdType *nodes, vtkIdType count)
@@ -408,7 +410,7 @@ void cell_sorter::add(vtkIdType number, int type, const vtkIdType *nodes, vtkIdT
             bad_cell(number,
                      "refers to node " + std::to_string(nodes[i]) + " of " + std::to_string(mesh->nnodes));
     if (marks.drops(number, nodes, count)) {
-        ++dropped;
+        dropped += one(number);
         return;
     }
     const cell_order *order = order_of_vtk(type);
@@ -419,14 +421,14 @@ void cell_sorter::add(vtkIdType number, int type, const vtkIdType *nodes, vtkIdT
             bad_cell(number, "has " + std::to_string(count) + " nodes where its kind has " +
                                  std::to_string(order->vtk_nodes));
         const cell_kind_nodes &kind = cell_kinds[order->kind];
-        if (count != (order->order == 2 ? kind.nnodes_2 : kind.ncorners)) ++reduced[type];
+        if (count != (order->order == 2 ? kind.nnodes_2 : kind.ncorners)) reduced[type] += one(number);
         add_one(number, *order, nodes);
         return;
     }
     switch (type) {
     case VTK_EMPTY_CELL: return;
     case VTK_VERTEX:
-    case VTK_POLY_VERTEX: ++points; return;
+    case VTK_POLY_VERTEX: points += one(number); return;
     case VTK_POLY_LINE:
         for (vtkIdType i = 0; i + 1 < count; ++i)
             add_one(number, *order_of_kind(CELL_LINE, 1), nodes + i);
@@ -439,7 +441,7 @@ void cell_sorter::add(vtkIdType number, int type, const vtkIdType *nodes, vtkIdT
         return;
     case VTK_POLYGON:
         if (count < 3) { // has no area
-            ++refused[type];
+            refused[type] += one(number);
             return;
         }
         add_split(number, type);
@@ -458,7 +460,7 @@ void cell_sorter::add(vtkIdType number, int type, const vtkIdType *nodes, vtkIdT
     case VTK_LAGRANGE_TETRAHEDRON:
     case VTK_LAGRANGE_HEXAHEDRON:
     case VTK_LAGRANGE_WEDGE: add_split(number, type); return;
-    default: ++refused[type]; // of no use for values between nodes, or unknown
+    default: refused[type] += one(number); // of no use for values between nodes, or unknown
     }
 }
 
@@ -486,6 +488,9 @@ void cell_sorter::finish()
             mesh->sets.back().connect = mesh->sets.back().own.data();
         }
     auto &notes = mesh->notes;
+    for (auto *counts : {&split, &reduced, &refused}) // of other pieces alone
+        for (auto entry = counts->begin(); entry != counts->end();)
+            entry = entry->second == 0 ? counts->erase(entry) : std::next(entry);
     if (!split.empty()) notes.push_back("split into simplices: " + counts_in_words(split));
     if (!reduced.empty()) notes.push_back("taken without their further nodes: " + counts_in_words(reduced));
     if (!refused.empty()) notes.push_back("left out, as they have no kind here: " + counts_in_words(refused));
@@ -660,7 +665,7 @@ static void cell_sets(const std::string &path, input_mesh *mesh, mesh_use use)
 }
 
 std::unique_ptr<input_mesh> make_mesh(const std::string &path, vtkDataSet *data, mesh_use use,
-                                      const whole_mesh *whole)
+                                      const whole_mesh *whole, const std::vector<unsigned char> *others)
 {
     const crash_guard guard(path); // VTK walks lists that came from the file
     auto mesh = std::make_unique<input_mesh>();
@@ -677,6 +682,7 @@ std::unique_ptr<input_mesh> make_mesh(const std::string &path, vtkDataSet *data,
     const bool in_place = !lattice || set_dims(mesh.get(), dims);
 
     mesh->whole = whole;
+    if (others != nullptr && !others->empty()) mesh->others = others->data();
     if (!lattice || (whole != nullptr ? whole->dropped : any_dropped(data)))
         cell_sets(path, mesh.get(), use);
     else if (structured != nullptr || !in_place)
@@ -686,6 +692,7 @@ std::unique_ptr<input_mesh> make_mesh(const std::string &path, vtkDataSet *data,
     else
         uniform(mesh.get(), image);
     if (mesh->field != nullptr) mesh->mesh = host_mesh(mesh->field);
+    mesh->others = nullptr;
     if (mesh->mesh == nullptr) throw failure(path + ": " + host_error());
     return mesh;
 }

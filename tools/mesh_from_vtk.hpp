@@ -66,8 +66,9 @@ struct input_mesh {
     // In words: "20 x 30 x 40 nodes", "1522 tetrahedra".
     std::string size_in_words() const;
 
-    const float *positions = nullptr;  // of curvilinear meshes and cell sets: rows of 3
-    const whole_mesh *whole = nullptr; // of pieces
+    const float *positions = nullptr;      // of curvilinear meshes and cell sets: rows of 3
+    const whole_mesh *whole = nullptr;     // of pieces
+    const unsigned char *others = nullptr; // of pieces: see make_mesh, which alone looks at it
     // what the field borrows where VTK has nothing of that layout
     std::vector<float> coords, axes[3], corners;
 };
@@ -114,9 +115,11 @@ struct whole_mesh {
     vtkSmartPointer<vtkDataSet> lattice;    // of images and rectilinear grids: the whole without arrays
 };
 
-// whole: of pieces. Throws failure, whose text starts with path.
+// whole: of pieces. others: marks of cells that the notes do not count, as they are another piece's; nullptr or empty:
+// there are none. Throws failure, whose text starts with path.
 std::unique_ptr<input_mesh> make_mesh(const std::string &path, vtkDataSet *data, mesh_use use,
-                                      const whole_mesh *whole = nullptr);
+                                      const whole_mesh *whole = nullptr,
+                                      const std::vector<unsigned char> *others = nullptr);
 
 // The worst rounding of the coordinates to float; 0 where they are float.
 double rounding_of(vtkDataSet *data);

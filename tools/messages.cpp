@@ -26,6 +26,10 @@ static std::vector<std::string> plain(std::vector<std::string> texts)
             text.erase(0, line + 1);
         if (const size_t object = text.find("): "); object != std::string::npos && text.find("(0x") < object)
             text.erase(0, object + 3);
+        for (size_t from = text.find("(0x"); from != std::string::npos; from = text.find("(0x", from)) {
+            const size_t end = text.find(')', from);
+            text.erase(from, end == std::string::npos ? end : end - from + 1);
+        }
         while (!text.empty() && (text.back() == '\n' || text.back() == ' '))
             text.pop_back();
         for (char &c : text) // it may quote the file, whatever that holds

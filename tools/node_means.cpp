@@ -23,10 +23,8 @@ typed_array by_our_cells(const input_mesh &mesh, const typed_array &array)
 }
 
 // Nodes without a value: NaN where the type has it, else the null value that there is.
-qx_long mark_nodes_without(const std::vector<unsigned char> &mask, const scalar_array &from,
-                           typed_array *means)
+void mark_nodes_without(const std::vector<unsigned char> &mask, const scalar_array &from, typed_array *means)
 {
-    qx_long without = 0;
     with_values(*means, [&](auto *values) {
         using T = std::remove_reference_t<decltype(*values)>;
         T mark = 0;
@@ -36,11 +34,9 @@ qx_long mark_nodes_without(const std::vector<unsigned char> &mask, const scalar_
             memcpy(&mark, &from.null_value_bits, sizeof mark);
         for (size_t node = 0; node < mask.size(); ++node) {
             if (mask[node] != 0) continue;
-            ++without;
             std::fill_n(values + static_cast<qx_long>(node) * means->veclen, means->veclen, mark);
         }
     });
-    return without;
 }
 
 } // namespace
@@ -66,6 +62,7 @@ node_mean means_at_nodes(const std::string &path, input_mesh &mesh, const typed_
         stop_if_asked();
     }
     if (done != HOST_DONE) throw failure(path + ": " + host_error());
-    made.without_value = mark_nodes_without(mask, from, &made.array);
+    mark_nodes_without(mask, from, &made.array);
+    made.has_value = std::move(mask);
     return made;
 }

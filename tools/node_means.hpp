@@ -5,12 +5,14 @@
 #include "mesh_from_vtk.hpp"
 
 #include <string>
+#include <vector>
 
 enum class mean_weight { none, distance };
 
 struct node_mean {
-    typed_array array;         // of the cell array's name and type
-    qx_long without_value = 0; // nodes at which no cell has one: NaN, or the null value, or 0
+    typed_array array; // of the cell array's name and type
+    std::vector<unsigned char>
+        has_value; // 0: at nodes at which no cell has one; NaN, or the null value, or 0
 };
 
 // Each node gets the mean of the cells around it, by 1 / distance where weighted. Cells that are null take no part:

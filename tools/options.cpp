@@ -98,15 +98,16 @@ input_options::input_options(CLI::App &app, in_pieces) : input_options(app)
     app.add_flag("--gather", gather, "of several pieces: one file of all, which any other ending means, too");
 }
 
-pieces input_options::split(mesh_use use, ghosts layer) const
+pieces input_options::split(mesh_use use, piece_with with, const mean_maker &mean) const
 {
-    return {file, how, use, npieces, layer == ghosts::yes};
+    return {file, how, use, npieces, with, mean};
 }
 
-pieces input_options::split(const result_options &result, mesh_use use, ghosts layer) const
+pieces input_options::split(const result_options &result, const mean_maker &mean, mesh_use use,
+                            piece_with with) const
 {
     const int count = npieces == 0 && result.is_list() && !processes::several() ? 1 : npieces;
-    return {file, how, use, count, layer == ghosts::yes};
+    return {file, how, use, count, with, mean};
 }
 
 input input_options::read() const
@@ -173,8 +174,15 @@ chosen_array array_options::means_of_cells(const input &in) const
     return {mean_at_nodes(in, *of, null), false};
 }
 
+mean_maker array_options::mean() const
+{
+    if (!cell_to_node) return {};
+    return [this](const input &in) { return means_of_cells(in).array; };
+}
+
 chosen_array array_options::choose(const input &in) const
 {
+    if (cell_to_node && in.mean.kept != nullptr) return {in.mean, false};
     if (cell_to_node) return means_of_cells(in);
     const std::string &path = in.file.path;
     const bool nodes = place != array_place::cell, cells = place != array_place::node;
@@ -239,7 +247,18 @@ vectors_options::vectors_options(CLI::App &app)
                  "take a cell array, as the mean of the cells around each node");
 }
 
+mean_maker vectors_options::mean() const
+{
+    if (!cell_to_node) return {};
+    return [this](const input &in) { return choose_without_mean(in); };
+}
+
 typed_array vectors_options::choose(const input &in) const
+{
+    return cell_to_node && in.mean.kept != nullptr ? in.mean : choose_without_mean(in);
+}
+
+typed_array vectors_options::choose_without_mean(const input &in) const
 {
     const std::string &path = in.file.path;
     const auto is_vectors = [](const typed_array &array) { return array.veclen == 2 || array.veclen == 3; };

@@ -32,12 +32,12 @@ class input_options {
     input_options(CLI::App &app, in_pieces);
     const std::string &path() const { return file; }
     bool gathers() const { return gather; }
-    // The file in pieces; all (process_group.hpp). With ghosts: see pieces.
-    enum class ghosts { no, yes };
-    pieces split(mesh_use use = mesh_use::extract, ghosts layer = ghosts::no) const;
+    // The file in pieces; all (process_group.hpp). mean: of the array options that choose in it.
+    pieces split(mesh_use use = mesh_use::extract, piece_with with = piece_with::nothing,
+                 const mean_maker &mean = {}) const;
     // The same where the result may be a list of files.
-    pieces split(const result_options &result, mesh_use use = mesh_use::extract,
-                 ghosts layer = ghosts::no) const;
+    pieces split(const result_options &result, const mean_maker &mean = {}, mesh_use use = mesh_use::extract,
+                 piece_with with = piece_with::nothing) const;
     // The file with its arrays; the user is told what came up. With a mesh of the library: load.
     input read() const;
     input load(mesh_use use) const;
@@ -74,6 +74,8 @@ class array_options {
 
     // The array that was named, or the only one.
     chosen_array choose(const input &in) const;
+    // What --cell-to-node makes of a piece, for split; empty where it was not given.
+    mean_maker mean() const;
     // The component that was asked for; -1: the length of rows, or all of them.
     int component_of(const input &in, const typed_array &array) const;
     // One component of the array or its length, with its null value.
@@ -98,8 +100,12 @@ class vectors_options {
     typed_array choose(const input &in) const;
     // The same with its null rows: those with a NaN, and those that begin with the null value.
     scalar_array choose_rows(const input &in) const;
+    // As of array_options.
+    mean_maker mean() const;
 
   private:
+    typed_array choose_without_mean(const input &in) const;
+
     std::string name;
     std::optional<double> null;
     bool cell_to_node = false;

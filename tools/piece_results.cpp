@@ -198,7 +198,12 @@ void piece_results::state::write_piece_in_hand()
 {
     if (in_hand.empty()) return;
     const data_set all = ::joined(std::exchange(in_hand, {}));
-    if (keep) parts.emplace_back(piece_in_hand, all);
+    if (keep) { // to be joined once more
+        const auto kept = data_set::Take(all->NewInstance());
+        kept->ShallowCopy(all);
+        parts.emplace_back(piece_in_hand, kept);
+    }
+    drop_ends(all);
     const std::string made_heading = heading_of(all);
     if (all->GetNumberOfPoints() == 0) { // is listed only where all are
         if (heading.empty()) heading = "-" + made_heading;
@@ -239,16 +244,13 @@ void piece_results::add(const input &in, vtkDataSet *made)
 void piece_results::state::gather()
 {
     std::vector<data_set> all;
-    for (int p = 0; p < of->count(); ++p) {
+    for (const auto &part : parts) // in their order
+        if (!processes::several()) all.push_back(part.second);
+    for (int p = 0; processes::several() && p < of->count(); ++p) {
         const int from = of->process_of(p);
         int64_t n = 0;
         for (const auto &part : parts)
             n += part.first == p ? 1 : 0;
-        if (!processes::several()) {
-            for (const auto &part : parts)
-                if (part.first == p) all.push_back(part.second);
-            continue;
-        }
         n = processes::sum(from == processes::rank() ? n : int64_t{0});
         auto next = parts.begin();
         for (int64_t i = 0; i < n; ++i) {
@@ -268,6 +270,7 @@ void piece_results::state::gather()
         if (all.empty()) throw failure(of->path() + ": no piece of it holds anything");
         try {
             whole = ::joined(std::move(all));
+            drop_ends(whole);
         } catch (const std::bad_alloc &) {
             too_large(path);
         }
@@ -287,6 +290,11 @@ void piece_results::join()
     of.nodes = processes::sum(of.nodes);
     for (int64_t &n : of.cells)
         n = processes::sum(n);
+}
+
+bool piece_results::listed() const
+{
+    return own->listed();
 }
 
 int64_t piece_results::nnodes() const

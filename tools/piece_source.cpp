@@ -3,6 +3,7 @@
 #include "cell_order.hpp"
 #include "failure.hpp"
 #include "listed_files.hpp"
+#include "packing.hpp"
 #include "process_group.hpp"
 
 #include <vtkCellData.h>
@@ -10,6 +11,7 @@
 #include <vtkDataArray.h>
 #include <vtkDataSet.h>
 #include <vtkDataSetAttributes.h>
+#include <vtkDoubleArray.h>
 #include <vtkExtentTranslator.h>
 #include <vtkIdList.h>
 #include <vtkImageData.h>
@@ -22,6 +24,7 @@
 #include <vtkUnstructuredGrid.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstring>
 #include <numeric>
@@ -141,8 +144,8 @@ int share_of(int entry, int shares, int count)
 // Slabs of one file or of a list of files, of which the reader takes what a slab needs.
 class slab_source : public piece_source {
   public:
-    slab_source(const std::string &path_, const xml_heading &heading_, int count);
-    read_piece read(const piece_unit &unit, bool ghosts) override;
+    slab_source(const std::string &path_, const xml_heading &heading_, int count, const piece_needs &needs_);
+    read_piece read(const piece_unit &unit) override;
     whole_mesh survey(mesh_figures *figures) override;
     bool lattice_extent(int *extent) const override
     {
@@ -152,47 +155,62 @@ class slab_source : public piece_source {
 
   protected:
     // The file itself is read by one process, and its whole is here.
-    explicit slab_source(const std::string &path_) : path(path_) {}
-    void share_out(int count);
+    slab_source(const std::string &path_, const piece_needs &needs_) : piece_source(needs_), path(path_) {}
+    void share_out(int count, qx_long most);
     virtual vtkSmartPointer<vtkDataSet> nodes_within(const int *extent, bool bare);
-    bool slab(int number, bool ghosts, int *extent) const;
+    int slab_axis() const;
+    int cells_along() const;
+    bool slab(int number, int layers, int *extent) const;
+    std::vector<vtkIdType> numbers_in(const int *own, const int *extent) const;
 
     std::string path;
     xml_heading heading;
     std::map<int, vtkSmartPointer<vtkDataSet>> looked_at; // read in full at the first look
 };
 
-slab_source::slab_source(const std::string &path_, const xml_heading &heading_, int count)
-    : path(path_), heading(heading_)
+slab_source::slab_source(const std::string &path_, const xml_heading &heading_, int count,
+                         const piece_needs &needs_)
+    : piece_source(needs_), path(path_), heading(heading_)
 {
     if (processes::is_first())
         for (const xml_heading::piece &one : heading.pieces)
             check_file(one.path);
-    share_out(count);
+    share_out(count, cells_along());
 }
 
-void slab_source::share_out(int count)
+// most: what there is to share.
+void slab_source::share_out(int count, qx_long most)
 {
-    pieces = count > 0 ? count : processes::size();
+    pieces = count > 0 ? static_cast<int>(std::clamp<qx_long>(most, 1, count)) : processes::size();
     for (int p = 0; p < pieces; ++p)
         list.push_back({share_of(p, processes::size(), pieces), p, p});
 }
 
-// Slabs across the last axis that has several nodes: what one of them needs lies together in the file.
-bool slab_source::slab(int number, bool ghosts, int *extent) const
+// Slabs go across the last axis that has several nodes: what one of them needs lies together in the file.
+int slab_source::slab_axis() const
+{
+    int axis = 2;
+    while (axis > 0 && heading.extent[2 * axis + 1] <= heading.extent[2 * axis])
+        --axis;
+    return axis;
+}
+
+int slab_source::cells_along() const
+{
+    const int axis = slab_axis();
+    return heading.extent[2 * axis + 1] - heading.extent[2 * axis];
+}
+
+bool slab_source::slab(int number, int layers, int *extent) const
 {
     const int *whole = heading.extent;
-    int axis = 2;
-    while (axis > 0 && whole[2 * axis + 1] <= whole[2 * axis])
-        --axis;
+    const int axis = slab_axis(), cells = cells_along();
     std::copy_n(whole, 6, extent);
-    const int cells = whole[2 * axis + 1] - whole[2 * axis];
     if (cells == 0) return number == 0; // a single node
     const int lo = first_of_share(number, pieces, cells), hi = first_of_share(number + 1, pieces, cells);
     if (hi <= lo) return false;
-    const int layer = ghosts ? 1 : 0;
-    extent[2 * axis] = whole[2 * axis] + std::max(lo - layer, 0);
-    extent[2 * axis + 1] = whole[2 * axis] + std::min(hi + layer, cells);
+    extent[2 * axis] = whole[2 * axis] + std::max(lo - layers, 0);
+    extent[2 * axis + 1] = whole[2 * axis] + std::min(hi + layers, cells);
     return true;
 }
 
@@ -201,49 +219,45 @@ vtkSmartPointer<vtkDataSet> slab_source::nodes_within(const int *extent, bool ba
     read_options how;
     how.bare = bare;
     how.extent.assign(extent, extent + 6);
-    vtkSmartPointer<vtkDataSet> data;
-    try {
-        data = read_file(path, how).data;
-    } catch (const failure &) {
-        for (const xml_heading::piece &one : heading.pieces) // whichever it is will tell
-            read_file(one.path, {});
-        throw;
-    }
+    const vtkSmartPointer<vtkDataSet> data = read_file(path, how).data;
     int got[6];
     if (!extent_of(data, got) || !std::equal(got, got + 6, extent))
         throw failure(path + ": is damaged: a part of it is missing");
     return data;
 }
 
-read_piece slab_source::read(const piece_unit &unit, bool ghosts)
+// Of nodes between two slabs the lower one has the number.
+std::vector<vtkIdType> slab_source::numbers_in(const int *own, const int *extent) const
+{
+    const int *whole = heading.extent;
+    const int axis = slab_axis();
+    const auto along = [&](int d) { return vtkIdType{whole[2 * d + 1]} - whole[2 * d] + 1; };
+    int part[6];
+    std::copy_n(own, 6, part);
+    if (part[2 * axis] > whole[2 * axis]) ++part[2 * axis];
+    const marks others = marks_outside(part, extent, false);
+    std::vector<vtkIdType> numbers;
+    for (vtkIdType k = extent[4]; k <= extent[5]; ++k)
+        for (vtkIdType j = extent[2]; j <= extent[3]; ++j)
+            for (vtkIdType i = extent[0]; i <= extent[1]; ++i)
+                numbers.push_back(others[numbers.size()] != 0
+                                      ? -1
+                                      : i - whole[0] + along(0) * (j - whole[2] + along(1) * (k - whole[4])));
+    return numbers;
+}
+
+read_piece slab_source::read(const piece_unit &unit)
 {
     read_piece piece;
     int own[6], with[6];
-    if (!slab(unit.number, false, own)) return piece;
-    slab(unit.number, ghosts, with);
+    if (!slab(unit.number, 0, own)) return piece;
+    slab(unit.number, needs.layers, with);
     piece.data = nodes_within(with, false);
     forget_copies(piece.data, !heading.pieces.empty());
+    if (needs.numbers) piece.number = numbers_in(own, with);
     if (std::equal(own, own + 6, with)) return piece;
-    const auto mark = [&](bool cells) {
-        marks out;
-        int last[3];
-        for (int d = 0; d < 3; ++d)
-            last[d] = with[2 * d + 1] - (cells && with[2 * d + 1] > with[2 * d] ? 1 : 0);
-        for (int k = with[4]; k <= last[2]; ++k)
-            for (int j = with[2]; j <= last[1]; ++j)
-                for (int i = with[0]; i <= last[0]; ++i) {
-                    const int at[3] = {i, j, k};
-                    bool outside = false;
-                    for (int d = 0; d < 3; ++d) {
-                        const bool thick = cells && own[2 * d + 1] > own[2 * d];
-                        outside = outside || at[d] < own[2 * d] || at[d] > own[2 * d + 1] - (thick ? 1 : 0);
-                    }
-                    out.push_back(outside ? 1 : 0);
-                }
-        return out;
-    };
-    piece.ghost_cell = mark(true);
-    piece.ghost_node = mark(false);
+    piece.ghost_cell = marks_outside(own, with, true);
+    piece.ghost_node = marks_outside(own, with, false);
     return piece;
 }
 
@@ -260,7 +274,7 @@ whole_mesh slab_source::survey(mesh_figures *figures)
         if (!curved && !heading.ghosts) return;
         for (const piece_unit &unit : list) {
             int extent[6];
-            if (unit.process != processes::rank() || !slab(unit.number, false, extent)) continue;
+            if (unit.process != processes::rank() || !slab(unit.number, 0, extent)) continue;
             const auto data = nodes_within(extent, true);
             forget_copies(data, !heading.pieces.empty());
             figures->add(figures_of(data));
@@ -287,24 +301,27 @@ whole_mesh slab_source::survey(mesh_figures *figures)
 
 class list_source : public piece_source {
   public:
-    list_source(const std::string &path_, const xml_heading &heading_, int count);
-    read_piece read(const piece_unit &unit, bool ghosts) override;
+    list_source(const std::string &path_, const xml_heading &heading_, int count, const piece_needs &needs_);
+    read_piece read(const piece_unit &unit) override;
     whole_mesh survey(mesh_figures *figures) override;
     bool lattice_extent(int *) const override { return false; }
 
   private:
     vtkSmartPointer<vtkPointSet> file(int number, bool bare);
-    vtkSmartPointer<vtkPointSet> own_file(int number);
+    std::vector<vtkIdType> numbers_in_file(int number, vtkPointSet *data);
+    vtkIdType number_files();
 
     std::string path;
     xml_heading heading;
     bool kept; // files once read: a process that was not told to save memory holds its share
     std::map<int, vtkSmartPointer<vtkPointSet>> files;
-    std::vector<mesh_figures> of_file; // of all processes
+    std::vector<mesh_figures> of_file;   // of all processes
+    std::vector<vtkIdType> first_number; // of each file's nodes, where they are numbered
 };
 
-list_source::list_source(const std::string &path_, const xml_heading &heading_, int count)
-    : path(path_), heading(heading_), kept(count == 0)
+list_source::list_source(const std::string &path_, const xml_heading &heading_, int count,
+                         const piece_needs &needs_)
+    : piece_source(needs_), path(path_), heading(heading_), kept(count == 0)
 {
     const auto nfiles = static_cast<int>(heading.pieces.size());
     if (nfiles == 0) throw failure(path + ": lists no pieces");
@@ -354,6 +371,35 @@ vtkSmartPointer<vtkPointSet> stretch_of(vtkPointSet *data, int part, int nparts)
     }
     auto made = cells_of(data, keep, lone);
     return made->GetNumberOfPoints() > 0 ? made : nullptr;
+}
+
+// The numbers of the nodes of a stretch, of those of all nodes. A node is the first stretch's that has it.
+std::vector<vtkIdType> numbers_of_stretch(vtkPointSet *data, const std::vector<vtkIdType> &numbers, int part,
+                                          int nparts)
+{
+    if (nparts == 1) return numbers;
+    std::vector<int> first(numbers.size(), nparts);
+    marks here(numbers.size());
+    vtkNew<vtkIdList> nodes;
+    const auto ncells = static_cast<size_t>(data->GetNumberOfCells()), n = static_cast<size_t>(nparts);
+    for (int p = 0; p < nparts; ++p) {
+        const auto of = static_cast<size_t>(p);
+        for (size_t cell = ncells * of / n; cell < ncells * (of + 1) / n; ++cell) {
+            data->GetCellPoints(static_cast<vtkIdType>(cell), nodes);
+            for (vtkIdType i = 0; i < nodes->GetNumberOfIds(); ++i) {
+                const auto node = static_cast<size_t>(nodes->GetId(i));
+                first[node] = std::min(first[node], p);
+                if (p == part) here[node] = 1;
+            }
+        }
+    }
+    std::vector<vtkIdType> out;
+    for (size_t node = 0; node < numbers.size(); ++node) {
+        const bool lone = first[node] == nparts;
+        if (here[node] == 0 && !(lone && part == 0)) continue;
+        out.push_back(lone || first[node] == part ? numbers[node] : -1);
+    }
+    return out;
 }
 
 // Cells of data, but for those marked in without, that have a node where piece has one.
@@ -509,30 +555,108 @@ bool boxes_meet(const double *a, const double *b)
     return true;
 }
 
-read_piece list_source::read(const piece_unit &unit, bool ghosts)
+// A stretch of the cells of data, with the layers that beside finds: for a part it gives the cells of others that touch
+// it, before and behind its own.
+template <typename Beside>
+read_piece with_layers(const vtkSmartPointer<vtkPointSet> &own, int layers, Beside beside)
 {
+    using some = std::vector<vtkSmartPointer<vtkPointSet>>;
     read_piece piece;
+    piece.data = own;
+    for (int layer = 0; layer < layers; ++layer) {
+        some before, after;
+        beside(vtkPointSet::SafeDownCast(piece.data), &before, &after);
+        piece = with_layer(own, before, after);
+    }
+    return piece;
+}
+
+read_piece list_source::read(const piece_unit &unit)
+{
     const auto whole_file = file(unit.number, false);
     const auto own = stretch_of(whole_file, unit.part, unit.nparts);
-    piece.data = own;
-    if (!ghosts || own == nullptr) return piece;
-    std::vector<vtkSmartPointer<vtkPointSet>> before, after;
-    double box[6];
-    own->GetBounds(box);
-    for (size_t f = 0; f < of_file.size(); ++f) {
-        if (of_file[f].nnodes == 0 || !boxes_meet(box, of_file[f].box)) continue;
-        const auto number = static_cast<int>(f);
-        if (number == unit.number && unit.nparts == 1) continue;
-        if (number == unit.number) {
-            before.push_back(
-                neighbours_in(whole_file, own, all_but_before(unit, whole_file->GetNumberOfCells())));
-            after.push_back(
-                neighbours_in(whole_file, own, all_but_after(unit, whole_file->GetNumberOfCells())));
-        } else {
-            (number < unit.number ? before : after).push_back(neighbours_in(file(number, false), own, {}));
+    if (own == nullptr) return {};
+    read_piece piece = with_layers(own, needs.layers, [&](vtkPointSet *part, auto *before, auto *after) {
+        double box[6];
+        part->GetBounds(box);
+        for (size_t f = 0; f < of_file.size(); ++f) {
+            if (of_file[f].nnodes == 0 || !boxes_meet(box, of_file[f].box)) continue;
+            const auto number = static_cast<int>(f);
+            if (number == unit.number && unit.nparts == 1) continue;
+            if (number == unit.number) {
+                const vtkIdType ncells = whole_file->GetNumberOfCells();
+                before->push_back(neighbours_in(whole_file, part, all_but_before(unit, ncells)));
+                after->push_back(neighbours_in(whole_file, part, all_but_after(unit, ncells)));
+            } else {
+                (number < unit.number ? before : after)
+                    ->push_back(neighbours_in(file(number, false), part, {}));
+            }
         }
+    });
+    if (!needs.numbers) return piece;
+    piece.number =
+        numbers_of_stretch(whole_file, numbers_in_file(unit.number, whole_file), unit.part, unit.nparts);
+    piece.number.resize(static_cast<size_t>(piece.data->GetNumberOfPoints()), -1);
+    return piece;
+}
+
+// Nodes that an earlier file has, too, are that one's; of several at one place as many as it has.
+std::vector<vtkIdType> list_source::numbers_in_file(int number, vtkPointSet *data)
+{
+    if (data == nullptr) return {};
+    const mesh_figures &figures = of_file[static_cast<size_t>(number)];
+    std::map<node_place, int> taken;
+    for (int f = 0; f < number; ++f) {
+        const mesh_figures &other = of_file[static_cast<size_t>(f)];
+        if (other.nnodes == 0 || !boxes_meet(figures.box, other.box)) continue;
+        std::map<node_place, int> here;
+        const auto earlier = file(f, true);
+        for (vtkIdType node = 0; node < earlier->GetNumberOfPoints(); ++node) {
+            const node_place at = place_of(earlier, node);
+            bool within = true;
+            for (size_t d = 0; d < 3; ++d)
+                within = within && at[d] >= figures.box[2 * d] && at[d] <= figures.box[2 * d + 1];
+            if (within) ++here[at];
+        }
+        for (const auto &[at, count] : here)
+            taken[at] = std::max(taken[at], count);
     }
-    return with_layer(own, before, after);
+    const auto n = static_cast<size_t>(number);
+    vtkIdType next = n < first_number.size() ? first_number[n] : 0;
+    std::vector<vtkIdType> numbers;
+    for (vtkIdType node = 0; node < data->GetNumberOfPoints(); ++node) {
+        const node_place at = place_of(data, node);
+        const auto found =
+            std::isfinite(at[0] + at[1] + at[2]) ? taken.find(at) : taken.end(); // of no place: none
+        const bool is_others = found != taken.end() && found->second-- > 0;
+        numbers.push_back(is_others ? -1 : next++);
+    }
+    return numbers;
+}
+
+// Gives the number of all nodes.
+vtkIdType list_source::number_files()
+{
+    const int n = processes::size(), nfiles = static_cast<int>(heading.pieces.size());
+    std::string own;
+    processes::agree([&] {
+        for (int f = 0; f < nfiles; ++f) {
+            if (share_of(f, n, nfiles) != processes::rank()) continue;
+            const std::vector<vtkIdType> numbers = numbers_in_file(f, file(f, true));
+            own += std::to_string(std::count_if(numbers.begin(), numbers.end(),
+                                                [](vtkIdType number) { return number >= 0; })) +
+                   "\n";
+        }
+    });
+    vtkIdType next = 0;
+    std::vector<vtkIdType> first;
+    for (const std::string &texts : processes::all_of(own)) {
+        std::istringstream counts(texts);
+        for (vtkIdType count = 0; counts >> count; next += count)
+            first.push_back(next);
+    }
+    first_number = first;
+    return next;
 }
 
 whole_mesh list_source::survey(mesh_figures *figures)
@@ -551,6 +675,7 @@ whole_mesh list_source::survey(mesh_figures *figures)
     for (const mesh_figures &one : of_file)
         figures->add(one);
     if (figures->nnodes == 0) throw failure(path + ": holds no nodes");
+    if (needs.numbers) figures->nnodes = number_files();
     return whole_of(*figures);
 }
 
@@ -559,8 +684,8 @@ whole_mesh list_source::survey(mesh_figures *figures)
 // The first process reads it and sends every other one its pieces; one process alone takes them from the whole.
 class shared_source : public slab_source {
   public:
-    shared_source(const std::string &path_, const read_options &how, int count, bool ghosts);
-    read_piece read(const piece_unit &unit, bool ghosts) override;
+    shared_source(const std::string &path_, const read_options &how, int count, const piece_needs &needs_);
+    read_piece read(const piece_unit &unit) override;
     whole_mesh survey(mesh_figures *figures) override;
     bool lattice_extent(int *extent) const override
     {
@@ -570,7 +695,7 @@ class shared_source : public slab_source {
 
   private:
     vtkSmartPointer<vtkDataSet> nodes_within(const int *extent, bool bare) override;
-    read_piece taken(const piece_unit &unit, bool ghosts);
+    read_piece taken(const piece_unit &unit);
 
     vtkSmartPointer<vtkDataSet> data; // the first process's
     bool lattice = false;
@@ -584,11 +709,21 @@ std::string as_text(const marks &of)
     return {reinterpret_cast<const char *>(of.data()), of.size()};
 }
 
-shared_source::shared_source(const std::string &path_, const read_options &how, int count, bool ghosts)
-    : slab_source(path_)
+// So that nodes of pieces are one by their number, and not by their place, where several may stand.
+void number_nodes(vtkDataSet *data)
 {
-    share_out(count);
-    std::string about;
+    vtkNew<vtkDoubleArray> numbers;
+    numbers->SetName(name_of_ends);
+    numbers->SetNumberOfValues(data->GetNumberOfPoints());
+    for (vtkIdType node = 0; node < data->GetNumberOfPoints(); ++node)
+        numbers->SetValue(node, static_cast<double>(node));
+    data->GetPointData()->AddArray(numbers);
+}
+
+shared_source::shared_source(const std::string &path_, const read_options &how, int count,
+                             const piece_needs &needs_)
+    : slab_source(path_, needs_)
+{
     processes::agree([&] {
         if (!processes::is_first()) return;
         input_file file = read_file(path, how);
@@ -598,6 +733,7 @@ shared_source::shared_source(const std::string &path_, const read_options &how, 
             throw failure(path + ": is of a kind that cannot be taken apart");
         heading.type = vtkPointSet::SafeDownCast(data) != nullptr ? "StructuredGrid" : "ImageData";
         forget_copies(data, false);
+        if (!lattice) number_nodes(data);
         all = figures_of(data);
     });
     std::ostringstream text;
@@ -612,20 +748,26 @@ shared_source::shared_source(const std::string &path_, const read_options &how, 
     std::string rest;
     std::getline(in, rest);
     all = from_text(rest);
+    share_out(count, lattice ? cells_along() : all.ncells);
     if (!processes::several()) return;
     for (const piece_unit &unit : list) {
         read_piece piece;
         processes::agree([&] {
-            if (processes::is_first()) piece = taken(unit, ghosts);
+            if (processes::is_first()) piece = taken(unit);
         });
         if (processes::is_first() && unit.process != 0) {
             processes::send(as_text(piece.ghost_cell), unit.process);
             processes::send(as_text(piece.ghost_node), unit.process);
+            packer numbers;
+            numbers.add_list(piece.number);
+            processes::send(numbers.bytes, unit.process);
         }
         if (!processes::is_first() && unit.process == processes::rank()) {
             const std::string cells = processes::receive(0), nodes = processes::receive(0);
             piece.ghost_cell.assign(cells.begin(), cells.end());
             piece.ghost_node.assign(nodes.begin(), nodes.end());
+            const std::string numbers = processes::receive(0);
+            piece.number = unpacker(numbers).take_list<vtkIdType>();
         }
         const auto moved = processes::move(piece.data, 0, unit.process);
         if (unit.process != processes::rank()) continue;
@@ -648,24 +790,31 @@ vtkSmartPointer<vtkDataSet> shared_source::nodes_within(const int *extent, bool)
     return part_of_lattice(data, extent);
 }
 
-read_piece shared_source::taken(const piece_unit &unit, bool ghosts)
+read_piece shared_source::taken(const piece_unit &unit)
 {
-    if (lattice) return slab_source::read(unit, ghosts);
+    if (lattice) return slab_source::read(unit);
     auto *points = vtkPointSet::SafeDownCast(data);
-    read_piece piece;
     const auto own = stretch_of(points, unit.number, pieces);
-    piece.data = own;
-    if (!ghosts || own == nullptr) return piece;
+    if (own == nullptr) return {};
     piece_unit stretch = unit;
     stretch.part = unit.number;
     stretch.nparts = pieces;
-    return with_layer(own, {neighbours_in(points, own, all_but_before(stretch, data->GetNumberOfCells()))},
-                      {neighbours_in(points, own, all_but_after(stretch, data->GetNumberOfCells()))});
+    const vtkIdType ncells = data->GetNumberOfCells();
+    read_piece piece = with_layers(own, needs.layers, [&](vtkPointSet *part, auto *before, auto *after) {
+        before->push_back(neighbours_in(points, part, all_but_before(stretch, ncells)));
+        after->push_back(neighbours_in(points, part, all_but_after(stretch, ncells)));
+    });
+    if (!needs.numbers) return piece;
+    std::vector<vtkIdType> numbers(static_cast<size_t>(points->GetNumberOfPoints()));
+    std::iota(numbers.begin(), numbers.end(), 0);
+    piece.number = numbers_of_stretch(points, numbers, stretch.part, stretch.nparts);
+    piece.number.resize(static_cast<size_t>(piece.data->GetNumberOfPoints()), -1);
+    return piece;
 }
 
-read_piece shared_source::read(const piece_unit &unit, bool ghosts)
+read_piece shared_source::read(const piece_unit &unit)
 {
-    if (!processes::several()) return taken(unit, ghosts);
+    if (!processes::several()) return taken(unit);
     return sent_here.at(unit.number);
 }
 
@@ -684,7 +833,7 @@ whole_mesh shared_source::survey(mesh_figures *figures)
 } // namespace
 
 std::unique_ptr<piece_source> open_pieces(const std::string &path, const read_options &how, int count,
-                                          bool ghosts)
+                                          const piece_needs &needs)
 {
     xml_heading heading;
     processes::agree([&] { heading = read_xml_heading(path); });
@@ -693,10 +842,10 @@ std::unique_ptr<piece_source> open_pieces(const std::string &path, const read_op
     const bool is_lattice = kind == "ImageData" || kind == "RectilinearGrid" || kind == "StructuredGrid";
     std::unique_ptr<piece_source> source;
     if (plain && is_lattice)
-        processes::agree([&] { source = std::make_unique<slab_source>(path, heading, count); });
+        processes::agree([&] { source = std::make_unique<slab_source>(path, heading, count, needs); });
     else if (plain && !heading.pieces.empty() && (kind == "UnstructuredGrid" || kind == "PolyData"))
-        processes::agree([&] { source = std::make_unique<list_source>(path, heading, count); });
+        processes::agree([&] { source = std::make_unique<list_source>(path, heading, count, needs); });
     else
-        source = std::make_unique<shared_source>(path, how, count, ghosts);
+        source = std::make_unique<shared_source>(path, how, count, needs);
     return source;
 }

@@ -14,10 +14,18 @@
 
 class vtkDataSet;
 
-// A piece as it was read: nodes and cells of its own and, where asked for, the layer of cells around it with marks.
+// What comes with a piece beside its own nodes and cells.
+struct piece_needs {
+    int layers = 0;       // of cells around it, each of those that share a node with a cell within
+    bool numbers = false; // that nodes have in the whole
+};
+
 struct read_piece {
     vtkSmartPointer<vtkDataSet> data; // nullptr: nothing is in it
-    marks ghost_cell, ghost_node;     // empty: there are none
+    marks ghost_cell, ghost_node;     // of the layers; empty: there are none
+    // Of each node, where asked for: as the whole's nodes are numbered in a plain start. A node has its number in the
+    // first piece that has it; below 0 in the others.
+    std::vector<vtkIdType> number;
 };
 
 // A part that is read at once, of which a piece of the results has one or several.
@@ -45,17 +53,20 @@ class piece_source {
     const std::vector<piece_unit> &units() const { return list; }
     int npieces() const { return pieces; }
     // Of a unit of this process.
-    virtual read_piece read(const piece_unit &unit, bool ghosts) = 0;
+    virtual read_piece read(const piece_unit &unit) = 0;
     // The whole, over all processes; all (see process_group.hpp). Called once, before read.
     virtual whole_mesh survey(mesh_figures *figures) = 0;
     // Of lattices: the first and last node along each axis. False: the file is none.
     virtual bool lattice_extent(int *extent) const = 0;
 
   protected:
+    explicit piece_source(const piece_needs &needs_) : needs(needs_) {}
+
+    piece_needs needs;
     std::vector<piece_unit> list;
     int pieces = 0;
 };
 
-// count: pieces wanted; 0: as many as there are, or one a process. all.
+// count: pieces wanted, of which there are no more than cells; 0: as many as there are, or one a process. all.
 std::unique_ptr<piece_source> open_pieces(const std::string &path, const read_options &how, int count,
-                                          bool ghosts);
+                                          const piece_needs &needs);

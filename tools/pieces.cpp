@@ -10,8 +10,12 @@
 #include <vtkDataArray.h>
 #include <vtkDataSet.h>
 #include <vtkGenericCell.h>
+#include <vtkIdList.h>
+#include <vtkIdTypeArray.h>
+#include <vtkNew.h>
 #include <vtkPointData.h>
 #include <vtkPointSet.h>
+#include <vtkUnsignedCharArray.h>
 
 #include <algorithm>
 #include <limits>
@@ -23,6 +27,7 @@ struct pieces::plan {
     read_options how;
     mesh_use use;
     bool several, ghosts;
+    mean_maker mean;
     std::unique_ptr<piece_source> source; // of several
     whole_mesh mesh;                      // of several
     totals whole;
@@ -30,6 +35,7 @@ struct pieces::plan {
     std::vector<std::string> notes;
 
     input piece_of(const piece_unit &unit, bool meshed);
+    void take_mean(input *in, bool meshed) const;
     void run(const std::function<void(const input &)> &body, bool meshed);
     void agree_on_totals();
 };
@@ -107,7 +113,10 @@ std::vector<std::string> added_up(const std::vector<std::string> &notes)
             counts.push_back(strtoll(note.c_str() + at, nullptr, 10));
             at = end;
         }
-        if (!whole_numbers || note.find("cell") == std::string::npos) {
+        bool of_cells = false;
+        for (const char *words : {"cell", "split into simplices", "taken without", "left out"})
+            of_cells = of_cells || note.find(words) != std::string::npos;
+        if (!whole_numbers || !of_cells) {
             skeleton = note;
             counts.clear();
         }
@@ -145,17 +154,101 @@ void tell_of_all(const std::vector<std::string> &own)
 
 } // namespace
 
-pieces::pieces(const std::string &path, const read_options &how, mesh_use use, int count, bool ghosts)
+namespace {
+
+template <typename Array, typename List>
+void put_list(const List &list, const char *name, vtkDataSetAttributes *to)
+{
+    vtkNew<Array> array;
+    array->SetName(name);
+    for (const auto value : list)
+        array->InsertNextValue(value);
+    to->AddArray(array);
+}
+
+template <typename Array, typename List>
+void take_list(vtkDataSetAttributes *from, const char *name, List *list)
+{
+    auto *array = Array::SafeDownCast(from->GetAbstractArray(name));
+    list->assign(array->GetPointer(0), array->GetPointer(0) + array->GetNumberOfValues());
+    from->RemoveArray(name);
+}
+
+// The extent of a lattice without the layers around it but for so many.
+void extent_within(const input &in, int layers, int *extent)
+{
+    int all[6];
+    extent_of(in.file.data, all);
+    own_extent_of(in, extent);
+    for (int d = 0; d < 3; ++d) {
+        extent[2 * d] = std::max(all[2 * d], extent[2 * d] - layers);
+        extent[2 * d + 1] = std::min(all[2 * d + 1], extent[2 * d + 1] + layers);
+    }
+}
+
+// The cells of a piece, and those of the layers around it that have a node of its own.
+marks cells_within(const input &in, bool one_layer)
+{
+    marks keep;
+    vtkNew<vtkIdList> nodes;
+    for (size_t cell = 0; cell < in.ghost_cell.size(); ++cell) {
+        bool kept = in.ghost_cell[cell] == 0;
+        if (!kept && one_layer) {
+            in.file.data->GetCellPoints(static_cast<vtkIdType>(cell), nodes);
+            for (vtkIdType i = 0; i < nodes->GetNumberOfIds(); ++i)
+                kept = kept || in.ghost_node[static_cast<size_t>(nodes->GetId(i))] == 0;
+        }
+        keep.push_back(kept ? 1 : 0);
+    }
+    return keep;
+}
+
+// What is left has one layer or none.
+void drop_outer_layer(input *in, bool one_layer)
+{
+    static const char *const ghosts = "nodes of the layer", *const ghost_cells = "cells of the layer",
+                             *const numbers = "numbers in the whole";
+    if (in->ghost_cell.empty()) return;
+    vtkDataSet *data = in->file.data;
+    put_list<vtkUnsignedCharArray>(in->ghost_node, ghosts, data->GetPointData());
+    put_list<vtkUnsignedCharArray>(in->ghost_cell, ghost_cells, data->GetCellData());
+    if (!in->node_number.empty()) put_list<vtkIdTypeArray>(in->node_number, numbers, data->GetPointData());
+    int extent[6];
+    if (extent_of(data, extent)) {
+        extent_within(*in, one_layer ? 1 : 0, extent);
+        in->file.data = part_of_lattice(data, extent);
+    } else {
+        marks own = in->ghost_node;
+        for (unsigned char &mark : own)
+            mark = mark == 0 ? 1 : 0;
+        in->file.data = cells_of(vtkPointSet::SafeDownCast(data), cells_within(*in, one_layer), own);
+    }
+    vtkDataSet *left = in->file.data;
+    take_list<vtkUnsignedCharArray>(left->GetPointData(), ghosts, &in->ghost_node);
+    take_list<vtkUnsignedCharArray>(left->GetCellData(), ghost_cells, &in->ghost_cell);
+    if (!in->node_number.empty()) take_list<vtkIdTypeArray>(left->GetPointData(), numbers, &in->node_number);
+    if (one_layer) return;
+    in->ghost_node.clear();
+    in->ghost_cell.clear();
+}
+
+} // namespace
+
+pieces::pieces(const std::string &path, const read_options &how, mesh_use use, int count, piece_with with,
+               const mean_maker &mean)
     : own(std::make_unique<plan>())
 {
     own->path = path;
     own->how = how;
     own->use = use;
-    own->ghosts = ghosts;
+    own->ghosts = with == piece_with::ghosts || with == piece_with::ghosts_and_numbers;
+    own->mean = mean;
     own->several = count > 0 || processes::several();
     own->whole = {};
     if (!own->several) return;
-    own->source = open_pieces(path, how, count, ghosts);
+    const int layers = (own->ghosts ? 1 : 0) + (mean ? 1 : 0); // values at nodes take the cells around them
+    own->source = open_pieces(
+        path, how, count, {layers, with == piece_with::numbers || with == piece_with::ghosts_and_numbers});
     mesh_figures figures;
     own->mesh = own->source->survey(&figures);
     own->whole = totals_of(figures, *own->source);
@@ -196,17 +289,49 @@ input pieces::plan::piece_of(const piece_unit &unit, bool meshed)
     input in;
     in.file.path = path;
     in.piece = unit.piece;
-    const read_piece read = source->read(unit, ghosts);
+    read_piece read = source->read(unit);
     if (read.data == nullptr || read.data->GetNumberOfPoints() == 0) return in;
     in.file.data = read.data;
-    in.ghost_cell = read.ghost_cell;
-    in.ghost_node = read.ghost_node;
-    in.node = arrays_of(read.data->GetPointData(), read.data->GetNumberOfPoints(), &notes);
-    in.cell = arrays_of(read.data->GetCellData(), read.data->GetNumberOfCells(), &notes);
+    in.ghost_cell = std::move(read.ghost_cell);
+    in.ghost_node = std::move(read.ghost_node);
+    in.node_number = std::move(read.number);
+    if (mean) take_mean(&in, meshed);
+    vtkDataSet *data = in.file.data;
+    in.node = arrays_of(data->GetPointData(), data->GetNumberOfPoints(), &notes);
+    in.cell = arrays_of(data->GetCellData(), data->GetNumberOfCells(), &notes);
+    in.node.erase(std::remove_if(in.node.begin(), in.node.end(),
+                                 [](const typed_array &one) { return one.name == name_of_ends; }),
+                  in.node.end());
     if (!meshed) return in;
-    in.mesh = make_mesh(path, read.data, use, &mesh);
+    in.mesh = make_mesh(path, in.file.data, use, &mesh, &in.ghost_cell);
     notes.insert(notes.end(), in.mesh->notes.begin(), in.mesh->notes.end());
     return in;
+}
+
+// The values at nodes that take the layer around, which goes then.
+void pieces::plan::take_mean(input *in, bool meshed) const
+{
+    static const char *const name = "means at the nodes of a piece";
+    vtkDataSet *data = in->file.data;
+    std::vector<std::string> told; // once more by the piece itself
+    in->node = arrays_of(data->GetPointData(), data->GetNumberOfPoints(), &told);
+    in->cell = arrays_of(data->GetCellData(), data->GetNumberOfCells(), &told);
+    in->mesh = make_mesh(path, data, meshed ? use : mesh_use::extract, &mesh);
+    typed_array made = mean(*in);
+    in->mesh = nullptr;
+    made.kept->SetName(name);
+    const auto with = vtkSmartPointer<vtkDataSet>::Take(data->NewInstance());
+    with->ShallowCopy(data);
+    with->GetPointData()->AddArray(made.kept);
+    in->file.data = with;
+    drop_outer_layer(in, ghosts);
+    vtkPointData *rows = in->file.data->GetPointData();
+    made.kept = rows->GetArray(name);
+    rows->RemoveArray(name);
+    made.kept->SetName(made.name.c_str());
+    made.values = values_of(made.kept);
+    made.count = made.kept->GetNumberOfTuples();
+    in->mean = made;
 }
 
 void pieces::plan::run(const std::function<void(const input &)> &body, bool meshed)

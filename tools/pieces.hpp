@@ -19,11 +19,21 @@
 
 class vtkDataSet;
 
+// What comes with each piece beside its own.
+enum class piece_with {
+    nothing,
+    ghosts,  // the layer of cells around it, those that share a node with a cell of it: input::ghost_cell
+    numbers, // input::node_number
+    ghosts_and_numbers
+};
+// Makes the values at nodes that go into input::mean, of a piece and the layer of cells around it; empty: none are.
+using mean_maker = std::function<typed_array(const input &)>;
+
 class pieces {
   public:
-    // count: --pieces; 0: not given. ghosts: with the layer of cells around each piece, those that share a node
-    // with a cell of it; see input::ghost_cell. Throws failure. All.
-    pieces(const std::string &path, const read_options &how, mesh_use use, int count, bool ghosts);
+    // count: --pieces; 0: not given. Throws failure. All.
+    pieces(const std::string &path, const read_options &how, mesh_use use, int count, piece_with with,
+           const mean_maker &mean);
     ~pieces();
     pieces(const pieces &) = delete;
     pieces &operator=(const pieces &) = delete;
@@ -41,7 +51,7 @@ class pieces {
         double box[6];
         int cell_ndim = 0;       // the highest of any cell
         bool flat_cells = false; // some are of dimension 2
-        qx_long nnodes = 0;      // nodes on seams of unstructured pieces counted in each
+        qx_long nnodes = 0;      // nodes on seams of lists of pieces counted in each, but with numbers
         qx_long ncells = 0;
         std::string kind, size_in_words; // as input_mesh has them
         int extent[6] = {0,  -1, 0,
@@ -102,6 +112,7 @@ class piece_results {
     void join();
 
     // Over all processes, after join. Of one file: nodes on seams, at one place with the same values, counted once.
+    bool listed() const; // in files of their own, each of which has the nodes on its seams
     int64_t nnodes() const;
     int64_t ncells(int ndim = -1) const; // of that dimension; below 0: of any
     // At the first process after join where one file or a picture is wanted; nullptr in others. In a plain start

@@ -14,12 +14,14 @@
 #include <cstring>
 #include <fcntl.h>
 #include <new>
+#include <sched.h>
+#include <thread>
 #include <unistd.h>
 
 namespace {
 
 vtkMPIController *controller; // of a group of several; it is never deleted: MPI may be gone by then
-int own_rank, group_size = 1, machine_size = 1, pid_of_first;
+int own_rank, group_size = 1, own_processors, pid_of_first;
 bool all_failed; // what is on its way out was agreed upon
 int64_t sent;
 MPI_Comm of_failures; // apart from all else, as the others may be anywhere
@@ -90,7 +92,38 @@ struct image_place {
     int extent[6];
 };
 
+// The share of one of the processes of a machine; mpirun may have bound each to processors of its own.
+int processors_among(MPI_Comm machine)
+{
+    constexpr size_t bytes = sizeof(cpu_set_t);
+    static_assert(CPU_SETSIZE <= processor_set().size(), "all have a number");
+    int count = 1, own = 0;
+    MPI_Comm_size(machine, &count);
+    MPI_Comm_rank(machine, &own);
+    cpu_set_t mine;
+    CPU_ZERO(&mine);
+    if (sched_getaffinity(0, bytes, &mine) != 0)
+        for (unsigned i = 0; i < std::min<unsigned>(std::thread::hardware_concurrency(), CPU_SETSIZE); ++i)
+            CPU_SET(i, &mine);
+    std::vector<cpu_set_t> all(static_cast<size_t>(count));
+    MPI_Allgather(&mine, bytes, MPI_BYTE, all.data(), bytes, MPI_BYTE, machine);
+    std::vector<processor_set> allowed(all.size());
+    for (size_t p = 0; p < all.size(); ++p)
+        for (size_t i = 0; i < CPU_SETSIZE; ++i)
+            allowed[p][i] = CPU_ISSET(i, &all[p]) != 0;
+    return share_of_processors(allowed, static_cast<size_t>(own));
+}
+
 } // namespace
+
+int share_of_processors(const std::vector<processor_set> &allowed, size_t process)
+{
+    const auto sharing =
+        static_cast<size_t>(std::count_if(allowed.begin(), allowed.end(), [&](const processor_set &other) {
+            return (other & allowed[process]).any();
+        }));
+    return static_cast<int>(std::max<size_t>(1, allowed[process].count() / std::max<size_t>(sharing, 1)));
+}
 
 void processes::start(int *argc, char ***argv)
 {
@@ -105,7 +138,7 @@ void processes::start(int *argc, char ***argv)
     MPI_Comm machine;
     if (MPI_Comm_split_type(MPI_COMM_WORLD, MPI_COMM_TYPE_SHARED, 0, MPI_INFO_NULL, &machine) ==
         MPI_SUCCESS) {
-        MPI_Comm_size(machine, &machine_size);
+        own_processors = processors_among(machine);
         MPI_Comm_free(&machine);
     }
     pid_of_first = getpid();
@@ -130,9 +163,10 @@ int processes::rank()
     return own_rank;
 }
 
-int processes::on_this_machine()
+int processes::processors()
 {
-    return machine_size;
+    return own_processors > 0 ? own_processors
+                              : std::max(1, static_cast<int>(std::thread::hardware_concurrency()));
 }
 
 int processes::first_pid()

@@ -10,12 +10,17 @@
 
 #include <vtkSmartPointer.h>
 
+#include <bitset>
 #include <cstdint>
 #include <functional>
 #include <string>
 #include <vector>
 
 class vtkDataSet;
+
+// Processors by their numbers. A process's share of those that it may run on, which others may run on, too: at least 1.
+using processor_set = std::bitset<1024>;
+int share_of_processors(const std::vector<processor_set> &allowed, size_t process);
 
 namespace processes {
 
@@ -27,8 +32,8 @@ void finish();
 
 int rank(); // from 0
 int size();
-int on_this_machine(); // processes of the group
-int first_pid();       // the system's number of the first process, for names of files that all know
+int processors(); // for threads of this process: its share of those that it may run on
+int first_pid();  // the system's number of the first process, for names of files that all know
 inline bool several()
 {
     return size() > 1;

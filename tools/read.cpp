@@ -608,24 +608,24 @@ static void refuse_others(const std::string &path, const read_options &options)
     if (options.step > 0) no_such_step(path, 1, options.step);
 }
 
-input_file read_file(const std::string &path, const read_options &options)
+// What is read whole, and how it need not be.
+[[noreturn]] static void too_large(const std::string &path, const std::string &type)
+{
+    const bool in_parts =
+        is_list(type) || type == "ImageData" || type == "RectilinearGrid" || type == "StructuredGrid";
+    throw failure(path + ": asks for more memory than there is; it is damaged or too large. " +
+                  (in_parts
+                       ? "With --pieces N it is read part by part, by commands that have that option"
+                       : "Structured XML files (.vti, .vtr, .vts) and lists of pieces (.pvtu, .pvtp) are "
+                         "read part by part with --pieces N; where there is more memory, clamp --pieces N "
+                         "-o pieces.pvtu makes such a list of this one"));
+}
+
+static input_file read_by_vtk(const std::string &path, const read_options &options, const std::string &head)
 {
     input_file file;
     file.path = path;
-    const std::string head = first_bytes(path);
-    if (is_collection(head)) {
-        if (!options.solution.empty()) refuse_solution(path);
-        return read_collection(path, options);
-    }
     const std::string type = type_in_xml(head);
-    if (options.of_list && is_list(type))
-        throw failure(path + ": is a list of pieces itself, and cannot be one of another list");
-    if (type == "PUnstructuredGrid" || type == "PPolyData") {
-        refuse_others(path, options);
-        return read_all_listed(path);
-    }
-    // of a file that is read part by part that was done before
-    if (options.extent.empty()) check_whole_file(path, head);
     const crash_guard guard(path);
     try {
         vtk_messages::take_errors();
@@ -650,13 +650,51 @@ input_file read_file(const std::string &path, const read_options &options)
         file.data = data_set_of(reader->GetOutputDataObject(port), options, &file);
         if (is_list(type)) forget_copies(file.data, true); // the reader takes each cell from one piece
     } catch (const std::bad_alloc &) {
-        throw failure(path + ": asks for more memory than there is; it is damaged or too large");
+        too_large(path, type);
     } catch (const std::length_error &) {
-        throw failure(path + ": asks for more memory than there is; it is damaged or too large");
+        too_large(path, type);
     }
     if (file.data->GetNumberOfPoints() < 1 && !options.may_be_empty)
         throw failure(path + ": holds no nodes; it may be cut short or of another format than its name says");
     return file;
+}
+
+// A list of lattices; whichever of its files is not as it should be is named.
+static input_file read_listed_lattice(const std::string &path, const read_options &options,
+                                      const std::string &head)
+{
+    if (options.extent.empty()) // else that was done before
+        for (const xml_heading::piece &one : read_xml_heading(path).pieces)
+            check_file(one.path);
+    try {
+        return read_by_vtk(path, options, head);
+    } catch (const failure &) {
+        read_options alone;
+        alone.may_be_empty = true;
+        for (const xml_heading::piece &one : read_xml_heading(path).pieces)
+            read_file(one.path, alone);
+        throw;
+    }
+}
+
+input_file read_file(const std::string &path, const read_options &options)
+{
+    const std::string head = first_bytes(path);
+    if (is_collection(head)) {
+        if (!options.solution.empty()) refuse_solution(path);
+        return read_collection(path, options);
+    }
+    const std::string type = type_in_xml(head);
+    if (options.of_list && is_list(type))
+        throw failure(path + ": is a list of pieces itself, and cannot be one of another list");
+    if (type == "PUnstructuredGrid" || type == "PPolyData") {
+        refuse_others(path, options);
+        return read_all_listed(path);
+    }
+    if (is_list(type)) return read_listed_lattice(path, options, head);
+    // of a file that is read part by part that was done before
+    if (options.extent.empty()) check_whole_file(path, head);
+    return read_by_vtk(path, options, head);
 }
 
 // ---- lists of pieces ----------------------------------------------------------------------------------------

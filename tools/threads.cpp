@@ -16,11 +16,16 @@ static constexpr int most_threads = 64;
 // Cells or points a thread that take longer than to start it.
 static constexpr qx_long worthwhile = 20000;
 
-static int asked;
+static int asked, processors_here;
 
 void ask_for_threads(int count)
 {
     asked = count;
+}
+
+void have_processors(int count)
+{
+    processors_here = count;
 }
 
 // 0: the variable is not set, or no number of threads.
@@ -42,8 +47,9 @@ int threads_for(qx_long things)
     static const int of_variable = asked > 0 ? 0 : threads_of_variable();
     if (asked > 0) return std::min(asked, most_threads);
     if (of_variable > 0) return of_variable;
-    const qx_long processors =
-        std::min<qx_long>(std::max(std::thread::hardware_concurrency(), 1u), most_threads);
+    const auto here = processors_here > 0 ? static_cast<unsigned>(processors_here)
+                                          : std::max(std::thread::hardware_concurrency(), 1u);
+    const qx_long processors = std::min<qx_long>(here, most_threads);
     return static_cast<int>(std::clamp<qx_long>(things / worthwhile, 1, processors));
 }
 

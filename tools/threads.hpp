@@ -7,6 +7,8 @@
 
 // What --threads says; 0: it is not given.
 void ask_for_threads(int count);
+// How many processors there are for this process, where it shares them with others.
+void have_processors(int count);
 
 // As many as are asked for, by --threads or else by QX_NUM_THREADS; otherwise one a processor, but no more than are worth
 // starting for an operation on so many cells or points. A variable that is no number of threads is noted, once, and

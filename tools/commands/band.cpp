@@ -88,7 +88,7 @@ void band::run()
 {
     check_levels();
     result.check(" .vtu .vtp ", "bands", file);
-    pieces parts = file.split(result);
+    pieces parts = file.split(result, array.mean());
     piece_results made = result.results_of(parts);
     std::string name;
     value_range seen; // where nothing came out

@@ -172,7 +172,7 @@ void boundary::run()
     if (angle && !(*angle >= 0 && *angle <= 180))
         throw failure("--edges takes an angle from 0 to 180 degrees", exit_usage);
     result.check(angle ? " .vtp " : " .vtp .stl .ply ", angle ? "lines are" : "a surface", file);
-    pieces parts = file.split(result, mesh_use::extract, input_options::ghosts::yes);
+    pieces parts = file.split(result, {}, mesh_use::extract, piece_with::ghosts);
     piece_results made = result.results_of(parts);
     drawing picture;
     if (!with.names().empty()) picture.colour_by = with.names().front();

@@ -36,7 +36,7 @@ cell_to_node::cell_to_node(CLI::App &app)
 
 void cell_to_node::run()
 {
-    pieces parts = file.split(result, mesh_use::locate, input_options::ghosts::yes);
+    pieces parts = file.split(result, {}, mesh_use::locate, piece_with::ghosts_and_numbers);
     piece_results made = result.results_of(parts);
     drawing picture;
     qx_long without = 0;
@@ -50,7 +50,8 @@ void cell_to_node::run()
         const node_mean means = means_at_nodes(file.path(), *in.mesh, of,
                                                weight == "none" ? mean_weight::none : mean_weight::distance,
                                                array.null.has_value(), array.null.value_or(0));
-        without += means.without_value;
+        for (size_t node = 0; node < means.has_value.size(); ++node)
+            without += means.has_value[node] == 0 && in.counts(node) ? 1 : 0;
         const auto out = vtkSmartPointer<vtkDataSet>::Take(in.file.data->NewInstance());
         out->ShallowCopy(in.file.data);
         out->GetPointData()->AddArray(means.array.kept);

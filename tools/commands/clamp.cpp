@@ -68,8 +68,11 @@ qx_long clamp::limit(const input &in, const typed_array &from, const typed_array
     qx_long changed = 0;
     with_values(from, [&](const auto *before) {
         const auto *after = static_cast<decltype(before)>(to.values);
-        for (qx_long i = 0; i < from.count * from.veclen; ++i) // NaN stay, and equal nothing
-            changed += before[i] < after[i] || before[i] > after[i] ? 1 : 0;
+        for (qx_long node = 0; node < from.count; ++node)
+            for (qx_long i = node * from.veclen; i < (node + 1) * from.veclen;
+                 ++i) // NaN stay, and equal nothing
+                if (before[i] < after[i] || before[i] > after[i])
+                    changed += in.counts(static_cast<size_t>(node)) ? 1 : 0;
     });
     return changed;
 }
@@ -79,7 +82,7 @@ void clamp::run()
     if (!min && !max) throw failure("give --min X, --max X or both", exit_usage);
     if (min && max && *min > *max)
         throw failure("--min " + in_words(*min) + " is above --max " + in_words(*max), exit_usage);
-    pieces parts = file.split(result);
+    pieces parts = file.split(result, array.mean(), mesh_use::extract, piece_with::numbers);
     piece_results made = result.results_of(parts);
     std::string name;
     qx_long changed = 0;

@@ -48,7 +48,7 @@ void cut::run()
 {
     result.check(" .vtu ", "a mesh of cells", file);
     if (std::isnan(level)) throw failure("--level: NaN is no level", exit_usage);
-    pieces parts = file.split(result);
+    pieces parts = file.split(result, array.mean());
     piece_results made = result.results_of(parts);
     std::string name;
     value_range seen; // where nothing came out

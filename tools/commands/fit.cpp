@@ -158,7 +158,7 @@ void fit::write(const std::vector<double> &coefs, double rms, double largest) co
 
 void fit::run()
 {
-    if (!out.empty()) check_ending(out, " .csv .json ", "coefficients are");
+    if (!out.empty()) check_ending(out, " .csv .json ", "a list of coefficients");
     if (!picture.empty()) check_ending(picture, " .png ", "a picture");
     const text_table from = read_text_table(file);
     std::vector<double> x = column(from, x_name), y = column(from, y_name);

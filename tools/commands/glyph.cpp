@@ -3,18 +3,13 @@
 #include "command.hpp"
 #include "console.hpp"
 #include "failure.hpp"
-#include "join_pieces.hpp"
 #include "options.hpp"
 
 #include <vtkDataSet.h>
-#include <vtkIdList.h>
-#include <vtkNew.h>
 #include <vtkPolyData.h>
 
 #include <algorithm>
-#include <array>
 #include <cmath>
-#include <limits>
 
 namespace {
 
@@ -28,8 +23,8 @@ class glyph : public command {
     const typed_array *chosen_sizes(const input &in) const;
     std::vector<double> lengths_of_glyphs(const std::vector<double> &sizes, double longest,
                                           double diagonal) const;
-    void choose_nodes(const input &in, const pieces &parts, const std::vector<double> &lengths,
-                      const std::vector<double> &sizes, glyph_options *options, int64_t *left_out) const;
+    void choose_nodes(const input &in, const std::vector<double> &lengths, const std::vector<double> &sizes,
+                      glyph_options *options, int64_t *left_out) const;
     double longest_size(pieces &parts);
 
     input_options file;
@@ -82,67 +77,14 @@ const typed_array *glyph::chosen_sizes(const input &in) const
     return array;
 }
 
-// A node on a seam has its glyph in one piece: that of the cell around it whose middle comes first. Each piece knows the
-// cells around its nodes, with the layer around it. The nodes that are other pieces', empty: none.
-std::vector<bool> nodes_of_others(const input &in)
-{
-    if (in.ghost_cell.empty()) return {};
-    vtkDataSet *data = in.file.data;
-    const auto nnodes = static_cast<size_t>(data->GetNumberOfPoints());
-    using place = std::array<double, 3>;
-    const double endless = std::numeric_limits<double>::infinity();
-    std::vector<place> first(nnodes, place{endless, endless, endless}); // of the layer's cells
-    std::vector<bool> others(nnodes, false), met(nnodes, false);
-    vtkNew<vtkIdList> nodes;
-    for (const bool ghosts : {true, false})
-        for (vtkIdType cell = 0; cell < data->GetNumberOfCells(); ++cell) {
-            if ((in.ghost_cell[static_cast<size_t>(cell)] != 0) != ghosts) continue;
-            data->GetCellPoints(cell, nodes);
-            place middle = {0, 0, 0};
-            for (vtkIdType i = 0; i < nodes->GetNumberOfIds(); ++i) {
-                double at[3];
-                data->GetPoint(nodes->GetId(i), at);
-                for (size_t d = 0; d < 3; ++d)
-                    middle[d] += at[d] / static_cast<double>(nodes->GetNumberOfIds());
-            }
-            for (vtkIdType i = 0; i < nodes->GetNumberOfIds(); ++i) {
-                const auto node = static_cast<size_t>(nodes->GetId(i));
-                if (ghosts) {
-                    first[node] = std::min(first[node], middle);
-                    others[node] = true;
-                } else if (middle <= first[node]) {
-                    met[node] = true;
-                }
-            }
-        }
-    for (size_t node = 0; node < nnodes; ++node)
-        others[node] = in.ghost_node[node] != 0 || (others[node] && !met[node]);
-    return others;
-}
-
-// The number that a node of a piece has in the whole; of cells that in the piece.
-int64_t number_in_whole(vtkIdType node, const int *extent, const int *whole)
-{
-    int64_t number = 0, stride = 1;
-    for (int d = 0; d < 3; ++d) {
-        const int64_t n = extent[2 * d + 1] - extent[2 * d] + 1;
-        number += (node % n + extent[2 * d] - whole[2 * d]) * stride;
-        node /= n;
-        stride *= whole[2 * d + 1] - whole[2 * d] + 1;
-    }
-    return number;
-}
-
-void glyph::choose_nodes(const input &in, const pieces &parts, const std::vector<double> &lengths,
+// A node on a seam has its glyph in one piece.
+void glyph::choose_nodes(const input &in, const std::vector<double> &lengths,
                          const std::vector<double> &sizes, glyph_options *options, int64_t *left_out) const
 {
-    const std::vector<bool> others = nodes_of_others(in);
-    int extent[6];
-    const bool lattice = extent_of(in.file.data, extent);
     for (size_t node = 0; node < lengths.size(); ++node) {
         const auto number = static_cast<vtkIdType>(node);
-        if ((lattice ? number_in_whole(number, extent, parts.whole().extent) : number) % every != 0) continue;
-        if (!others.empty() && others[node]) continue;
+        if (!in.counts(node) || (in.node_number.empty() ? number : in.node_number[node]) % every != 0)
+            continue;
         const bool has_one = std::isfinite(lengths[node]) && lengths[node] > 0 && std::isfinite(sizes[node]);
         if (has_one) {
             options->nodes.push_back(number);
@@ -163,7 +105,7 @@ double glyph::longest_size(pieces &parts)
             size_array != nullptr ? lengths_of(rows_with_null(*size_array, false, 0)) : lengths;
         glyph_options options = {};
         int64_t left_out = 0;
-        choose_nodes(in, parts, lengths, sizes, &options, &left_out);
+        choose_nodes(in, lengths, sizes, &options, &left_out);
         for (const double size : options.values)
             longest = std::max(longest, size);
     });
@@ -174,7 +116,7 @@ void glyph::run()
 {
     result.check(" .vtp ", "a set of glyphs", file);
     const glyph_shape copied = shape_named(shape);
-    pieces parts = file.split(result, mesh_use::extract, input_options::ghosts::yes);
+    pieces parts = file.split(result, vectors.mean(), mesh_use::extract, piece_with::numbers);
     piece_results made = result.results_of(parts);
     const bool by_longest = scale == 0 && fixed == 0;
     double longest = parts.several() && by_longest ? longest_size(parts) : 0;
@@ -194,7 +136,7 @@ void glyph::run()
         options.value_name = rows.array.name != "magnitude" ? "magnitude" : "length";
         if (size_array != nullptr && size_array->name != rows.array.name)
             options.value_name = size_array->name;
-        choose_nodes(in, parts, lengths, sizes, &options, &left_out);
+        choose_nodes(in, lengths, sizes, &options, &left_out);
         if (!parts.several() && !options.values.empty())
             longest = *std::max_element(options.values.begin(), options.values.end());
         const double *box = parts.whole().box;

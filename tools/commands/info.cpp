@@ -1,3 +1,4 @@
+#include "carry.hpp"
 #include "command.hpp"
 #include "console.hpp"
 #include "options.hpp"
@@ -37,9 +38,13 @@ class info : public command {
 // What the arrays of cells are good for.
 const char *const use_of_cells = "taken from cells by probe, carried along by the rest";
 
-void take_in(std::vector<array_summary> *to, const std::vector<typed_array> &arrays)
+// Rows that are another piece's are not counted there and here.
+void take_in(std::vector<array_summary> *to, const std::vector<typed_array> &arrays,
+             const std::vector<qx_long> &counted)
 {
-    for (const typed_array &array : arrays) {
+    for (const typed_array &all : arrays) {
+        const typed_array array =
+            counted.size() < static_cast<size_t>(all.count) ? rows_of({all}, counted).front() : all;
         const auto found = std::find_if(to->begin(), to->end(),
                                         [&](const array_summary &one) { return one.name == array.name; });
         if (found != to->end()) {
@@ -210,13 +215,18 @@ void info::run()
 {
     std::string about, steps, node_texts, cell_texts, file_texts;
     std::vector<array_summary> node, cell;
-    pieces parts = file.split();
+    pieces parts = file.split(mesh_use::extract, piece_with::numbers);
     parts.each([&](const input &in) {
         stage_done("read");
         about = about_file(in);
         steps = about_steps(in);
-        take_in(&node, in.node);
-        take_in(&cell, in.cell);
+        std::vector<qx_long> nodes, cells;
+        for (vtkIdType i = 0; i < in.file.data->GetNumberOfPoints(); ++i)
+            if (in.counts(static_cast<size_t>(i))) nodes.push_back(i);
+        for (vtkIdType i = 0; i < in.file.data->GetNumberOfCells(); ++i)
+            cells.push_back(i);
+        take_in(&node, in.node, nodes);
+        take_in(&cell, in.cell, cells);
         if (node_texts.empty()) node_texts = texts_of("node ", in.file.data->GetPointData());
         if (cell_texts.empty()) cell_texts = texts_of("cell ", in.file.data->GetCellData());
         if (file_texts.empty()) file_texts = texts_of("file ", in.file.data->GetFieldData());

@@ -208,7 +208,7 @@ measured over_all(const measured &own)
 
 void measure::run()
 {
-    if (!json.empty()) check_ending(json, " .json ", "figures are");
+    if (!json.empty()) check_ending(json, " .json ", "a table of figures");
     pieces parts = file.split(library ? mesh_use::extract : mesh_use::locate);
     measured sums = {};
     parts.each([&](const input &in) {

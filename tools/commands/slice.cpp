@@ -112,7 +112,7 @@ void slice::run()
 {
     const slice_plane plane = chosen_plane();
     result.check(" .vtp .vti .vtr ", "a slice", file);
-    pieces parts = file.split(result, mesh_use::extract, input_options::ghosts::yes);
+    pieces parts = file.split(result, {}, mesh_use::extract, piece_with::ghosts);
     piece_results made = result.results_of(parts);
     drawing picture;
     parts.each([&](const input &in) {

@@ -175,7 +175,7 @@ void stream::run_in_pieces(pieces &parts)
 void stream::run()
 {
     check();
-    pieces parts = file.split(mesh_use::trace, input_options::ghosts::yes);
+    pieces parts = file.split(mesh_use::trace, piece_with::ghosts, vectors.mean());
     if (parts.several()) return run_in_pieces(parts);
     parts.each([&](const input &in) {
         if (in.mesh->mesh->ncells == 0) throw failure(file.path() + ": has no cells to trace lines in");

@@ -49,7 +49,7 @@ void threshold::run()
     if (!(range.lo <= range.hi))
         throw failure("--min " + in_words(range.lo) + " is above --max " + in_words(range.hi), exit_usage);
     result.check(" .vtu ", "a mesh of cells", file);
-    pieces parts = file.split(result);
+    pieces parts = file.split(result, array.mean(), mesh_use::extract, piece_with::numbers);
     piece_results made = result.results_of(parts);
     std::string name;
     value_range seen; // where nothing came out
@@ -80,8 +80,9 @@ void threshold::run()
                  in_words(values.hi));
     }
     const std::string counts = std::to_string(made.ncells()) + " of " + std::to_string(parts.whole().ncells) +
-                               " cells, " + std::to_string(made.nnodes()) + " of " +
-                               std::to_string(parts.whole().nnodes) + " nodes";
+                               " cells, " + std::to_string(made.nnodes()) +
+                               (made.listed() ? "" : " of " + std::to_string(parts.whole().nnodes)) +
+                               " nodes";
     result.write(made, parts, counts);
     result.draw(picture, made, parts, counts);
 }

@@ -35,7 +35,7 @@ void threshold_null::refuse(const std::string &name) const
 void threshold_null::run()
 {
     result.check(" .vtu ", "a mesh of cells", file);
-    pieces parts = file.split(result);
+    pieces parts = file.split(result, array.mean(), mesh_use::extract, piece_with::numbers);
     piece_results made = result.results_of(parts);
     std::string name;
     bool any_null = false;
@@ -55,7 +55,8 @@ void threshold_null::run()
     if (!processes::any(any_null)) refuse(agreed(name));
     made.join();
     result.write(made, parts,
-                 std::to_string(made.nnodes()) + " of " + std::to_string(parts.whole().nnodes) + " nodes, " +
+                 std::to_string(made.nnodes()) +
+                     (made.listed() ? "" : " of " + std::to_string(parts.whole().nnodes)) + " nodes, " +
                      std::to_string(made.ncells()) + " of " + std::to_string(parts.whole().ncells) +
                      " cells");
 }

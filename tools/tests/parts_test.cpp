@@ -5,6 +5,7 @@
 #include "messages.hpp"
 #include "parse.hpp"
 #include "picture.hpp"
+#include "process_group.hpp"
 #include "samples.hpp"
 #include "table.hpp"
 #include "to_vtk.hpp"
@@ -287,3 +288,14 @@ TEST(Titles, BreakBetweenWords)
 }
 
 } // namespace
+
+TEST(ProcessGroup, SharesProcessors)
+{
+    const processor_set all(0xffff), low(0xff), high(0xff00), one(1), none;
+    EXPECT_EQ(share_of_processors({all, all, all}, 1), 5);
+    EXPECT_EQ(share_of_processors({low, high, low, high}, 0), 4);
+    EXPECT_EQ(share_of_processors({low, high, high, high}, 2), 2);
+    EXPECT_EQ(share_of_processors({one, one, one}, 0), 1);
+    EXPECT_EQ(share_of_processors({none, all}, 0), 1);
+    EXPECT_EQ(share_of_processors({all}, 0), 16);
+}

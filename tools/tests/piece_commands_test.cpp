@@ -152,6 +152,32 @@ TEST(PartedSlopes, AreThoseOfTheWhole)
                   });
 }
 
+// On lattices by differences, of uniform ones with the distances of the whole.
+TEST(PartedSlopes, OfTheLibraryAreThoseOfTheWhole)
+{
+    const sample &of = cut_up::sample_of("uniform");
+    const struct {
+        const char *command, *array;
+    } all[] = {{"gradient", "value"}, {"gradient", "count"}, {"curl", "flow"}, {"divergence", "flow"}};
+    for (const auto &one : all) {
+        const std::string whole = scratch("library.vti"), joined = scratch("library_joined.vti");
+        run_well({one.command, whole_file(of), "--array", one.array, "--library", "-o", whole});
+        for (const char *count : {"1", "2", "3", "7", "11"}) {
+            SCOPED_TRACE(std::string(one.command) + " in " + count);
+            run_well({one.command, whole_file(of), "--array", one.array, "--library", "-o", joined,
+                      "--pieces", count});
+            expect_same_mesh(read(whole), read(joined));
+        }
+    }
+    each_kind({"gradient"}, {"--array", "value", "--null", "1", "--library"}, "", 1,
+              [&](const sample &kind, vtkDataSet *whole, vtkDataSet *joined) {
+                  if (is_lattice(kind))
+                      expect_same_mesh(whole, joined);
+                  else
+                      expect_near_at_nodes(whole, joined, "gradient(value)", 1e-5);
+              });
+}
+
 TEST(PartedMeans, AreThoseOfTheWhole)
 {
     int shift = 3;
