@@ -109,6 +109,8 @@ static bool has_two_values(int argc, char **argv)
     return false;
 }
 
+static bool pieces_would_do; // for want of memory
+
 // What was printed may not have arrived.
 static void check_standard_output()
 {
@@ -184,6 +186,7 @@ static int run(int argc, char **argv)
         throw failure(app.get_subcommands()[0]->get_name() +
                           " works on one process; start it without mpirun and the like",
                       exit_usage);
+    pieces_would_do = chosen->takes_pieces();
     limit_memory();
     if (quiet || !processes::is_first()) be_quiet();
     if (overwrite) allow_overwriting_inputs();
@@ -215,8 +218,12 @@ int main(int argc, char **argv)
     } catch (const std::length_error &) { // a size beyond all memory
         processes::give_up("skoklana: out of memory; the file may be damaged", exit_failed);
     } catch (const std::bad_alloc &) {
-        processes::give_up("skoklana: out of memory; a smaller mesh or fewer arrays (--with) would do",
-                           exit_failed);
+        processes::give_up(
+            std::string("skoklana: out of memory; a smaller mesh or fewer arrays (--with) would do") +
+                (pieces_would_do
+                     ? ", or --pieces N with a list of files for a result (.pvtp, .pvtu and so on)"
+                     : ""),
+            exit_failed);
     } catch (const std::exception &wrong) {
         processes::give_up(std::string("skoklana: ") + wrong.what(), exit_failed);
     }

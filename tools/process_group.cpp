@@ -2,6 +2,8 @@
 
 #include "failure.hpp"
 
+#include <vtkAbstractArray.h>
+#include <vtkCellData.h>
 #include <vtkCommunicator.h>
 #include <vtkDataSet.h>
 #include <vtkImageData.h>
@@ -9,6 +11,7 @@
 #include <vtkMPIController.h>
 
 #include <algorithm>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -112,6 +115,32 @@ int processors_among(MPI_Comm machine)
         for (size_t i = 0; i < CPU_SETSIZE; ++i)
             allowed[p][i] = CPU_ISSET(i, &all[p]) != 0;
     return share_of_processors(allowed, static_cast<size_t>(own));
+}
+
+// Cell arrays of a data set without cells, which VTK does not send.
+std::string empty_arrays(vtkDataSet *data)
+{
+    std::string text;
+    vtkCellData *arrays = data->GetCellData();
+    for (int i = 0; data->GetNumberOfCells() == 0 && i < arrays->GetNumberOfArrays(); ++i) {
+        vtkAbstractArray *array = arrays->GetAbstractArray(i);
+        if (array->GetName() != nullptr)
+            text += std::to_string(array->GetDataType()) + " " +
+                    std::to_string(array->GetNumberOfComponents()) + " " + array->GetName() + '\0';
+    }
+    return text;
+}
+
+void add_empty_arrays(const std::string &text, vtkDataSet *data)
+{
+    for (size_t at = 0; at < text.size(); at = text.find('\0', at) + 1) {
+        int type, components, name;
+        if (sscanf(text.c_str() + at, "%d %d %n", &type, &components, &name) != 2) return;
+        const auto array = vtkSmartPointer<vtkAbstractArray>::Take(vtkAbstractArray::CreateArray(type));
+        array->SetName(text.c_str() + at + name);
+        array->SetNumberOfComponents(components);
+        data->GetCellData()->AddArray(array);
+    }
 }
 
 } // namespace
@@ -269,7 +298,10 @@ vtkSmartPointer<vtkDataSet> processes::move(vtkDataSet *data, int from, int to)
             image->GetSpacing(place.spacing);
             image->GetExtent(place.extent);
         }
-        send(data == nullptr ? "" : std::string(reinterpret_cast<const char *>(&place), sizeof place), to);
+        send(data == nullptr
+                 ? ""
+                 : std::string(reinterpret_cast<const char *>(&place), sizeof place) + empty_arrays(data),
+             to);
         if (data == nullptr) return nullptr;
         controller->Send(data, to, data_tag);
         sent += static_cast<int64_t>(data->GetActualMemorySize()) * 1024;
@@ -286,6 +318,7 @@ vtkSmartPointer<vtkDataSet> processes::move(vtkDataSet *data, int from, int to)
             image->SetOrigin(place.origin);
             image->SetSpacing(place.spacing);
         }
+        add_empty_arrays(bytes.substr(sizeof place), got);
         return got;
     }
     return nullptr;
@@ -317,6 +350,8 @@ void processes::give_up(const std::string &message, int code)
         finish();
         exit(code);
     }
+    signal(SIGTERM,
+           SIG_DFL); // mpirun ends those that are still here once one has left; no further message then
     // Where all fail alike, as on wrong arguments, they meet here, and the first one tells it. Who comes alone tells
     // it himself, and ends the rest, which may wait for him.
     bool all_here = all_failed;

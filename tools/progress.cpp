@@ -1,17 +1,22 @@
 // Ctrl-C comes at any time. In an operation of the library the handler only raises the host's flag, and the
 // operation gives up at its next status check and cleans up. Elsewhere, in VTK's readers, writers and renderer,
-// nothing looks at a flag: the handler removes the file that is being written and ends the program.
+// nothing looks at a flag: the handler removes the file that is being written and ends the program. mpirun takes Ctrl-C
+// itself and ends its processes by SIGTERM, without a word: the first of them has it.
 #include "progress.hpp"
 
 #include "failure.hpp"
+#include "process_group.hpp"
 
 #include <skoklana/host/om.h>
 #include <skoklana_host.h>
 
 #include <atomic>
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <cstring>
 #include <mutex>
+#include <new>
 #include <unistd.h>
 
 // Handlers of signals look at these; any thread may be the one that runs them.
@@ -49,6 +54,9 @@ static void on_signal(int number)
         return;
     }
     remove_partial_files();
+    static const char message[] = "skoklana: stopped\n";
+    if (processes::is_first() && write(STDERR_FILENO, message, sizeof message - 1) < 0) {
+    } // nobody listens
     _exit(128 + number);
 }
 
@@ -77,8 +85,11 @@ void start_progress(bool bar)
     struct sigaction action = {};
     action.sa_handler = on_signal;
     action.sa_flags = SA_RESTART;
-    sigaction(SIGINT, &action, nullptr);
-    sigaction(SIGTERM, &action, nullptr);
+    for (const int number : {SIGINT, SIGTERM, SIGQUIT, SIGPIPE})
+        sigaction(number, &action, nullptr);
+    struct sigaction before; // nohup has it ignored
+    if (sigaction(SIGHUP, nullptr, &before) == 0 && before.sa_handler != SIG_IGN)
+        sigaction(SIGHUP, &action, nullptr);
     signal(SIGXFSZ, SIG_IGN); // a limit on file sizes is then an error of the write
 }
 
@@ -109,6 +120,7 @@ operation::operation(const char *title)
 {
     set_bar(title);
     host_clear_reports();
+    errno = 0;
     in_operation = true;
 }
 
@@ -122,9 +134,14 @@ void operation::check(bool succeeded, const std::string &what) const
 {
     stop_if_asked();
     if (succeeded) return;
+    const bool no_memory = errno == ENOMEM;
     const char *module, *message;
-    if (host_last_report(0, &module, &message) != 0)
+    if (host_last_report(0, &module, &message) != 0) {
+        // "realloc for cell list failed" and so on
+        if (strstr(message, "alloc") != nullptr) throw std::bad_alloc();
         throw failure(what + " failed: " + module + ": " + message);
+    }
+    if (no_memory) throw std::bad_alloc();
     throw failure(what + " failed without a report");
 }
 

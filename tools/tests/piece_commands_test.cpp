@@ -93,45 +93,6 @@ void each_kind(const words &command, const words &rest, const std::string &endin
     }
 }
 
-// Each value within a share of the largest one: sums of the cells around a node go by the cells' order.
-void expect_near_at_nodes(vtkDataSet *expected, vtkDataSet *got, const std::string &name, double within)
-{
-    ASSERT_EQ(got->GetNumberOfPoints(), expected->GetNumberOfPoints());
-    ASSERT_EQ(got->GetNumberOfCells(), expected->GetNumberOfCells());
-    using row = std::vector<double>;
-    const auto rows = [&](vtkDataSet *of) {
-        std::vector<row> all;
-        vtkDataArray *array = node_array(of, name);
-        for (vtkIdType i = 0; i < of->GetNumberOfPoints(); ++i) {
-            row one(of->GetPoint(i), of->GetPoint(i) + 3);
-            one.push_back(node_array(of, "node")->GetComponent(i, 0));
-            for (int c = 0; c < array->GetNumberOfComponents(); ++c)
-                one.push_back(array->GetComponent(i, c));
-            all.push_back(one);
-        }
-        std::sort(all.begin(), all.end());
-        return all;
-    };
-    const std::vector<row> a = rows(expected), b = rows(got);
-    double largest = 0, apart = 0;
-    for (size_t i = 0; i < a.size(); ++i)
-        for (size_t c = 0; c < a[i].size(); ++c) {
-            ASSERT_EQ(std::isnan(a[i][c]), std::isnan(b[i][c])) << "node " << i;
-            if (std::isnan(a[i][c])) continue;
-            if (c < 4) {
-                ASSERT_EQ(a[i][c], b[i][c]);
-            }
-            largest = std::max(largest, std::abs(a[i][c]));
-            apart = std::max(apart, std::abs(a[i][c] - b[i][c]));
-        }
-    EXPECT_LE(apart, within * largest);
-}
-
-bool is_lattice(const sample &of)
-{
-    return of.ending != ".pvtu" && of.ending != ".pvtp";
-}
-
 } // namespace
 
 TEST(PartedSlopes, AreThoseOfTheWhole)
@@ -145,7 +106,7 @@ TEST(PartedSlopes, AreThoseOfTheWhole)
     for (const auto &one : all)
         each_kind({one.command}, {"--array", one.array}, "", shift++,
                   [&](const sample &of, vtkDataSet *whole, vtkDataSet *joined) {
-                      if (is_lattice(of))
+                      if (cut_up::is_lattice(of))
                           expect_same_mesh(whole, joined);
                       else
                           expect_near_at_nodes(whole, joined, one.made, 1e-6);

@@ -504,6 +504,11 @@ std::string cut_up::whole_ending(const sample &of)
     return "." + of.ending.substr(2);
 }
 
+bool cut_up::is_lattice(const sample &of)
+{
+    return of.ending != ".pvtu" && of.ending != ".pvtp";
+}
+
 // ---- results ------------------------------------------------------------------------------------------------------------
 
 namespace {
@@ -604,6 +609,39 @@ void expect_same_mesh(vtkDataSet *expected, vtkDataSet *got, const std::vector<s
                       << (apart.first != a.end() ? *apart.first : "none") << "\nand\n"
                       << (apart.second != b.end() ? *apart.second : "none");
     }
+}
+
+void expect_near_at_nodes(vtkDataSet *expected, vtkDataSet *got, const std::string &name, double within)
+{
+    ASSERT_EQ(got->GetNumberOfPoints(), expected->GetNumberOfPoints());
+    ASSERT_EQ(got->GetNumberOfCells(), expected->GetNumberOfCells());
+    using row = std::vector<double>;
+    const auto rows = [&](vtkDataSet *of) {
+        std::vector<row> all;
+        vtkDataArray *array = node_array(of, name);
+        for (vtkIdType i = 0; i < of->GetNumberOfPoints(); ++i) {
+            row one(of->GetPoint(i), of->GetPoint(i) + 3);
+            one.push_back(node_array(of, "node")->GetComponent(i, 0));
+            for (int c = 0; c < array->GetNumberOfComponents(); ++c)
+                one.push_back(array->GetComponent(i, c));
+            all.push_back(one);
+        }
+        std::sort(all.begin(), all.end());
+        return all;
+    };
+    const std::vector<row> a = rows(expected), b = rows(got);
+    double largest = 0, apart = 0;
+    for (size_t i = 0; i < a.size(); ++i)
+        for (size_t c = 0; c < a[i].size(); ++c) {
+            ASSERT_EQ(std::isnan(a[i][c]), std::isnan(b[i][c])) << "node " << i;
+            if (std::isnan(a[i][c])) continue;
+            if (c < 4) {
+                ASSERT_EQ(a[i][c], b[i][c]);
+            }
+            largest = std::max(largest, std::abs(a[i][c]));
+            apart = std::max(apart, std::abs(a[i][c] - b[i][c]));
+        }
+    EXPECT_LE(apart, within * largest);
 }
 
 ran run_on(int processes, const std::vector<std::string> &arguments)

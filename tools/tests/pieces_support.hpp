@@ -44,6 +44,7 @@ const sample &sample_of(const std::string &name);
 
 // The ending of a file in one piece of the sample's kind.
 std::string whole_ending(const sample &of);
+bool is_lattice(const sample &of);
 
 } // namespace cut_up
 
@@ -59,3 +60,6 @@ std::vector<std::string> nodes_by_place(vtkDataSet *data, const std::vector<std:
 
 // Holds that both have the same cells and as many nodes.
 void expect_same_mesh(vtkDataSet *expected, vtkDataSet *got, const std::vector<std::string> &but_for = {});
+// Holds the same of places and of an array at the nodes, but that its values may differ by a share of the largest one:
+// sums over the cells around a node go by the cells' order. Nodes have their numbers in "node".
+void expect_near_at_nodes(vtkDataSet *expected, vtkDataSet *got, const std::string &name, double within);

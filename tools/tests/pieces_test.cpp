@@ -222,13 +222,6 @@ std::string whole_of_kind(const std::string &kind)
     return file_of_kind(kind == "mixed" ? "all" : kind[0] == 'p' ? kind.substr(1) : kind);
 }
 
-bool leaves_parts()
-{
-    for (const std::string &name : files_in_scratch())
-        if (name[0] == '.' && name.find(".part") != std::string::npos) return true;
-    return false;
-}
-
 #define NEED_MPIRUN \
     if (!has_mpirun()) GTEST_SKIP() << "mpirun is not there"
 
@@ -523,19 +516,16 @@ TEST(PieceFailures, EndAll)
     NEED_MPIRUN;
     const std::string file = scratch("large.vti");
     run_well({"sample", "hydrogen", "--size", "128", "-o", file});
-    const std::string command = command_path(), out = scratch("killed.pvtp"), told = scratch("killed.txt");
-    const std::string levels = "0.0001,0.0002,0.0003,0.0005,0.0006,0.0007,0.0008,0.0009,0.001,0.0011,0.0012";
-    const std::string work = "exec " + command.substr(1, command.size() - 2) + " iso " + file +
-                             " --array psi -l " + levels + " -o " + out;
-    const auto line_for = [&](const std::string &victim) { // one process of the group is killed after a while
-        return "OMPI_ALLOW_RUN_AS_ROOT=1 OMPI_ALLOW_RUN_AS_ROOT_CONFIRM=1 timeout 100 mpirun --oversubscribe "
-               "-n 3 "
-               "sh -c 'if [ $OMPI_COMM_WORLD_RANK = " +
-               victim + " ]; then (sleep 1; kill -9 $$) & fi; " + work + "' > " + told + " 2>&1";
-    };
-    for (const char *victim : {"0", "2"}) {
-        const std::string line = line_for(victim);
-        EXPECT_NE(system(line.c_str()), 0) << bytes_of(told);
+    const std::string out = scratch("killed.pvtp");
+    surroundings around;
+    around.processes = 3;
+    for (const int victim : {0, 2}) {
+        around.victim = victim;
+        const ran told =
+            run({"iso", file, "--array", "psi", "-l",
+                 "0.0001,0.0002,0.0003,0.0005,0.0006,0.0007,0.0008,0.0009,0.001,0.0011,0.0012", "-o", out},
+                around);
+        EXPECT_NE(told.code, 0) << shown(told);
         EXPECT_FALSE(fs::exists(out));
         EXPECT_FALSE(fs::exists(scratch("killed_0.vtp")));
         EXPECT_FALSE(leaves_parts());

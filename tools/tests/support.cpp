@@ -37,6 +37,7 @@
 #include <poll.h>
 #include <pty.h>
 #include <sstream>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -86,6 +87,15 @@ pipe_ends open_pipe(bool terminal)
     return ends;
 }
 
+// The command in a process that has someone beside it: who looks at its processor time, in hundredths of a second.
+std::string script_of_victim(const surroundings &around)
+{
+    return "if [ \"$OMPI_COMM_WORLD_RANK\" = " + std::to_string(around.victim) +
+           " ]; then (while t=$(cut -d ' ' -f 14 /proc/$$/stat 2>/dev/null) && [ \"$t\" -lt 50 ]; "
+           "do sleep 0.02; done; kill -" +
+           std::to_string(around.signal_of_victim) + " $$ 2>/dev/null) & fi; exec \"$@\"";
+}
+
 [[noreturn]] void become_command(const std::vector<std::string> &arguments, const surroundings &around,
                                  int out, int err)
 {
@@ -98,14 +108,20 @@ pipe_ends open_pipe(bool terminal)
         setenv(one.substr(0, equals).c_str(), one.substr(equals + 1).c_str(), 1);
     }
     std::vector<std::string> line = {SKOKLANA_COMMAND};
+    if (around.victim >= 0) line = {"sh", "-c", script_of_victim(around), "sh", SKOKLANA_COMMAND};
     if (around.processes > 0) {
-        line = {"mpirun", "--oversubscribe", "-n", std::to_string(around.processes), SKOKLANA_COMMAND};
+        line.insert(line.begin(), {"mpirun", "--oversubscribe", "-n", std::to_string(around.processes)});
         setenv("OMPI_MCA_orte_tmpdir_base", folder_of_groups().path.c_str(), 1);
         setenv("OMPI_ALLOW_RUN_AS_ROOT", "1", 1);
         setenv("OMPI_ALLOW_RUN_AS_ROOT_CONFIRM", "1", 1);
         setenv("OMPI_MCA_mpi_yield_when_idle", "1", 1);
         setenv("OMPI_MCA_btl_vader_single_copy_mechanism", "none", 1); // forbidden in containers
         setenv("ASAN_OPTIONS", "detect_leaks=0", 0);                   // of MPI
+    }
+    if (around.most_memory > 0) {
+        const rlim_t most = static_cast<rlim_t>(around.most_memory) * 1024;
+        const rlimit limit = {most, most};
+        setrlimit(RLIMIT_DATA, &limit);
     }
     line.insert(line.end(), arguments.begin(), arguments.end());
     std::vector<char *> list;
@@ -117,13 +133,13 @@ pipe_ends open_pipe(bool terminal)
     _exit(127);
 }
 
-// Reads both until both end. A terminal ends with an error where a pipe ends with 0.
+// Reads both until both end, and looks around ten times a second. A terminal ends with an error where a pipe ends with 0.
 void read_both(int out, int err, ran *result, const std::function<void()> &after_each)
 {
     pollfd ends[2] = {{out, POLLIN, 0}, {err, POLLIN, 0}};
     std::string *to[2] = {&result->out, &result->err};
     while (ends[0].fd >= 0 || ends[1].fd >= 0) {
-        poll(ends, 2, -1);
+        poll(ends, 2, 100);
         for (int i = 0; i < 2; ++i) {
             if (ends[i].fd < 0 || ends[i].revents == 0) continue;
             char bytes[4096];
@@ -153,9 +169,10 @@ ran run(const std::vector<std::string> &arguments, const surroundings &around)
     if (child == 0) become_command(arguments, around, out.write, err.write);
     close(out.write);
     close(err.write);
-    bool asked = around.until.empty();
+    bool asked = around.until.empty() && !around.when;
     read_both(out.read, err.read, &result, [&] {
-        if (asked || result.err.find(around.until) == std::string::npos) return;
+        if (asked || (around.when ? !around.when() : result.err.find(around.until) == std::string::npos))
+            return;
         kill(child, SIGINT);
         asked = true;
     });
@@ -216,6 +233,13 @@ std::vector<std::string> files_in_scratch()
     for (const auto &entry : fs::directory_iterator(folder().path))
         names.push_back(entry.path().filename().string());
     return names;
+}
+
+bool leaves_parts()
+{
+    for (const std::string &name : files_in_scratch())
+        if (name[0] == '.' && name.find(".part") != std::string::npos) return true;
+    return false;
 }
 
 std::vector<std::string> figures()

@@ -27,7 +27,11 @@ struct surroundings {
     bool terminal = false;        // standard error is one
     std::string out;              // a file that standard output goes to
     std::string until;            // interrupt as soon as standard error holds this
+    std::function<bool()> when;   // interrupt as soon as this holds
     int processes = 0;            // started by mpirun; 0: plainly
+    int victim = -1;              // of these processes: has the signal once it has computed for half a second
+    int signal_of_victim = 9;
+    int most_memory = 0; // kB of data of each process; 0: no limit
 };
 
 // Whether groups of processes can be started here.
@@ -44,8 +48,9 @@ std::string shown(const ran &result);
 
 // A path in a folder of this process that is removed at its end.
 std::string scratch(const std::string &name);
-// Nothing is left beside path, whose name a failed or stopped write would have started with.
 std::vector<std::string> files_in_scratch();
+// Whether a file that was begun is among them.
+bool leaves_parts();
 
 // A data set of this name, of those that come with the project's other tests or out of scripts/sample-data;
 // empty where it is not there.
