@@ -48,9 +48,11 @@ std::vector<double> distances_to(const slice_plane &plane, const input_mesh &mes
     const double length = std::hypot(plane.normal[0], plane.normal[1], plane.normal[2]);
     double box[6], largest = 0;
     box_of(mesh, box);
-    for (int i = 0; i < 6; ++i)
-        largest = std::max({largest, std::fabs(box[i] - mesh.offset[i / 2]),
-                            std::fabs(plane.origin[i / 2] - mesh.offset[i / 2])});
+    for (int i = 0; i < 6; ++i) {
+        largest = std::max(largest, std::fabs(box[i] - mesh.offset[i / 2]));
+        if (plane.normal[i / 2] != 0) // else it is anywhere
+            largest = std::max(largest, std::fabs(plane.origin[i / 2] - mesh.offset[i / 2]));
+    }
     const double rounding = 2 * largest * static_cast<double>(std::numeric_limits<float>::epsilon());
     for (size_t node = 0; node < distance.size(); ++node) {
         double at[3], &d = distance[node];

@@ -3,12 +3,16 @@
 #include "failure.hpp"
 
 #include <vtkAbstractArray.h>
-#include <vtkCellData.h>
 #include <vtkCommunicator.h>
 #include <vtkDataSet.h>
+#include <vtkDataSetAttributes.h>
 #include <vtkImageData.h>
 #include <vtkMPI.h>
 #include <vtkMPIController.h>
+#include <vtkNew.h>
+#include <vtkPointSet.h>
+#include <vtkPoints.h>
+#include <vtkUnstructuredGrid.h>
 
 #include <algorithm>
 #include <csignal>
@@ -25,6 +29,7 @@ namespace {
 
 vtkMPIController *controller; // of a group of several; it is never deleted: MPI may be gone by then
 int own_rank, group_size = 1, own_processors, pid_of_first;
+bool launched;   // by mpirun
 bool all_failed; // what is on its way out was agreed upon
 int64_t sent;
 MPI_Comm of_failures; // apart from all else, as the others may be anywhere
@@ -117,29 +122,39 @@ int processors_among(MPI_Comm machine)
     return share_of_processors(allowed, static_cast<size_t>(own));
 }
 
-// Cell arrays of a data set without cells, which VTK does not send.
+// Arrays of nodes or cells of which there are none: VTK does not send them.
 std::string empty_arrays(vtkDataSet *data)
 {
     std::string text;
-    vtkCellData *arrays = data->GetCellData();
-    for (int i = 0; data->GetNumberOfCells() == 0 && i < arrays->GetNumberOfArrays(); ++i) {
-        vtkAbstractArray *array = arrays->GetAbstractArray(i);
-        if (array->GetName() != nullptr)
-            text += std::to_string(array->GetDataType()) + " " +
-                    std::to_string(array->GetNumberOfComponents()) + " " + array->GetName() + '\0';
+    for (const bool of_cells : {false, true}) {
+        if ((of_cells ? data->GetNumberOfCells() : data->GetNumberOfPoints()) > 0) continue;
+        vtkDataSetAttributes *arrays =
+            data->GetAttributes(of_cells ? vtkDataObject::CELL : vtkDataObject::POINT);
+        for (int i = 0; i < arrays->GetNumberOfArrays(); ++i) {
+            vtkAbstractArray *array = arrays->GetAbstractArray(i);
+            if (array->GetName() != nullptr)
+                text += std::to_string(static_cast<int>(of_cells)) + " " +
+                        std::to_string(array->GetDataType()) + " " +
+                        std::to_string(array->GetNumberOfComponents()) + " " + array->GetName() + '\0';
+        }
     }
     return text;
 }
 
-void add_empty_arrays(const std::string &text, vtkDataSet *data)
+// What VTK leaves out of a data set with nothing in it, which its writers want.
+void fill_in(vtkDataSet *data, const std::string &arrays)
 {
-    for (size_t at = 0; at < text.size(); at = text.find('\0', at) + 1) {
-        int type, components, name;
-        if (sscanf(text.c_str() + at, "%d %d %n", &type, &components, &name) != 2) return;
+    auto *set = vtkPointSet::SafeDownCast(data);
+    auto *grid = vtkUnstructuredGrid::SafeDownCast(data);
+    if (set != nullptr && set->GetPoints() == nullptr) set->SetPoints(vtkNew<vtkPoints>());
+    if (grid != nullptr && grid->GetCells() == nullptr) grid->Allocate(1);
+    for (size_t at = 0; at < arrays.size(); at = arrays.find('\0', at) + 1) {
+        int of_cells, type, components, name;
+        if (sscanf(arrays.c_str() + at, "%d %d %d %n", &of_cells, &type, &components, &name) != 3) return;
         const auto array = vtkSmartPointer<vtkAbstractArray>::Take(vtkAbstractArray::CreateArray(type));
-        array->SetName(text.c_str() + at + name);
+        array->SetName(arrays.c_str() + at + name);
         array->SetNumberOfComponents(components);
-        data->GetCellData()->AddArray(array);
+        data->GetAttributes(of_cells != 0 ? vtkDataObject::CELL : vtkDataObject::POINT)->AddArray(array);
     }
 }
 
@@ -156,7 +171,8 @@ int share_of_processors(const std::vector<processor_set> &allowed, size_t proces
 
 void processes::start(int *argc, char ***argv)
 {
-    if (!started_in_group()) return;
+    launched = started_in_group();
+    if (!launched) return;
     vtkMPIController *made = vtkMPIController::New();
     made->Initialize(argc, argv);
     own_rank = made->GetLocalProcessId();
@@ -181,7 +197,7 @@ void processes::start(int *argc, char ***argv)
 void processes::finish()
 {
     int up = 0, down = 0;
-    if (controller == nullptr && group_size == 1 && !started_in_group()) return;
+    if (!launched) return;
     MPI_Initialized(&up);
     MPI_Finalized(&down);
     if (up != 0 && down == 0) MPI_Finalize();
@@ -201,6 +217,11 @@ int processes::processors()
 int processes::first_pid()
 {
     return pid_of_first != 0 ? pid_of_first : getpid();
+}
+
+bool processes::by_launcher()
+{
+    return launched;
 }
 
 int processes::size()
@@ -318,7 +339,7 @@ vtkSmartPointer<vtkDataSet> processes::move(vtkDataSet *data, int from, int to)
             image->SetOrigin(place.origin);
             image->SetSpacing(place.spacing);
         }
-        add_empty_arrays(bytes.substr(sizeof place), got);
+        fill_in(got, bytes.substr(sizeof place));
         return got;
     }
     return nullptr;

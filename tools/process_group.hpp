@@ -38,6 +38,7 @@ inline bool several()
 {
     return size() > 1;
 }
+bool by_launcher(); // mpirun or the like started this process, if only one
 inline bool is_first()
 {
     return rank() == 0;

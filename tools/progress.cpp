@@ -15,6 +15,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstring>
+#include <ctime>
 #include <mutex>
 #include <new>
 #include <unistd.h>
@@ -55,8 +56,11 @@ static void on_signal(int number)
     }
     remove_partial_files();
     static const char message[] = "skoklana: stopped\n";
-    if (processes::is_first() && write(STDERR_FILENO, message, sizeof message - 1) < 0) {
-    } // nobody listens
+    if (processes::is_first() && write(STDERR_FILENO, message, sizeof message - 1) > 0 &&
+        processes::by_launcher()) {
+        const timespec moment = {0, 200000000}; // mpirun passes nothing on once all have ended
+        nanosleep(&moment, nullptr);
+    }
     _exit(128 + number);
 }
 

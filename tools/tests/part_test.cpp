@@ -9,6 +9,8 @@
 #include <vtkDataSet.h>
 #include <vtkNew.h>
 #include <vtkPointData.h>
+#include <vtkPointSet.h>
+#include <vtkPoints.h>
 #include <vtkPolyData.h>
 #include <vtkThreshold.h>
 #include <vtkUnsignedCharArray.h>
@@ -419,6 +421,27 @@ TEST(SliceOfLattices, IsAFlatMeshOfItsKind)
         EXPECT_EQ(outside.code, 1);
         EXPECT_NE(outside.err.find("runs from -1.5 to 1.5 along x, and 1.6 is outside"), std::string::npos);
     }
+}
+
+// The origin of a plane across an axis has no place on the other two, which may be far from 0.
+TEST(SliceOfCells, AcrossAnAxisIsFoundFarAway)
+{
+    const std::string near = scratch("near.vtu"), far = scratch("far.vtu");
+    run_well({"sample", "noisy-sphere", "--mesh", "hex", "--size", "6", "-o", near});
+    const auto data = read(near);
+    vtkNew<vtkPoints> places;
+    places->SetDataTypeToDouble();
+    for (vtkIdType i = 0; i < data->GetNumberOfPoints(); ++i) {
+        double x[3];
+        data->GetPoint(i, x);
+        places->InsertNextPoint(x[0] + 1e7, x[1] - 3e7, x[2] + 1e6);
+    }
+    vtkPointSet::SafeDownCast(data)->SetPoints(places);
+    write(far, data);
+    run_well({"slice", near, "--axis", "z", "--at", "0.25", "-o", scratch("near.vtp")});
+    run_well({"slice", far, "--axis", "z", "--at", "1000000.25", "-o", scratch("far.vtp")});
+    EXPECT_GT(read(scratch("near.vtp"))->GetNumberOfCells(), 0);
+    EXPECT_EQ(read(scratch("far.vtp"))->GetNumberOfCells(), read(scratch("near.vtp"))->GetNumberOfCells());
 }
 
 TEST(SliceOfCells, SaysWhatItWants)

@@ -245,6 +245,24 @@ TEST(PartedCases, ArraysOutliveThePiecesWithoutCells)
     }
 }
 
+// One file of nothing is a file, with the arrays, whichever process has the piece.
+TEST(PartedCases, ResultsMayBeOfNothing)
+{
+    NEED_MPIRUN;
+    const sample &of = cut_up::sample_of("uniform");
+    const both_files files = files_of("nothing", of.whole, of.ending, {1, cut_up::shares::runs, {}, false});
+    for (const one_command &one : {one_command{"cut", {"--array", "value", "--level", "99"}, ".vtu"},
+                                   one_command{"iso", {"--array", "value", "--level", "99"}, ".vtp"}}) {
+        const both_results made =
+            run_both(files, {{}, 13, 0}, one.name, one.rest, one.ending); // of 11 layers of cells
+        ASSERT_NE(made.pieces, nullptr);
+        EXPECT_EQ(made.pieces->GetNumberOfPoints(), 0);
+        EXPECT_NE(made.whole->GetPointData()->GetArray("value"), nullptr);
+        for (const char *array : {"value", "exact", "flow"})
+            EXPECT_NE(made.pieces->GetPointData()->GetArray(array), nullptr) << array;
+    }
+}
+
 // ---- nodes without a value ----------------------------------------------------------------------------------------------
 
 TEST(PartedCases, NullsOnSeamsAreThoseOfTheWhole)

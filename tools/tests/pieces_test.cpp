@@ -515,7 +515,7 @@ TEST(PieceFailures, EndAll)
 {
     NEED_MPIRUN;
     const std::string file = scratch("large.vti");
-    run_well({"sample", "hydrogen", "--size", "128", "-o", file});
+    run_well({"sample", "hydrogen", "--size", "230", "-o", file});
     const std::string out = scratch("killed.pvtp");
     surroundings around;
     around.processes = 3;
