@@ -39,9 +39,8 @@ class measure : public command {
     bool takes_pieces() const override { return true; }
 
   private:
-    void by_host(const input &in, const typed_array *array, int component, host_measure *out) const;
+    void by_host(const input &in, const scalar_array *array, int component, host_measure *out) const;
     void by_library(const input &in, const typed_array *array, int component, host_measure *out) const;
-    array_integral integrate(const input &in, const typed_array &array, int component) const;
     std::vector<array_integral> integrals(const input &in) const;
 
     input_options file;
@@ -53,7 +52,7 @@ class measure : public command {
 measure::measure(CLI::App &app) : file(app, input_options::in_pieces::yes)
 {
     app.add_option("--array,-a", array, "integrate this node array only");
-    app.add_option("--null", null, "the value that means: no value here");
+    app.add_option("--null", null, "the value that means: no value here; NaN always means that");
     app.add_option("--json", json, "write the figures to this file, too (.json)");
     app.add_flag("--library", library,
                  "the library's own rule: single precision; pyramids and second-order cells add nothing");
@@ -69,20 +68,13 @@ double mean_of(const host_measure &of)
     return of.valued > 0 ? of.integral / of.valued : std::nan("");
 }
 
-host_array described(const typed_array &array, const void *null_value)
-{
-    return {array.values, array.type, array.veclen, null_value};
-}
-
-void measure::by_host(const input &in, const typed_array *of, int component, host_measure *out) const
+void measure::by_host(const input &in, const scalar_array *of, int component, host_measure *out) const
 {
     const operation work("measure");
-    double null_bits = 0;
     host_array values = {};
-    if (of != nullptr) {
-        if (null) UTILdouble_to_type(of->type, *null, &null_bits);
-        values = described(*of, null ? &null_bits : nullptr);
-    }
+    if (of != nullptr)
+        values = {of->array.values, of->array.type, of->array.veclen,
+                  of->null_flag != 0 ? of->null_value() : nullptr};
     const int done = host_measure_field(in.mesh->field, of != nullptr ? &values : nullptr, component, out);
     work.check(done == HOST_DONE, file.path() + ": could not be measured");
 }
@@ -108,24 +100,22 @@ void measure::by_library(const input &in, const typed_array *of, int component, 
     }
 }
 
-array_integral measure::integrate(const input &in, const typed_array &of, int component) const
-{
-    array_integral found = {of.veclen > 1 ? of.name + ":" + std::to_string(component) : of.name, {}};
-    if (library)
-        by_library(in, &of, component, found.of);
-    else
-        by_host(in, &of, component, found.of);
-    return found;
-}
-
 std::vector<array_integral> measure::integrals(const input &in) const
 {
     std::vector<array_integral> found;
     if (!array.empty() && find_array(in.node, array) == nullptr)
         throw failure(file.path() + ": has no node array " + array + "; it has " + names_of(in.node));
-    for (const typed_array &one : in.node)
-        for (int c = 0; c < one.veclen && (array.empty() || one.name == array); ++c)
-            found.push_back(integrate(in, one, c));
+    for (const typed_array &one : in.node) {
+        if (!array.empty() && one.name != array) continue;
+        const scalar_array rows = rows_with_null(one, null.has_value(), null.value_or(0));
+        for (int c = 0; c < one.veclen; ++c) {
+            found.push_back({one.veclen > 1 ? one.name + ":" + std::to_string(c) : one.name, {}});
+            if (library)
+                by_library(in, &one, c, found.back().of);
+            else
+                by_host(in, &rows, c, found.back().of);
+        }
+    }
     return found;
 }
 

@@ -237,6 +237,14 @@ TEST(Measure, NodesWithoutValueTakeOutTheirCells)
     const ran told = run_well({"measure", path, "--array", "v", "--null=-1"});
     EXPECT_TRUE(holds(told.err, "1 cells with a node without value")) << told.err;
     EXPECT_TRUE(holds(told.out, " 7\n")) << told.out; // the mean
+    node_array(data, "v")->SetComponent(0, 0, std::nan(""));
+    write(path, data);
+    for (const auto &arguments : {std::vector<std::string>{"measure", path, "--array", "v"},
+                                  std::vector<std::string>{"measure", path, "--array", "v", "--null=-1"}}) {
+        const ran same = run_well(arguments);
+        EXPECT_EQ(same.out, told.out);
+        EXPECT_TRUE(holds(same.err, "1 cells with a node without value")) << same.err;
+    }
 }
 
 TEST(Measure, SaysWhatIsWrong)
