@@ -8,6 +8,51 @@
 
 static constexpr int steps_a_cell = 4;
 
+namespace {
+
+// Notes the places that are looked for in the mesh and not found, while it stands.
+class missed_places {
+  public:
+    // to: null for none.
+    missed_places(mesh_info *mesh_, handed_over *to) : mesh(mesh_), usual(mesh->methods)
+    {
+        if (to == nullptr) return;
+        to->nbeyond = 0;
+        noted = to;
+        look = usual->find_cell_func;
+        watched = *usual;
+        watched.find_cell_func = find_cell;
+        mesh->methods = &watched;
+    }
+    ~missed_places()
+    {
+        mesh->methods = usual;
+        noted = nullptr;
+    }
+    missed_places(const missed_places &) = delete;
+    missed_places &operator=(const missed_places &) = delete;
+
+  private:
+    static int find_cell(mesh_info *in, const blk_tbl *table, const float *point, qx_long *cell, float *uvw)
+    {
+        const int found = look(in, table, point, cell, uvw);
+        if (found != 1 && noted->nbeyond < most_places_beyond)
+            std::copy_n(point, 3, noted->beyond[noted->nbeyond++]);
+        return found;
+    }
+
+    static thread_local decltype(mesh_methods::find_cell_func) look;
+    static thread_local handed_over *noted;
+    mesh_info *const mesh;
+    mesh_methods *const usual;
+    mesh_methods watched;
+};
+
+thread_local decltype(mesh_methods::find_cell_func) missed_places::look;
+thread_local handed_over *missed_places::noted;
+
+} // namespace
+
 static double distance(const float *a, const float *b)
 {
     return std::hypot(a[0] - b[0], a[1] - b[1], a[2] - b[2]);
@@ -176,14 +221,8 @@ line_end line_tracer::trace_one_way(const float *from, int direction, const line
                                      cells.data(), uvws.data(), speeds.data(), steps.data(), work);
     if (done != 1 || count == 0) return line_end::left_mesh;
     double time = so_far.time, length = so_far.length;
-    const auto hand_over = [&](int step, bool at_rim, const float *beyond) {
-        over->node = nodes->back();
-        over->so_far = {so_far.steps + step, over->node.time, length};
-        over->at_rim = at_rim;
-        std::copy_n(beyond, 3, over->beyond);
-        nodes->pop_back();
-        return line_end::goes_on;
-    };
+    int first_in_cell = 0; // of the nodes; and how long the line was there
+    double length_there = length;
     for (int i = 0; i < count; ++i) {
         line_node node;
         const auto row = static_cast<size_t>(i);
@@ -198,10 +237,21 @@ line_end line_tracer::trace_one_way(const float *from, int direction, const line
             nodes->push_back(node);
         else if (!add(node, &length, nodes))
             return line_end::max_length;
+        if (i > 0 && node.cell != cells[row - 1]) {
+            first_in_cell = i;
+            length_there = length;
+        }
         if (i + 1 == most) return line_end::max_steps;
-        if (i > 0 && is_copy && is_copy(node.cell)) return hand_over(i, false, node.at);
+        if (i > 0 && first_in_cell == i && is_copy && is_copy(node.cell)) {
+            over->node = nodes->back();
+            over->so_far = {so_far.steps + i, over->node.time, length};
+            over->at_rim = false;
+            nodes->pop_back();
+            return line_end::goes_on;
+        }
         double h = steps[row];
         float end[3] = {0, 0, 0};
+        const missed_places watch(mesh, is_copy && i + 1 == count ? over : nullptr);
         const int result = repeat_step(node, direction, &h, end);
         time += h;
         if (i + 1 < count) continue;
@@ -210,8 +260,15 @@ line_end line_tracer::trace_one_way(const float *from, int direction, const line
         const bool has_rim = ended == line_end::left_mesh || ended == line_end::no_value;
         if (!has_rim || !find_rim(node, h, &rim)) return ended;
         if (!add(rim, &length, nodes)) return line_end::max_length;
-        if (ended == line_end::left_mesh && is_copy && is_copy(rim.cell)) return hand_over(i + 1, true, end);
-        return ended;
+        if (ended != line_end::left_mesh || !is_copy) return ended;
+        over->rim = nodes->back();
+        over->at_the_rim = {so_far.steps + i + 1, rim.time, length};
+        nodes->pop_back();
+        over->at_rim = true;
+        over->redo = i + 1 - first_in_cell;
+        over->node = (*nodes)[nodes->size() - static_cast<size_t>(over->redo)];
+        over->so_far = {so_far.steps + first_in_cell, over->node.time, length_there};
+        return line_end::goes_on;
     }
     return line_end::left_mesh;
 }

@@ -35,14 +35,21 @@ struct line_progress {
     double time = 0, length = 0;
 };
 
+constexpr int most_places_beyond = 20;
+
 // A node from which a line goes on in another piece.
 struct handed_over {
     line_node node;
     line_progress so_far;
-    // The node is where the last whole step left the piece and its copies. Whether that is the mesh's border is told by
-    // where the step would have ended.
+    // A step leaves the piece and its copies, at rim. Whether the mesh ends there is told by the places beyond: those that
+    // were looked for and not found. As steps within a cell depend on those before, the line goes on from its first node in
+    // the cell, and redo of the nodes are made anew.
     bool at_rim;
-    float beyond[3];
+    int redo;
+    int nbeyond;
+    float beyond[most_places_beyond][3];
+    line_node rim;
+    line_progress at_the_rim;
 };
 
 struct freed_locator {
@@ -64,8 +71,8 @@ class line_tracer {
     // The other edge of a ribbon along a line, rows of 3; false where the field's derivatives can't be had.
     bool make_edge(const std::vector<line_node> &nodes, std::vector<float> *edge);
 
-    // Traces on from a place, one way. Where is_copy is set the line goes on elsewhere from the first node after from in
-    // such a cell: goes_on, and that node is in over in place of nodes.
+    // Traces on from a place, one way. Where is_copy is set the line goes on elsewhere from its first node in another
+    // such cell than from's: goes_on, and that node is in over in place of nodes. Or from a step out of the piece.
     line_end trace_one_way(const float *from, int direction, const line_progress &so_far,
                            std::vector<line_node> *nodes, handed_over *over);
     std::function<bool(qx_long)> is_copy;

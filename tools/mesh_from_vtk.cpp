@@ -484,6 +484,8 @@ void cell_sorter::finish()
             if (set.ncells == 0) continue;
             set.kind = static_cast<int>(&orders - made);
             set.order = static_cast<int>(&set - orders);
+            set.file_kind = set.kind;
+            set.file_order = set.order;
             mesh->sets.push_back(std::move(set));
             mesh->sets.back().connect = mesh->sets.back().own.data();
         }
@@ -552,6 +554,8 @@ static bool share_list(input_mesh *mesh, vtkCellArray *cells, int type)
     input_set set;
     set.kind = order->kind;
     set.order = order->order;
+    set.file_kind = set.kind;
+    set.file_order = set.order;
     set.ncells = cells->GetNumberOfCells();
     set.connect = our_list(cells->GetConnectivityArray64()->GetPointer(0));
     mesh->sets.push_back(std::move(set));
@@ -601,6 +605,8 @@ static void take_apart(const std::string &path, input_mesh *mesh)
             throw failure(path +
                           ": its second-order cells could not be split; there may be too little memory");
         input_set parts;
+        parts.file_kind = set.file_kind;
+        parts.file_order = set.file_order;
         parts.order = 1;
         parts.kind = nnodes == 4 ? CELL_TET : nnodes == 5 ? CELL_PYR : nnodes == 6 ? CELL_PRISM : CELL_HEX;
         parts.ncells = count;

@@ -15,6 +15,7 @@ class vtkDataSet;
 
 struct input_set {
     int kind, order;
+    int file_kind, file_order; // other than these for cells that were taken apart; sets go by them
     qx_long ncells = 0;
     const qx_long *connect = nullptr; // VTK's own list, or own
     std::vector<qx_long> own;

@@ -1,6 +1,7 @@
 // A line is traced in a piece with the layer of cells around it as far as its nodes lie in cells of the piece's own. A step
-// from there ends in the layer at most, and is what it is in the whole. The node in the layer is handed over: to the piece
-// that has its cell.
+// from there ends in the layer, and is what it is in the whole. The node in the layer is handed over: to the piece
+// that has its cell. Where cells of the layer are thin a step may leave it: then a piece that has both its ends, if only in
+// its layer, takes it anew, from the line's first node in the cell.
 //
 // With mpirun this goes in rounds. Places that wait are known to all processes; each looks for them in its own pieces and
 // tells which it has, the first piece that has one traces on, and what is handed over waits for the next round. Pieces
@@ -23,6 +24,7 @@
 #include <map>
 #include <optional>
 #include <random>
+#include <set>
 
 namespace {
 
@@ -33,11 +35,29 @@ struct waiting {
     int hop = 0;   // pieces before this one
     line_progress so_far;
     line_node node = {}; // of a seed: its place alone
-    bool at_rim = false; // wanted is whether any piece has beyond
-    float beyond[3] = {};
+    bool at_rim = false; // a step leaves the piece; wanted is whether any has a place beyond
+    bool again = false;  // it was such a piece that it left
+    int nbeyond = 0;
+    float beyond[most_places_beyond][3] = {};
+    bool shortened = false; // node is where a step left a piece
+    int redo = 0;           // nodes from node on, which another piece makes anew
+    line_node rim = {};
+    line_progress at_the_rim = {};
 
-    const float *wanted() const { return at_rim ? beyond : node.at; }
+    int places() const { return at_rim ? nbeyond : 1; }
+    const float *wanted(int i) const { return at_rim ? beyond[i] : node.at; }
 };
+
+// From the rim, where no piece can take the step whole: a shorter step than on one process.
+waiting from_rim(waiting one)
+{
+    one.shortened = true;
+    one.node = one.rim;
+    one.so_far = one.at_the_rim;
+    one.at_rim = one.again = false;
+    one.redo = 0;
+    return one;
+}
 
 bool in_order(const waiting &a, const waiting &b)
 {
@@ -51,6 +71,8 @@ struct segment {
     line_end ended;
     bool in_cell; // a piece has the place that it begins at
     std::vector<line_node> nodes;
+    int redone = 0; // nodes before, in place of which these are
+    bool shortened = false;
 };
 
 enum class hold : int { own = 0, copy = 1, none = 2 };
@@ -85,6 +107,18 @@ class traced_piece {
     traced_piece(const traced_piece &) = delete;
     traced_piece &operator=(const traced_piece &) = delete;
 
+    // Of a step that left another piece: own where this one can take it as it is in the whole, having the node and what is
+    // beyond the rim if only in its layer; copy where it can't, but knows that the mesh goes on there.
+    hold holds(const waiting &one)
+    {
+        if (!one.at_rim) return holds(one.node.at);
+        hold beyond = hold::none;
+        for (int i = 0; i < one.nbeyond; ++i)
+            beyond = std::min(beyond, holds(one.beyond[i]));
+        if (beyond == hold::none) return hold::none;
+        return !one.again && holds(one.node.at) != hold::none ? hold::own : hold::copy;
+    }
+
     hold holds(const float *place)
     {
         const qx_long cell = tracer.cell_of(place);
@@ -94,12 +128,26 @@ class traced_piece {
     // Traces on. What the line leaves for another piece joins the queue.
     segment go_on(const waiting &from, std::vector<waiting> *queue)
     {
-        segment made = {from.line, from.direction, from.hop, line_end::left_mesh, true, {}};
+        segment made = {from.line, from.direction, from.hop,      line_end::left_mesh, true,
+                        {},        from.redo,      from.shortened};
         handed_over over;
         made.ended = tracer.trace_one_way(from.node.at, from.direction, from.so_far, &made.nodes, &over);
         if (made.ended == line_end::goes_on) {
-            waiting next = {from.line, from.direction, from.hop + 1, over.so_far, over.node, over.at_rim, {}};
-            std::copy_n(over.beyond, 3, next.beyond);
+            waiting next = {};
+            next.line = from.line;
+            next.direction = from.direction;
+            next.hop = from.hop + 1;
+            next.so_far = over.so_far;
+            next.node = over.node;
+            next.at_rim = over.at_rim;
+            if (over.at_rim) {
+                next.nbeyond = over.nbeyond;
+                std::copy_n(over.beyond[0], 3 * over.nbeyond, next.beyond[0]);
+                next.again = from.at_rim && over.so_far.steps <= from.so_far.steps;
+                next.redo = over.redo;
+                next.rim = over.rim;
+                next.at_the_rim = over.at_the_rim;
+            }
             queue->push_back(next);
         }
         return made;
@@ -170,11 +218,14 @@ class piece_shelf {
 
     int count() const { return static_cast<int>(boxes.size()); }
 
-    // Whether the piece may have the place; unknown until the piece was looked at.
-    bool may_have(int i, const float *place) const
+    // Whether the piece may have what waits; unknown until the piece was looked at.
+    bool may_have(int i, const waiting &one) const
     {
         const auto at = static_cast<size_t>(i);
-        return !empty[at] && (!boxes[at] || boxes[at]->holds(place, offset));
+        bool may = !empty[at] && !boxes[at];
+        for (int place = 0; !empty[at] && !may && place < one.places(); ++place)
+            may = boxes[at]->holds(one.wanted(place), offset);
+        return may;
     }
 
     // Null: it has no cells to trace in.
@@ -227,8 +278,8 @@ class piece_shelf {
 // Where no piece has a place the line ends at it.
 segment ended_at(const waiting &here)
 {
-    segment made = {here.line, here.direction, here.hop, line_end::left_mesh, false, {}};
-    if (here.hop > 0) made.nodes.push_back(here.node);
+    segment made = {here.line, here.direction, here.hop, line_end::left_mesh, here.at_rim, {}};
+    if (here.hop > 0) made.nodes.push_back(here.at_rim ? here.rim : here.node);
     return made;
 }
 
@@ -276,16 +327,9 @@ class sweeps {
         queue.clear();
         for (size_t next = 0; next < now.size(); ++next) {
             queued one = now[next];
-            const bool forced = one.tries >= shelf.count() && one.copy.piece == i;
-            traced_piece *piece = forced || shelf.may_have(i, one.what.wanted()) ? shelf.get(i) : nullptr;
-            const hold how = piece != nullptr ? piece->holds(one.what.wanted()) : hold::none;
-            if (how == hold::own && one.what.at_rim) { // the mesh goes on there
-                one.what.at_rim = false;
-                one.tries = 0;
-                one.copy = {};
-                now.push_back(one);
-                continue;
-            }
+            const bool forced = one.tries >= shelf.count() && one.copy.piece == i && !one.what.at_rim;
+            traced_piece *piece = forced || shelf.may_have(i, one.what) ? shelf.get(i) : nullptr;
+            const hold how = piece != nullptr ? piece->holds(one.what) : hold::none;
             if (how == hold::own || forced) {
                 std::vector<waiting> left;
                 made.push_back(piece->go_on(one.what, &left));
@@ -295,10 +339,11 @@ class sweeps {
             }
             if (how == hold::copy) one.copy = std::min(one.copy, claim{how, i});
             ++one.tries;
-            const bool is_over =
-                one.tries >= shelf.count() && (one.copy.piece == no_piece || one.what.at_rim);
-            if (is_over)
+            const bool all_tried = one.tries >= shelf.count();
+            if (all_tried && one.copy.piece == no_piece)
                 made.push_back(ended_at(one.what));
+            else if (all_tried && one.what.at_rim)
+                now.push_back({from_rim(one.what), 0, {}});
             else
                 queue.push_back(one);
         }
@@ -354,10 +399,10 @@ class rounds {
         processes::agree([&] {
             for (int i = 0; i < shelf.count(); ++i)
                 for (size_t q = 0; q < queue.size(); ++q) {
-                    if (!shelf.may_have(i, queue[q].wanted())) continue;
+                    if (!shelf.may_have(i, queue[q])) continue;
                     traced_piece *piece = shelf.get(i);
                     if (piece == nullptr) break;
-                    const hold how = piece->holds(queue[q].wanted());
+                    const hold how = piece->holds(queue[q]);
                     if (how != hold::none) least[q] = std::min(least[q], claim{how, first_piece + i});
                 }
         });
@@ -374,14 +419,12 @@ class rounds {
 
     void settle(const waiting &one, const claim &taken, std::vector<waiting> *left)
     {
-        if (one.at_rim && taken.how == hold::own) {
-            waiting again = one;
-            again.at_rim = false;
-            if (processes::is_first()) left->push_back(again);
+        if (taken.how == hold::none) {
+            if (processes::is_first()) made.push_back(ended_at(one));
             return;
         }
-        if (taken.how == hold::none || one.at_rim) {
-            if (processes::is_first()) made.push_back(ended_at(one));
+        if (one.at_rim && taken.how == hold::copy) {
+            if (processes::is_first()) left->push_back(from_rim(one));
             return;
         }
         const int own = taken.piece - first_piece;
@@ -407,6 +450,8 @@ std::vector<segment> gathered(std::vector<segment> own)
             packed.add(one.hop);
             packed.add(one.ended);
             packed.add(one.in_cell);
+            packed.add(one.redone);
+            packed.add(one.shortened);
             packed.add_list(one.nodes);
         }
         processes::send(packed.bytes, 0);
@@ -422,6 +467,8 @@ std::vector<segment> gathered(std::vector<segment> own)
             one.hop = packed.take<int>();
             one.ended = packed.take<line_end>();
             one.in_cell = packed.take<bool>();
+            one.redone = packed.take<int>();
+            one.shortened = packed.take<bool>();
             one.nodes = packed.take_list<line_node>();
             own.push_back(std::move(one));
         }
@@ -443,8 +490,10 @@ std::vector<traced_line> joined(std::vector<segment> segments, size_t nlines, st
         std::vector<line_node> nodes;
         for (end = first; end < segments.size() && segments[end].line == of.line &&
                           segments[end].direction == of.direction;
-             ++end)
+             ++end) {
+            nodes.resize(nodes.size() - static_cast<size_t>(segments[end].redone));
             nodes.insert(nodes.end(), segments[end].nodes.begin(), segments[end].nodes.end());
+        }
         const line_end ended = segments[end - 1].ended;
         if (of.direction < 0) { // comes first
             line.began = ended;
@@ -470,31 +519,43 @@ struct drawn_cell {
     double weights[8];
 };
 
-// Kinds and orders of cells in the order of sets.
+// Kinds and orders that cells have in the file, in the order of sets.
 constexpr int set_keys = 2 * CELL_KINDS;
 
 int set_key(const input_set &set)
 {
-    return 2 * set.kind + set.order - 1;
+    return 2 * set.file_kind + set.file_order - 1;
 }
 
-// The piece's own cells of each kind and order, as sets number them; of lattices all of VTK's numbers.
-std::vector<std::vector<qx_long>> own_cells(const input &in)
+// A piece's own cells of one kind and order.
+struct cells_of_key {
+    int kind = 0;                   // that they are traced in
+    const input_set *set = nullptr; // of cell sets
+    std::vector<qx_long> cells;     // as the set numbers them; of lattices by VTK's numbers
+};
+
+std::vector<cells_of_key> own_cells(const input &in)
 {
-    std::vector<std::vector<qx_long>> cells(set_keys);
+    std::vector<cells_of_key> of_key(set_keys);
     const auto is_own = [&](vtkIdType number) {
         return in.ghost_cell.empty() || in.ghost_cell[static_cast<size_t>(number)] == 0;
     };
     if (in.mesh->structured()) {
-        auto &all = cells[2 * static_cast<size_t>(in.mesh->kind_of_set(0))];
+        const int kind = in.mesh->kind_of_set(0);
+        cells_of_key &all = of_key[2 * static_cast<size_t>(kind)];
+        all.kind = kind;
         for (qx_long cell = 0; cell < in.mesh->mesh->ncells; ++cell)
-            if (is_own(static_cast<vtkIdType>(cell))) all.push_back(cell);
-        return cells;
+            if (is_own(static_cast<vtkIdType>(cell))) all.cells.push_back(cell);
+        return of_key;
     }
-    for (const input_set &set : in.mesh->sets)
+    for (const input_set &set : in.mesh->sets) {
+        cells_of_key &all = of_key[static_cast<size_t>(set_key(set))];
+        all.kind = set.kind;
+        all.set = &set;
         for (qx_long cell = 0; cell < set.ncells; ++cell)
-            if (is_own(set.vtk_cell(cell))) cells[static_cast<size_t>(set_key(set))].push_back(cell);
-    return cells;
+            if (is_own(set.vtk_cell(cell))) all.cells.push_back(cell);
+    }
+    return of_key;
 }
 
 void lattice_corners(const input_mesh &mesh, qx_long cell, qx_long *nodes)
@@ -551,7 +612,9 @@ stream_lines trace_lines_in_pieces(pieces &parts,
     for (int64_t i = 0; i < nseeds; ++i)
         for (const int direction : {-1, 1}) {
             if (direction < 0 && !options.both) continue;
-            waiting seed = {i, direction, 0, {}, {}, false, {}};
+            waiting seed = {};
+            seed.line = i;
+            seed.direction = direction;
             for (int d = 0; d < 3; ++d)
                 seed.node.at[d] = static_cast<float>(seeds[static_cast<size_t>(3 * i + d)] - offset[d]);
             queue.push_back(seed);
@@ -568,10 +631,14 @@ stream_lines trace_lines_in_pieces(pieces &parts,
     const bool flattened = processes::any(shelf.flattened);
     made = gathered(std::move(made));
     if (!processes::is_first()) return {};
+    std::set<int64_t> shortened;
+    for (const segment &one : made)
+        if (one.shortened) shortened.insert(one.line);
     std::vector<bool> in_cell(static_cast<size_t>(nseeds), false);
     std::vector<traced_line> lines = joined(std::move(made), static_cast<size_t>(nseeds), &in_cell);
     stream_lines result = collect_lines(offset, name, veclen, options, std::move(lines), in_cell);
     result.flattened = flattened;
+    result.shortened = static_cast<int64_t>(shortened.size());
     return result;
 }
 
@@ -581,6 +648,7 @@ std::vector<double> random_seeds_in_pieces(pieces &parts, int64_t count)
     const int npieces = parts.own_count();
     packer packed;
     bool all_lattices = true;
+    std::vector<int> kinds(set_keys, 0);
     processes::agree([&] {
         for (int i = 0; i < npieces; ++i) {
             const input in = parts.load(i);
@@ -589,9 +657,11 @@ std::vector<double> random_seeds_in_pieces(pieces &parts, int64_t count)
                                    in.mesh->cell_ndim() == parts.whole().cell_ndim;
             if (has_cells) {
                 all_lattices = all_lattices && in.mesh->structured();
-                const auto cells = own_cells(in);
-                std::transform(cells.begin(), cells.end(), counts.begin(),
-                               [](const auto &list) { return static_cast<qx_long>(list.size()); });
+                const auto of_key = own_cells(in);
+                for (size_t key = 0; key < of_key.size(); ++key) {
+                    counts[key] = static_cast<qx_long>(of_key[key].cells.size());
+                    kinds[key] = std::max(kinds[key], of_key[key].kind);
+                }
             }
             packed.add_list(counts);
         }
@@ -603,6 +673,14 @@ std::vector<double> random_seeds_in_pieces(pieces &parts, int64_t count)
         if (rank++ == processes::rank()) first_piece = static_cast<int>(counts.size());
         for (unpacker from(text); !from.at_end();)
             counts.push_back(from.take_list<qx_long>());
+    }
+    packer own_kinds;
+    own_kinds.add_list(kinds);
+    for (const std::string &text : processes::all_of(own_kinds.bytes)) {
+        unpacker from(text);
+        const std::vector<int> of_process = from.take_list<int>();
+        std::transform(kinds.begin(), kinds.end(), of_process.begin(), kinds.begin(),
+                       [](int a, int b) { return std::max(a, b); });
     }
     qx_long ncells = 0;
     for (const auto &one : counts)
@@ -645,7 +723,7 @@ std::vector<double> random_seeds_in_pieces(pieces &parts, int64_t count)
                 }
                 cell -= n;
             }
-        const int ncorners = cell_kinds[one.set / 2].ncorners;
+        const int ncorners = cell_kinds[kinds[static_cast<size_t>(one.set)]].ncorners;
         double sum = 0;
         for (int k = 0; k < ncorners; ++k)
             sum += one.weights[k] = -std::log(1 - share(random)); // evenly over a simplex
@@ -658,7 +736,7 @@ std::vector<double> random_seeds_in_pieces(pieces &parts, int64_t count)
         for (int i = 0; i < npieces; ++i) {
             const input in = parts.load(i);
             if (in.mesh == nullptr) continue;
-            const auto cells = own_cells(in);
+            const auto of_key = own_cells(in);
             int own[6];
             if (lattice) extent_of(in.file.data, own);
             for (size_t s = 0; s < drawn.size(); ++s) {
@@ -684,18 +762,16 @@ std::vector<double> random_seeds_in_pieces(pieces &parts, int64_t count)
                                           (corner >> 2) * steps[2];
                 } else {
                     if (one.piece != i) continue;
-                    const qx_long local =
-                        cells[static_cast<size_t>(one.set)][static_cast<size_t>(one.number)];
-                    ncorners = cell_kinds[one.set / 2].ncorners;
-                    if (in.mesh->structured()) {
+                    const cells_of_key &all = of_key[static_cast<size_t>(one.set)];
+                    const qx_long local = all.cells[static_cast<size_t>(one.number)];
+                    ncorners = cell_kinds[all.kind].ncorners;
+                    if (in.mesh->structured())
                         lattice_corners(*in.mesh, local, corners);
-                    } else {
-                        for (const input_set &set : in.mesh->sets) {
-                            if (set_key(set) != one.set) continue;
-                            const int n = set.order == 1 ? ncorners : cell_kinds[set.kind].nnodes_2;
-                            std::copy_n(set.connect + local * n, ncorners, corners);
-                        }
-                    }
+                    else
+                        std::copy_n(all.set->connect +
+                                        local *
+                                            (all.set->order == 1 ? ncorners : cell_kinds[all.kind].nnodes_2),
+                                    ncorners, corners);
                 }
                 placed_seed seed = {static_cast<int64_t>(s), {0, 0, 0}};
                 for (int k = 0; k < ncorners; ++k) {

@@ -4,12 +4,20 @@
 
 #include <gtest/gtest.h>
 
+#include <vtkAppendFilter.h>
 #include <vtkCell.h>
 #include <vtkCellData.h>
 #include <vtkDataArray.h>
 #include <vtkDataSet.h>
+#include <vtkDoubleArray.h>
+#include <vtkFloatArray.h>
+#include <vtkNew.h>
 #include <vtkPointData.h>
+#include <vtkPointSet.h>
+#include <vtkPoints.h>
 #include <vtkPolyData.h>
+#include <vtkRectilinearGrid.h>
+#include <vtkUnstructuredGrid.h>
 
 #include <algorithm>
 #include <cmath>
@@ -296,6 +304,97 @@ TEST(PartedLines, RandomSeedsAreThoseOfTheWhole)
         run_cut_up(of, how, {"stream"}, rest + words{"-o", joined});
         expect_same_lines(read(whole), read(joined));
     }
+}
+
+// Every kind of solid of second order, beside those that some of them are taken apart into.
+std::string solids_of_second_order()
+{
+    const std::string path = scratch("solids_2.vtu");
+    vtkNew<vtkAppendFilter> all;
+    double move = 0;
+    for (const char *mesh : {"hex", "prism", "pyramid", "tet"})
+        for (const char *order : {"2", "1"}) {
+            run_well({"sample", "abc-flow", "--mesh", mesh, "--order", order, "--size", "4", "-o", path});
+            const auto data = read(path);
+            vtkPoints *points = vtkPointSet::SafeDownCast(data)->GetPoints();
+            for (vtkIdType i = 0; i < points->GetNumberOfPoints(); ++i) {
+                double x[3];
+                points->GetPoint(i, x);
+                x[0] += move;
+                points->SetPoint(i, x);
+            }
+            move += 10;
+            all->AddInputData(data);
+        }
+    all->Update();
+    write(path, all->GetOutput());
+    return path;
+}
+
+// A lattice of layers as thick as told; the flow goes up and turns.
+std::string layers(const std::vector<double> &thickness)
+{
+    vtkNew<vtkRectilinearGrid> grid;
+    vtkNew<vtkDoubleArray> along, up;
+    for (int i = 0; i < 5; ++i)
+        along->InsertNextValue(i);
+    double height = 0;
+    up->InsertNextValue(height);
+    for (const double one : thickness)
+        up->InsertNextValue(height += one);
+    grid->SetDimensions(5, 5, static_cast<int>(up->GetNumberOfValues()));
+    grid->SetXCoordinates(along);
+    grid->SetYCoordinates(along);
+    grid->SetZCoordinates(up);
+    vtkNew<vtkFloatArray> flow;
+    flow->SetName("v");
+    flow->SetNumberOfComponents(3);
+    for (vtkIdType i = 0; i < grid->GetNumberOfPoints(); ++i) {
+        double x[3];
+        grid->GetPoint(i, x);
+        flow->InsertNextTuple3(0.3 * (2 - x[1]), 0.3 * (x[0] - 2), 1 + 0.2 * std::sin(3 * x[2]));
+    }
+    grid->GetPointData()->AddArray(flow);
+    const std::string path = scratch("layers.vtr");
+    write(path, grid);
+    return path;
+}
+
+void expect_same_lines(const std::string &path, const words &rest, int count, bool with_note)
+{
+    const std::string whole = scratch("whole_lines.vtp"), parted = scratch("parted_lines.vtp");
+    run_well(words{"stream", path} + rest + words{"-o", whole});
+    const ran told =
+        run_well(words{"stream", path, "--pieces", std::to_string(count)} + rest + words{"-o", parted});
+    EXPECT_EQ(told.err.find(" took shorter steps than on one process") != std::string::npos, with_note)
+        << count << told.err;
+    if (!with_note) expect_same_lines(read(whole), read(parted));
+}
+
+TEST(PartedLines, KnowCellsThatAreTakenApart)
+{
+    const std::string path = solids_of_second_order();
+    for (const char *seeds : {"5", "20"})
+        for (const int count : {2, 3, 7})
+            expect_same_lines(
+                path, {"--vectors", "velocity", "--seeds-random", seeds, "--both", "--max-steps", "100"},
+                count, false);
+}
+
+TEST(PartedLines, StepOverThinLayers)
+{
+    const std::string path = layers({1, 0.05, 1, 0.03, 0.8, 0.05, 1, 0.02, 1});
+    for (const int count : {2, 3, 4, 9})
+        expect_same_lines(path, {"--vectors", "v", "--seeds-random", "20", "--both", "--max-steps", "200"},
+                          count, false);
+}
+
+// A step goes over more layers than a piece knows of.
+TEST(PartedLines, TellWhereAStepIsCutShort)
+{
+    const std::string path = layers({1, 0.01, 0.01, 0.01, 0.01, 0.01, 0.01, 1});
+    expect_same_lines(path, {"--vectors", "v", "--seeds-random", "20", "--both"}, 8, true);
+    expect_same_lines(path, {"--vectors", "v", "--seeds-random", "20", "--both"}, 1, false);
 }
 
 TEST(PartedLines, RibbonsAreForOneProcess)
