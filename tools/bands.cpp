@@ -113,7 +113,8 @@ bool carry(const input_mesh &mesh, const scalar_array &scalar, const band &of, c
                                static_cast<qx_long>(of.new_nodes.size()), of.new_nodes.data(), to) == 1;
 }
 
-bool add_nodes(const input_mesh &mesh, const scalar_array &scalar, const band &of, node_results *nodes)
+bool add_nodes(const input_mesh &mesh, const scalar_array &scalar, const band &of, int number,
+               node_results *nodes)
 {
     std::vector<float> places;
     for (const qx_long node : of.new_nodes) {
@@ -122,7 +123,7 @@ bool add_nodes(const input_mesh &mesh, const scalar_array &scalar, const band &o
     }
     return nodes->add(static_cast<qx_long>(of.old_nodes.size()), of.old_nodes.data()) &&
            nodes->add_placed(
-               static_cast<qx_long>(of.new_nodes.size()), places.data(),
+               of.new_nodes, {of.min_node.get(), of.max_node.get(), number + 1}, places.data(),
                [&](const typed_array &array, void *to) { return carry(mesh, scalar, of, array, to); });
 }
 
@@ -180,7 +181,7 @@ made_bands extract_bands(const std::string &path, input_mesh &mesh, const scalar
     qx_long first = 0;
     for (size_t b = 0; b < nbands; ++b) {
         band &one = bands[b];
-        banding.check(add_nodes(mesh, scalar, one, &nodes), what);
+        banding.check(add_nodes(mesh, scalar, one, static_cast<int>(b), &nodes), what);
         qx_long ncells = 0;
         for (size_t list = 0; list < nlists; ++list) {
             ncells += one.ncells[list];

@@ -22,7 +22,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <limits>
 #include <type_traits>
 #include <utility>
 
@@ -57,6 +56,8 @@ std::vector<qx_long> drop_unused(qx_long count, const std::vector<node_entries> 
 
 // ---- nodes --------------------------------------------------------------------------------------------------
 
+static constexpr int ends_components = 7; // two places or numbers, and the part
+
 node_results::node_results(input_mesh &mesh_, const std::vector<typed_array> &arrays, qx_long count,
                            joins how)
     : mesh(mesh_), from(arrays), places(vtkSmartPointer<vtkFloatArray>::New()), how_joined(how)
@@ -68,9 +69,9 @@ node_results::node_results(input_mesh &mesh_, const std::vector<typed_array> &ar
     if (mesh.whole == nullptr) return;
     ends = vtkSmartPointer<vtkDoubleArray>::New();
     ends->SetName(name_of_ends);
-    ends->SetNumberOfComponents(6);
+    ends->SetNumberOfComponents(ends_components);
     ends->SetNumberOfTuples(count);
-    ends->FillValue(std::numeric_limits<double>::quiet_NaN());
+    ends->FillValue(0);
 }
 
 // What tells a node from all others of the whole: its number where that is known, else its place.
@@ -87,6 +88,12 @@ static node_place key_of(vtkDataSet *data, vtkIdType node)
         node /= n;
     }
     return key;
+}
+
+static void put_ends(const node_place &first, const node_place &second, int part, double *row)
+{
+    row = std::copy(first.begin(), first.end(), row);
+    *std::copy(second.begin(), second.end(), row) = part;
 }
 
 void node_results::note_ends(qx_long count, const qx_long *a, const qx_long *b)
@@ -107,8 +114,23 @@ void node_results::note_ends(qx_long count, const qx_long *a, const qx_long *b)
         if (!at_a.empty() && std::equal(at, at + 3, &at_a[3 * i])) second = first;
         if (!at_b.empty() && std::equal(at, at + 3, &at_b[3 * i])) first = second;
         if (second < first) std::swap(first, second);
-        double *row = ends->GetPointer(6 * (filled + static_cast<qx_long>(i)));
-        std::copy(second.begin(), second.end(), std::copy(first.begin(), first.end(), row));
+        put_ends(first, second, 0, ends->GetPointer(ends_components * (filled + static_cast<qx_long>(i))));
+    }
+}
+
+void node_results::note_edges(const std::vector<qx_long> &numbers, const edges &on)
+{
+    if (ends == nullptr) return;
+    const auto end_of = [&](qx_long node) {
+        if (node < mesh.nnodes) return key_of(mesh.data, node);
+        const node_place a = key_of(mesh.data, on.a[node - mesh.nnodes]),
+                         b = key_of(mesh.data, on.b[node - mesh.nnodes]);
+        return node_place{a[0] + b[0], a[1] + b[1], a[2] + b[2]}; // whichever comes first
+    };
+    for (size_t i = 0; i < numbers.size(); ++i) {
+        const node_place first = end_of(on.a[numbers[i]]), second = end_of(on.b[numbers[i]]);
+        put_ends(std::min(first, second), std::max(first, second), on.part,
+                 ends->GetPointer(ends_components * (filled + static_cast<qx_long>(i))));
     }
 }
 
@@ -201,13 +223,7 @@ void node_results::hand_over(vtkPointSet *data)
     data->SetPoints(points);
     for (const typed_array &array : made)
         data->GetPointData()->AddArray(array.kept);
-    if (ends == nullptr) return;
-    for (vtkIdType row = 0; row < ends->GetNumberOfTuples();
-         ++row) // those that were placed have their place alone
-        if (double *key = ends->GetPointer(6 * row); std::isnan(key[0]))
-            for (int side = 0; side < 2; ++side)
-                std::copy_n(place_of(data, row).begin(), 3, key + 3 * side);
-    data->GetPointData()->AddArray(ends);
+    if (ends != nullptr) data->GetPointData()->AddArray(ends);
 }
 
 // ---- cells --------------------------------------------------------------------------------------------------

@@ -42,10 +42,20 @@ class node_results {
     bool add(qx_long count, const qx_long *nodes);
     // Nodes at the places a + t (b - a) between nodes of the mesh. False: the library reported a failure.
     bool add_between(qx_long count, const qx_long *a, const qx_long *b, const float *t);
-    // Nodes at places of their own, rows of 3, whose values carry(array, to) writes: a row a node.
-    template <typename Carry> bool add_placed(qx_long count, const float *xyz, Carry carry)
+    // Edges by their ends: nodes of the mesh, or, as the number of these and e, the node on edge e. Nodes of different
+    // parts of a result, such as its levels, are never one.
+    struct edges {
+        const qx_long *a, *b;
+        int part;
+    };
+    // Nodes at places of their own, rows of 3, on the edges of those numbers, whose values carry(array, to) writes: a
+    // row a node.
+    template <typename Carry>
+    bool add_placed(const std::vector<qx_long> &numbers, const edges &on, const float *xyz, Carry carry)
     {
+        const auto count = static_cast<qx_long>(numbers.size());
         if (count == 0) return true;
+        note_edges(numbers, on);
         std::copy_n(xyz, 3 * count, coords(filled));
         for (size_t i = 0; i < from.size(); ++i)
             if (!carry(from[i], row_of(i))) return false;
@@ -61,6 +71,7 @@ class node_results {
     // Where the next row of an array goes.
     void *row_of(size_t array) const;
     void note_ends(qx_long count, const qx_long *a, const qx_long *b);
+    void note_edges(const std::vector<qx_long> &numbers, const edges &on);
 
     input_mesh &mesh;
     const std::vector<typed_array> &from;

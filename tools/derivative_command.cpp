@@ -13,6 +13,8 @@
 #include <vtkPointData.h>
 
 #include <algorithm>
+#include <cstring>
+#include <limits>
 #include <memory>
 #include <vector>
 
@@ -143,27 +145,61 @@ qx_long derivative_command::derive(const input &in, const scalar_array &of, floa
     return std::count(mask.begin(), mask.end(), 0);
 }
 
+// A value that no node has.
+static void expect_nulls(scalar_array *of)
+{
+    if (of->null_flag != 0) return;
+    const float nan = std::numeric_limits<float>::quiet_NaN();
+    if (of->array.type == DTYPE_FLOAT)
+        memcpy(&of->null_value_bits, &nan, sizeof nan);
+    else if (of->array.type == DTYPE_DOUBLE)
+        of->null_value_bits = nan;
+    else
+        return; // whole numbers have none of themselves
+    of->null_flag = 1;
+}
+
+void derivative_command::derive_pieces(pieces *parts, piece_results *made, nulls *seen, qx_long *without)
+{
+    const described_kind &how = described(kind);
+    *without = 0;
+    parts->each([&](const input &in) {
+        result.check(ending_of_data(in.file.data), "this mesh", file);
+        const typed_array of = array.choose(in).array;
+        scalar_array from = values(in, of);
+        (from.null_flag != 0 ? seen->some : seen->none) = true;
+        if (seen->everywhere) expect_nulls(&from);
+        stage_done("read");
+        made_name = std::string(how.name) + "(" + of.name + ")";
+        const auto rows = new_vtk_array(DTYPE_FLOAT, how.veclen, in.mesh->nnodes, made_name);
+        *without += derive(in, from, static_cast<float *>(values_of(rows)));
+        const auto out = vtkSmartPointer<vtkDataSet>::Take(in.file.data->NewInstance());
+        out->ShallowCopy(in.file.data);
+        out->GetPointData()->AddArray(rows);
+        made->add(in, without_ghosts(in, out));
+        stage_done("compute");
+    });
+}
+
 void derivative_command::run()
 {
     const described_kind &how = described(kind);
     pieces parts = file.split(result, array.mean(), mesh_use::locate, piece_with::ghosts_and_numbers);
-    piece_results made = result.results_of(parts);
-    drawing picture;
+    std::unique_ptr<piece_results> results(new piece_results(result.results_of(parts)));
     qx_long without = 0;
-    parts.each([&](const input &in) {
-        result.check(ending_of_data(in.file.data), "this mesh", file);
-        const typed_array of = array.choose(in).array;
-        const scalar_array from = values(in, of);
-        stage_done("read");
-        picture.colour_by = std::string(how.name) + "(" + of.name + ")";
-        const auto rows = new_vtk_array(DTYPE_FLOAT, how.veclen, in.mesh->nnodes, picture.colour_by);
-        without += derive(in, from, static_cast<float *>(values_of(rows)));
-        const auto out = vtkSmartPointer<vtkDataSet>::Take(in.file.data->NewInstance());
-        out->ShallowCopy(in.file.data);
-        out->GetPointData()->AddArray(rows);
-        made.add(in, without_ghosts(in, out));
-        stage_done("compute");
-    });
+    nulls seen;
+    derive_pieces(&parts, &*results, &seen, &without);
+    // The host has forms for arrays with values everywhere, which differ from the others in the last digit: the whole
+    // has one form, and so have its pieces.
+    if (!by_library && parts.several() && processes::any(seen.some) && processes::any(seen.none)) {
+        seen.everywhere = true;
+        results.reset();
+        results.reset(new piece_results(result.results_of(parts)));
+        derive_pieces(&parts, &*results, &seen, &without);
+    }
+    piece_results &made = *results;
+    drawing picture;
+    picture.colour_by = made_name;
     made.join();
     without = processes::sum(static_cast<int64_t>(without));
     if (without > 0)

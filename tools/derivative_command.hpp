@@ -17,6 +17,12 @@ class derivative_command : public command {
     scalar_array values(const input &in, const typed_array &of) const;
     // Nodes without a derivative.
     qx_long derive(const input &in, const scalar_array &of, float *out) const;
+    // What of a piece nodes without values decide.
+    struct nulls {
+        bool some = false, none = false; // pieces with such nodes, and without
+        bool everywhere = false;         // all are derived as those with
+    };
+    void derive_pieces(pieces *parts, piece_results *made, nulls *seen, qx_long *without);
     void derive_by_library(const input &in, const scalar_array &of, mesh_info *mesh, const void *values,
                            float *out) const;
     void derive_uniform_part(const input &in, const scalar_array &of, float *out) const;
@@ -26,4 +32,5 @@ class derivative_command : public command {
     array_options array;
     result_options result;
     bool by_library = false;
+    std::string made_name;
 };

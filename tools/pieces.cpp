@@ -32,7 +32,7 @@ struct pieces::plan {
     whole_mesh mesh;                      // of several
     totals whole;
     std::map<std::pair<int, int>, qx_long> sets; // cells by kind and order, of the pieces of this process
-    std::vector<std::string> notes;
+    std::vector<std::string> notes, said;        // of this process; of all, each once
 
     input piece_of(const piece_unit &unit, bool meshed);
     void take_mean(input *in, bool meshed) const;
@@ -140,7 +140,7 @@ std::vector<std::string> added_up(const std::vector<std::string> &notes)
     return out;
 }
 
-void tell_of_all(const std::vector<std::string> &own)
+void tell_of_all(const std::vector<std::string> &own, std::vector<std::string> *told)
 {
     std::string text;
     for (const std::string &note : own)
@@ -149,7 +149,11 @@ void tell_of_all(const std::vector<std::string> &own)
     for (const std::string &of_one : processes::all_of(text))
         for (size_t at = 0; at < of_one.size(); at = of_one.find('\0', at) + 1)
             all.push_back(of_one.c_str() + at);
-    say_notes(added_up(all));
+    for (const std::string &note : added_up(all)) {
+        if (std::find(told->begin(), told->end(), note) != told->end()) continue;
+        say_note(note);
+        told->push_back(note);
+    }
 }
 
 } // namespace
@@ -371,7 +375,7 @@ void pieces::plan::run(const std::function<void(const input &)> &body, bool mesh
             body(in);
         }
     });
-    tell_of_all(std::exchange(notes, {}));
+    tell_of_all(std::exchange(notes, {}), &said);
     if (meshed) agree_on_totals();
 }
 

@@ -193,6 +193,7 @@ TEST(PieceCounts, LevelsAtNodesLeaveTheNodesOfTheWhole)
             {surface, "--array", "steps", "--level", "0", "-o", scratch("at_nodes.vtp")},
             {surface, "--array", "steps", "--level", "0", "--raw", "-o", scratch("at_nodes_raw.vtp")},
             {"cut", "--array", "steps", "--level", "1", "-o", scratch("at_nodes.vtu")},
+            {"band", "--array", "steps", "--levels", "-1,0,1", "-o", scratch("at_nodes_band.vtu")},
         };
         for (const words &one : commands) {
             SCOPED_TRACE(of.name + " " + one[0] + (one[5] == "--raw" ? " --raw" : ""));
@@ -209,6 +210,26 @@ TEST(PieceCounts, LevelsAtNodesLeaveTheNodesOfTheWhole)
                 EXPECT_EQ(made->GetPointData()->GetNumberOfArrays(),
                           expected->GetPointData()->GetNumberOfArrays());
             }
+        }
+    }
+}
+
+// The same form for all pieces, whether or not nodes of theirs have no value.
+TEST(PieceCounts, SlopesBesideHolesAreThoseOfTheWhole)
+{
+    for (const two_files &of : files()) {
+        SCOPED_TRACE(of.name);
+        const std::string end = std::filesystem::path(of.whole).extension();
+        const std::string expected = scratch("holes" + end), made = scratch("holes_made" + end);
+        run_well({"gradient", of.whole, "--array", "holes", "-o", expected});
+        for (const char *count : {"2", "7"}) {
+            run_well({"gradient", of.whole, "--array", "holes", "-o", made, "--pieces", count});
+            const auto a = read(expected), b = read(made);
+            ASSERT_EQ(a->GetNumberOfPoints(), b->GetNumberOfPoints());
+            std::vector<std::string> nodes[2];
+            for (const auto &data : {a, b})
+                nodes[data == b ? 1 : 0] = nodes_by_place(data);
+            EXPECT_TRUE(nodes[0] == nodes[1]) << "in " << count;
         }
     }
 }
