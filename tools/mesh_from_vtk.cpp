@@ -629,7 +629,8 @@ static void drop_lower_cells(input_mesh *mesh)
     auto &sets = mesh->sets;
     for (auto set = sets.begin(); set != sets.end();) {
         const bool is_lower = cell_kinds[set->kind].ndim < highest;
-        count += is_lower ? set->ncells : 0;
+        for (qx_long cell = 0; is_lower && cell < set->ncells; ++cell)
+            count += mesh->others != nullptr && mesh->others[set->vtk_cell(cell)] != 0 ? 0 : 1;
         set = is_lower ? sets.erase(set) : set + 1;
     }
     if (count > 0)

@@ -33,6 +33,7 @@ struct pieces::plan {
     totals whole;
     std::map<std::pair<int, int>, qx_long> sets; // cells by kind and order, of the pieces of this process
     std::vector<std::string> notes, said;        // of this process; of all, each once
+    std::map<int, std::vector<std::string>> loaded_notes; // by piece
 
     input piece_of(const piece_unit &unit, bool meshed);
     void take_mean(input *in, bool meshed) const;
@@ -421,10 +422,19 @@ input pieces::load(int i)
     for (const piece_unit &unit : own->source->units())
         if (unit.process == processes::rank() && i-- == 0) {
             input in = own->piece_of(unit, true);
-            own->notes.clear(); // each tells them
+            auto &of_piece = own->loaded_notes[unit.piece];
+            of_piece = std::exchange(own->notes, {}); // the same each time
             return in;
         }
     return {};
+}
+
+void pieces::tell_of_loaded()
+{
+    std::vector<std::string> notes;
+    for (const auto &[piece, of_piece] : std::exchange(own->loaded_notes, {}))
+        notes.insert(notes.end(), of_piece.begin(), of_piece.end());
+    tell_of_all(notes, &own->said);
 }
 
 void pieces::each(const std::function<void(const input &)> &body)

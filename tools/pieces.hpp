@@ -67,6 +67,8 @@ class pieces {
     // data and mesh where it is empty. Of several only.
     int own_count() const;
     input load(int i);
+    // Tells the user what came up in the pieces that were loaded, as each does; all.
+    void tell_of_loaded();
     // Each, without a mesh.
     void each_unmeshed(const std::function<void(const input &)> &body);
 

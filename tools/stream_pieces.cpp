@@ -628,6 +628,7 @@ stream_lines trace_lines_in_pieces(pieces &parts,
     } else {
         sweeps(shelf, made).run(queue);
     }
+    parts.tell_of_loaded();
     const bool flattened = processes::any(shelf.flattened);
     made = gathered(std::move(made));
     if (!processes::is_first()) return {};
