@@ -304,7 +304,7 @@ def beyond_memory(options, inputs, figures):
     name = array_of(path)
     bytes_of_data = 4 * inputs.large ** 3
     # Of what a process writes to, libraries' own data among it; of small data that would be all.
-    limit = bytes_of_data // 2 if bytes_of_data > 2e8 else None
+    limit = bytes_of_data * 4 // 5 if bytes_of_data > 2e8 else None
     rows, wrong = [], []
     for command, words, ending in [("iso", ["--level", "0.5"], ".vtp"), ("gradient", [], ".vti")]:
         if options.only not in command:
