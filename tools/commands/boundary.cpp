@@ -51,7 +51,8 @@ boundary::boundary(CLI::App &app)
         "Of solids: the faces that no second cell has, turned outward; node arrays go along, and cell\n"
         "arrays by the cell of each face. Faces of second order come as triangles between their nodes.\n"
         "Of surfaces, and of solids with --edges: border and crease edges; neighbours of opposite\n"
-        "winding are turned the same way first.");
+        "winding are turned the same way first. In pieces that holds within each, so that edges of\n"
+        "surfaces that are one-sided, or where three faces meet, may be others than on one process.");
 }
 
 std::string count_of(int64_t n, const char *what)
