@@ -579,7 +579,7 @@ marks marks_outside(const int *part, const int *extent, bool cells)
 vtkSmartPointer<vtkDataSet> joined(std::vector<vtkSmartPointer<vtkDataSet>> &&pieces, seam_nodes which,
                                    vtkIdType *unlike)
 {
-    const vtkSmartPointer<vtkDataSet> any = pieces.front();
+    vtkSmartPointer<vtkDataSet> any = pieces.front();
     std::vector<vtkSmartPointer<vtkDataSet>> filled;
     for (const auto &piece : pieces)
         if (piece->GetNumberOfPoints() > 0) filled.push_back(piece);

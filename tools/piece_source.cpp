@@ -219,7 +219,7 @@ vtkSmartPointer<vtkDataSet> slab_source::nodes_within(const int *extent, bool ba
     read_options how;
     how.bare = bare;
     how.extent.assign(extent, extent + 6);
-    const vtkSmartPointer<vtkDataSet> data = read_file(path, how).data;
+    vtkSmartPointer<vtkDataSet> data = read_file(path, how).data;
     int got[6];
     if (!extent_of(data, got) || !std::equal(got, got + 6, extent))
         throw failure(path + ": is damaged: a part of it is missing");
@@ -347,7 +347,7 @@ list_source::list_source(const std::string &path_, const xml_heading &heading_, 
 vtkSmartPointer<vtkPointSet> list_source::file(int number, bool bare)
 {
     if (const auto found = files.find(number); found != files.end()) return found->second;
-    const vtkSmartPointer<vtkPointSet> data =
+    vtkSmartPointer<vtkPointSet> data =
         vtkPointSet::SafeDownCast(read_listed(path, heading, number, bare && !kept).data);
     if (kept) files[number] = data;
     return data;

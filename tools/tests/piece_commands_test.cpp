@@ -309,7 +309,7 @@ TEST(PartedLines, RandomSeedsAreThoseOfTheWhole)
 // Every kind of solid of second order, beside those that some of them are taken apart into.
 std::string solids_of_second_order()
 {
-    const std::string path = scratch("solids_2.vtu");
+    std::string path = scratch("solids_2.vtu");
     vtkNew<vtkAppendFilter> all;
     double move = 0;
     for (const char *mesh : {"hex", "prism", "pyramid", "tet"})
@@ -355,7 +355,7 @@ std::string layers(const std::vector<double> &thickness)
         flow->InsertNextTuple3(0.3 * (2 - x[1]), 0.3 * (x[0] - 2), 1 + 0.2 * std::sin(3 * x[2]));
     }
     grid->GetPointData()->AddArray(flow);
-    const std::string path = scratch("layers.vtr");
+    std::string path = scratch("layers.vtr");
     write(path, grid);
     return path;
 }

@@ -50,6 +50,7 @@ std::vector<double> means_at_nodes(vtkDataSet *data)
                         value / static_cast<double>(array->GetNumberOfTuples());
     }
     std::vector<double> all;
+    all.reserve(means.size());
     for (const auto &[name, mean] : means)
         all.push_back(mean);
     return all;
