@@ -102,7 +102,7 @@ void probe_answers::gather()
             array.veclen = packed.take<int>();
             array = like(array, static_cast<qx_long>(points.size()));
             const std::string rows = packed.take_text();
-            memcpy(array.values, rows.data(), rows.size());
+            if (!rows.empty()) memcpy(array.values, rows.data(), rows.size());
         }
         make_room(arrays);
         for (size_t i = 0; i < points.size(); ++i)

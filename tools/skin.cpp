@@ -176,7 +176,8 @@ static void number_used_nodes(mesh_surface *surface)
 
 static std::vector<float> coords_of(input_mesh &mesh, const std::vector<qx_long> &nodes)
 {
-    node_results at(mesh, {}, static_cast<qx_long>(nodes.size()));
+    const std::vector<typed_array> none; // the results keep no copy
+    node_results at(mesh, none, static_cast<qx_long>(nodes.size()));
     at.add(static_cast<qx_long>(nodes.size()), nodes.data());
     const float *xyz = at.coords(0);
     return std::vector<float>(xyz, xyz + 3 * nodes.size());
