@@ -120,7 +120,8 @@ TEST(PieceStops, InterruptedProcessesTakeTheOthersAlong)
     }
 }
 
-// Ctrl-C in a terminal comes to mpirun alone.
+// Ctrl-C in a terminal comes to mpirun alone, which stops the processes and may be gone before it has passed on what they
+// say.
 TEST(PieceStops, InterruptingMpirunEndsAll)
 {
     NEED_MPIRUN;
@@ -131,8 +132,9 @@ TEST(PieceStops, InterruptingMpirunEndsAll)
         around.when = leaves_parts;
         const ran told = run(line_of(works[0]), around);
         EXPECT_NE(told.code, 0) << shown(told);
-        EXPECT_EQ(count_of(told.err, "skoklana: "), 1) << shown(told);
-        EXPECT_EQ(count_of(told.err, "skoklana: stopped\n"), 1) << shown(told);
+        const auto stops = count_of(told.err, "skoklana: stopped\n");
+        EXPECT_LE(stops, 1) << shown(told);
+        EXPECT_EQ(count_of(told.err, "skoklana: "), stops) << shown(told);
         expect_nothing_left(works[0]);
     }
 }
