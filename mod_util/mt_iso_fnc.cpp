@@ -52,6 +52,7 @@ template <typename Cases, typename Rules = thread_surface_rules> void *slice_cel
     }
     if (end == walk_end::complete) return arg;
     report_kernel_end(end, thread_manners);
+    *arg->conn_cap = used; // a growth that failed has counted its step; so much there is at the least
     UTILmt_edge_table_delete(arg->edges);
     arg->edges = nullptr;
     return nullptr;
