@@ -29,19 +29,9 @@ namespace fs = std::filesystem;
 namespace {
 
 using cut_up::sample;
-using words = std::vector<std::string>;
-
-words operator+(words a, const words &b)
-{
-    a.insert(a.end(), b.begin(), b.end());
-    return a;
-}
-
-struct way {
-    cut_up::how cut;
-    int processes; // 0: a plain start
-    int pieces;    // --pieces; 0: not given
-};
+using cut_up::words;
+using cut_up::operator+;
+using cut_up::way;
 
 // With pieces of nothing, and more processes than pieces.
 const way ways[] = {{{4, cut_up::shares::runs, {1}, false}, 2, 0},

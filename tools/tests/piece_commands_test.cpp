@@ -29,20 +29,9 @@
 namespace {
 
 using cut_up::sample;
-using words = std::vector<std::string>;
-
-words operator+(words a, const words &b)
-{
-    a.insert(a.end(), b.begin(), b.end());
-    return a;
-}
-
-// A way to run a command in pieces: how the file is cut, and by what.
-struct way {
-    cut_up::how cut;
-    int processes;  // 0: a plain start
-    int pieces = 0; // --pieces; 0: not given
-};
+using cut_up::words;
+using cut_up::operator+;
+using cut_up::way;
 
 // Every count of processes, cut and kind of share stands beside each kind of mesh once in a while.
 const way ways[] = {

@@ -22,13 +22,8 @@
 namespace {
 
 using cut_up::sample;
-using words = std::vector<std::string>;
-
-words operator+(words a, const words &b)
-{
-    a.insert(a.end(), b.begin(), b.end());
-    return a;
-}
+using cut_up::words;
+using cut_up::operator+;
 
 // With an array of whole numbers, whose levels nodes have exactly, and one with holes.
 vtkSmartPointer<vtkDataSet> with_steps(vtkDataSet *data)

@@ -11,13 +11,8 @@ namespace fs = std::filesystem;
 
 namespace {
 
-using words = std::vector<std::string>;
-
-words operator+(words a, const words &b)
-{
-    a.insert(a.end(), b.begin(), b.end());
-    return a;
-}
+using cut_up::words;
+using cut_up::operator+;
 
 int count_of(const std::string &text, const std::string &what)
 {

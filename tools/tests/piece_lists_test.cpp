@@ -21,13 +21,8 @@
 namespace {
 
 using cut_up::sample;
-using words = std::vector<std::string>;
-
-words operator+(words a, const words &b)
-{
-    a.insert(a.end(), b.begin(), b.end());
-    return a;
-}
+using cut_up::words;
+using cut_up::operator+;
 
 // Written anew each time: tests of one process may change a sample.
 std::string whole_file(const std::string &name, vtkDataSet *data, const std::string &ending)

@@ -26,6 +26,22 @@ struct how {
     bool ghosts = false;
 };
 
+// How a command is run in pieces: how its file is cut, and by what it is worked on.
+struct way {
+    how cut;
+    int processes;  // 0: a plain start
+    int pieces = 0; // --pieces; 0: not given
+};
+
+// Arguments of a command.
+using words = std::vector<std::string>;
+
+inline words operator+(words a, const words &b)
+{
+    a.insert(a.end(), b.begin(), b.end());
+    return a;
+}
+
 // Writes the whole in pieces, by VTK's writers, and the list of them. path: .pvtu, .pvtp, .pvti, .pvtr or .pvts; pieces
 // stand beside it. Returns path.
 std::string write_pieces(const std::string &path, vtkDataSet *whole, const how &cut);
