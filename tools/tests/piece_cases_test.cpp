@@ -29,9 +29,8 @@ namespace fs = std::filesystem;
 namespace {
 
 using cut_up::sample;
-using cut_up::words;
-using cut_up::operator+;
 using cut_up::way;
+using cut_up::words;
 
 // With pieces of nothing, and more processes than pieces.
 const way ways[] = {{{4, cut_up::shares::runs, {1}, false}, 2, 0},

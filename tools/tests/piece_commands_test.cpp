@@ -29,9 +29,8 @@
 namespace {
 
 using cut_up::sample;
-using cut_up::words;
-using cut_up::operator+;
 using cut_up::way;
+using cut_up::words;
 
 // Every count of processes, cut and kind of share stands beside each kind of mesh once in a while.
 const way ways[] = {

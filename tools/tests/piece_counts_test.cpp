@@ -23,7 +23,6 @@ namespace {
 
 using cut_up::sample;
 using cut_up::words;
-using cut_up::operator+;
 
 // With an array of whole numbers, whose levels nodes have exactly, and one with holes.
 vtkSmartPointer<vtkDataSet> with_steps(vtkDataSet *data)

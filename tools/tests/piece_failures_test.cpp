@@ -12,7 +12,6 @@ namespace fs = std::filesystem;
 namespace {
 
 using cut_up::words;
-using cut_up::operator+;
 
 int count_of(const std::string &text, const std::string &what)
 {

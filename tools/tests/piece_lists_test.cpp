@@ -22,7 +22,6 @@ namespace {
 
 using cut_up::sample;
 using cut_up::words;
-using cut_up::operator+;
 
 // Written anew each time: tests of one process may change a sample.
 std::string whole_file(const std::string &name, vtkDataSet *data, const std::string &ending)

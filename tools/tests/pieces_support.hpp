@@ -33,14 +33,15 @@ struct way {
     int pieces = 0; // --pieces; 0: not given
 };
 
-// Arguments of a command.
-using words = std::vector<std::string>;
-
-inline words operator+(words a, const words &b)
-{
-    a.insert(a.end(), b.begin(), b.end());
-    return a;
-}
+// Arguments of a command, put together by +.
+struct words : std::vector<std::string> {
+    using std::vector<std::string>::vector;
+    friend words operator+(words a, const words &b)
+    {
+        a.insert(a.end(), b.begin(), b.end());
+        return a;
+    }
+};
 
 // Writes the whole in pieces, by VTK's writers, and the list of them. path: .pvtu, .pvtp, .pvti, .pvtr or .pvts; pieces
 // stand beside it. Returns path.
