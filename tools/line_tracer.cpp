@@ -59,7 +59,7 @@ static double distance(const float *a, const float *b)
 }
 
 line_tracer::line_tracer(const input_mesh &mesh_, const scalar_array &vectors_, const line_options &options_)
-    : is_flat(mesh_.cell_ndim() < 3), mesh(mesh_.mesh), vectors(vectors_), options(options_),
+    : cell_ndim(mesh_.cell_ndim()), mesh(mesh_.mesh), vectors(vectors_), options(options_),
       room(static_cast<size_t>(options.max_steps) + 1), points(3 * room),
       rows(static_cast<size_t>(vectors.array.veclen) * room), uvws(3 * room), speeds(room), steps(room),
       cells(room)
@@ -91,6 +91,7 @@ traced_line line_tracer::trace(const float *seed)
         if (!line.nodes.empty()) line.nodes.pop_back(); // the seed, which the other way begins with
     }
     line.ended = trace_one_way(seed, 1, {}, &line.nodes, &nowhere);
+    line.in_cell = !line.nodes.empty() || is_in_cell(seed);
     return line;
 }
 
@@ -119,6 +120,23 @@ bool line_tracer::sample(line_node *node)
         return false;
     node->speed = std::hypot(node->vector[0], node->vector[1], node->vector[2]);
     return true;
+}
+
+// A field in a surface turns about its normal, and so never about a line in it; the library's derivatives are no use for
+// vectors on surfaces.
+void line_tracer::take_curl(line_node *node)
+{
+    std::fill_n(node->curl, 3, cell_ndim == 2 ? 0.0f : std::numeric_limits<float>::quiet_NaN());
+    float slopes[9]; // of each component along each axis
+    if (cell_ndim < 3 || UTILderiv_3d(mesh, node->cell, veclen(), data(), type(), vectors.null_flag,
+                                      vectors.null_value(), node->uvw, slopes) != 1)
+        return;
+    const auto slope = [&](int axis, int component) {
+        return component < veclen() ? slopes[axis * veclen() + component] : 0;
+    };
+    node->curl[0] = slope(1, 2) - slope(2, 1);
+    node->curl[1] = slope(2, 0) - slope(0, 2);
+    node->curl[2] = slope(0, 1) - slope(1, 0);
 }
 
 float line_tracer::cell_size(qx_long cell)
@@ -212,6 +230,18 @@ bool line_tracer::add(const line_node &node, double *length, std::vector<line_no
 line_end line_tracer::trace_one_way(const float *from, int direction, const line_progress &so_far,
                                     std::vector<line_node> *nodes, handed_over *over)
 {
+    const size_t before = nodes->size();
+    const line_end ended = follow(from, direction, so_far, nodes, over);
+    if (options.ribbon_width == 0) return ended;
+    for (size_t i = before; i < nodes->size(); ++i)
+        take_curl(&(*nodes)[i]);
+    if (ended == line_end::goes_on) take_curl(over->at_rim ? &over->rim : &over->node);
+    return ended;
+}
+
+line_end line_tracer::follow(const float *from, int direction, const line_progress &so_far,
+                             std::vector<line_node> *nodes, handed_over *over)
+{
     int count = 0;
     float work[3];
     const int most = static_cast<int>(room) - so_far.steps;
@@ -271,41 +301,4 @@ line_end line_tracer::trace_one_way(const float *from, int direction, const line
         return line_end::goes_on;
     }
     return line_end::left_mesh;
-}
-
-// The library's first row is beside the line by less than the width, and has no rate of turning. So the line gets a node
-// ahead of its first, from which it comes straight in no time.
-bool line_tracer::make_edge(const std::vector<line_node> &nodes, std::vector<float> *edge)
-{
-    if (nodes.size() < 2) return false;
-    std::vector<float> places, vecs, params, lengths, times;
-    std::vector<qx_long> in;
-    const auto add_row = [&](const line_node &node, const float *at, double time) {
-        places.insert(places.end(), at, at + 3);
-        vecs.insert(vecs.end(), node.vector, node.vector + veclen());
-        params.insert(params.end(), node.uvw, node.uvw + 3);
-        lengths.push_back(node.speed);
-        in.push_back(node.cell);
-        times.push_back(static_cast<float>(time)); // of the step to the node
-    };
-    float ahead[3];
-    for (int d = 0; d < 3; ++d)
-        ahead[d] = 2 * nodes[0].at[d] - nodes[1].at[d];
-    add_row(nodes[0], ahead, 0);
-    for (size_t i = 0; i < nodes.size(); ++i)
-        add_row(nodes[i], nodes[i].at, i == 0 ? 0 : nodes[i].time - nodes[i - 1].time);
-    const size_t n = places.size();
-    places.resize(2 * n);
-    // A field in a surface turns about its normal, and so never about a line in it. There the derivatives are those of
-    // zeros: the library's are no use for vectors on surfaces.
-    if (is_flat && zeros.empty()) zeros.resize(static_cast<size_t>(mesh->nnodes * veclen()));
-    const void *field = is_flat ? zeros.data() : data();
-    float width, angle;
-    if (UTILribbon(mesh, static_cast<int>(in.size()), 3, places.data(), vecs.data(), in.data(), params.data(),
-                   lengths.data(), times.data(), veclen(), field, is_flat ? DTYPE_CHAR : type(),
-                   is_flat ? 0 : vectors.null_flag, vectors.null_value(), 1, options.ribbon_width, 0, &width,
-                   &angle) != 1)
-        return false;
-    edge->assign(places.begin() + static_cast<long>(n) + 3, places.end());
-    return std::all_of(edge->begin(), edge->end(), [](float x) { return std::isfinite(x); });
 }

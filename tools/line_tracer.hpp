@@ -19,6 +19,7 @@
 // A node of a line.
 struct line_node {
     float at[3], vector[3], uvw[3];
+    float curl[3] = {0, 0, 0}; // of lines that become ribbons; NaN where the field has no derivatives
     qx_long cell;
     float speed;
     double time;
@@ -27,6 +28,7 @@ struct line_node {
 struct traced_line {
     std::vector<line_node> nodes;
     line_end ended = line_end::left_mesh, began = line_end::left_mesh;
+    bool in_cell = false; // the seed
 };
 
 // How far a line has come on one of its two ways.
@@ -68,8 +70,6 @@ class line_tracer {
     bool is_in_cell(const float *point);
     // The cell of a point as the mesh numbers it; -1: none.
     qx_long cell_of(const float *point);
-    // The other edge of a ribbon along a line, rows of 3; false where the field's derivatives can't be had.
-    bool make_edge(const std::vector<line_node> &nodes, std::vector<float> *edge);
 
     // Traces on from a place, one way. Where is_copy is set the line goes on elsewhere from its first node in another
     // such cell than from's: goes_on, and that node is in over in place of nodes. Or from a step out of the piece.
@@ -85,6 +85,9 @@ class line_tracer {
 
     bool locate(const float *point, line_node *node);
     bool sample(line_node *node);
+    void take_curl(line_node *node);
+    line_end follow(const float *from, int direction, const line_progress &so_far,
+                    std::vector<line_node> *nodes, handed_over *over);
     float cell_size(qx_long cell);
     int repeat_step(const line_node &node, int direction, double *h, float *end);
     line_end why(int result, const float *end);
@@ -97,8 +100,7 @@ class line_tracer {
         void operator()(mesh_info *mesh) const { host_free_exact_mesh(mesh); }
     };
 
-    bool is_flat; // no cell is a solid
-    std::vector<char> zeros;
+    const int cell_ndim;
     mesh_info *mesh;
     const scalar_array &vectors;
     line_options options;
@@ -113,7 +115,6 @@ class line_tracer {
 bool put_into_plane(const double box[6], scalar_array *vectors);
 
 // Lines that were traced somewhere, one a seed, as trace_lines makes them; those of seeds without nodes count as outside
-// or, in_cell, as still. offset: from the coordinates of the nodes to those of the data set.
+// or, where the seed is in a cell, as still. offset: from the coordinates of the nodes to those of the data set.
 stream_lines collect_lines(const double offset[3], const std::string &field, int veclen,
-                           const line_options &options, std::vector<traced_line> lines,
-                           const std::vector<bool> &in_cell);
+                           const line_options &options, std::vector<traced_line> lines);

@@ -207,42 +207,70 @@ void drop_equal_nodes(traced_line *line)
         line->nodes.end());
 }
 
-// What a seed gave.
-struct seed_result {
-    enum { line, outside, still, pointlike } what = outside;
-    traced_line traced;
-    std::vector<float> edge; // of a ribbon, empty where there is none
-};
-
-seed_result follow(line_tracer *tracer, const float *seed, const line_options &options)
-{
-    seed_result made;
-    traced_line &line = made.traced;
-    line = tracer->trace(seed);
-    if (line.nodes.empty()) {
-        made.what = tracer->is_in_cell(seed) ? seed_result::still : seed_result::outside;
-        return made;
-    }
-    drop_equal_nodes(&line);
-    made.what = line.nodes.size() < 2 ? seed_result::pointlike : seed_result::line;
-    if (made.what == seed_result::line && options.ribbon_width > 0 &&
-        !tracer->make_edge(line.nodes, &made.edge))
-        made.edge.clear();
-    return made;
-}
-
 } // namespace
 
+static int curl_as_slopes(mesh_info *, qx_long node, int, const void *curls, int, int, const void *,
+                          const float *, float *slopes)
+{
+    const float *curl = static_cast<const float *>(curls) + 3 * node;
+    std::fill_n(slopes, 9, 0.0f);
+    slopes[5] = curl[0]; // the third component along the second axis, and so on
+    slopes[6] = curl[1];
+    slopes[1] = curl[2];
+    return 1;
+}
+
+// The other edge of a ribbon along a line, rows of 3; false where the field has no derivatives all along. Of the field
+// the library sees the curl that each node brings, as its mesh may be in memory no more.
+//
+// The library's first row is beside the line by less than the width, and has no rate of turning. So the line gets a node
+// ahead of its first, from which it comes straight in no time.
+static bool make_edge(const std::vector<line_node> &nodes, double width, std::vector<float> *edge)
+{
+    std::vector<float> places, vecs, curls, params, speeds, times;
+    std::vector<qx_long> numbers;
+    const auto add_row = [&](const line_node &node, const float *at, double time) {
+        places.insert(places.end(), at, at + 3);
+        vecs.insert(vecs.end(), node.vector, node.vector + 3);
+        curls.insert(curls.end(), node.curl, node.curl + 3);
+        params.insert(params.end(), node.uvw, node.uvw + 3);
+        speeds.push_back(node.speed);
+        numbers.push_back(static_cast<qx_long>(numbers.size()));
+        times.push_back(static_cast<float>(time)); // of the step to the node
+    };
+    float ahead[3];
+    for (int d = 0; d < 3; ++d)
+        ahead[d] = 2 * nodes[0].at[d] - nodes[1].at[d];
+    add_row(nodes[0], ahead, 0);
+    for (size_t i = 0; i < nodes.size(); ++i)
+        add_row(nodes[i], nodes[i].at, i == 0 ? 0 : nodes[i].time - nodes[i - 1].time);
+    const size_t n = places.size();
+    places.resize(2 * n);
+    mesh_methods methods = {};
+    methods.deriv3d_func = curl_as_slopes;
+    int solid = 3;
+    mesh_info mesh = {};
+    mesh.methods = &methods;
+    mesh.cell_ndim = &solid;
+    float width_there, angle;
+    if (UTILribbon(&mesh, static_cast<int>(numbers.size()), 3, places.data(), vecs.data(), numbers.data(),
+                   params.data(), speeds.data(), times.data(), 3, curls.data(), DTYPE_FLOAT, 0, nullptr, 1,
+                   width, 0, &width_there, &angle) != 1)
+        return false;
+    edge->assign(places.begin() + static_cast<long>(n) + 3, places.end());
+    return std::all_of(edge->begin(), edge->end(), [](float x) { return std::isfinite(x); });
+}
+
 stream_lines collect_lines(const double offset[3], const std::string &field, int veclen,
-                           const line_options &options, std::vector<traced_line> lines,
-                           const std::vector<bool> &in_cell)
+                           const line_options &options, std::vector<traced_line> lines)
 {
     stream_lines made;
     line_collector collected(offset, field, veclen, options.both);
     for (size_t i = 0; i < lines.size(); ++i) {
         traced_line &line = lines[i];
+        const auto seed = static_cast<int64_t>(i);
         if (line.nodes.empty()) {
-            ++(in_cell[i] ? made.still : made.outside);
+            ++(line.in_cell ? made.still : made.outside);
             continue;
         }
         drop_equal_nodes(&line);
@@ -252,8 +280,16 @@ stream_lines collect_lines(const double offset[3], const std::string &field, int
         }
         ++made.ends[static_cast<int>(line.ended)];
         if (options.both) ++made.ends[static_cast<int>(line.began)];
-        collected.add_line(line, static_cast<int64_t>(i));
+        std::vector<float> edge;
+        if (options.ribbon_width > 0 && make_edge(line.nodes, options.ribbon_width, &edge)) {
+            collected.add_ribbon(line, edge, seed);
+        } else {
+            collected.add_line(line, seed);
+            made.plain += options.ribbon_width > 0 ? 1 : 0;
+        }
+        line.nodes = {};
     }
+    host_clear_reports(); // derivatives that can't be had leave some
     collected.finish(&made);
     return made;
 }
@@ -263,10 +299,9 @@ stream_lines trace_lines(const std::string &path, const input_mesh &mesh, scalar
 {
     const std::string what = path + ": tracing";
     const operation run("tracing");
-    stream_lines made;
     double box[6];
     mesh.data->GetBounds(box);
-    made.flattened = put_into_plane(box, &vectors);
+    const bool flattened = put_into_plane(box, &vectors);
     const int64_t nseeds = static_cast<int64_t>(seeds.size()) / 3;
     // A line takes about as long as a thousand points. A mesh that is searched by the library serves one thread.
     const bool by_library = options.by_library || is_curved(mesh);
@@ -289,7 +324,7 @@ stream_lines trace_lines(const std::string &path, const input_mesh &mesh, scalar
         else if (!tracer->open_exactly(locator.get()))
             throw failure(path + ": " + host_error());
     }
-    std::vector<seed_result> results(static_cast<size_t>(nseeds));
+    std::vector<traced_line> lines(static_cast<size_t>(nseeds));
     std::atomic<bool> stopped{false};
     const auto step = static_cast<int64_t>(tracers.size());
     run_side_by_side(static_cast<int>(step), [&](int k) {
@@ -300,28 +335,13 @@ stream_lines trace_lines(const std::string &path, const input_mesh &mesh, scalar
             float seed[3]; // in the coordinates of the mesh
             for (int d = 0; d < 3; ++d)
                 seed[d] = static_cast<float>(seeds[static_cast<size_t>(3 * i + d)] - mesh.offset[d]);
-            results[static_cast<size_t>(i)] = follow(tracers[static_cast<size_t>(k)].get(), seed, options);
+            lines[static_cast<size_t>(i)] = tracers[static_cast<size_t>(k)]->trace(seed);
         }
     });
     if (stopped) run.check(false, what);
-    line_collector collected(mesh.offset, vectors.array.name, vectors.array.veclen, options.both);
-    for (int64_t i = 0; i < nseeds; ++i) {
-        const seed_result &one = results[static_cast<size_t>(i)];
-        made.outside += one.what == seed_result::outside ? 1 : 0;
-        made.still += one.what == seed_result::still ? 1 : 0;
-        made.pointlike += one.what == seed_result::pointlike ? 1 : 0;
-        if (one.what != seed_result::line) continue;
-        ++made.ends[static_cast<int>(one.traced.ended)];
-        if (options.both) ++made.ends[static_cast<int>(one.traced.began)];
-        if (!one.edge.empty()) {
-            collected.add_ribbon(one.traced, one.edge, i);
-        } else {
-            collected.add_line(one.traced, i);
-            made.plain += options.ribbon_width > 0 ? 1 : 0;
-        }
-    }
-    host_clear_reports(); // derivatives that can't be had leave some
-    collected.finish(&made);
+    stream_lines made =
+        collect_lines(mesh.offset, vectors.array.name, vectors.array.veclen, options, std::move(lines));
+    made.flattened = flattened;
     return made;
 }
 

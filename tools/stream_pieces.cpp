@@ -213,7 +213,6 @@ class piece_shelf {
         : parts(parts_), vectors_of(vectors_of_), options(options_),
           boxes(static_cast<size_t>(parts.own_count())), empty(boxes.size(), false)
     {
-        options.ribbon_width = 0;
     }
 
     int count() const { return static_cast<int>(boxes.size()); }
@@ -269,7 +268,7 @@ class piece_shelf {
   private:
     pieces &parts;
     const std::function<scalar_array(const input &)> &vectors_of;
-    line_options options;
+    const line_options &options;
     std::vector<std::optional<box>> boxes;
     std::vector<bool> empty;
     std::map<int, std::unique_ptr<traced_piece>> loaded;
@@ -476,17 +475,16 @@ std::vector<segment> gathered(std::vector<segment> own)
     return own;
 }
 
-std::vector<traced_line> joined(std::vector<segment> segments, size_t nlines, std::vector<bool> *in_cell)
+std::vector<traced_line> joined(std::vector<segment> segments, size_t nlines)
 {
     std::sort(segments.begin(), segments.end(), [](const segment &a, const segment &b) {
         return std::make_tuple(a.line, a.direction, a.hop) < std::make_tuple(b.line, b.direction, b.hop);
     });
     std::vector<traced_line> lines(nlines);
-    in_cell->assign(nlines, false);
     for (size_t first = 0, end; first < segments.size(); first = end) { // one way of a line
         const segment &of = segments[first];
         traced_line &line = lines[static_cast<size_t>(of.line)];
-        (*in_cell)[static_cast<size_t>(of.line)] = of.in_cell;
+        line.in_cell = of.in_cell;
         std::vector<line_node> nodes;
         for (end = first; end < segments.size() && segments[end].line == of.line &&
                           segments[end].direction == of.direction;
@@ -635,9 +633,8 @@ stream_lines trace_lines_in_pieces(pieces &parts,
     std::set<int64_t> shortened;
     for (const segment &one : made)
         if (one.shortened) shortened.insert(one.line);
-    std::vector<bool> in_cell(static_cast<size_t>(nseeds), false);
-    std::vector<traced_line> lines = joined(std::move(made), static_cast<size_t>(nseeds), &in_cell);
-    stream_lines result = collect_lines(offset, name, veclen, options, std::move(lines), in_cell);
+    stream_lines result =
+        collect_lines(offset, name, veclen, options, joined(std::move(made), static_cast<size_t>(nseeds)));
     result.flattened = flattened;
     result.shortened = static_cast<int64_t>(shortened.size());
     return result;

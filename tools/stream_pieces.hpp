@@ -7,9 +7,9 @@
 #include <functional>
 #include <vector>
 
-// Lines as trace_lines makes them, to rounding: a line goes on from piece to piece until it ends. pieces_of: split for
+// Lines and ribbons as trace_lines makes them: a line goes on from piece to piece until it ends. pieces_of: split for
 // mesh_use::trace with ghosts. vectors_of: the field on a piece. The result is the first process's; others get the
-// counts of none. Ribbons are not made. Throws failure or interrupted; all.
+// counts of none. Throws failure or interrupted; all.
 stream_lines trace_lines_in_pieces(pieces &parts,
                                    const std::function<scalar_array(const input &)> &vectors_of,
                                    const std::vector<double> &seeds, const line_options &options);

@@ -165,10 +165,6 @@ void stream::finish(const stream_lines &made, size_t nseeds, const double *box)
 // Lines of all pieces are one result, which the first process writes.
 void stream::run_in_pieces(pieces &parts)
 {
-    if (options.ribbon_width > 0)
-        throw failure(
-            "--ribbon: ribbons are made on one process, without --pieces; lines are traced in pieces too",
-            exit_usage);
     const std::vector<double> from = chosen_seeds(nullptr, parts);
     stage_done("read");
     const stream_lines made = trace_lines_in_pieces(
