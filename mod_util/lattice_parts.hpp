@@ -1,12 +1,13 @@
 // A walk over a structured mesh in parts, a thread each, that together make what one walk over the whole would.
 //
-// A first walk over each part only counts. From the counts of the parts before it each part knows where its output
-// begins: the lists are made as long as they have to be, and a second walk writes every entry once, in its place,
-// with the number that it has in the end. Edges of the plane between two parts have their numbers from the part
-// below. The part above walks over the slab below it by itself, for these numbers alone, so that no part waits for
-// another.
+// A first walk over each part lists its cells and counts what they will add. From the counts of the parts before it each
+// part knows where its output begins: the lists are made as long as they have to be, and a second pass over the
+// listed cells writes every entry once, in its place, with the number that it has in the end. Edges of the plane between
+// two parts have their numbers from the part below. The part above walks over the slab below it by itself, for these
+// numbers alone, so that no part waits for another.
 //
-// Values are looked at once: the bits of the first walk are kept for the second.
+// Values are looked at once, and so are the cells that add nothing. What is kept from the first walk to the second pass
+// is 6 bytes for each crossed cell, and some for each row that has one.
 #pragma once
 
 #include "lattice_walk.hpp"
@@ -73,69 +74,129 @@ inline void finish_cells(made_cells_of<placed_list> *cells)
     finish_list(&cells->map);
 }
 
-// ---- bits ----------------------------------------------------------------------------------------------------
+// ---- pieces --------------------------------------------------------------------------------------------------
 
-// The flags of the planes of a part, by one test and of nulls, kept as they are made.
-class kept_flags {
+// The pieces of rows that a walk has listed, in its order, with their lists. Begins as zeros.
+template <class Tally, bool wants_whole> class kept_pieces {
+    // Pieces follow on it: a head, words and cells of each.
+    struct block {
+        block *next;
+        qx_long used, end; // bytes
+    };
+    struct head {
+        qx_long row, first_cell;
+        int nwords, ncells, nwhole, nnodes;
+        Tally tally;
+    };
+    block *first, *last;
+
   public:
-    kept_flags(const flag_source &source, qx_long nodes_a_plane, qx_long words_a_plane, qx_long first_plane,
-               bit_word *to)
-        : from(source), plane_nodes(nodes_a_plane), plane_words(words_a_plane), first(first_plane), words(to)
+    using piece_type = row_piece<1, Tally>;
+
+    // Room for the lists of a piece of nwords words, behind all that is kept. False: no memory.
+    bool open(int nwords, piece_type *piece)
     {
+        const qx_long needed = bytes_of(nwords, nwords * word_bits);
+        if ((last == nullptr || last->end - last->used < needed) && !add_block(needed)) return false;
+        set_lists(head_at(last, last->used), nwords, piece);
+        return true;
     }
 
-    // The planes that a walk over a part looks at: those of the slab below, and for nulls one more.
-    static qx_long first_plane(plane_range range, bool nulls)
+    // Keeps the piece that was opened last. row: of cells, within the mesh; first_cell: within the row.
+    void keep(const piece_type &piece, qx_long row, qx_long first_cell)
     {
-        return std::max<qx_long>(range.first - (nulls ? 2 : 1), 0);
-    }
-    static qx_long words_needed(plane_range range, bool nulls, qx_long words_a_plane)
-    {
-        return (range.end + 1 - first_plane(range, nulls)) * words_a_plane * (nulls ? 2 : 1);
+        *head_at(last, last->used) = {row,          first_cell,   piece.nwords, piece.ncells,
+                                      piece.nwhole, piece.nnodes, piece.tally};
+        last->used += bytes_of(piece.nwords, piece.ncells);
     }
 
-    flag_source making() const { return {this, from.nulls, make_rows}; }
-    flag_source made() const { return {this, from.nulls, read_rows}; }
+    void release()
+    {
+        while (first != nullptr) {
+            block *const next = first->next;
+            free(first);
+            first = next;
+        }
+        last = nullptr;
+    }
+
+    // Reads from the beginning what is kept.
+    class reader {
+        block *at;
+        qx_long done = 0; // bytes of it
+
+      public:
+        explicit reader(const kept_pieces &of) : at(of.first) {}
+
+        // The next piece, if it is one of this row. Rows are asked for in the order in which they were kept.
+        bool next_of_row(qx_long row, piece_type *piece, qx_long *first_cell)
+        {
+            if (at != nullptr && done == at->used) {
+                at = at->next;
+                done = 0;
+            }
+            if (at == nullptr) return false;
+            head *const kept = head_at(at, done);
+            if (kept->row != row) return false;
+            piece->nwords = kept->nwords;
+            piece->ncells = kept->ncells;
+            piece->nwhole = kept->nwhole;
+            piece->nnodes = kept->nnodes;
+            piece->tally = kept->tally;
+            set_lists(kept, kept->nwords, piece);
+            *first_cell = kept->first_cell;
+            done += bytes_of(kept->nwords, kept->ncells);
+            return true;
+        }
+    };
 
   private:
-    const flag_source &from;
-    const qx_long plane_nodes, plane_words, first;
-    bit_word *const words;
+    static_assert(sizeof(head) % sizeof(bit_word) == 0 && sizeof(block) % sizeof(bit_word) == 0);
 
-    bit_word *of_plane(qx_long first_node) const
+    static qx_long bytes_of(qx_long nwords, qx_long ncells)
     {
-        return words + (first_node / plane_nodes - first) * plane_words * (from.nulls ? 2 : 1);
+        constexpr qx_long word = sizeof(bit_word);
+        const qx_long lists = (wants_whole ? nwords * word : 0) + ncells * qx_long{sizeof(lattice_cell<1>)};
+        return qx_long{sizeof(head)} + (lists + word - 1) / word * word;
     }
 
-    static void make_rows(const flag_source &source, qx_long first_node, qx_long ncols, qx_long nrows,
-                          const bit_plane *passed, const bit_plane &null)
+    static head *head_at(block *of, qx_long bytes)
     {
-        const kept_flags &kept = *static_cast<const kept_flags *>(source.data);
-        kept.from.flag_rows(kept.from, first_node, ncols, nrows, passed, null);
-        bit_word *to = kept.of_plane(first_node);
-        std::copy_n(passed->words, kept.plane_words, to);
-        if (source.nulls) std::copy_n(null.words, kept.plane_words, to + kept.plane_words);
+        return reinterpret_cast<head *>(reinterpret_cast<char *>(of + 1) + bytes);
     }
 
-    static void read_rows(const flag_source &source, qx_long first_node, qx_long, qx_long,
-                          const bit_plane *passed, const bit_plane &null)
+    static void set_lists(head *kept, int nwords, piece_type *piece)
     {
-        const kept_flags &kept = *static_cast<const kept_flags *>(source.data);
-        const bit_word *bits = kept.of_plane(first_node);
-        std::copy_n(bits, kept.plane_words, passed->words);
-        if (source.nulls) std::copy_n(bits + kept.plane_words, kept.plane_words, null.words);
+        piece->whole = reinterpret_cast<bit_word *>(kept + 1);
+        piece->cells = reinterpret_cast<lattice_cell<1> *>(piece->whole + (wants_whole ? nwords : 0));
+    }
+
+    // A block twice as long as the last one, within bounds.
+    bool add_block(qx_long needed)
+    {
+        constexpr qx_long least = qx_long{1} << 16, most = qx_long{4} << 20;
+        const qx_long end = std::max(needed, last == nullptr ? least : std::min(2 * last->end, most));
+        const qx_long bytes = end + qx_long{sizeof(block)};
+        block *const added = static_cast<block *>(malloc(static_cast<size_t>(bytes)));
+        if (added == nullptr) return false;
+        expect_to_fill(added, bytes);
+        *added = {nullptr, 0, end};
+        (last != nullptr ? last->next : first) = added;
+        last = added;
+        return true;
     }
 };
 
 // ---- parts ---------------------------------------------------------------------------------------------------
 
-// What the two walks over a part have in common. Filled by the thread that starts them; counts and end are the
+// What the two passes over a part have in common. Zeroed and opened by the thread that starts them; the rest is the
 // thread's own.
-struct lattice_part {
+template <class Tally, bool wants_whole> struct lattice_part {
     const qx_long *dims;
     const flag_source *flags;
     plane_range range;
-    bit_word *words;        // of the live planes, then of the kept ones
+    bit_word *words; // of the live planes
+    kept_pieces<Tally, wants_whole> pieces;
     qx_long numbered_below; // edges that the slab below numbers
     qx_long nnodes;         // new nodes of the part
     lattice_end end;
@@ -146,38 +207,124 @@ struct lattice_part {
         dims = mesh_dims;
         flags = &source;
         range = planes;
-        words = live::insist_on(live::words_needed(dims, source.nulls) +
-                                kept_flags::words_needed(range, source.nulls, live::plane_words(dims)));
+        words = live::insist_on(live::words_needed(dims, source.nulls));
     }
-    void close() { free(words); }
 
+    void close()
+    {
+        pieces.release();
+        free(words);
+    }
+
+    // Tells sink->count(piece, k) of each piece of the part, and keeps it.
     template <class Counter> void count(Counter *sink)
     {
-        const kept_flags kept = of_planes();
-        const flag_source making = kept.making();
-        live planes(dims, making.nulls, words);
-        const lattice_walk<Counter> walk = {dims, making, nullptr, nullptr, sink};
-        end = walk.take_part(&planes, range, &numbered_below);
+        const lattice_walk<Counter> walk = {dims, *flags, nullptr, nullptr, sink};
+        live planes(dims, flags->nulls, words);
+        end = lattice_end::done;
+        if (range.first > 0)
+            count_below(walk, &planes);
+        else
+            walk.flag_plane(&planes, 0, 0);
+        if (end == lattice_end::done) end = sink->enter_plane(range.first);
+        for (qx_long k = range.first; k < range.end && end == lattice_end::done; ++k) {
+            end = walk.enter_plane(&planes, 1, k + 1);
+            if (end == lattice_end::done)
+                end = keep_slab(walk, planes, k, [&](const auto &piece) { sink->count(piece, k); });
+            planes.next_plane();
+        }
     }
 
+    // Writes what was counted; nodes has the number that the part's first new node gets.
     template <class Sink> void write(Sink *sink, edge_nodes_of<placed_list> *nodes)
     {
         edge_slots<3, 1> slots;
         end = lattice_end::no_node_memory;
         if (!slots.open(dims)) return;
-        const kept_flags kept = of_planes();
-        const flag_source made = kept.made();
-        live planes(dims, made.nulls, words);
-        const lattice_walk<Sink> walk = {dims, made, &slots, nodes, sink};
-        end = walk.take_part(&planes, range, &numbered_below);
+        const lattice_walk<Sink> walk = {dims, *flags, &slots, nodes, sink};
+        reader kept(pieces);
+        if (range.first > 0) number_below<Sink>(&kept, nodes->min_node.used - numbered_below, &slots);
+        end = sink->enter_plane(range.first);
+        for (qx_long k = range.first; k < range.end && end == lattice_end::done; ++k) {
+            end = sink->enter_plane(k + 1);
+            for (qx_long j = 0; j < nrows() && end == lattice_end::done; ++j) {
+                end = for_each_kept(&kept, j, k, [&](const piece_type &piece, const piece_place &place) {
+                    return walk.take_piece(piece, place, 1);
+                });
+                slots.next_row();
+            }
+            slots.next_plane();
+        }
     }
 
   private:
     using live = live_planes<3, 1>;
+    using reader = typename kept_pieces<Tally, wants_whole>::reader;
+    using piece_type = row_piece<1, Tally>;
 
-    kept_flags of_planes() const
+    qx_long nrows() const { return dims[1] - 1; }
+
+    // Tells body of each piece of a slab between the live planes.
+    template <class Walk, class Body>
+    lattice_end keep_slab(const Walk &walk, live &planes, qx_long k, Body body)
     {
-        return {*flags, dims[0] * dims[1], live::plane_words(dims),
-                kept_flags::first_plane(range, flags->nulls), words + live::words_needed(dims, flags->nulls)};
+        lattice_end ended = lattice_end::done;
+        walk.find_walked_rows(&planes);
+        for (qx_long j = 0; j < nrows() && ended == lattice_end::done; ++j)
+            ended = walk.for_each_piece(planes, j, k, k == 0, &pieces,
+                                        [&](const piece_type &piece, const piece_place &place) {
+                                            pieces.keep(piece, nrows() * k + j, place.i);
+                                            body(piece);
+                                            return lattice_end::done;
+                                        });
+        return ended;
+    }
+
+    // The slab below the part, for the edges that it numbers. What is fresh in it may depend, where there are nulls, on
+    // the cells of the one under it.
+    template <class Walk> void count_below(const Walk &walk, live *planes)
+    {
+        const qx_long below = range.first - 1;
+        if (flags->nulls && below > 0) {
+            walk.flag_plane(planes, 0, below - 1);
+            walk.flag_plane(planes, 1, below);
+            walk.find_walked_rows(planes);
+            planes->next_plane();
+        } else {
+            walk.flag_plane(planes, 0, below);
+        }
+        walk.flag_plane(planes, 1, range.first);
+        end = keep_slab(walk, *planes, below,
+                        [this](const piece_type &piece) { numbered_below += piece.nnodes; });
+        planes->next_plane();
+    }
+
+    // Calls body(piece, place) for each piece that is kept of a row, until one fails.
+    template <class Body> lattice_end for_each_kept(reader *kept, qx_long j, qx_long k, Body body) const
+    {
+        piece_type piece;
+        qx_long first_cell;
+        lattice_end ended = lattice_end::done;
+        while (ended == lattice_end::done && kept->next_of_row(nrows() * k + j, &piece, &first_cell))
+            ended = body(piece, place_of<3>(dims, first_cell / word_bits, j, k));
+        return ended;
+    }
+
+    // Gives the edges of the slab below the numbers that they have in the walk over it, from first_number on.
+    template <class Sink> void number_below(reader *kept, qx_long first_number, edge_slots<3, 1> *slots) const
+    {
+        node_counter numbered = {first_number};
+        for (qx_long j = 0; j < nrows(); ++j) {
+            for_each_kept(kept, j, range.first - 1, [&](const piece_type &piece, const piece_place &place) {
+                const auto edges = edges_of_piece(*slots, place, dims[0], plane_size<3>(dims));
+                for (int n = 0; n < piece.ncells; ++n) {
+                    const lattice_cell<1> cell = piece.cells[n];
+                    number_edges(edges, 0, cell.i, Sink::order(cell.index[0]), cell.fresh, &numbered);
+                }
+                return lattice_end::done;
+            });
+            slots->next_row();
+        }
+        slots->next_plane();
     }
 };

@@ -32,10 +32,7 @@
 //     take_whole(place, words, nwords) writes the whole cells of a piece, bits from place.i on
 //
 // A walk takes a range of cell planes as it takes all: cells and nodes keep the numbers that they have in the
-// mesh, new nodes count from 0. Or it takes a range as a part of the walk over the whole mesh: new nodes count on from
-// where that walk has come to, and edges that it has met before keep their numbers. For these the part walks over the
-// slab below it first, so that parts need nothing of each other but how many nodes there are below them. A sink that
-// only counts tells how many.
+// mesh, new nodes count from 0. lattice_parts.hpp has walks over parts that together are the walk over the whole.
 #pragma once
 
 #include "lattice_edges.hpp"
@@ -79,13 +76,24 @@ struct piece_place {
 template <int naxes_, int ntests_, class List = batch_list> struct lattice_sink {
     static constexpr int naxes = naxes_, ntests = ntests_;
     static constexpr bool wants_whole = false;
-    static constexpr bool only_counts = false; // makes nothing: its count(piece, k) is told of each piece
     using nodes_type = edge_nodes_of<List>;
 
     // Called when the nodes of plane k have been flagged, and when the cells of slab k have been taken.
     lattice_end enter_plane(qx_long) { return lattice_end::done; }
     lattice_end leave_slab(qx_long) { return lattice_end::done; }
 };
+
+template <int naxes> qx_long plane_size(const qx_long *dims)
+{
+    return naxes == 3 ? dims[0] * dims[1] : dims[0];
+}
+
+// The piece from word w of the row of cells j of slab k on; j is 0 on two axes.
+template <int naxes> piece_place place_of(const qx_long *dims, qx_long w, qx_long j, qx_long k)
+{
+    const qx_long i = w * word_bits, nrows = naxes == 3 ? dims[1] - 1 : 1;
+    return {i, j, k, plane_size<naxes>(dims) * k + dims[0] * j + i, (nrows * k + j) * (dims[0] - 1) + i};
+}
 
 // ---- slots -------------------------------------------------------------------------------------------------
 
@@ -101,7 +109,7 @@ template <int naxes, int nlevels> struct edge_slots {
 
     bool open(const qx_long *dims)
     {
-        const qx_long nx = dims[0], plane = naxes == 3 ? nx * dims[1] : nx;
+        const qx_long nx = dims[0], plane = plane_size<naxes>(dims);
         const qx_long a_level = naxes == 3 ? 4 * plane + 2 * nx : 3 * nx;
         qx_long *slots = memory.borrow<qx_long>(nlevels * a_level);
         if (slots == nullptr) return false;
@@ -249,7 +257,7 @@ template <int naxes, int ntests> struct live_planes {
     live_planes(const qx_long *dims, bool nulls, bit_word *words)
     {
         nx = dims[0];
-        plane = naxes == 3 ? nx * dims[1] : nx;
+        plane = plane_size<naxes>(dims);
         nrows = naxes == 3 ? dims[1] - 1 : 1;
         const qx_long in_plane = plane_words(dims);
         if (words == nullptr) words = memory.keep(insist_on(words_needed(dims, nulls)));
@@ -370,19 +378,33 @@ template <int nrows> struct joined_rows {
 
 // ---- the two passes over a piece ---------------------------------------------------------------------------
 
-// The crossed cells of a piece of a row, its whole ones where they are wanted, and what they will add.
-template <typename Sink> struct row_piece {
+// The crossed cells of a piece of a row, its whole ones, and what they will add.
+template <int ntests, class Tally> struct row_piece {
     int nwords, ncells, nwhole;
     int nnodes; // of sinks of one test
-    typename Sink::tally tally;
+    Tally tally;
+    bit_word *whole; // a bit a cell, where whole cells are wanted
+    lattice_cell<ntests> *cells;
+};
+template <typename Sink> using piece_for = row_piece<Sink::ntests, typename Sink::tally>;
+
+// Room for the lists of one piece after the other, each of which is done with when the next begins.
+template <typename Sink> struct piece_room {
     bit_word whole[Sink::wants_whole ? words_a_piece : 1];
     lattice_cell<Sink::ntests> cells[words_a_piece * word_bits];
+
+    bool open(int, piece_for<Sink> *piece)
+    {
+        piece->whole = whole;
+        piece->cells = cells;
+        return true;
+    }
 };
 
-// First pass over the words from first_word on.
+// First pass over the words from first_word on. The lists of the piece have room.
 template <typename Sink>
 void list_cells(const cell_row<Sink::naxes, Sink::ntests> &row, qx_long first_word, int nwords,
-                row_piece<Sink> *piece)
+                piece_for<Sink> *piece)
 {
     constexpr int naxes = Sink::naxes, ntests = Sink::ntests, nrows = edges_an_axis<naxes>;
     lattice_cell<ntests> *next = piece->cells;
@@ -461,7 +483,7 @@ void list_cells(const cell_row<Sink::naxes, Sink::ntests> &row, qx_long first_wo
 
 // Second pass. The lists have room.
 template <typename Sink>
-void write_cells(const row_piece<Sink> &piece, const piece_place &place,
+void write_cells(const piece_for<Sink> &piece, const piece_place &place,
                  const piece_edges<Sink::naxes, Sink::ntests> &edges, typename Sink::nodes_type *nodes,
                  Sink *sink)
 {
@@ -486,74 +508,54 @@ template <typename Sink> struct lattice_walk {
     static constexpr int naxes = Sink::naxes, ntests = Sink::ntests;
     const qx_long *dims;
     const flag_source &flags;
-    edge_slots<naxes, ntests> *slots; // open; not read where the sink only counts
-    typename Sink::nodes_type *nodes; // likewise
+    edge_slots<naxes, ntests> *slots; // open
+    typename Sink::nodes_type *nodes;
     Sink *sink;
 
     // Calls body(piece, place) for each piece of a row that has cells for the sink, until one fails.
-    template <typename Body>
+    template <typename Room, typename Body>
     lattice_end for_each_piece(const live_planes<naxes, ntests> &live, qx_long j, qx_long k,
-                               bool in_first_slab, Body body) const
+                               bool in_first_slab, Room *room, Body body) const
     {
         const cell_row<naxes, ntests> row = bits_of_row(live, j, in_first_slab);
         const qx_long nwords = words_for(live.nx - 1);
-        row_piece<Sink> piece;
+        piece_for<Sink> piece;
         for (qx_long w = 0; w < nwords; w += words_a_piece) {
-            list_cells<Sink>(row, w, static_cast<int>(std::min<qx_long>(nwords - w, words_a_piece)), &piece);
+            const int of_piece = static_cast<int>(std::min<qx_long>(nwords - w, words_a_piece));
+            if (!room->open(of_piece, &piece)) return lattice_end::no_connect_memory;
+            list_cells<Sink>(row, w, of_piece, &piece);
             if (piece.ncells == 0 && piece.nwhole == 0) continue;
-            const qx_long i = w * word_bits;
-            const lattice_end end = body(piece, piece_place{i, j, k, live.plane * k + live.nx * j + i,
-                                                            (live.nrows * k + j) * (live.nx - 1) + i});
+            const lattice_end end = body(piece, place_of<naxes>(dims, w, j, k));
             if (end != lattice_end::done) return end;
         }
         return lattice_end::done;
     }
 
     // done: the share of the range that is behind the walk after this slab.
+    lattice_end take_piece(const piece_for<Sink> &piece, const piece_place &place, double done) const
+    {
+        lattice_end end = make_room_for_nodes(nodes, nodes_of(piece), naxes, done);
+        if (end == lattice_end::done) end = sink->make_room(piece.tally, piece.nwhole, done);
+        if (end != lattice_end::done) return end;
+        if (piece.ncells != 0)
+            write_cells<Sink>(piece, place, edges_of_piece(*slots, place, dims[0], plane_size<naxes>(dims)),
+                              nodes, sink);
+        if constexpr (Sink::wants_whole)
+            if (piece.nwhole != 0) sink->take_whole(place, piece.whole, piece.nwords);
+        return lattice_end::done;
+    }
+
     lattice_end take_row(const live_planes<naxes, ntests> &live, qx_long j, qx_long k, bool in_first_slab,
                          double done) const
     {
-        return for_each_piece(
-            live, j, k, in_first_slab, [&](const row_piece<Sink> &piece, const piece_place &place) {
-                if constexpr (Sink::only_counts) {
-                    sink->count(piece, k);
-                } else {
-                    lattice_end end = make_room_for_nodes(nodes, nodes_of(piece), naxes, done);
-                    if (end == lattice_end::done) end = sink->make_room(piece.tally, piece.nwhole, done);
-                    if (end != lattice_end::done) return end;
-                    if (piece.ncells != 0)
-                        write_cells<Sink>(piece, place, edges_of_piece(*slots, place, live.nx, live.plane),
-                                          nodes, sink);
-                    if constexpr (Sink::wants_whole)
-                        if (piece.nwhole != 0) sink->take_whole(place, piece.whole, piece.nwords);
-                }
-                return lattice_end::done;
-            });
+        piece_room<Sink> room;
+        return for_each_piece(live, j, k, in_first_slab, &room,
+                              [&](const piece_for<Sink> &piece, const piece_place &place) {
+                                  return take_piece(piece, place, done);
+                              });
     }
 
-    // A row of the slab below a part: its edges get the numbers that they have in the walk over the slab, the first
-    // of which is given, and nothing else is done. Gives how many there are.
-    qx_long number_row_below(const live_planes<naxes, ntests> &live, qx_long j, qx_long k,
-                             qx_long first_number) const
-    {
-        static_assert(ntests == 1, "sinks of two tests number edges themselves");
-        node_counter numbered = {first_number};
-        for_each_piece(live, j, k, k == 0, [&](const row_piece<Sink> &piece, const piece_place &place) {
-            if constexpr (Sink::only_counts) {
-                numbered.next += piece.nnodes;
-            } else {
-                const auto edges = edges_of_piece(*slots, place, live.nx, live.plane);
-                for (int n = 0; n < piece.ncells; ++n) {
-                    const lattice_cell<1> cell = piece.cells[n];
-                    number_edges(edges, 0, cell.i, Sink::order(cell.index[0]), cell.fresh, &numbered);
-                }
-            }
-            return lattice_end::done;
-        });
-        return numbered.next - first_number;
-    }
-
-    static qx_long nodes_of(const row_piece<Sink> &piece)
+    static qx_long nodes_of(const piece_for<Sink> &piece)
     {
         if constexpr (ntests == 1)
             return piece.nnodes;
@@ -578,58 +580,6 @@ template <typename Sink> struct lattice_walk {
         if (!flags.nulls) return;
         for (qx_long j = 0; j < live->nrows; ++j)
             find_walked(*live, j);
-    }
-
-    // Brings the planes and slots to where they are in a walk over the whole mesh before slab first, above 0, given
-    // the number of edges that such a walk has numbered before slab first - 1. Gives how many more it has
-    // numbered in that slab.
-    qx_long catch_up(live_planes<naxes, ntests> *live, qx_long first, qx_long before_slab_below) const
-    {
-        const qx_long below = first - 1;
-        if (flags.nulls &&
-            below > 0) { // what is fresh in the slab below depends on the cells of the one under it
-            flag_plane(live, 0, below - 1);
-            flag_plane(live, 1, below);
-            find_walked_rows(live);
-            live->next_plane();
-        } else {
-            flag_plane(live, 0, below);
-        }
-        flag_plane(live, 1, first);
-        find_walked_rows(live);
-        qx_long numbered = 0;
-        for (qx_long j = 0; j < live->nrows; ++j) {
-            numbered += number_row_below(*live, j, below, before_slab_below + numbered);
-            if constexpr (!Sink::only_counts) slots->next_row();
-        }
-        live->next_plane();
-        if constexpr (!Sink::only_counts) slots->next_plane();
-        return numbered;
-    }
-
-    // The range as a part of a walk over the whole mesh: nodes, where there are any, count on from the number that
-    // such a walk has reached, and the slab below the range is walked for the numbers of the edges between the two.
-    // numbered_below: how many of them that slab has; a sink that counts is told so, others are given it.
-    lattice_end take_part(live_planes<naxes, ntests> *live, plane_range range, qx_long *numbered_below) const
-    {
-        qx_long reached = 0;
-        if constexpr (!Sink::only_counts) reached = nodes->min_node.used - *numbered_below;
-        if (range.first > 0)
-            *numbered_below = catch_up(live, range.first, reached);
-        else
-            flag_plane(live, 0, 0);
-        lattice_end end = sink->enter_plane(range.first);
-        for (qx_long k = range.first; k < range.end && end == lattice_end::done; ++k) {
-            end = enter_plane(live, 1, k + 1);
-            find_walked_rows(live);
-            for (qx_long j = 0; j < live->nrows && end == lattice_end::done; ++j) {
-                end = take_row(*live, j, k, k == 0, 1);
-                if constexpr (!Sink::only_counts) slots->next_row();
-            }
-            live->next_plane();
-            if constexpr (!Sink::only_counts) slots->next_plane();
-        }
-        return end;
     }
 
     lattice_end take(plane_range range, lattice_checks checks) const

@@ -31,7 +31,7 @@ struct placed_cut_sink : lattice_cut_sink<3, placed_list> {
 };
 
 struct cut_slab {
-    lattice_part part;
+    lattice_part<lattice_cut_tally<3>, true> part;
     const cut_request *asked;
     size_t element_bytes;
     qx_long listed_end; // planes from here on are listed by the slab above
@@ -56,7 +56,7 @@ struct cut_slab {
 
 // Retained nodes are counted plane by plane too, while their values are at hand.
 struct cut_counter : lattice_sink<3, 1> {
-    static constexpr bool wants_whole = true, only_counts = true;
+    static constexpr bool wants_whole = true;
     using tally = lattice_cut_tally<3>;
     const cut_slab &slab;
     qx_long nold = 0, nnodes = 0, npieces = 0, nwhole = 0;
@@ -72,7 +72,7 @@ struct cut_counter : lattice_sink<3, 1> {
 
     static const edge_order<3> &order(unsigned index) { return lattice_cut<3>(index).crossed; }
 
-    void count(const row_piece<cut_counter> &piece, qx_long k)
+    void count(const piece_for<cut_counter> &piece, qx_long k)
     {
         nnodes += piece.nnodes;
         npieces += piece.tally.npieces;

@@ -1,5 +1,5 @@
 // Isosurface over structured meshes by several threads: slabs of the last axis, a thread each, that write one surface
-// (lattice_parts.hpp). One thread alone is not worth two walks: the slab is then walked over as ever, on the thread
+// (lattice_parts.hpp). One thread alone has no use for a count: the slab is then walked over as ever, on the thread
 // that was called, with lists of the host.
 #include <skoklana/iso.h>
 #include <skoklana/thread.h>
@@ -13,13 +13,12 @@
 namespace {
 
 struct triangle_counter : lattice_sink<3, 1> {
-    static constexpr bool only_counts = true;
     using tally = triangle_tally;
     qx_long nnodes = 0, ntriangles = 0;
 
     static const edge_order<3> &order(unsigned index) { return lattice_cases.row[index].crossed; }
 
-    void count(const row_piece<triangle_counter> &piece, qx_long)
+    void count(const piece_for<triangle_counter> &piece, qx_long)
     {
         nnodes += piece.nnodes;
         ntriangles += piece.tally.ntriangles;
@@ -27,7 +26,7 @@ struct triangle_counter : lattice_sink<3, 1> {
 };
 
 struct surface_slab {
-    lattice_part part;
+    lattice_part<triangle_tally, false> part;
     bool writes;
     qx_long ntriangles;
     edge_nodes_of<placed_list> nodes;
@@ -180,6 +179,13 @@ bool open_output(int nslabs, surface_slab *slabs, const slice_entry &names, cons
     return true;
 }
 
+const surface_slab *first_failed(int nslabs, const surface_slab *slabs)
+{
+    for (int k = 0; k < nslabs; ++k)
+        if (slabs[k].part.end != lattice_end::done) return &slabs[k];
+    return nullptr;
+}
+
 bool slice_slabs(int nslabs, const qx_long *dims, const qx_long *shares, const flag_source &flags,
                  const slice_entry &names, surface_slab *slabs, thread_team *threads, const surface_out &to)
 {
@@ -190,15 +196,17 @@ bool slice_slabs(int nslabs, const qx_long *dims, const qx_long *shares, const f
         first += shares[k];
     }
     threads->run(nslabs, slabs, names.run);
-    bool good = open_output(nslabs, slabs, names, to);
-    if (good) threads->run(nslabs, slabs, names.run);
-    OMstatus_check(90, nullptr, nullptr);
-    for (int k = 0; k < nslabs; ++k) {
-        slabs[k].part.close();
-        if (!good) continue;
-        report_slab_end(slabs[k].part.end, names);
-        good = slabs[k].part.end == lattice_end::done;
+    const surface_slab *failed = first_failed(nslabs, slabs);
+    bool good = failed == nullptr && open_output(nslabs, slabs, names, to);
+    if (good) {
+        threads->run(nslabs, slabs, names.run);
+        failed = first_failed(nslabs, slabs);
+        good = failed == nullptr;
     }
+    OMstatus_check(90, nullptr, nullptr);
+    for (int k = 0; k < nslabs; ++k)
+        slabs[k].part.close();
+    if (failed != nullptr) report_slab_end(failed->part.end, names);
     return good;
 }
 
