@@ -172,8 +172,45 @@ static void round_between(const T *from, int veclen, qx_long count, const qx_lon
         }
 }
 
+namespace {
+
+// Where a node of the mesh is met exactly, the result has what that node has, whichever of its edges led there:
+// a + 1 (b - a) may be another number than b.
+struct met_nodes {
+    std::vector<qx_long> node, row; // of the mesh, of the result
+
+    met_nodes(qx_long count, const qx_long *a, const qx_long *b, const float *t)
+    {
+        for (qx_long i = 0; i < count; ++i) {
+            if (t[i] != 0 && t[i] != 1) continue;
+            node.push_back(t[i] == 0 ? a[i] : b[i]);
+            row.push_back(i);
+        }
+    }
+
+    template <typename T> void copy(const T *from, int veclen, T *to) const
+    {
+        for (size_t i = 0; i < node.size(); ++i)
+            std::copy_n(from + node[i] * veclen, veclen, to + row[i] * veclen);
+    }
+
+    bool place(mesh_info *mesh, float *coords) const
+    {
+        const std::vector<float> start(node.size());
+        std::vector<float> places(3 * node.size());
+        if (UTILeval_coord(mesh, static_cast<qx_long>(node.size()), node.data(), node.data(), start.data(),
+                           places.data()) != 1)
+            return false;
+        for (size_t i = 0; i < node.size(); ++i)
+            std::copy_n(&places[3 * i], 3, coords + 3 * row[i]);
+        return true;
+    }
+};
+
+} // namespace
+
 static bool write_between(const typed_array &from, qx_long count, const qx_long *a, const qx_long *b,
-                          const float *t, void *to)
+                          const float *t, const met_nodes &met, void *to)
 {
     bool done = true;
     with_values(from, [&](const auto *values) {
@@ -182,6 +219,7 @@ static bool write_between(const typed_array &from, qx_long count, const qx_long 
             round_between(values, from.veclen, count, a, b, t, static_cast<T *>(to));
         else
             done = UTILeval_param(count, from.veclen, from.type, values, 0, nullptr, a, b, t, to) == 1;
+        met.copy(values, from.veclen, static_cast<T *>(to));
     });
     return done;
 }
@@ -189,9 +227,12 @@ static bool write_between(const typed_array &from, qx_long count, const qx_long 
 bool node_results::add_between(qx_long count, const qx_long *a, const qx_long *b, const float *t)
 {
     if (count == 0) return true;
-    if (UTILeval_coord(mesh.mesh, count, a, b, t, coords(filled)) != 1) return false;
+    const met_nodes met(count, a, b, t);
+    if (UTILeval_coord(mesh.mesh, count, a, b, t, coords(filled)) != 1 ||
+        !met.place(mesh.mesh, coords(filled)))
+        return false;
     for (size_t i = 0; i < from.size(); ++i)
-        if (!write_between(from[i], count, a, b, t, row_of(i))) return false;
+        if (!write_between(from[i], count, a, b, t, met, row_of(i))) return false;
     note_ends(count, a, b);
     filled += count;
     return true;
@@ -200,9 +241,10 @@ bool node_results::add_between(qx_long count, const qx_long *a, const qx_long *b
 bool rows_between(const std::vector<typed_array> &arrays, qx_long count, const qx_long *a, const qx_long *b,
                   const float *t, std::vector<typed_array> *out)
 {
+    const met_nodes met(count, a, b, t);
     for (const typed_array &array : arrays) {
         out->push_back(like(array, count));
-        if (!write_between(array, count, a, b, t, out->back().values)) return false;
+        if (!write_between(array, count, a, b, t, met, out->back().values)) return false;
     }
     return true;
 }

@@ -12,6 +12,7 @@
 #include <vtkDataSet.h>
 #include <vtkIdList.h>
 #include <vtkImageData.h>
+#include <vtkLongLongArray.h>
 #include <vtkNew.h>
 #include <vtkPointData.h>
 #include <vtkPolyData.h>
@@ -21,6 +22,7 @@
 #include <array>
 #include <cmath>
 #include <map>
+#include <random>
 #include <set>
 
 namespace {
@@ -315,6 +317,49 @@ TEST(LevelsThatNodesHold, HaveNoCoincidentNodesAndNoPiecesWithoutArea)
     const auto line = read_surface(out);
     EXPECT_EQ(line->GetNumberOfPoints(), 9);
     EXPECT_EQ(line->GetNumberOfLines(), 8);
+}
+
+// a + 1 (b - a) is another number than b where their difference is rounded.
+TEST(LevelsThatNodesHold, GiveThemWhatTheNodesHave)
+{
+    const std::string path = scratch("met.vts");
+    run_well({"sample", "hydrogen", "--mesh", "curvilinear", "--size", "12", "-o", path});
+    const auto mesh = read(path);
+    int count = 0;
+    add_node_array(mesh, "steps", [&](const double *) { return count++ * 7 % 10; });
+    std::mt19937 random(8);
+    std::uniform_real_distribution<double> wide(-1e9, 1e9);
+    add_node_array(mesh, "wide", [&](const double *) { return wide(random); });
+    vtkNew<vtkLongLongArray> large;
+    large->SetName("large");
+    for (vtkIdType n = 0; n < mesh->GetNumberOfPoints(); ++n)
+        large->InsertNextValue(static_cast<long long>(random()) << 31 | static_cast<long long>(random()));
+    mesh->GetPointData()->AddArray(large);
+    write(path, mesh);
+    for (const char *command : {"iso", "cut"}) {
+        const std::string out = scratch(std::string(command) + (*command == 'i' ? ".vtp" : ".vtu"));
+        run_well({command, path, "-a", "steps", "-l", "5", "-o", out});
+        const auto made = read(out);
+        std::map<std::array<double, 3>, vtkIdType> nodes;
+        for (vtkIdType n = 0; n < mesh->GetNumberOfPoints(); ++n) {
+            const double *x = mesh->GetPoint(n);
+            nodes[{x[0], x[1], x[2]}] = n;
+        }
+        int met = 0;
+        for (vtkIdType n = 0; n < made->GetNumberOfPoints(); ++n) {
+            if (node_array(made, "steps")->GetComponent(n, 0) != 5) continue;
+            const double *x = made->GetPoint(n);
+            const auto found = nodes.find({x[0], x[1], x[2]});
+            if (found == nodes.end() || node_array(mesh, "steps")->GetComponent(found->second, 0) != 5)
+                continue;
+            ++met;
+            EXPECT_EQ(node_array(made, "wide")->GetComponent(n, 0),
+                      node_array(mesh, "wide")->GetComponent(found->second, 0));
+            EXPECT_EQ(vtkLongLongArray::SafeDownCast(node_array(made, "large"))->GetValue(n),
+                      large->GetValue(found->second));
+        }
+        EXPECT_GT(met, 50) << command;
+    }
 }
 
 // Level 5 on nodes of 4 and 6 is 5, and not 4.
