@@ -16,7 +16,7 @@ static const int crashes[] = {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT};
 
 static char message[1024];
 static volatile sig_atomic_t guarding;
-static int standard_error = -1; // while the readers' own goes nowhere
+static volatile sig_atomic_t standard_error = -1; // while the readers' own goes nowhere
 
 static void give_up()
 {
@@ -56,8 +56,15 @@ crash_guard::~crash_guard()
     for (const int number : crashes)
         signal(number, SIG_DFL);
     fflush(stderr);
-    if (standard_error < 0) return;
-    dup2(standard_error, STDERR_FILENO);
-    close(standard_error);
-    standard_error = -1;
+    const int kept = standard_error;
+    if (kept < 0) return;
+    dup2(kept, STDERR_FILENO);
+    standard_error = -1; // from here on a handler of signals has no use for it
+    close(kept);
+}
+
+int crash_guard::user_stream()
+{
+    const int kept = standard_error;
+    return kept >= 0 ? kept : STDERR_FILENO;
 }

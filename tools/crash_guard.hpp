@@ -11,4 +11,6 @@ class crash_guard {
     ~crash_guard();
     crash_guard(const crash_guard &) = delete;
     crash_guard &operator=(const crash_guard &) = delete;
+    // Where the user reads messages, while one lives too. Handlers of signals may ask.
+    static int user_stream();
 };

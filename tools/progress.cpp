@@ -4,6 +4,7 @@
 // itself and ends its processes by SIGTERM, without a word: the first of them has it.
 #include "progress.hpp"
 
+#include "crash_guard.hpp"
 #include "failure.hpp"
 #include "process_group.hpp"
 
@@ -56,7 +57,7 @@ static void on_signal(int number)
     }
     remove_partial_files();
     static const char message[] = "skoklana: stopped\n";
-    if (processes::is_first() && write(STDERR_FILENO, message, sizeof message - 1) > 0 &&
+    if (processes::is_first() && write(crash_guard::user_stream(), message, sizeof message - 1) > 0 &&
         processes::by_launcher()) {
         const timespec moment = {0, 200000000}; // mpirun passes nothing on once all have ended
         nanosleep(&moment, nullptr);

@@ -15,9 +15,11 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <fstream>
 #include <set>
 #include <sstream>
 #include <sys/resource.h>
+#include <unistd.h>
 
 namespace {
 
@@ -320,6 +322,39 @@ TEST(Interruption, DuringAnOperationCleansUpAndExitsWith130)
     EXPECT_FALSE(std::filesystem::exists(out));
     for (const std::string &name : files_in_scratch())
         EXPECT_FALSE(holds(name, ".part")) << name;
+}
+
+// Whether a child of ours has led standard error away, as readers have it.
+static bool a_child_reads()
+{
+    for (const auto &entry : std::filesystem::directory_iterator("/proc")) {
+        std::ifstream of_process(entry.path() / "stat");
+        std::string id, name, state;
+        pid_t parent = 0;
+        std::error_code gone;
+        if (of_process >> id >> name >> state >> parent && parent == getpid() &&
+            std::filesystem::read_symlink(entry.path() / "fd" / "2", gone) == "/dev/null")
+            return true;
+    }
+    return false;
+}
+
+// What readers themselves print goes nowhere, but this is heard.
+TEST(Interruption, WhileAFileIsReadIsTold)
+{
+    const std::string path = scratch("large.vtk");
+    std::ofstream file(path);
+    file << "# vtk DataFile Version 3.0\nmany numbers\nASCII\nDATASET STRUCTURED_POINTS\nDIMENSIONS 2000000 "
+            "1 1\n"
+            "ORIGIN 0 0 0\nSPACING 1 1 1\nPOINT_DATA 2000000\nSCALARS s double\nLOOKUP_TABLE default\n";
+    for (int i = 0; i < 2000000; ++i)
+        file << i << ".25\n";
+    file.close();
+    surroundings around;
+    around.when = a_child_reads;
+    const ran result = run({"info", path}, around);
+    EXPECT_EQ(result.code, 130) << shown(result);
+    EXPECT_EQ(result.err, "skoklana: stopped\n");
 }
 
 TEST(Progress, IsShownOnATerminalOnly)
