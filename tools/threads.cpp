@@ -8,7 +8,9 @@
 #include <cerrno>
 #include <cstdlib>
 #include <exception>
+#include <memory>
 #include <string>
+#include <system_error>
 #include <thread>
 #include <vector>
 
@@ -63,18 +65,28 @@ void run_side_by_side(int n, const std::function<void(int)> &work)
             thrown[static_cast<size_t>(k)] = std::current_exception();
         }
     };
-    std::vector<std::thread> started;
-    for (int k = 1; k < n; ++k)
-        started.emplace_back([&, k] {
-            host_context *const own = host_new_context();
-            host_use_context(own);
-            run(k);
-            host_use_context(nullptr);
-            host_free_context(own);
-        });
-    run(0);
+    struct freed_context {
+        void operator()(host_context *context) const { host_free_context(context); }
+    };
+    std::vector<std::unique_ptr<host_context, freed_context>> contexts(static_cast<size_t>(n));
+    std::vector<std::thread> started(static_cast<size_t>(n));
+    for (size_t k = 1; k < started.size(); ++k) {
+        contexts[k].reset(host_new_context());
+        if (contexts[k] == nullptr) break;
+        try {
+            started[k] = std::thread([&run, k, own = contexts[k].get()] {
+                host_use_context(own);
+                run(static_cast<int>(k));
+                host_use_context(nullptr);
+            });
+        } catch (const std::system_error &) {
+            break;
+        }
+    }
+    for (size_t k = 0; k < started.size(); ++k)
+        if (!started[k].joinable()) run(static_cast<int>(k));
     for (std::thread &one : started)
-        one.join();
+        if (one.joinable()) one.join();
     for (const std::exception_ptr &one : thrown)
         if (one != nullptr) std::rethrow_exception(one);
 }

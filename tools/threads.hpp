@@ -16,5 +16,6 @@ void have_processors(int count);
 int threads_for(qx_long things);
 
 // Calls work(k) for k from 0 to n - 1, each in a thread of its own with a context of the host, the first one in the
-// caller's. Comes back when all are done, and throws what the first of them threw.
+// caller's. The caller does what no thread can be had for as well. Comes back when all are done, and throws what the first
+// of them threw.
 void run_side_by_side(int n, const std::function<void(int)> &work);

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <sys/resource.h>
 #include <vector>
 
 namespace {
@@ -82,6 +83,35 @@ TEST(Threads, TraceTheSameLines)
             arguments.insert(arguments.end(), more.begin(), more.end());
             expect_the_same_file(arguments, ".vtp");
         }
+    }
+}
+
+// Stacks so large that there is room for one or two of the threads, and none.
+TEST(Threads, ThatCannotBeHadLeaveTheirShareToOthers)
+{
+    const std::string in = sample_of(threaded_meshes[3], "abc-flow"), out = scratch("lines.vtp");
+    const words arguments = {"stream", in, "--seeds-random", "40", "-o", out, "--threads"};
+    const auto by = [&](const char *threads) {
+        words all = arguments;
+        all.push_back(threads);
+        return run(all);
+    };
+    ASSERT_EQ(by("1").code, 0);
+    const std::string lines = bytes_of(out);
+    rlimit space, stack;
+    getrlimit(RLIMIT_AS, &space);
+    getrlimit(RLIMIT_STACK, &stack);
+    for (const rlim_t room : {rlim_t{1} << 32, rlim_t{5} << 30}) {
+        rlimit small = space, large = stack;
+        small.rlim_cur = room;
+        large.rlim_cur = rlim_t{2} << 30;
+        ASSERT_EQ(setrlimit(RLIMIT_STACK, &large), 0);
+        ASSERT_EQ(setrlimit(RLIMIT_AS, &small), 0);
+        const ran result = by("16");
+        setrlimit(RLIMIT_AS, &space);
+        setrlimit(RLIMIT_STACK, &stack);
+        EXPECT_EQ(result.code, 0) << shown(result);
+        EXPECT_TRUE(bytes_of(out) == lines);
     }
 }
 
