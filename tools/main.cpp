@@ -194,6 +194,7 @@ static int run(int argc, char **argv)
     if (processes::several()) have_processors(processes::processors());
     vtk_messages::install();
     start_progress(!quiet && processes::is_first());
+    if (processes::by_launcher()) end_with_parent();
     start_clock();
     chosen->run();
     if (time) {

@@ -368,8 +368,15 @@ void piece_results::write()
         }
     if (heading.empty()) throw failure(of.of->path() + ": no piece of it holds anything");
     of.heading = heading;
+    // A list that is there names the files that belong to it, whenever the program ends.
+    file_batch list;
+    const auto first_does = [](const auto &work) {
+        processes::agree([&] {
+            if (processes::is_first()) work();
+        });
+    };
+    first_does([&] { list.write_text(of.path, of.list_text()); });
+    first_does([&] { remove_before(of.path); });
     processes::agree([&] { of.files.put_in_place(); });
-    processes::agree([&] {
-        if (processes::is_first()) write_text(of.path, of.list_text());
-    });
+    first_does([&] { list.put_in_place(); });
 }

@@ -1,6 +1,7 @@
 #include "process_group.hpp"
 
 #include "failure.hpp"
+#include "leftovers.hpp"
 
 #include <vtkAbstractArray.h>
 #include <vtkCommunicator.h>
@@ -28,13 +29,19 @@
 namespace {
 
 vtkMPIController *controller; // of a group of several; it is never deleted: MPI may be gone by then
-int own_rank, group_size = 1, own_processors, pid_of_first;
+int own_rank, group_size = 1, own_processors;
 bool launched;   // by mpirun
 bool all_failed; // what is on its way out was agreed upon
 int64_t sent;
 MPI_Comm of_failures; // apart from all else, as the others may be anywhere
 
 constexpr int text_tag = 5001, data_tag = 5002;
+
+std::string &mark_of_first()
+{
+    static std::string mark = mark_of_process();
+    return mark;
+}
 
 // Whether a program that starts groups of processes started this one.
 bool started_in_group()
@@ -186,8 +193,7 @@ void processes::start(int *argc, char ***argv)
         own_processors = processors_among(machine);
         MPI_Comm_free(&machine);
     }
-    pid_of_first = getpid();
-    made->Broadcast(&pid_of_first, 1, 0);
+    mark_of_first() = text_of(0, mark_of_process());
     if (own_rank == 0) return;
     const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
     if (nowhere >= 0) dup2(nowhere, STDOUT_FILENO);
@@ -214,9 +220,9 @@ int processes::processors()
                               : std::max(1, static_cast<int>(std::thread::hardware_concurrency()));
 }
 
-int processes::first_pid()
+const std::string &processes::mark()
 {
-    return pid_of_first != 0 ? pid_of_first : getpid();
+    return mark_of_first();
 }
 
 bool processes::by_launcher()

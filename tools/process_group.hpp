@@ -33,7 +33,8 @@ void finish();
 int rank(); // from 0
 int size();
 int processors(); // for threads of this process: its share of those that it may run on
-int first_pid();  // the system's number of the first process, for names of files that all know
+// The mark of the first process for names of files that all know (leftovers.hpp).
+const std::string &mark();
 inline bool several()
 {
     return size() > 1;

@@ -13,12 +13,16 @@
 
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <mutex>
 #include <new>
+#include <pthread.h>
+#include <thread>
 #include <unistd.h>
 
 // Handlers of signals look at these; any thread may be the one that runs them.
@@ -96,6 +100,23 @@ void start_progress(bool bar)
     if (sigaction(SIGHUP, nullptr, &before) == 0 && before.sa_handler != SIG_IGN)
         sigaction(SIGHUP, &action, nullptr);
     signal(SIGXFSZ, SIG_IGN); // a limit on file sizes is then an error of the write
+}
+
+// Whoever ends the program by exit, as MPI does where it has lost mpirun, is not told of the files.
+void end_with_parent()
+{
+    constexpr auto pause = std::chrono::milliseconds(50);
+    atexit(remove_partial_files);
+    sigset_t all, before; // signals are for the other threads
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, &before);
+    std::thread([parent = getppid(), pause] {
+        while (getppid() == parent)
+            std::this_thread::sleep_for(pause);
+        remove_partial_files();
+        _exit(exit_failed);
+    }).detach();
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
 
 status_part::status_part(int i, int n)

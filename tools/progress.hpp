@@ -6,6 +6,9 @@
 // Takes over the host's reports and Ctrl-C. bar: show one where standard error is a terminal.
 void start_progress(bool bar);
 
+// Ends the program soon after the one that started it has gone, without a word: files that are being written are removed.
+void end_with_parent();
+
 // Shares out the percentages of one operation that takes several calls of the library: call i of n.
 struct status_part {
     status_part(int i, int n);

@@ -3,6 +3,7 @@
 #include "write.hpp"
 
 #include "failure.hpp"
+#include "leftovers.hpp"
 #include "messages.hpp"
 #include "process_group.hpp"
 #include "progress.hpp"
@@ -31,6 +32,8 @@ namespace fs = std::filesystem;
 // ---- where ---------------------------------------------------------------------------------------------------
 
 static void write_by_ending(const std::string &path, vtkDataSet *data);
+static void put_text(const std::string &path, const std::string &text);
+static fs::path end_of_links(fs::path path);
 
 static bool overwriting;
 static std::vector<std::string> inputs, outputs;
@@ -55,10 +58,13 @@ void note_input(const std::string &path)
     inputs.push_back(path);
 }
 
-static void note_output(const std::string &path)
+// of_list: leftovers are looked for with the list.
+static void note_output(const std::string &path, bool of_list = false)
 {
     for (const std::string &in : inputs)
         check_clash(in, path);
+    if (!of_list && processes::is_first() && std::find(outputs.begin(), outputs.end(), path) == outputs.end())
+        remove_leftovers(end_of_links(path).string());
     outputs.push_back(path);
 }
 
@@ -110,11 +116,7 @@ static fs::path folder_of(const fs::path &target)
 
 std::string name_beside(const std::string &path)
 {
-    const fs::path target = end_of_links(path);
-    // the ending stays last: some writers go by it
-    return (folder_of(target) / ("." + target.stem().string() + ".part" +
-                                 std::to_string(processes::first_pid()) + target.extension().string()))
-        .string();
+    return name_with_mark(end_of_links(path).string(), processes::mark());
 }
 
 // Turns what goes wrong on the way to path into words.
@@ -174,16 +176,31 @@ void file_batch::watch(const std::string &path)
     watched.push_back(std::make_unique<partial_file>(name_beside(path)));
 }
 
-void file_batch::write_data_set(const std::string &path, vtkDataSet *data)
+void file_batch::write_by(const std::string &path, const std::function<void(const std::string &)> &write)
 {
     stop_if_asked();
-    note_output(path);
+    note_output(path, true);
     writing(path, [&] {
         const std::string beside = name_beside(path);
         watch(path);
         paths.push_back(path);
-        fill_beside(path, beside, [&](const std::string &to) { write_by_ending(to, data); });
+        fill_beside(path, beside, write);
     });
+}
+
+void file_batch::write_data_set(const std::string &path, vtkDataSet *data)
+{
+    write_by(path, [&](const std::string &beside) { write_by_ending(beside, data); });
+}
+
+void file_batch::write_text(const std::string &path, const std::string &text)
+{
+    write_by(path, [&](const std::string &beside) { put_text(beside, text); });
+}
+
+void remove_before(const std::string &path)
+{
+    writing(path, [&] { fs::remove(end_of_links(path)); });
 }
 
 void file_batch::put_in_place()
@@ -286,12 +303,15 @@ void write_data_set(const std::string &path, vtkDataSet *data)
     write_beside(path, [&](const std::string &beside) { write_by_ending(beside, data); });
 }
 
+static void put_text(const std::string &path, const std::string &text)
+{
+    std::ofstream file(path, std::ios::binary);
+    file << text;
+    file.close();
+    if (!file) throw failure(strerror(errno));
+}
+
 void write_text(const std::string &path, const std::string &text)
 {
-    write_beside(path, [&](const std::string &beside) {
-        std::ofstream file(beside, std::ios::binary);
-        file << text;
-        file.close();
-        if (!file) throw failure(strerror(errno));
-    });
+    write_beside(path, [&](const std::string &beside) { put_text(beside, text); });
 }

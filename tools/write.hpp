@@ -31,17 +31,23 @@ class file_batch {
     file_batch(const file_batch &) = delete;
     file_batch &operator=(const file_batch &) = delete;
 
-    // Writes beside path. Throws failure.
+    // Write beside path. Throw failure.
     void write_data_set(const std::string &path, vtkDataSet *data);
+    void write_text(const std::string &path, const std::string &text);
     // What another process leaves beside path is removed with the record, and if a signal ends the program.
     void watch(const std::string &path);
     // Throws failure.
     void put_in_place();
 
   private:
+    void write_by(const std::string &path, const std::function<void(const std::string &)> &write);
+
     std::vector<std::string> paths;
     std::vector<std::unique_ptr<partial_file>> watched;
 };
+
+// Removes a file whose place is taken next, together with others that it would not suit. Throws failure.
+void remove_before(const std::string &path);
 
 // The kind of file that an ending stands for must suit what is written; throws failure (wrong usage) if not.
 // endings: those that suit, each between spaces; what: the thing, as in "a surface".
