@@ -367,7 +367,88 @@ mesh_surface surface_cells(input_mesh &mesh)
     return out;
 }
 
-std::vector<qx_long> feature_edges(input_mesh &mesh, const mesh_surface &surface, double angle,
+namespace {
+
+using edge_nodes = std::pair<qx_long, qx_long>; // the lower first
+
+// Edges of which the library's answer goes by the order of the cells, or by which of them was turned over first.
+struct odd_edges {
+    std::vector<edge_nodes> of_many;  // of three cells or more
+    std::vector<edge_nodes> same_way; // of two that run along it in one direction: of a one-sided surface
+    std::vector<std::pair<size_t, size_t>> cells; // of the latter
+};
+
+} // namespace
+
+static odd_edges find_odd_edges(const surface_rings &cells)
+{
+    odd_edges odd;
+    const std::vector<half_edge> edges = half_edges(cells);
+    for (size_t e = 0, next; e < edges.size(); e = next) {
+        for (next = e + 1;
+             next < edges.size() && edges[next].low == edges[e].low && edges[next].high == edges[e].high;)
+            ++next;
+        const edge_nodes nodes = {edges[e].low, edges[e].high};
+        if (nodes.first == nodes.second) continue;
+        if (next - e > 2) odd.of_many.push_back(nodes);
+        if (next - e != 2 || edges[e].cell == edges[e + 1].cell || edges[e].along != edges[e + 1].along)
+            continue;
+        odd.same_way.push_back(nodes);
+        odd.cells.emplace_back(edges[e].cell, edges[e + 1].cell);
+    }
+    return odd;
+}
+
+// Which of the edges of two cells are creases once the second is turned over: the library is asked of each pair alone.
+static std::vector<edge_nodes> creases_of_pairs(const odd_edges &odd, const surface_rings &cells,
+                                                const std::vector<float> &coords, double angle,
+                                                const operation &work, const std::string &path)
+{
+    constexpr int ncorners = 4;
+    std::vector<edge_nodes> creases;
+    std::vector<float> places;
+    std::vector<qx_long> connect;
+    std::vector<edge_nodes> wanted; // in the numbers of the pairs
+    for (size_t pair = 0; pair < odd.cells.size(); ++pair) {
+        const auto first = static_cast<qx_long>(places.size() / 3);
+        std::vector<qx_long> seen;
+        const auto number = [&](qx_long node) {
+            const auto at = std::find(seen.begin(), seen.end(), node);
+            if (at == seen.end())
+                places.insert(places.end(), &coords[3 * static_cast<size_t>(node)],
+                              &coords[3 * static_cast<size_t>(node)] + 3);
+            const auto place = at - seen.begin();
+            if (at == seen.end()) seen.push_back(node);
+            return first + place;
+        };
+        const auto add = [&](size_t cell, bool turned) {
+            std::vector<qx_long> ring(cells.ring(cell), cells.ring(cell) + cells.ncorners(cell));
+            if (turned) std::reverse(ring.begin() + 1, ring.end());
+            ring.resize(ncorners, ring.back());
+            for (const qx_long node : ring)
+                connect.push_back(number(node));
+        };
+        add(odd.cells[pair].first, false);
+        add(odd.cells[pair].second, true);
+        wanted.push_back(std::minmax({number(odd.same_way[pair].first), number(odd.same_way[pair].second)}));
+    }
+    qx_long nedges = 0, *list = nullptr;
+    const int done = UTILexternal_edges(static_cast<qx_long>(places.size() / 3), 3, places.data(),
+                                        static_cast<qx_long>(connect.size()) / ncorners, ncorners, ncorners,
+                                        connect.data(), &nedges, &list, angle);
+    const owned_list edges(list);
+    work.check(done == 1, path + ": its edges could not be found");
+    std::vector<edge_nodes> found;
+    for (qx_long e = 0; e < nedges; ++e)
+        found.push_back(std::minmax({list[2 * e], list[2 * e + 1]}));
+    std::sort(found.begin(), found.end());
+    for (size_t pair = 0; pair < wanted.size(); ++pair)
+        if (std::binary_search(found.begin(), found.end(), wanted[pair]))
+            creases.push_back(odd.same_way[pair]);
+    return creases;
+}
+
+std::vector<qx_long> feature_edges(input_mesh &mesh, mesh_surface &surface, double angle,
                                    const operation &work, const std::string &path)
 {
     // One list of one kind: beside quadrilaterals a triangle is one that ends in the same corner twice, which has
@@ -391,7 +472,21 @@ std::vector<qx_long> feature_edges(input_mesh &mesh, const mesh_surface &surface
     const owned_list edges(list);
     work.check(done == 1, path + ": its edges could not be found");
     std::vector<qx_long> out;
-    for (qx_long e = 0; e < nedges; ++e)
-        if (list[2 * e] != list[2 * e + 1]) out.insert(out.end(), {list[2 * e], list[2 * e + 1]});
+    const surface_rings cells(surface);
+    const odd_edges odd = find_odd_edges(cells);
+    std::vector<edge_nodes> of_others = odd.of_many;
+    of_others.insert(of_others.end(), odd.same_way.begin(), odd.same_way.end());
+    std::sort(of_others.begin(), of_others.end());
+    for (qx_long e = 0; e < nedges; ++e) {
+        const edge_nodes nodes = std::minmax({list[2 * e], list[2 * e + 1]});
+        if (nodes.first != nodes.second && !std::binary_search(of_others.begin(), of_others.end(), nodes))
+            out.insert(out.end(), {list[2 * e], list[2 * e + 1]});
+    }
+    std::vector<edge_nodes> more = odd.of_many;
+    if (!odd.cells.empty())
+        for (const edge_nodes &crease : creases_of_pairs(odd, cells, coords, angle, work, path))
+            more.push_back(crease);
+    for (const edge_nodes &nodes : more)
+        out.insert(out.end(), {nodes.first, nodes.second});
     return out;
 }

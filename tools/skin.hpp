@@ -23,9 +23,10 @@ mesh_surface faces_of_solids(input_mesh &mesh, const operation &work, const std:
 // cut into triangles.
 mesh_surface surface_cells(input_mesh &mesh);
 
-// Pairs of numbers of surface.nodes: the edges that no second cell shares, and those at which two cells meet at the
-// angle (radians) or more.
-std::vector<qx_long> feature_edges(input_mesh &mesh, const mesh_surface &surface, double angle,
+// Pairs of numbers of surface.nodes: the edges of one cell, those of two that meet at the angle (radians) or more, turned
+// over to run along it in opposite directions, and those of three cells or more. An edge is one or none by its own
+// cells alone.
+std::vector<qx_long> feature_edges(input_mesh &mesh, mesh_surface &surface, double angle,
                                    const operation &work, const std::string &path);
 
 // Quadrilaterals as two triangles each.

@@ -30,7 +30,7 @@ class boundary : public command {
 
   private:
     vtkSmartPointer<vtkPolyData> faces_of(const input &in, mesh_surface &surface) const;
-    vtkSmartPointer<vtkPolyData> edges_of(const input &in, const mesh_surface &surface,
+    vtkSmartPointer<vtkPolyData> edges_of(const input &in, mesh_surface &surface,
                                           const operation &work) const;
 
     input_options file;
@@ -43,16 +43,14 @@ boundary::boundary(CLI::App &app)
     : file(app, input_options::in_pieces::yes), with(app),
       result(app, "result: .vtp, .stl or .ply", result_options::drawn::yes)
 {
-    app.add_option(
-        "--edges", angle,
-        "edges in place of faces: those of one cell, and those where two cells meet at this angle or "
-        "more (degrees, 0 to 180; 30 for surfaces)");
+    app.add_option("--edges", angle,
+                   "edges in place of faces: those of one cell, those where two cells meet at this angle or "
+                   "more (degrees, 0 to 180; 30 for surfaces), and those of three cells or more");
     app.footer(
         "Of solids: the faces that no second cell has, turned outward; node arrays go along, and cell\n"
         "arrays by the cell of each face. Faces of second order come as triangles between their nodes.\n"
-        "Of surfaces, and of solids with --edges: border and crease edges; neighbours of opposite\n"
-        "winding are turned the same way first. In pieces that holds within each, so that edges of\n"
-        "surfaces that are one-sided, or where three faces meet, may be others than on one process.");
+        "Of surfaces, and of solids with --edges: border and crease edges, and those where three faces\n"
+        "or more meet; neighbours of opposite winding are turned the same way first.");
 }
 
 std::string count_of(int64_t n, const char *what)
@@ -143,7 +141,7 @@ class edge_owners {
     std::map<std::pair<qx_long, qx_long>, owner> owners;
 };
 
-vtkSmartPointer<vtkPolyData> boundary::edges_of(const input &in, const mesh_surface &surface,
+vtkSmartPointer<vtkPolyData> boundary::edges_of(const input &in, mesh_surface &surface,
                                                 const operation &work) const
 {
     const carried_arrays carried = with.choose(in); // but for cell arrays: an edge is no cell's own
