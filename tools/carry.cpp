@@ -74,13 +74,11 @@ node_results::node_results(input_mesh &mesh_, const std::vector<typed_array> &ar
     ends->FillValue(0);
 }
 
-// What tells a node from all others of the whole: its number where that is known, else its place.
+// Of lattices by its place among the others, which is the same in all pieces.
 static node_place key_of(vtkDataSet *data, vtkIdType node)
 {
-    if (vtkDataArray *number = data->GetPointData()->GetArray(name_of_ends))
-        return {number->GetComponent(node, 0), 0, 0};
     int extent[6];
-    if (!extent_of(data, extent)) return place_of(data, node);
+    if (!extent_of(data, extent)) return node_key(data, node);
     node_place key = {0, 0, 0};
     for (size_t d = 0; d < 3; ++d) {
         const vtkIdType n = extent[2 * d + 1] - extent[2 * d] + 1;

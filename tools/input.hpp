@@ -3,6 +3,7 @@
 
 #include "arrays.hpp"
 #include "mesh_from_vtk.hpp"
+#include "piece_marks.hpp"
 #include "read.hpp"
 
 #include <memory>
@@ -17,10 +18,11 @@ struct input {
     // Of a piece of a file (pieces.hpp): the piece of the results that its own go to, and marks of the layer of
     // cells around it, which its mesh has as well, and of the nodes that only these have; empty: there are none.
     int piece = 0;
-    std::vector<unsigned char> ghost_cell, ghost_node;
+    bool ends_piece = false; // no other part that is read goes to the same piece
+    piece_marks ghost_cell, ghost_node;
     // Of a piece, where asked for: the number of each node in the whole, in the first piece that has it; below 0 in
     // others. Empty: numbers are those of the data set.
-    std::vector<vtkIdType> node_number;
+    piece_numbers node_number;
     // Of a piece, where asked for: the cell array that was chosen, as means at the nodes of the whole.
     typed_array mean;
     bool counts(size_t number) const { return node_number.empty() || node_number[number] >= 0; }

@@ -7,9 +7,11 @@
 #include <vtkBoundingBox.h>
 #include <vtkCellArray.h>
 #include <vtkCellData.h>
+#include <vtkCommand.h>
 #include <vtkDataArray.h>
 #include <vtkDataObject.h>
 #include <vtkDataSetAttributes.h>
+#include <vtkDoubleArray.h>
 #include <vtkIdList.h>
 #include <vtkIdTypeArray.h>
 #include <vtkImageData.h>
@@ -24,6 +26,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <cstring>
 #include <numeric>
 
@@ -387,7 +390,25 @@ struct lattice_size {
         }
     }
     vtkIdType count() const { return along[0] * along[1] * along[2]; }
+    vtkIdType place_of(vtkIdType i, vtkIdType j, vtkIdType k) const
+    {
+        return i + along[0] * (j + along[1] * k);
+    }
 };
+
+// Whether those of part follow one another in the whole.
+bool is_stretch(const lattice_size &part, const lattice_size &whole)
+{
+    bool full = true; // along the axes before
+    for (int d = 2; d >= 0; --d) {
+        if (part.along[d] != 1) {
+            for (int before = 0; before < d; ++before)
+                full = full && part.along[before] == whole.along[before];
+            break;
+        }
+    }
+    return full;
+}
 
 // Copies the rows of those that both extents have.
 void copy_lattice(vtkAbstractArray *from, const int *from_extent, vtkAbstractArray *to, const int *to_extent,
@@ -400,7 +421,7 @@ void copy_lattice(vtkAbstractArray *from, const int *from_extent, vtkAbstractArr
         hi[d] = std::min(from_extent[2 * d] + have.along[d], to_extent[2 * d] + want.along[d]);
     }
     const auto row = [&](const lattice_size &size, const int *extent, vtkIdType j, vtkIdType k) {
-        return lo[0] - extent[0] + size.along[0] * (j - extent[2] + size.along[1] * (k - extent[4]));
+        return size.place_of(lo[0] - extent[0], j - extent[2], k - extent[4]);
     };
     for (vtkIdType k = lo[2]; k < hi[2]; ++k)
         for (vtkIdType j = lo[1]; j < hi[1]; ++j)
@@ -415,6 +436,32 @@ vtkSmartPointer<vtkAbstractArray> empty_like(vtkAbstractArray *array, vtkIdType 
     out->SetName(array->GetName());
     out->SetNumberOfComponents(array->GetNumberOfComponents());
     out->SetNumberOfTuples(count);
+    return out;
+}
+
+// What an array's end lets go of.
+class keeper : public vtkCommand {
+  public:
+    explicit keeper(vtkObject *kept_) : kept(kept_) {}
+    void Execute(vtkObject *, unsigned long, void *) override {}
+
+  private:
+    vtkSmartPointer<vtkObject> kept;
+};
+
+// Rows that follow one another, in the memory of the array, which lives as long as they do. nullptr: it is of a class
+// that has none to share.
+vtkSmartPointer<vtkAbstractArray> shared_rows(vtkAbstractArray *array, vtkIdType first, vtkIdType count)
+{
+    auto *from = vtkDataArray::SafeDownCast(array);
+    if (from == nullptr || !from->HasStandardMemoryLayout() || from->GetDataType() == VTK_BIT) return nullptr;
+    auto out = vtkSmartPointer<vtkDataArray>::Take(from->NewInstance());
+    const vtkIdType components = from->GetNumberOfComponents();
+    out->SetName(from->GetName());
+    out->SetNumberOfComponents(static_cast<int>(components));
+    out->SetVoidArray(from->GetVoidPointer(first * components), count * components, 1);
+    const auto kept = vtkSmartPointer<keeper>::Take(new keeper(from));
+    out->AddObserver(vtkCommand::DeleteEvent, kept);
     return out;
 }
 
@@ -437,20 +484,32 @@ vtkSmartPointer<vtkDataSet> lattice_of(const std::vector<vtkSmartPointer<vtkData
     if (curved != nullptr) curved->SetExtent(all);
 
     const lattice_size nodes(extent, false), cells(extent, true);
-    const auto fill = [&](bool of_cells, const auto &array_of, vtkAbstractArray *to) {
+    // Of one lattice that has all of it in one stretch the rows are its own.
+    int first_extent[6];
+    extent_of(like, first_extent);
+    const lattice_size first_nodes(first_extent, false), first_cells(first_extent, true);
+    const bool stretch =
+        pieces.size() == 1 && is_stretch(nodes, first_nodes) && is_stretch(cells, first_cells);
+    const auto rows_of = [&](bool of_cells, const auto &array_of, vtkAbstractArray *array) {
+        const lattice_size &all_of_it = of_cells ? first_cells : first_nodes;
+        const vtkIdType count = of_cells ? cells.count() : nodes.count();
+        const vtkIdType at = all_of_it.place_of(extent[0] - first_extent[0], extent[2] - first_extent[2],
+                                                extent[4] - first_extent[4]);
+        if (auto shared = stretch ? shared_rows(array, at, count) : nullptr) return shared;
+        auto made = empty_like(array, count);
         for (const auto &piece : pieces) {
             int have[6];
             extent_of(piece, have);
             if (vtkAbstractArray *from = array_of(piece.Get()))
-                copy_lattice(from, have, to, extent, of_cells);
+                copy_lattice(from, have, made, extent, of_cells);
         }
+        return made;
     };
     if (curved != nullptr) {
         const auto points_of = [](vtkDataSet *of) -> vtkAbstractArray * {
             return vtkStructuredGrid::SafeDownCast(of)->GetPoints()->GetData();
         };
-        const auto places = empty_like(points_of(like), nodes.count());
-        fill(false, points_of, places);
+        const auto places = rows_of(false, points_of, points_of(like));
         vtkNew<vtkPoints> points;
         points->SetData(vtkDataArray::SafeDownCast(places));
         curved->SetPoints(points);
@@ -482,15 +541,13 @@ vtkSmartPointer<vtkDataSet> lattice_of(const std::vector<vtkSmartPointer<vtkData
         vtkDataSetAttributes *to = data_of(out);
         for (int i = 0; i < data_of(like)->GetNumberOfArrays(); ++i) {
             vtkAbstractArray *array = data_of(like)->GetAbstractArray(i);
-            const auto made = empty_like(array, of_cells ? cells.count() : nodes.count());
-            fill(
+            to->AddArray(rows_of(
                 of_cells,
                 [&](vtkDataSet *of) {
                     return array->GetName() != nullptr ? data_of(of)->GetAbstractArray(array->GetName())
                                                        : data_of(of)->GetAbstractArray(i);
                 },
-                made);
-            to->AddArray(made);
+                array));
             const int role = data_of(like)->IsArrayAnAttribute(i);
             if (role >= 0) to->SetActiveAttribute(i, role);
         }
@@ -504,6 +561,63 @@ vtkSmartPointer<vtkDataSet> lattice_of(const std::vector<vtkSmartPointer<vtkData
 void drop_ends(vtkDataSet *data)
 {
     if (data != nullptr) data->GetPointData()->RemoveArray(name_of_ends);
+}
+
+node_place node_key(vtkDataSet *data, vtkIdType node)
+{
+    if (vtkDataArray *number = data->GetPointData()->GetArray(name_of_ends))
+        return {number->GetComponent(node, 0), 0, 0};
+    return place_of(data, node);
+}
+
+bool number_by_array(vtkDataSet *data, const std::string &name)
+{
+    vtkDataArray *from = data->GetPointData()->GetArray(name.c_str());
+    if (from == nullptr) return false;
+    vtkNew<vtkDoubleArray> numbers;
+    numbers->SetName(name_of_ends);
+    numbers->SetNumberOfValues(data->GetNumberOfPoints());
+    for (vtkIdType node = 0; node < data->GetNumberOfPoints(); ++node)
+        numbers->SetValue(node, from->GetComponent(node, 0));
+    std::vector<double> sorted(numbers->GetPointer(0), numbers->GetPointer(0) + data->GetNumberOfPoints());
+    if (std::any_of(sorted.begin(), sorted.end(), [](double number) { return std::isnan(number); }))
+        return false;
+    std::sort(sorted.begin(), sorted.end());
+    if (std::adjacent_find(sorted.begin(), sorted.end()) != sorted.end()) return false;
+    data->GetPointData()->AddArray(numbers);
+    return true;
+}
+
+bool is_numbered(vtkDataSet *data)
+{
+    return data->GetPointData()->GetArray(name_of_ends) != nullptr;
+}
+
+vtkIdType count_doubled_nodes(vtkDataSet *data)
+{
+    const vtkIdType count = data->GetNumberOfPoints();
+    size_t room = 16;
+    while (room < 2 * static_cast<size_t>(count))
+        room *= 2;
+    std::vector<vtkIdType> first(room, -1); // nodes, by their places
+    vtkIdType doubled = 0;
+    for (vtkIdType node = 0; node < count; ++node) {
+        const node_place at = place_of(data, node);
+        if (!is_finite(at)) continue;
+        uint64_t hash = 0;
+        for (const double x : at) {
+            uint64_t bits;
+            memcpy(&bits, &x, sizeof bits);
+            hash = (hash ^ bits ^ bits >> 29) * 0x9E3779B97F4A7C15U;
+            hash ^= hash >> 32;
+        }
+        size_t slot = hash & (room - 1);
+        while (first[slot] >= 0 && place_of(data, first[slot]) != at)
+            slot = (slot + 1) & (room - 1);
+        doubled += first[slot] >= 0 ? 1 : 0;
+        if (first[slot] < 0) first[slot] = node;
+    }
+    return doubled;
 }
 
 node_place place_of(vtkDataSet *data, vtkIdType node)
@@ -556,24 +670,12 @@ vtkSmartPointer<vtkDataSet> part_of_lattice(vtkDataSet *data, const int *extent)
     return lattice_of({data}, extent);
 }
 
-marks marks_outside(const int *part, const int *extent, bool cells)
+piece_marks marks_outside(const int *slab, const int *extent, bool cells)
 {
-    marks out;
-    int last[3];
-    for (int d = 0; d < 3; ++d)
-        last[d] = extent[2 * d + 1] - (cells && extent[2 * d + 1] > extent[2 * d] ? 1 : 0);
-    for (int k = extent[4]; k <= last[2]; ++k)
-        for (int j = extent[2]; j <= last[1]; ++j)
-            for (int i = extent[0]; i <= last[0]; ++i) {
-                const int at[3] = {i, j, k};
-                bool outside = false;
-                for (int d = 0; d < 3; ++d) {
-                    const bool thick = cells && part[2 * d + 1] > part[2 * d];
-                    outside = outside || at[d] < part[2 * d] || at[d] > part[2 * d + 1] - (thick ? 1 : 0);
-                }
-                out.push_back(outside ? 1 : 0);
-            }
-    return out;
+    const lattice_size part(slab, cells), whole(extent, cells);
+    const auto first =
+        static_cast<size_t>(whole.place_of(slab[0] - extent[0], slab[2] - extent[2], slab[4] - extent[4]));
+    return {first, first + static_cast<size_t>(part.count()), static_cast<size_t>(whole.count())};
 }
 
 vtkSmartPointer<vtkDataSet> joined(std::vector<vtkSmartPointer<vtkDataSet>> &&pieces, seam_nodes which,

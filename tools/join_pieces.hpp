@@ -1,10 +1,13 @@
 // Data sets taken apart and put together.
 #pragma once
 
+#include "piece_marks.hpp"
+
 #include <vtkSmartPointer.h>
 #include <vtkType.h>
 
 #include <array>
+#include <string>
 #include <vector>
 
 class vtkDataSet;
@@ -23,7 +26,8 @@ node_place place_of(vtkDataSet *data, vtkIdType node);
 // The nodes of cells that are marked.
 marks nodes_of_cells(vtkDataSet *data, const marks &cells);
 
-// The nodes of an image or a grid within the extent, in VTK's numbers, with all arrays.
+// The nodes of an image or a grid within the extent, in VTK's numbers, with all arrays. Of a slab these are rows of the
+// whole's own, which they keep alive.
 vtkSmartPointer<vtkDataSet> part_of_lattice(vtkDataSet *data, const int *extent);
 // Null where data is none of these.
 bool extent_of(vtkDataSet *data, int *extent);
@@ -32,6 +36,13 @@ bool extent_of(vtkDataSet *data, int *extent);
 // It goes before a result is written.
 constexpr const char *name_of_ends = "places that a node lies between";
 void drop_ends(vtkDataSet *data);
+// What tells a node from all others of the whole: its number where there is such an array, else its place.
+node_place node_key(vtkDataSet *data, vtkIdType node);
+// Numbers the nodes of a piece by one of its arrays of single numbers. False: some number is there twice, or no array.
+bool number_by_array(vtkDataSet *data, const std::string &name);
+bool is_numbered(vtkDataSet *data);
+// Nodes that stand where one before them does.
+vtkIdType count_doubled_nodes(vtkDataSet *data);
 
 // Which nodes of different pieces become one; nodes of one piece stay apart, and so do those with other global ids.
 enum class seam_nodes {
@@ -39,8 +50,8 @@ enum class seam_nodes {
     at_one_place       // those with equal values first; the first piece's values are kept
 };
 
-// Of a lattice of that extent the cells, or the nodes, that are not in the part of it.
-marks marks_outside(const int *part, const int *extent, bool cells);
+// Of a lattice of that extent the cells, or the nodes, that are not in a slab of it.
+piece_marks marks_outside(const int *slab, const int *extent, bool cells);
 
 // Pieces as one data set, in their order, which are given up. Lattices keep their extents; they cover a box together.
 // unlike: the number of nodes that dropped out with values of their own; nullptr: not wanted.

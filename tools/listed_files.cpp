@@ -2,7 +2,9 @@
 
 #include "failure.hpp"
 #include "join_pieces.hpp"
+#include "whole_file.hpp"
 
+#include <vtkAbstractArray.h>
 #include <vtkCellData.h>
 #include <vtkDataSetAttributes.h>
 #include <vtkNew.h>
@@ -53,9 +55,9 @@ namespace {
                   " components, and " + list_path + " says " + std::to_string(listed.components));
 }
 
-// The arrays that the list names, and no others.
+// The arrays that the list names, and no others. count: of nodes or cells.
 void match_arrays(const std::string &path, const std::string &list_path, vtkDataSetAttributes *arrays,
-                  const std::vector<xml_heading::array> &listed, const char *where)
+                  vtkIdType count, const std::vector<xml_heading::array> &listed, const char *where)
 {
     for (int i = arrays->GetNumberOfArrays() - 1; i >= 0; --i) {
         const char *name = arrays->GetAbstractArray(i)->GetName();
@@ -67,6 +69,14 @@ void match_arrays(const std::string &path, const std::string &list_path, vtkData
     }
     for (const xml_heading::array &one : listed) {
         vtkAbstractArray *array = arrays->GetAbstractArray(one.name.c_str());
+        if (array == nullptr && count == 0) { // of which there is nothing to tell
+            const auto none =
+                vtkSmartPointer<vtkAbstractArray>::Take(vtkAbstractArray::CreateArray(one.type));
+            none->SetName(one.name.c_str());
+            none->SetNumberOfComponents(one.components);
+            arrays->AddArray(none);
+            continue;
+        }
         if (array == nullptr) missing_array(path, where, one.name, list_path);
         if (array->GetNumberOfComponents() != one.components)
             odd_array(path, where, one, array->GetNumberOfComponents(), list_path);
@@ -104,10 +114,14 @@ input_file read_listed(const std::string &list, const xml_heading &heading, int 
 {
     read_options how;
     how.bare = bare;
+    how.kept = heading.ids;
     how.may_be_empty = true;
     how.of_list = true;
     const std::string &name = heading.pieces[static_cast<size_t>(number)].path;
-    input_file file = read_file(name, how);
+    input_file file;
+    file.path = name;
+    if (is_xml_without_nodes(name, heading.type.substr(1))) return file;
+    file = read_file(name, how);
     auto *data = vtkPointSet::SafeDownCast(file.data);
     const bool surface = vtkPolyData::SafeDownCast(data) != nullptr,
                grid = vtkUnstructuredGrid::SafeDownCast(data) != nullptr;
@@ -118,13 +132,23 @@ input_file read_listed(const std::string &list, const xml_heading &heading, int 
         return file;
     }
     if (!bare) {
-        match_arrays(name, list, data->GetPointData(), heading.node, "node");
-        match_arrays(name, list, data->GetCellData(), heading.cell, "cell");
+        match_arrays(name, list, data->GetPointData(), data->GetNumberOfPoints(), heading.node, "node");
+        match_arrays(name, list, data->GetCellData(), data->GetNumberOfCells(), heading.cell, "cell");
     }
+    if (!heading.ids.empty()) number_by_array(data, heading.ids);
     if (const owned own(data); own.copies) file.data = cells_of(data, own.cells, own.lone);
     forget_copies(file.data, true);
     if (file.data->GetNumberOfPoints() == 0) file.data = nullptr;
     return file;
+}
+
+std::string note_of_doubled_nodes(int64_t doubled)
+{
+    if (doubled == 0) return "";
+    return std::to_string(doubled) +
+           " node(s) of the pieces stand where another of the same piece does: the list has no global "
+           "numbers of "
+           "nodes to tell which of different pieces are one, and takes those at one place for one";
 }
 
 input_file read_all_listed(const std::string &list)
@@ -134,16 +158,24 @@ input_file read_all_listed(const std::string &list)
     input_file all;
     all.path = list;
     std::vector<vtkSmartPointer<vtkDataSet>> filled;
+    int64_t doubled = 0;
     for (size_t i = 0; i < heading.pieces.size(); ++i) {
         const input_file one = read_listed(list, heading, static_cast<int>(i), false);
         if (one.data != nullptr) filled.push_back(one.data);
+        if (one.data != nullptr && !is_numbered(one.data)) doubled += count_doubled_nodes(one.data);
         for (const std::string &note : one.notes)
             if (std::find(all.notes.begin(), all.notes.end(), note) == all.notes.end())
                 all.notes.push_back(note);
     }
     if (filled.empty()) throw failure(list + ": holds no nodes");
+    if (const std::string note = note_of_doubled_nodes(filled.size() > 1 ? doubled : 0); !note.empty())
+        all.notes.push_back(note);
+    if (!std::all_of(filled.begin(), filled.end(), is_numbered))
+        for (const auto &one : filled)
+            drop_ends(one);
     vtkIdType unlike = 0;
     all.data = joined(std::move(filled), seam_nodes::at_one_place, &unlike);
+    drop_ends(all.data);
     if (unlike > 0)
         all.notes.push_back(
             std::to_string(unlike) +

@@ -8,13 +8,18 @@
 
 #include <vtkSmartPointer.h>
 
+#include <cstdint>
 #include <string>
 
 class vtkDataSet;
 
 // A file of a list of unstructured pieces, with the arrays that the list names; bare: without them. Its data: nullptr
-// where nothing is in it. Throws failure.
+// where nothing is in it. Where the list has global numbers of nodes, they are the nodes' (node_key of join_pieces.hpp),
+// unless a file has one twice. Throws failure.
 input_file read_listed(const std::string &list, const xml_heading &heading, int number, bool bare);
+
+// What to tell of files in which so many nodes stand where another of the same file does; of none: empty.
+std::string note_of_doubled_nodes(int64_t doubled);
 
 // All files of such a list, in their order, with a node for those of several that stand at one place. Throws failure.
 input_file read_all_listed(const std::string &list);

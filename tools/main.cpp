@@ -57,6 +57,9 @@ Several processes, each with its share of the file (see --pieces of a command):
   mpirun -q -n 4 skoklana gradient flow.pvtu --array pressure -o slopes.pvtu
 Without -q mpirun says in words of its own, too, that a process failed.
 
+In lists of pieces (.pvtu, .pvtp) nodes of different files are one where an array of global numbers (with the role
+GlobalIds, or called GlobalNodeId, GlobalPointIds and so on) says so; without one, where they stand at one place.
+
 Exit codes: 0 done, 1 failed, 2 wrong usage, 130 stopped by Ctrl-C.)";
 
 #define COMMAND(name) extern const command_entry name##_command;

@@ -341,7 +341,7 @@ class cell_sorter {
     void add_one(vtkIdType number, const cell_order &order, const vtkIdType *nodes);
     void add_split(vtkIdType number, int type);
     bool inside_out(int kind, const vtkIdType *nodes, const cell_order &order) const;
-    int one(vtkIdType number) const { return mesh->others != nullptr && mesh->others[number] != 0 ? 0 : 1; }
+    int one(vtkIdType number) const { return mesh->is_of_others(number) ? 0 : 1; }
     [[noreturn]] void bad_cell(vtkIdType number, const std::string &what) const
     {
         throw failure(path + ": cell " + std::to_string(number) + " " + what + "; the file may be damaged");
@@ -630,7 +630,7 @@ static void drop_lower_cells(input_mesh *mesh)
     for (auto set = sets.begin(); set != sets.end();) {
         const bool is_lower = cell_kinds[set->kind].ndim < highest;
         for (qx_long cell = 0; is_lower && cell < set->ncells; ++cell)
-            count += mesh->others != nullptr && mesh->others[set->vtk_cell(cell)] != 0 ? 0 : 1;
+            count += mesh->is_of_others(set->vtk_cell(cell)) ? 0 : 1;
         set = is_lower ? sets.erase(set) : set + 1;
     }
     if (count > 0)
@@ -672,7 +672,7 @@ static void cell_sets(const std::string &path, input_mesh *mesh, mesh_use use)
 }
 
 std::unique_ptr<input_mesh> make_mesh(const std::string &path, vtkDataSet *data, mesh_use use,
-                                      const whole_mesh *whole, const std::vector<unsigned char> *others)
+                                      const whole_mesh *whole, const piece_marks *others)
 {
     const crash_guard guard(path); // VTK walks lists that came from the file
     auto mesh = std::make_unique<input_mesh>();
@@ -689,7 +689,7 @@ std::unique_ptr<input_mesh> make_mesh(const std::string &path, vtkDataSet *data,
     const bool in_place = !lattice || set_dims(mesh.get(), dims);
 
     mesh->whole = whole;
-    if (others != nullptr && !others->empty()) mesh->others = others->data();
+    if (others != nullptr && !others->empty()) mesh->others = others;
     if (!lattice || (whole != nullptr ? whole->dropped : any_dropped(data)))
         cell_sets(path, mesh.get(), use);
     else if (structured != nullptr || !in_place)

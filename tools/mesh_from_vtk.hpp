@@ -1,6 +1,8 @@
 // VTK data sets as meshes of the library.
 #pragma once
 
+#include "piece_marks.hpp"
+
 #include <skoklana/cell_nodes.h>
 #include <skoklana_host.h>
 
@@ -57,6 +59,10 @@ struct input_mesh {
     }
     // The same for a list of them, appended.
     void vtk_cells(size_t set, qx_long count, const qx_long *local, std::vector<qx_long> *to) const;
+    bool is_of_others(vtkIdType vtk_cell) const
+    {
+        return others != nullptr && (*others)[static_cast<size_t>(vtk_cell)] != 0;
+    }
     // Calls take(nodes, count) for every cell, with its nodes in no particular order.
     template <typename Take> void each_cell(Take take) const;
     // The cell kind of a set; of structured meshes, lines, quadrilaterals or hexahedra.
@@ -67,9 +73,9 @@ struct input_mesh {
     // In words: "20 x 30 x 40 nodes", "1522 tetrahedra".
     std::string size_in_words() const;
 
-    const float *positions = nullptr;      // of curvilinear meshes and cell sets: rows of 3
-    const whole_mesh *whole = nullptr;     // of pieces
-    const unsigned char *others = nullptr; // of pieces: see make_mesh, which alone looks at it
+    const float *positions = nullptr;    // of curvilinear meshes and cell sets: rows of 3
+    const whole_mesh *whole = nullptr;   // of pieces
+    const piece_marks *others = nullptr; // of pieces: see make_mesh, which alone looks at it
     // what the field borrows where VTK has nothing of that layout
     std::vector<float> coords, axes[3], corners;
 };
@@ -119,8 +125,7 @@ struct whole_mesh {
 // whole: of pieces. others: marks of cells that the notes do not count, as they are another piece's; nullptr or empty:
 // there are none. Throws failure, whose text starts with path.
 std::unique_ptr<input_mesh> make_mesh(const std::string &path, vtkDataSet *data, mesh_use use,
-                                      const whole_mesh *whole = nullptr,
-                                      const std::vector<unsigned char> *others = nullptr);
+                                      const whole_mesh *whole = nullptr, const piece_marks *others = nullptr);
 
 // The worst rounding of the coordinates to float; 0 where they are float.
 double rounding_of(vtkDataSet *data);

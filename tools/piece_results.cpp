@@ -235,6 +235,7 @@ void piece_results::add(const input &in, vtkDataSet *made)
         if (in.piece != own->piece_in_hand) own->write_piece_in_hand();
         own->piece_in_hand = in.piece;
         own->in_hand.push_back(made);
+        if (in.ends_piece) own->write_piece_in_hand(); // before the next takes memory of its own
     } catch (const std::bad_alloc &) {
         too_large(own->path);
     }

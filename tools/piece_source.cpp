@@ -1,6 +1,7 @@
 #include "piece_source.hpp"
 
 #include "cell_order.hpp"
+#include "console.hpp"
 #include "failure.hpp"
 #include "listed_files.hpp"
 #include "packing.hpp"
@@ -161,7 +162,7 @@ class slab_source : public piece_source {
     int slab_axis() const;
     int cells_along() const;
     bool slab(int number, int layers, int *extent) const;
-    std::vector<vtkIdType> numbers_in(const int *own, const int *extent) const;
+    piece_numbers numbers_in(const int *own, const int *extent) const;
 
     std::string path;
     xml_heading heading;
@@ -227,23 +228,17 @@ vtkSmartPointer<vtkDataSet> slab_source::nodes_within(const int *extent, bool ba
 }
 
 // Of nodes between two slabs the lower one has the number.
-std::vector<vtkIdType> slab_source::numbers_in(const int *own, const int *extent) const
+piece_numbers slab_source::numbers_in(const int *own, const int *extent) const
 {
     const int *whole = heading.extent;
     const int axis = slab_axis();
-    const auto along = [&](int d) { return vtkIdType{whole[2 * d + 1]} - whole[2 * d] + 1; };
     int part[6];
     std::copy_n(own, 6, part);
     if (part[2 * axis] > whole[2 * axis]) ++part[2 * axis];
-    const marks others = marks_outside(part, extent, false);
-    std::vector<vtkIdType> numbers;
-    for (vtkIdType k = extent[4]; k <= extent[5]; ++k)
-        for (vtkIdType j = extent[2]; j <= extent[3]; ++j)
-            for (vtkIdType i = extent[0]; i <= extent[1]; ++i)
-                numbers.push_back(others[numbers.size()] != 0
-                                      ? -1
-                                      : i - whole[0] + along(0) * (j - whole[2] + along(1) * (k - whole[4])));
-    return numbers;
+    const piece_marks others = marks_outside(part, extent, false),
+                      in_whole = marks_outside(part, whole, false);
+    return {others.first_own(), others.end_of_own(), others.size(),
+            static_cast<vtkIdType>(in_whole.first_own())};
 }
 
 read_piece slab_source::read(const piece_unit &unit)
@@ -310,6 +305,7 @@ class list_source : public piece_source {
     vtkSmartPointer<vtkPointSet> file(int number, bool bare);
     std::vector<vtkIdType> numbers_in_file(int number, vtkPointSet *data);
     vtkIdType number_files();
+    void forget_numbers();
 
     std::string path;
     xml_heading heading;
@@ -414,7 +410,7 @@ vtkSmartPointer<vtkPointSet> neighbours_in(vtkPointSet *data, vtkPointSet *piece
         bool inside = true;
         for (size_t d = 0; d < 3; ++d)
             inside = inside && at[d] >= box[2 * d] && at[d] <= box[2 * d + 1];
-        if (inside) places[at] = 1;
+        if (inside) places[node_key(piece, node)] = 1;
     }
     marks near(static_cast<size_t>(data->GetNumberOfPoints()));
     double around[6];
@@ -425,7 +421,7 @@ vtkSmartPointer<vtkPointSet> neighbours_in(vtkPointSet *data, vtkPointSet *piece
         bool inside = true;
         for (size_t d = 0; d < 3; ++d)
             inside = inside && at[d] >= around[2 * d] && at[d] <= around[2 * d + 1];
-        near[node] = inside && places.count(at) != 0 ? 1 : 0;
+        near[node] = inside && places.count(node_key(data, static_cast<vtkIdType>(node))) != 0 ? 1 : 0;
     }
     marks keep(static_cast<size_t>(data->GetNumberOfCells()));
     vtkNew<vtkIdList> nodes;
@@ -518,16 +514,16 @@ read_piece with_layer(vtkPointSet *own, const std::vector<vtkSmartPointer<vtkPoi
             all = reordered_as(grid, order);
     }
     piece.data = all;
-    for (vtkIdType cell = 0; cell < all->GetNumberOfCells(); ++cell)
-        piece.ghost_cell.push_back(marks_of(all)->GetValue(cell) == is_own ? 0 : 1);
+    marks ghosts(static_cast<size_t>(all->GetNumberOfCells()));
+    for (size_t cell = 0; cell < ghosts.size(); ++cell)
+        ghosts[cell] = marks_of(all)->GetValue(static_cast<vtkIdType>(cell)) == is_own ? 0 : 1;
     all->GetCellData()->RemoveArray(owned);
     if (all->GetNumberOfPoints() == own->GetNumberOfPoints() &&
-        all->GetNumberOfCells() == own->GetNumberOfCells()) {
-        piece.ghost_cell.clear();
+        all->GetNumberOfCells() == own->GetNumberOfCells())
         return piece;
-    }
-    piece.ghost_node.assign(static_cast<size_t>(all->GetNumberOfPoints()), 1);
-    std::fill_n(piece.ghost_node.begin(), own->GetNumberOfPoints(), static_cast<unsigned char>(0));
+    piece.ghost_cell = std::move(ghosts);
+    piece.ghost_node = {0, static_cast<size_t>(own->GetNumberOfPoints()),
+                        static_cast<size_t>(all->GetNumberOfPoints())};
     return piece;
 }
 
@@ -594,10 +590,19 @@ read_piece list_source::read(const piece_unit &unit)
         }
     });
     if (!needs.numbers) return piece;
-    piece.number =
+    std::vector<vtkIdType> numbers =
         numbers_of_stretch(whole_file, numbers_in_file(unit.number, whole_file), unit.part, unit.nparts);
-    piece.number.resize(static_cast<size_t>(piece.data->GetNumberOfPoints()), -1);
+    numbers.resize(static_cast<size_t>(piece.data->GetNumberOfPoints()), -1);
+    piece.number = std::move(numbers);
     return piece;
+}
+
+// They are none that tell nodes apart.
+void list_source::forget_numbers()
+{
+    heading.ids.clear();
+    for (const auto &[number, data] : files)
+        if (data != nullptr) drop_ends(data);
 }
 
 // Nodes that an earlier file has, too, are that one's; of several at one place as many as it has.
@@ -616,7 +621,7 @@ std::vector<vtkIdType> list_source::numbers_in_file(int number, vtkPointSet *dat
             bool within = true;
             for (size_t d = 0; d < 3; ++d)
                 within = within && at[d] >= figures.box[2 * d] && at[d] <= figures.box[2 * d + 1];
-            if (within) ++here[at];
+            if (within) ++here[node_key(earlier, node)];
         }
         for (const auto &[at, count] : here)
             taken[at] = std::max(taken[at], count);
@@ -626,8 +631,8 @@ std::vector<vtkIdType> list_source::numbers_in_file(int number, vtkPointSet *dat
     std::vector<vtkIdType> numbers;
     for (vtkIdType node = 0; node < data->GetNumberOfPoints(); ++node) {
         const node_place at = place_of(data, node);
-        const auto found =
-            std::isfinite(at[0] + at[1] + at[2]) ? taken.find(at) : taken.end(); // of no place: none
+        const auto found = std::isfinite(at[0] + at[1] + at[2]) ? taken.find(node_key(data, node))
+                                                                : taken.end(); // of no place: none
         const bool is_others = found != taken.end() && found->second-- > 0;
         numbers.push_back(is_others ? -1 : next++);
     }
@@ -663,10 +668,21 @@ whole_mesh list_source::survey(mesh_figures *figures)
 {
     const int n = processes::size(), nfiles = static_cast<int>(heading.pieces.size());
     std::string own;
+    int64_t doubled = 0;
+    bool numbered = !heading.ids.empty();
     processes::agree([&] {
-        for (int f = 0; f < nfiles; ++f)
-            if (share_of(f, n, nfiles) == processes::rank()) own += as_text(figures_of(file(f, true))) + "\n";
+        for (int f = 0; f < nfiles; ++f) {
+            if (share_of(f, n, nfiles) != processes::rank()) continue;
+            const auto data = file(f, true);
+            own += as_text(figures_of(data)) + "\n";
+            if (data == nullptr) continue;
+            if (heading.ids.empty()) doubled += count_doubled_nodes(data);
+            numbered = numbered && is_numbered(data);
+        }
     });
+    if (!heading.ids.empty() && processes::any(!numbered)) forget_numbers();
+    const std::string note = note_of_doubled_nodes(nfiles > 1 ? processes::sum(doubled) : 0);
+    if (!note.empty()) say_note(note);
     for (const std::string &texts : processes::all_of(own)) {
         std::istringstream lines(texts);
         for (std::string line; std::getline(lines, line);)
@@ -703,11 +719,6 @@ class shared_source : public slab_source {
     vtkSmartPointer<vtkDataSet> bare_lattice;
     std::map<int, read_piece> sent_here; // by the number of the unit
 };
-
-std::string as_text(const marks &of)
-{
-    return {reinterpret_cast<const char *>(of.data()), of.size()};
-}
 
 // So that nodes of pieces are one by their number, and not by their place, where several may stand.
 void number_nodes(vtkDataSet *data)
@@ -756,18 +767,18 @@ shared_source::shared_source(const std::string &path_, const read_options &how, 
             if (processes::is_first()) piece = taken(unit);
         });
         if (processes::is_first() && unit.process != 0) {
-            processes::send(as_text(piece.ghost_cell), unit.process);
-            processes::send(as_text(piece.ghost_node), unit.process);
-            packer numbers;
-            numbers.add_list(piece.number);
-            processes::send(numbers.bytes, unit.process);
+            packer known;
+            piece.ghost_cell.pack(&known);
+            piece.ghost_node.pack(&known);
+            piece.number.pack(&known);
+            processes::send(known.bytes, unit.process);
         }
         if (!processes::is_first() && unit.process == processes::rank()) {
-            const std::string cells = processes::receive(0), nodes = processes::receive(0);
-            piece.ghost_cell.assign(cells.begin(), cells.end());
-            piece.ghost_node.assign(nodes.begin(), nodes.end());
-            const std::string numbers = processes::receive(0);
-            piece.number = unpacker(numbers).take_list<vtkIdType>();
+            const std::string bytes = processes::receive(0);
+            unpacker known(bytes);
+            piece.ghost_cell = piece_marks(&known);
+            piece.ghost_node = piece_marks(&known);
+            piece.number = piece_numbers(&known);
         }
         const auto moved = processes::move(piece.data, 0, unit.process);
         if (unit.process != processes::rank()) continue;
@@ -807,8 +818,9 @@ read_piece shared_source::taken(const piece_unit &unit)
     if (!needs.numbers) return piece;
     std::vector<vtkIdType> numbers(static_cast<size_t>(points->GetNumberOfPoints()));
     std::iota(numbers.begin(), numbers.end(), 0);
-    piece.number = numbers_of_stretch(points, numbers, stretch.part, stretch.nparts);
-    piece.number.resize(static_cast<size_t>(piece.data->GetNumberOfPoints()), -1);
+    numbers = numbers_of_stretch(points, numbers, stretch.part, stretch.nparts);
+    numbers.resize(static_cast<size_t>(piece.data->GetNumberOfPoints()), -1);
+    piece.number = std::move(numbers);
     return piece;
 }
 

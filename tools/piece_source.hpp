@@ -21,11 +21,11 @@ struct piece_needs {
 };
 
 struct read_piece {
-    vtkSmartPointer<vtkDataSet> data; // nullptr: nothing is in it
-    marks ghost_cell, ghost_node;     // of the layers; empty: there are none
+    vtkSmartPointer<vtkDataSet> data;   // nullptr: nothing is in it
+    piece_marks ghost_cell, ghost_node; // of the layers; empty: there are none
     // Of each node, where asked for: as the whole's nodes are numbered in a plain start. A node has its number in the
     // first piece that has it; below 0 in the others.
-    std::vector<vtkIdType> number;
+    piece_numbers number;
 };
 
 // A part that is read at once, of which a piece of the results has one or several.

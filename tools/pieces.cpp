@@ -166,17 +166,19 @@ void put_list(const List &list, const char *name, vtkDataSetAttributes *to)
 {
     vtkNew<Array> array;
     array->SetName(name);
-    for (const auto value : list)
-        array->InsertNextValue(value);
+    array->SetNumberOfValues(static_cast<vtkIdType>(list.size()));
+    for (size_t i = 0; i < list.size(); ++i)
+        array->SetValue(static_cast<vtkIdType>(i), list[i]);
     to->AddArray(array);
 }
 
-template <typename Array, typename List>
-void take_list(vtkDataSetAttributes *from, const char *name, List *list)
+template <typename Array> auto list_out_of(vtkDataSetAttributes *from, const char *name)
 {
     auto *array = Array::SafeDownCast(from->GetAbstractArray(name));
-    list->assign(array->GetPointer(0), array->GetPointer(0) + array->GetNumberOfValues());
+    std::vector<typename Array::ValueType> list(array->GetPointer(0),
+                                                array->GetPointer(0) + array->GetNumberOfValues());
     from->RemoveArray(name);
+    return list;
 }
 
 // The extent of a lattice without the layers around it but for so many.
@@ -215,26 +217,33 @@ void drop_outer_layer(input *in, bool one_layer)
                              *const numbers = "numbers in the whole";
     if (in->ghost_cell.empty()) return;
     vtkDataSet *data = in->file.data;
+    int extent[6];
+    if (extent_of(data, extent)) {
+        int own[6], left[6];
+        own_extent_of(*in, own);
+        extent_within(*in, one_layer ? 1 : 0, left);
+        in->file.data = part_of_lattice(data, left);
+        if (!in->node_number.empty()) {
+            const piece_marks outside = marks_outside(left, extent, false);
+            in->node_number =
+                in->node_number.part(outside.first_own(), outside.end_of_own() - outside.first_own());
+        }
+        in->ghost_node = one_layer ? marks_outside(own, left, false) : piece_marks();
+        in->ghost_cell = one_layer ? marks_outside(own, left, true) : piece_marks();
+        return;
+    }
     put_list<vtkUnsignedCharArray>(in->ghost_node, ghosts, data->GetPointData());
     put_list<vtkUnsignedCharArray>(in->ghost_cell, ghost_cells, data->GetCellData());
     if (!in->node_number.empty()) put_list<vtkIdTypeArray>(in->node_number, numbers, data->GetPointData());
-    int extent[6];
-    if (extent_of(data, extent)) {
-        extent_within(*in, one_layer ? 1 : 0, extent);
-        in->file.data = part_of_lattice(data, extent);
-    } else {
-        marks own = in->ghost_node;
-        for (unsigned char &mark : own)
-            mark = mark == 0 ? 1 : 0;
-        in->file.data = cells_of(vtkPointSet::SafeDownCast(data), cells_within(*in, one_layer), own);
-    }
+    in->file.data =
+        cells_of(vtkPointSet::SafeDownCast(data), cells_within(*in, one_layer), in->ghost_node.own());
     vtkDataSet *left = in->file.data;
-    take_list<vtkUnsignedCharArray>(left->GetPointData(), ghosts, &in->ghost_node);
-    take_list<vtkUnsignedCharArray>(left->GetCellData(), ghost_cells, &in->ghost_cell);
-    if (!in->node_number.empty()) take_list<vtkIdTypeArray>(left->GetPointData(), numbers, &in->node_number);
-    if (one_layer) return;
-    in->ghost_node.clear();
-    in->ghost_cell.clear();
+    const marks nodes = list_out_of<vtkUnsignedCharArray>(left->GetPointData(), ghosts);
+    const marks cells = list_out_of<vtkUnsignedCharArray>(left->GetCellData(), ghost_cells);
+    if (!in->node_number.empty())
+        in->node_number = list_out_of<vtkIdTypeArray>(left->GetPointData(), numbers);
+    in->ghost_node = one_layer ? nodes : piece_marks();
+    in->ghost_cell = one_layer ? cells : piece_marks();
 }
 
 } // namespace
@@ -294,6 +303,8 @@ input pieces::plan::piece_of(const piece_unit &unit, bool meshed)
     input in;
     in.file.path = path;
     in.piece = unit.piece;
+    const auto &units = source->units();
+    in.ends_piece = &unit == &units.back() || (&unit)[1].piece != unit.piece;
     read_piece read = source->read(unit);
     if (read.data == nullptr || read.data->GetNumberOfPoints() == 0) return in;
     in.file.data = read.data;
@@ -480,26 +491,17 @@ std::string agreed(const std::string &own)
 
 void own_extent_of(const input &in, int *extent)
 {
-    int all[6], from[3], to[3];
-    size_t at = 0;
+    int all[6];
     extent_of(in.file.data, all);
     std::copy_n(all, 6, extent);
     if (in.ghost_node.empty()) return;
-    std::fill_n(from, 3, std::numeric_limits<int>::max());
-    std::fill_n(to, 3, std::numeric_limits<int>::min());
-    for (int k = all[4]; k <= all[5]; ++k)
-        for (int j = all[2]; j <= all[3]; ++j)
-            for (int i = all[0]; i <= all[1]; ++i, ++at) {
-                if (in.ghost_node[at] != 0) continue;
-                const int node[3] = {i, j, k};
-                for (int d = 0; d < 3; ++d) {
-                    from[d] = std::min(from[d], node[d]);
-                    to[d] = std::max(to[d], node[d]);
-                }
-            }
+    size_t first = in.ghost_node.first_own(), last = in.ghost_node.end_of_own() - 1;
     for (int d = 0; d < 3; ++d) {
-        extent[2 * d] = from[d];
-        extent[2 * d + 1] = to[d];
+        const auto along = static_cast<size_t>(all[2 * d + 1] - all[2 * d] + 1);
+        extent[2 * d] = all[2 * d] + static_cast<int>(first % along);
+        extent[2 * d + 1] = all[2 * d] + static_cast<int>(last % along);
+        first /= along;
+        last /= along;
     }
 }
 
@@ -513,7 +515,8 @@ carried_arrays with_ghost_marks(const input &in, carried_arrays carried)
     marked.name = mark_name;
     marked.type = DTYPE_BYTE;
     const typed_array made = like(marked, count);
-    std::copy(in.ghost_cell.begin(), in.ghost_cell.end(), static_cast<unsigned char *>(made.values));
+    for (size_t cell = 0; cell < in.ghost_cell.size(); ++cell)
+        static_cast<unsigned char *>(made.values)[cell] = in.ghost_cell[cell];
     carried.cell.push_back(made);
     return carried;
 }
@@ -537,12 +540,7 @@ vtkSmartPointer<vtkDataSet> without_ghosts(const input &in, vtkDataSet *made)
         own_extent_of(in, extent);
         return part_of_lattice(made, extent);
     }
-    marks keep = in.ghost_cell, lone = in.ghost_node;
-    for (unsigned char &mark : keep)
-        mark = mark == 0 ? 1 : 0;
-    for (unsigned char &mark : lone)
-        mark = mark == 0 ? 1 : 0;
-    return cells_of(vtkPointSet::SafeDownCast(made), keep, lone);
+    return cells_of(vtkPointSet::SafeDownCast(made), in.ghost_cell.own(), in.ghost_node.own());
 }
 
 vtkSmartPointer<vtkDataSet> without_ghosts(const input &in, vtkDataSet *made,

@@ -199,7 +199,8 @@ static bool is_list(const std::string &type)
 }
 
 // One that knows what can be left out.
-static reader_ptr xml_in_part(const std::string &path, const std::string &head, bool bare)
+static reader_ptr xml_in_part(const std::string &path, const std::string &head, bool bare,
+                              const std::string &kept)
 {
     static const struct {
         const char *type;
@@ -227,6 +228,8 @@ static reader_ptr xml_in_part(const std::string &path, const std::string &head, 
             if (arrays->ArrayExists(vtkDataSetAttributes::GhostArrayName()) != 0)
                 arrays->EnableArray(vtkDataSetAttributes::GhostArrayName());
         }
+        if (!kept.empty() && reader->GetPointDataArraySelection()->ArrayExists(kept.c_str()) != 0)
+            reader->GetPointDataArraySelection()->EnableArray(kept.c_str());
         return made;
     }
     return plain<vtkXMLGenericDataObjectReader>(path);
@@ -420,7 +423,7 @@ static reader_ptr choose_reader(const std::string &path, const read_options &opt
     if (marked && !options.solution.empty()) refuse_solution(path);
     if (starts_with(head, "# vtk DataFile")) return legacy(path);
     if (head.find("<VTKFile") != std::string::npos)
-        return options.bare || !options.extent.empty() ? xml_in_part(path, head, options.bare)
+        return options.bare || !options.extent.empty() ? xml_in_part(path, head, options.bare, options.kept)
                                                        : plain<vtkXMLGenericDataObjectReader>(path);
     if (starts_with(head, "ply\n") || starts_with(head, "ply\r")) return plain<vtkPLYReader>(path);
     if (is_binary_stl(path, head)) return plain<vtkSTLReader>(path);
@@ -705,15 +708,49 @@ static std::vector<xml_heading::array> arrays_in(vtkXMLDataElement *list, bool *
     for (int i = 0; list != nullptr && i < list->GetNumberOfNestedElements(); ++i) {
         vtkXMLDataElement *one = list->GetNestedElement(i);
         const char *name = one->GetAttribute("Name");
-        int components = 1;
+        int components = 1, type = VTK_FLOAT;
         one->GetScalarAttribute("NumberOfComponents", components);
+        one->GetWordTypeAttribute("type", type);
+        int of_ids = 0;
+        if (one->GetScalarAttribute("IdType", of_ids) != 0 && of_ids == 1) type = VTK_ID_TYPE;
         if (name == nullptr) continue;
         if (std::string(name) == vtkDataSetAttributes::GhostArrayName())
             *ghosts = true;
         else
-            arrays.push_back({name, components});
+            arrays.push_back({name, components, type});
     }
     return arrays;
+}
+
+// The attribute GlobalIds of the first tag of that name in a file.
+static std::string global_ids_in(const std::string &path, const char *tag)
+{
+    constexpr size_t most = 1 << 16; // tags of pieces stand at the start
+    std::ifstream file(path, std::ios::binary);
+    std::string text(most, '\0');
+    file.read(text.data(), static_cast<std::streamsize>(text.size()));
+    text.resize(static_cast<size_t>(file.gcount()));
+    const size_t from = text.find(tag), to = text.find('>', from);
+    const std::string mark = "GlobalIds=\"";
+    const size_t at = text.find(mark, from);
+    if (from == std::string::npos || at == std::string::npos || at > to) return "";
+    return text.substr(at + mark.size(), text.find('"', at + mark.size()) - at - mark.size());
+}
+
+// The node array that numbers the nodes of all pieces: by its role in the list or in a piece, or by the names that
+// programs give it.
+static std::string global_ids_of(const std::string &path, const xml_heading &heading)
+{
+    std::vector<std::string> names = {global_ids_in(path, "<PPointData")};
+    for (size_t i = 0; i < heading.pieces.size() && names.back().empty(); ++i)
+        names.push_back(global_ids_in(heading.pieces[i].path, "<PointData"));
+    for (const char *usual :
+         {"GlobalNodeId", "GlobalNodeIds", "GlobalPointIds", "vtkGlobalNodeId", "vtkGlobalIds"})
+        names.emplace_back(usual);
+    for (const std::string &name : names)
+        for (const xml_heading::array &one : heading.node)
+            if (one.name == name && one.components == 1) return name;
+    return "";
 }
 
 // What a list holds beside the extent of the whole.
@@ -738,6 +775,8 @@ static void read_list(const std::string &path, xml_heading *heading)
         one->GetVectorAttribute("Extent", 6, piece.extent);
         heading->pieces.push_back(piece);
     }
+    if (heading->type == "PUnstructuredGrid" || heading->type == "PPolyData")
+        heading->ids = global_ids_of(path, *heading);
 }
 
 xml_heading read_xml_heading(const std::string &path)
@@ -753,7 +792,7 @@ xml_heading read_xml_heading(const std::string &path)
     const crash_guard guard(path);
     check_whole_file(path, head);
     vtk_messages::take_errors();
-    const reader_ptr made = xml_in_part(path, head, false);
+    const reader_ptr made = xml_in_part(path, head, false, "");
     made->UpdateInformation();
     std::vector<std::string> notes;
     check_complaints(path, &notes);

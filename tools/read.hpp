@@ -13,7 +13,8 @@ struct read_options {
     int step = 0;         // of a file of several time steps, from 0
     std::string solution; // PLOT3D: the file with the data; empty: looked for beside the grid
     // Of VTK's XML files only:
-    bool bare = false; // without arrays but for the marks of hidden cells and copies
+    bool bare = false; // without arrays but for the marks of hidden cells and copies, and the node array kept
+    std::string kept;
     std::vector<int>
         extent; // of lattices: the first and last node along each axis, of those to read; empty: all
     bool may_be_empty = false; // no nodes are no failure
@@ -44,10 +45,11 @@ struct xml_heading {
     std::vector<piece> pieces; // of lists
     struct array {
         std::string name;
-        int components;
+        int components, type; // VTK's
     };
     std::vector<array> node, cell; // of lists
     bool ghosts = false;           // there may be marks of hidden cells and copies
+    std::string ids; // of lists: the node array that numbers the nodes of all pieces; empty: none
 };
 // Throws failure where the file cannot be opened, or is a list of pieces and damaged.
 xml_heading read_xml_heading(const std::string &path);

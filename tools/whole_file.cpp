@@ -8,10 +8,12 @@
 #include "failure.hpp"
 
 #include <algorithm>
+#include <cctype>
 #include <cstdint>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <vector>
 
 namespace {
@@ -253,4 +255,26 @@ void check_whole_file(const std::string &path, const std::string &head)
         netcdf_header(path, head[3]).check();
     else if (head.find("<VTKFile") != std::string::npos)
         appended_data(path).check();
+}
+
+bool is_xml_without_nodes(const std::string &path, const std::string &type)
+{
+    constexpr uintmax_t most = 1 << 20; // who has nothing to tell is short
+    std::error_code code;
+    if (const uintmax_t size = std::filesystem::file_size(path, code); code || size > most) return false;
+    std::ifstream file(path, std::ios::binary);
+    std::string text{std::istreambuf_iterator<char>(file), {}};
+    for (char &c : text)
+        c = c == '\'' ? '"' : isspace(static_cast<unsigned char>(c)) != 0 ? ' ' : c;
+    const auto tag_at = [&](size_t at) { return text.substr(at, text.find('>', at) - at); };
+    const size_t root = text.find("<VTKFile ");
+    if (root == std::string::npos || attribute(tag_at(root), "type") != type ||
+        text.find("</VTKFile") == std::string::npos)
+        return false;
+    text.resize(std::min(text.find("<AppendedData"), text.size()));
+    for (size_t at = text.find("<Piece", root); at != std::string::npos; at = text.find("<Piece", at + 1)) {
+        const std::string nodes = attribute(tag_at(at), "NumberOfPoints");
+        if (nodes.empty() || nodes.find_first_not_of("0 ") != std::string::npos) return false;
+    }
+    return true;
 }
