@@ -5,51 +5,99 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <optional>
 
 static constexpr int steps_a_cell = 4;
 
 namespace {
 
-// Notes the places that are looked for in the mesh and not found, while it stands.
-class missed_places {
+// A mesh that goes on beyond its cells as far as is known, while it stands: each place there is a cell of its own. Notes
+// the places that are looked for and not known. A place just outside of a copy may be in a cell beyond, and is of these.
+// One a thread at a time.
+class mesh_beyond {
   public:
-    // to: null for none.
-    missed_places(mesh_info *mesh_, handed_over *to) : mesh(mesh_), usual(mesh->methods)
+    mesh_beyond(const line_tracer &tracer_, mesh_info *mesh_, const std::vector<known_place> &known_,
+                std::vector<position> *unknown_)
+        : tracer(tracer_), mesh(mesh_), usual(mesh->methods), methods(*usual), known(known_),
+          unknown(unknown_), first_cell(std::max(mesh->nnodes, mesh->ncells))
     {
-        if (to == nullptr) return;
-        to->nbeyond = 0;
-        noted = to;
-        look = usual->find_cell_func;
-        watched = *usual;
-        watched.find_cell_func = find_cell;
-        mesh->methods = &watched;
+        methods.find_cell_func = find_cell;
+        methods.interp_data_func = interpolate;
+        methods.cell_extent_func = extent_of_cell;
+        mesh->methods = &methods;
+        standing = this;
     }
-    ~missed_places()
+    ~mesh_beyond()
     {
         mesh->methods = usual;
-        noted = nullptr;
+        standing = nullptr;
     }
-    missed_places(const missed_places &) = delete;
-    missed_places &operator=(const missed_places &) = delete;
+    mesh_beyond(const mesh_beyond &) = delete;
+    mesh_beyond &operator=(const mesh_beyond &) = delete;
+
+    // Null: the cell is the mesh's own.
+    static const field_at *field_of(qx_long cell)
+    {
+        if (standing == nullptr || cell < standing->first_cell) return nullptr;
+        return &standing->known[static_cast<size_t>(cell - standing->first_cell)].field;
+    }
 
   private:
     static int find_cell(mesh_info *in, const blk_tbl *table, const float *point, qx_long *cell, float *uvw)
     {
-        const int found = look(in, table, point, cell, uvw);
-        if (found != 1 && noted->nbeyond < most_places_beyond)
-            std::copy_n(point, 3, noted->beyond[noted->nbeyond++]);
-        return found;
+        const int found = standing->usual->find_cell_func(in, table, point, cell, uvw);
+        const line_tracer &in_piece = standing->tracer;
+        if (found == 1 && (!in_piece.is_within || !in_piece.is_copy || !in_piece.is_copy(*cell) ||
+                           in_piece.is_within(point)))
+            return 1;
+        const position at = {point[0], point[1], point[2]};
+        const auto is_there = [&](const known_place &one) { return one.at == at; };
+        const auto &known = standing->known;
+        const auto one = std::find_if(known.begin(), known.end(), is_there);
+        if (one == known.end()) {
+            auto &unknown = *standing->unknown;
+            if (std::find(unknown.begin(), unknown.end(), at) == unknown.end()) unknown.push_back(at);
+            return found;
+        }
+        // of cells that it is beside of, the piece's own counts
+        if (one->field.what == field_at::nothing || (found == 1 && one->apart > 0)) return found;
+        *cell = standing->first_cell + (one - known.begin());
+        std::fill_n(uvw, 3, 0.0f);
+        return 1;
     }
 
-    static thread_local decltype(mesh_methods::find_cell_func) look;
-    static thread_local handed_over *noted;
+    static int interpolate(mesh_info *in, qx_long cell, int veclen, const void *data, int data_type,
+                           int null_flag, const void *null_value, int npts, const float *uvw, float *out)
+    {
+        const field_at *field = field_of(cell);
+        if (field == nullptr)
+            return standing->usual->interp_data_func(in, cell, veclen, data, data_type, null_flag, null_value,
+                                                     npts, uvw, out);
+        for (int i = 0; i < npts; ++i)
+            std::copy_n(field->vector, veclen, out + i * veclen);
+        return field->what == field_at::a_vector ? 1 : 0;
+    }
+
+    // The size of a step that nobody takes from there.
+    static int extent_of_cell(mesh_info *in, qx_long cell, float *min, float *max)
+    {
+        if (field_of(cell) == nullptr) return standing->usual->cell_extent_func(in, cell, min, max);
+        std::fill_n(min, in->nspace, 0.0f);
+        std::fill_n(max, in->nspace, 1.0f);
+        return 1;
+    }
+
+    static thread_local mesh_beyond *standing;
+    const line_tracer &tracer;
     mesh_info *const mesh;
     mesh_methods *const usual;
-    mesh_methods watched;
+    mesh_methods methods;
+    const std::vector<known_place> &known;
+    std::vector<position> *const unknown;
+    const qx_long first_cell;
 };
 
-thread_local decltype(mesh_methods::find_cell_func) missed_places::look;
-thread_local handed_over *missed_places::noted;
+thread_local mesh_beyond *mesh_beyond::standing;
 
 } // namespace
 
@@ -85,25 +133,52 @@ traced_line line_tracer::trace(const float *seed)
 {
     traced_line line;
     handed_over nowhere;
+    const position from = {seed[0], seed[1], seed[2]};
     if (options.both) {
-        line.began = trace_one_way(seed, -1, {}, &line.nodes, &nowhere);
+        line.began = trace_one_way(from, -1, {}, {}, &line.nodes, &nowhere);
         std::reverse(line.nodes.begin(), line.nodes.end());
         if (!line.nodes.empty()) line.nodes.pop_back(); // the seed, which the other way begins with
     }
-    line.ended = trace_one_way(seed, 1, {}, &line.nodes, &nowhere);
-    line.in_cell = !line.nodes.empty() || is_in_cell(seed);
+    line.ended = trace_one_way(from, 1, {}, {}, &line.nodes, &nowhere);
+    line.in_cell = !line.nodes.empty() || is_in_cell(from);
     return line;
 }
 
-bool line_tracer::is_in_cell(const float *point)
-{
-    return cell_of(point) >= 0;
-}
-
-qx_long line_tracer::cell_of(const float *point)
+bool line_tracer::is_in_cell(const position &at)
 {
     line_node node;
-    return locate(point, &node) ? node.cell : -1;
+    return locate(at.data(), &node);
+}
+
+field_at line_tracer::look_at(const position &at, found_place *found)
+{
+    field_at field;
+    line_node node;
+    if (!locate(at.data(), &node)) return field;
+    *found = {node.cell, !is_within || is_within(node.at) ? 0 : apart(node)};
+    field.what = sample(&node) ? field_at::a_vector : field_at::no_value;
+    if (options.ribbon_width > 0) take_curl(&node);
+    std::copy_n(node.vector, 3, field.vector);
+    std::copy_n(node.curl, 3, field.curl);
+    return field;
+}
+
+// Parameters are those of the nearest place in the cell.
+float line_tracer::apart(const line_node &node) const
+{
+    float there[3] = {0, 0, 0}, high[3];
+    if (mesh->coords != nullptr)
+        mesh->methods->interp_data_func(mesh, node.cell, mesh->nspace, mesh->coords, DTYPE_FLOAT, 0, nullptr,
+                                        1, node.uvw, there);
+    else if (mesh->methods->cell_extent_func(mesh, node.cell, there, high) == 1)
+        for (int d = 0; d < 3; ++d)
+            there[d] = std::min(std::max(node.at[d], there[d]), high[d]);
+    return std::max(static_cast<float>(distance(node.at, there)), std::numeric_limits<float>::min());
+}
+
+bool line_tracer::is_elsewhere(qx_long cell)
+{
+    return mesh_beyond::field_of(cell) != nullptr || (is_copy && is_copy(cell));
 }
 
 bool line_tracer::locate(const float *point, line_node *node)
@@ -126,6 +201,10 @@ bool line_tracer::sample(line_node *node)
 // vectors on surfaces.
 void line_tracer::take_curl(line_node *node)
 {
+    if (const field_at *known = mesh_beyond::field_of(node->cell)) {
+        std::copy_n(known->curl, 3, node->curl);
+        return;
+    }
     std::fill_n(node->curl, 3, cell_ndim == 2 ? 0.0f : std::numeric_limits<float>::quiet_NaN());
     float slopes[9]; // of each component along each axis
     if (cell_ndim < 3 || UTILderiv_3d(mesh, node->cell, veclen(), data(), type(), vectors.null_flag,
@@ -227,32 +306,35 @@ bool line_tracer::add(const line_node &node, double *length, std::vector<line_no
     return goes_on;
 }
 
-line_end line_tracer::trace_one_way(const float *from, int direction, const line_progress &so_far,
-                                    std::vector<line_node> *nodes, handed_over *over)
+line_end line_tracer::trace_one_way(const position &from, int direction, const line_progress &so_far,
+                                    const std::vector<known_place> &known, std::vector<line_node> *nodes,
+                                    handed_over *over)
 {
+    over->unknown.clear();
+    std::optional<mesh_beyond> beyond;
+    // the library's own search is faster as it is
+    if (!known.empty() || is_within) beyond.emplace(*this, mesh, known, &over->unknown);
     const size_t before = nodes->size();
-    const line_end ended = follow(from, direction, so_far, nodes, over);
-    if (options.ribbon_width == 0) return ended;
-    for (size_t i = before; i < nodes->size(); ++i)
+    const int most = static_cast<int>(room) - so_far.steps;
+    int count = 0;
+    float work[3];
+    const int done = UTILstream_line(mesh, table.get(), data(), type(), veclen(), vectors.null_flag,
+                                     vectors.null_value(), options.order, direction, steps_a_cell,
+                                     options.min_speed, from.data(), most, &count, points.data(), rows.data(),
+                                     1, cells.data(), uvws.data(), speeds.data(), steps.data(), work);
+    if (done != 1) return line_end::left_mesh;
+    if (in_pieces && !beyond) beyond.emplace(*this, mesh, known, &over->unknown);
+    const line_end ended = follow(count, most, direction, so_far, nodes, over);
+    for (size_t i = before; i < nodes->size() && options.ribbon_width > 0; ++i)
         take_curl(&(*nodes)[i]);
-    if (ended == line_end::goes_on) take_curl(over->at_rim ? &over->rim : &over->node);
     return ended;
 }
 
-line_end line_tracer::follow(const float *from, int direction, const line_progress &so_far,
+// The line that was traced, with times, as far as it counts; and what lies behind its last node.
+line_end line_tracer::follow(int count, int most, int direction, const line_progress &so_far,
                              std::vector<line_node> *nodes, handed_over *over)
 {
-    int count = 0;
-    float work[3];
-    const int most = static_cast<int>(room) - so_far.steps;
-    const int done = UTILstream_line(mesh, table.get(), data(), type(), veclen(), vectors.null_flag,
-                                     vectors.null_value(), options.order, direction, steps_a_cell,
-                                     options.min_speed, from, most, &count, points.data(), rows.data(), 1,
-                                     cells.data(), uvws.data(), speeds.data(), steps.data(), work);
-    if (done != 1 || count == 0) return line_end::left_mesh;
     double time = so_far.time, length = so_far.length;
-    int first_in_cell = 0; // of the nodes; and how long the line was there
-    double length_there = length;
     for (int i = 0; i < count; ++i) {
         line_node node;
         const auto row = static_cast<size_t>(i);
@@ -267,21 +349,19 @@ line_end line_tracer::follow(const float *from, int direction, const line_progre
             nodes->push_back(node);
         else if (!add(node, &length, nodes))
             return line_end::max_length;
-        if (i > 0 && node.cell != cells[row - 1]) {
-            first_in_cell = i;
-            length_there = length;
+        const bool is_first = i == 0 || node.cell != cells[row - 1];
+        if (is_first) {
+            std::copy_n(node.at, 3, over->at.begin());
+            over->so_far = {so_far.steps + i, time, length};
+            over->node = nodes->size() - 1;
         }
         if (i + 1 == most) return line_end::max_steps;
-        if (i > 0 && first_in_cell == i && is_copy && is_copy(node.cell)) {
-            over->node = nodes->back();
-            over->so_far = {so_far.steps + i, over->node.time, length};
-            over->at_rim = false;
+        if (i > 0 && is_first && is_elsewhere(node.cell)) {
             nodes->pop_back();
             return line_end::goes_on;
         }
         double h = steps[row];
         float end[3] = {0, 0, 0};
-        const missed_places watch(mesh, is_copy && i + 1 == count ? over : nullptr);
         const int result = repeat_step(node, direction, &h, end);
         time += h;
         if (i + 1 < count) continue;
@@ -289,16 +369,7 @@ line_end line_tracer::follow(const float *from, int direction, const line_progre
         line_node rim;
         const bool has_rim = ended == line_end::left_mesh || ended == line_end::no_value;
         if (!has_rim || !find_rim(node, h, &rim)) return ended;
-        if (!add(rim, &length, nodes)) return line_end::max_length;
-        if (ended != line_end::left_mesh || !is_copy) return ended;
-        over->rim = nodes->back();
-        over->at_the_rim = {so_far.steps + i + 1, rim.time, length};
-        nodes->pop_back();
-        over->at_rim = true;
-        over->redo = i + 1 - first_in_cell;
-        over->node = (*nodes)[nodes->size() - static_cast<size_t>(over->redo)];
-        over->so_far = {so_far.steps + first_in_cell, over->node.time, length_there};
-        return line_end::goes_on;
+        return add(rim, &length, nodes) ? ended : line_end::max_length;
     }
     return line_end::left_mesh;
 }

@@ -12,6 +12,7 @@
 
 #include <skoklana_host.h>
 
+#include <array>
 #include <functional>
 #include <memory>
 #include <vector>
@@ -37,21 +38,32 @@ struct line_progress {
     double time = 0, length = 0;
 };
 
-constexpr int most_places_beyond = 20;
+using position = std::array<float, 3>;
 
-// A node from which a line goes on in another piece.
+// What the field is at a place.
+struct field_at {
+    enum kind { nothing, no_value, a_vector } what = nothing; // nothing: no cell is there
+    float vector[3] = {0, 0, 0}, curl[3] = {0, 0, 0};
+};
+struct found_place {
+    qx_long cell = -1; // as the mesh numbers it; -1: none
+    float apart = 0;   // how far the place lies outside of it
+};
+struct known_place {
+    position at;
+    field_at field;
+    float apart; // that the place lies outside of its cell
+};
+
+// Where a line that leaves a piece is taken up: at its first node in a cell, as steps within the cell depend on those
+// before.
 struct handed_over {
-    line_node node;
+    position at = {0, 0, 0};
     line_progress so_far;
-    // A step leaves the piece and its copies, at rim. Whether the mesh ends there is told by the places beyond: those that
-    // were looked for and not found. As steps within a cell depend on those before, the line goes on from its first node in
-    // the cell, and redo of the nodes are made anew.
-    bool at_rim;
-    int redo;
-    int nbeyond;
-    float beyond[most_places_beyond][3];
-    line_node rim;
-    line_progress at_the_rim;
+    size_t node = 0; // its index
+    // Places that the line came to and that neither the piece nor its copies have. Until others tell what is there the
+    // line ends as if nothing were; from the index on its nodes are made anew with what they tell.
+    std::vector<position> unknown;
 };
 
 struct freed_locator {
@@ -67,15 +79,19 @@ class line_tracer {
     bool open_exactly(const host_locator *locator);
     // The line from a seed; without nodes where the seed has none.
     traced_line trace(const float *seed);
-    bool is_in_cell(const float *point);
-    // The cell of a point as the mesh numbers it; -1: none.
-    qx_long cell_of(const float *point);
+    bool is_in_cell(const position &at);
 
-    // Traces on from a place, one way. Where is_copy is set the line goes on elsewhere from its first node in another
-    // such cell than from's: goes_on, and that node is in over in place of nodes. Or from a step out of the piece.
-    line_end trace_one_way(const float *from, int direction, const line_progress &so_far,
-                           std::vector<line_node> *nodes, handed_over *over);
-    std::function<bool(qx_long)> is_copy;
+    // Traces on from a place, one way; in pieces with what is known beyond this one. There the line goes on elsewhere from
+    // its first node in a copy or beyond: goes_on, and that node is in over in place of nodes.
+    line_end trace_one_way(const position &from, int direction, const line_progress &so_far,
+                           const std::vector<known_place> &known, std::vector<line_node> *nodes,
+                           handed_over *over);
+    // What another piece is told of a place.
+    field_at look_at(const position &at, found_place *found);
+    bool in_pieces = false;
+    std::function<bool(qx_long)> is_copy; // a cell; empty: none is
+    // Whether a cell has a place within its faces; they all reach a little beyond. Empty: all do.
+    std::function<bool(const float *)> is_within;
 
   private:
     // The field as arguments of the library.
@@ -85,9 +101,11 @@ class line_tracer {
 
     bool locate(const float *point, line_node *node);
     bool sample(line_node *node);
+    float apart(const line_node &node) const;
     void take_curl(line_node *node);
-    line_end follow(const float *from, int direction, const line_progress &so_far,
+    line_end follow(int count, int most, int direction, const line_progress &so_far,
                     std::vector<line_node> *nodes, handed_over *over);
+    bool is_elsewhere(qx_long cell);
     float cell_size(qx_long cell);
     int repeat_step(const line_node &node, int direction, double *h, float *end);
     line_end why(int result, const float *end);

@@ -44,7 +44,6 @@ struct stream_lines {
     int64_t still = 0;            // seeds without a value or slower than the least speed
     int64_t pointlike = 0;        // seeds from which no step leads on
     bool flattened = false;       // vectors stuck out of a flat mesh
-    int64_t shortened = 0;        // lines with a step that no piece could take whole
     int64_t plain = 0;            // lines that no ribbon could be made of: they are among the data as lines
 };
 

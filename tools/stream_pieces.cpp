@@ -1,7 +1,10 @@
 // A line is traced in a piece with the layer of cells around it as far as its nodes lie in cells of the piece's own. A step
 // from there ends in the layer, and is what it is in the whole. The node in the layer is handed over: to the piece
-// that has its cell. Where cells of the layer are thin a step may leave it: then a piece that has both its ends, if only in
-// its layer, takes it anew, from the line's first node in the cell.
+// that has its cell.
+//
+// Where cells of the layer are thin, or the mesh's parts share no nodes, a step may come to places that the piece does not
+// know. Then all pieces are asked what is there. If nothing is, the mesh ends, and so does the line. If something is, the
+// piece traces anew with what it was told, from the line's first node in the cell, and asks again for what lies beyond.
 //
 // With mpirun this goes in rounds. Places that wait are known to all processes; each looks for them in its own pieces and
 // tells which it has, the first piece that has one traces on, and what is handed over waits for the next round. Pieces
@@ -24,38 +27,53 @@
 #include <map>
 #include <optional>
 #include <random>
-#include <set>
+#include <tuple>
 
 namespace {
 
-// A place where a line waits for a piece.
+constexpr int no_piece = std::numeric_limits<int>::max();
+
+// A line that waits: for the piece that has a place, or to be told what is at others.
 struct waiting {
     int64_t line;
     int direction; // 1 or -1
-    int hop = 0;   // pieces before this one
-    line_progress so_far;
-    line_node node = {}; // of a seed: its place alone
-    bool at_rim = false; // a step leaves the piece; wanted is whether any has a place beyond
-    bool again = false;  // it was such a piece that it left
-    int nbeyond = 0;
-    float beyond[most_places_beyond][3] = {};
-    bool shortened = false; // node is where a step left a piece
-    int redo = 0;           // nodes from node on, which another piece makes anew
-    line_node rim = {};
-    line_progress at_the_rim = {};
+    int hop = 0;   // segments before
+    line_progress so_far = {};
+    position at = {0, 0, 0};
+    // With places that are asked for: the piece that asks, over all processes, and the nodes that it makes anew.
+    int piece = no_piece;
+    int redo = 0;
+    std::vector<position> asked = {};
+    std::vector<known_place> known = {};
 
-    int places() const { return at_rim ? nbeyond : 1; }
-    const float *wanted(int i) const { return at_rim ? beyond[i] : node.at; }
+    bool asks() const { return piece != no_piece; }
+    size_t places() const { return asks() ? asked.size() : 1; }
+    const position &wanted(size_t i) const { return asks() ? asked[i] : at; }
 };
 
-// From the rim, where no piece can take the step whole: a shorter step than on one process.
-waiting from_rim(waiting one)
+void pack(const waiting &one, packer *packed)
 {
-    one.shortened = true;
-    one.node = one.rim;
-    one.so_far = one.at_the_rim;
-    one.at_rim = one.again = false;
-    one.redo = 0;
+    packed->add(one.line);
+    packed->add(one.direction);
+    packed->add(one.hop);
+    packed->add(one.so_far);
+    packed->add(one.at);
+    packed->add(one.piece);
+    packed->add(one.redo);
+    packed->add_list(one.asked);
+    packed->add_list(one.known);
+}
+
+waiting unpacked(unpacker *from)
+{
+    waiting one = {from->take<int64_t>(), from->take<int>()};
+    one.hop = from->take<int>();
+    one.so_far = from->take<line_progress>();
+    one.at = from->take<position>();
+    one.piece = from->take<int>();
+    one.redo = from->take<int>();
+    one.asked = from->take_list<position>();
+    one.known = from->take_list<known_place>();
     return one;
 }
 
@@ -72,17 +90,35 @@ struct segment {
     bool in_cell; // a piece has the place that it begins at
     std::vector<line_node> nodes;
     int redone = 0; // nodes before, in place of which these are
-    bool shortened = false;
 };
 
 enum class hold : int { own = 0, copy = 1, none = 2 };
 
+// Who has a place, and how well: the least of all is who has it.
+struct claim {
+    float apart = 0; // that the place lies outside of its cell
+    hold how = hold::none;
+    int piece = no_piece; // over all processes
+
+    bool is_best() const { return how == hold::own && apart == 0; }
+    bool operator<(const claim &other) const
+    {
+        if ((how == hold::none) != (other.how == hold::none)) return other.how == hold::none;
+        return std::make_tuple(apart, static_cast<int>(how), piece) <
+               std::make_tuple(other.apart, static_cast<int>(other.how), other.piece);
+    }
+};
+
+struct freed_exact_mesh {
+    void operator()(mesh_info *mesh) const { host_free_exact_mesh(mesh); }
+};
+
 // A piece in memory, with what traces in it.
 class traced_piece {
   public:
-    traced_piece(input in_, const scalar_array &vectors_, const pieces::totals &whole,
+    traced_piece(int number_, input in_, const scalar_array &vectors_, const pieces::totals &whole,
                  const line_options &options)
-        : in(std::move(in_)), vectors(vectors_), tracer(*in.mesh, vectors, options)
+        : number(number_), in(std::move(in_)), vectors(vectors_), tracer(*in.mesh, vectors, options)
     {
         mesh_info *mesh = in.mesh->mesh;
         double diagonal = 0;
@@ -96,85 +132,85 @@ class traced_piece {
         }
         const bool curved = whole.cell_ndim < 3 && whole.box[0] != whole.box[1] &&
                             whole.box[2] != whole.box[3] && whole.box[4] != whole.box[5];
-        const bool open = options.by_library || curved ? tracer.open_by_library()
-                                                       : open_exactly(1e-6 * std::sqrt(diagonal));
-        if (!open) {
-            stop_if_asked();
-            throw failure(in.file.path + ": tracing: " + host_error());
+        if (options.by_library || curved) {
+            if (!tracer.open_by_library()) fail();
+        } else {
+            locator = make_locator(1e-6 * std::sqrt(diagonal));
+            if (!tracer.open_exactly(locator.get())) fail();
+            tracer.is_within = [this](const float *point) { return is_within(point); };
         }
+        tracer.in_pieces = true;
         if (!in.ghost_cell.empty()) tracer.is_copy = [this](qx_long cell) { return is_copy(cell); };
     }
     traced_piece(const traced_piece &) = delete;
     traced_piece &operator=(const traced_piece &) = delete;
 
-    // Of a step that left another piece: own where this one can take it as it is in the whole, having the node and what is
-    // beyond the rim if only in its layer; copy where it can't, but knows that the mesh goes on there.
-    hold holds(const waiting &one)
+    // Of a place, with the field there.
+    claim look_at(const position &at, field_at *field)
     {
-        if (!one.at_rim) return holds(one.node.at);
-        hold beyond = hold::none;
-        for (int i = 0; i < one.nbeyond; ++i)
-            beyond = std::min(beyond, holds(one.beyond[i]));
-        if (beyond == hold::none) return hold::none;
-        return !one.again && holds(one.node.at) != hold::none ? hold::own : hold::copy;
+        found_place found;
+        *field = tracer.look_at(at, &found);
+        if (found.cell < 0) return {};
+        return {found.apart, is_copy(found.cell) ? hold::copy : hold::own, number};
     }
 
-    hold holds(const float *place)
-    {
-        const qx_long cell = tracer.cell_of(place);
-        return cell < 0 ? hold::none : is_copy(cell) ? hold::copy : hold::own;
-    }
-
-    // Traces on. What the line leaves for another piece joins the queue.
+    // Traces on. What the line leaves for others joins the queue.
     segment go_on(const waiting &from, std::vector<waiting> *queue)
     {
-        segment made = {from.line, from.direction, from.hop,      line_end::left_mesh, true,
-                        {},        from.redo,      from.shortened};
+        segment made = {from.line, from.direction, from.hop, line_end::left_mesh, true, {}, from.redo};
         handed_over over;
-        made.ended = tracer.trace_one_way(from.node.at, from.direction, from.so_far, &made.nodes, &over);
-        if (made.ended == line_end::goes_on) {
-            waiting next = {};
-            next.line = from.line;
-            next.direction = from.direction;
-            next.hop = from.hop + 1;
-            next.so_far = over.so_far;
-            next.node = over.node;
-            next.at_rim = over.at_rim;
-            if (over.at_rim) {
-                next.nbeyond = over.nbeyond;
-                std::copy_n(over.beyond[0], 3 * over.nbeyond, next.beyond[0]);
-                next.again = from.at_rim && over.so_far.steps <= from.so_far.steps;
-                next.redo = over.redo;
-                next.rim = over.rim;
-                next.at_the_rim = over.at_the_rim;
-            }
-            queue->push_back(next);
+        made.ended =
+            tracer.trace_one_way(from.at, from.direction, from.so_far, from.known, &made.nodes, &over);
+        const bool asks = made.ended != line_end::goes_on;
+        if (asks && over.unknown.empty()) return made;
+        waiting next = {from.line, from.direction, from.hop + 1, over.so_far, over.at};
+        if (asks) {
+            next.piece = number;
+            next.redo = static_cast<int>(made.nodes.size() - over.node);
+            next.asked = std::move(over.unknown);
+            if (over.so_far.steps == from.so_far.steps) next.known = from.known;
         }
+        queue->push_back(std::move(next));
         return made;
     }
 
-    const input &piece() const { return in; }
-
   private:
-    bool open_exactly(double tolerance)
+    std::unique_ptr<host_locator, freed_locator> make_locator(double tolerance)
     {
         host_locator_options how = {};
         how.size = sizeof how;
         how.tolerance = tolerance;
         host_locator *made = nullptr;
-        if (host_make_locator(in.mesh->field, &how, &made) != HOST_DONE) return false;
-        locator.reset(made);
-        return tracer.open_exactly(made);
+        if (host_make_locator(in.mesh->field, &how, &made) != HOST_DONE) fail();
+        return std::unique_ptr<host_locator, freed_locator>(made);
+    }
+
+    bool is_within(const float *point)
+    {
+        if (mesh_within == nullptr) {
+            within = make_locator(-1); // none
+            mesh_within.reset(host_exact_mesh(within.get()));
+            if (mesh_within == nullptr) fail();
+        }
+        qx_long cell;
+        float uvw[3];
+        return mesh_within->methods->find_cell_func(mesh_within.get(), nullptr, point, &cell, uvw) == 1;
+    }
+
+    [[noreturn]] void fail() const
+    {
+        stop_if_asked();
+        throw failure(in.file.path + ": tracing: " + host_error());
     }
 
     bool is_copy(qx_long cell) const
     {
         if (in.ghost_cell.empty()) return false;
-        qx_long number = 0;
+        qx_long place = 0;
         if (in.mesh->structured()) {
             qx_long stride = 1;
             for (const qx_long dim : in.mesh->dims) {
-                number += stride * std::min(cell % dim, std::max<qx_long>(dim - 2, 0));
+                place += stride * std::min(cell % dim, std::max<qx_long>(dim - 2, 0));
                 cell /= dim;
                 stride *= std::max<qx_long>(dim - 1, 1);
             }
@@ -182,23 +218,26 @@ class traced_piece {
             size_t set = 0;
             while (cell >= in.mesh->sets[set].ncells)
                 cell -= in.mesh->sets[set++].ncells;
-            number = in.mesh->vtk_cell(set, cell);
+            place = in.mesh->vtk_cell(set, cell);
         }
-        return in.ghost_cell[static_cast<size_t>(number)] != 0;
+        return in.ghost_cell[static_cast<size_t>(place)] != 0;
     }
 
+    int number; // over all processes
     input in;
     scalar_array vectors;
-    std::unique_ptr<host_locator, freed_locator> locator; // for the tracer
+    std::unique_ptr<host_locator, freed_locator> locator,
+        within; // the latter of cells as they are, once one is wanted
+    std::unique_ptr<mesh_info, freed_exact_mesh> mesh_within;
     line_tracer tracer;
 };
 
 struct box {
     double low[3], high[3];
-    bool holds(const float *place, const double *offset) const
+    bool holds(const position &at, const double *offset) const
     {
         for (int d = 0; d < 3; ++d) {
-            const double x = static_cast<double>(place[d]) + offset[d];
+            const double x = static_cast<double>(at[static_cast<size_t>(d)]) + offset[d];
             if (x < low[d] || x > high[d]) return false;
         }
         return true;
@@ -208,22 +247,22 @@ struct box {
 // The pieces of this process.
 class piece_shelf {
   public:
-    piece_shelf(pieces &parts_, const std::function<scalar_array(const input &)> &vectors_of_,
-                const line_options &options_)
-        : parts(parts_), vectors_of(vectors_of_), options(options_),
+    piece_shelf(pieces &parts_, int first_piece_,
+                const std::function<scalar_array(const input &)> &vectors_of_, const line_options &options_)
+        : first_piece(first_piece_), parts(parts_), vectors_of(vectors_of_), options(options_),
           boxes(static_cast<size_t>(parts.own_count())), empty(boxes.size(), false)
     {
     }
 
     int count() const { return static_cast<int>(boxes.size()); }
 
-    // Whether the piece may have what waits; unknown until the piece was looked at.
+    // Whether the piece may have a place that is waited for; unknown until the piece was looked at.
     bool may_have(int i, const waiting &one) const
     {
         const auto at = static_cast<size_t>(i);
         bool may = !empty[at] && !boxes[at];
-        for (int place = 0; !empty[at] && !may && place < one.places(); ++place)
-            may = boxes[at]->holds(one.wanted(place), offset);
+        for (size_t k = 0; !empty[at] && !may && k < one.places(); ++k)
+            may = boxes[at]->holds(one.wanted(k), offset);
         return may;
     }
 
@@ -256,11 +295,13 @@ class piece_shelf {
         name = vectors.array.name;
         veclen = vectors.array.veclen;
         return loaded
-            .emplace(i, std::make_unique<traced_piece>(std::move(in), vectors, parts.whole(), options))
+            .emplace(i, std::make_unique<traced_piece>(first_piece + i, std::move(in), vectors, parts.whole(),
+                                                       options))
             .first->second.get();
     }
 
-    std::string name; // of the field, once a piece was looked at
+    const int first_piece; // over all processes
+    std::string name;      // of the field, once a piece was looked at
     int veclen = 3;
     double offset[3] = {0, 0, 0};
     bool flattened = false;
@@ -274,26 +315,49 @@ class piece_shelf {
     std::map<int, std::unique_ptr<traced_piece>> loaded;
 };
 
-// Where no piece has a place the line ends at it.
-segment ended_at(const waiting &here)
+// A seed that no piece has.
+segment without_cell(const waiting &seed)
 {
-    segment made = {here.line, here.direction, here.hop, line_end::left_mesh, here.at_rim, {}};
-    if (here.hop > 0) made.nodes.push_back(here.at_rim ? here.rim : here.node);
-    return made;
+    return {seed.line, seed.direction, seed.hop, line_end::left_mesh, false, {}};
 }
 
-constexpr int no_piece = std::numeric_limits<int>::max();
-
-// How a piece holds a place, and which: the least of all is that which traces on.
-struct claim {
-    hold how = hold::none;
-    int piece = no_piece; // over all processes
-    bool operator<(const claim &other) const
-    {
-        return std::make_pair(static_cast<int>(how), piece) <
-               std::make_pair(static_cast<int>(other.how), other.piece);
-    }
+// The best claims on the places that one line waits for, with what is there where it asks.
+struct answer {
+    claim from;
+    field_at field;
 };
+
+std::vector<answer> no_answers(const waiting &one)
+{
+    return std::vector<answer>(one.places());
+}
+
+void take_better(answer *known, const answer &other)
+{
+    if (other.from < known->from) *known = other;
+}
+
+// What a piece has of what is waited for.
+void ask(traced_piece *piece, const waiting &one, std::vector<answer> *known)
+{
+    for (size_t k = 0; k < known->size(); ++k) {
+        answer here;
+        here.from = piece->look_at(one.wanted(k), &here.field);
+        take_better(&(*known)[k], here);
+    }
+}
+
+// Takes the answers in. False: nothing is at any of the places, and the line ended where it seemed to.
+bool is_told(waiting *one, const std::vector<answer> &answers)
+{
+    bool any = false;
+    for (size_t k = 0; k < answers.size(); ++k) {
+        one->known.push_back({one->asked[k], answers[k].field, answers[k].from.apart});
+        any = any || answers[k].from.how != hold::none;
+    }
+    one->asked.clear();
+    return any;
+}
 
 // ---- one process -------------------------------------------------------------------------------------------------------
 
@@ -304,20 +368,22 @@ class sweeps {
     void run(const std::vector<waiting> &first)
     {
         for (const waiting &one : first)
-            queue.push_back({one, 0, {}});
+            queue.emplace_back(one);
         for (int i = 0; !queue.empty() && shelf.count() > 0; i = (i + 1) % shelf.count()) {
             stop_if_asked();
             visit(i);
         }
         for (const queued &one : queue)
-            made.push_back(ended_at(one.what));
+            made.push_back(without_cell(one.what));
     }
 
   private:
     struct queued {
         waiting what;
-        int tries;
-        claim copy; // a piece that has the place in its layer alone
+        int tries = 0; // pieces that were asked
+        std::vector<answer> answers;
+        int goes_on_in = no_piece; // once that is known
+        explicit queued(waiting what_) : what(std::move(what_)), answers(no_answers(what)) {}
     };
 
     void visit(int i)
@@ -325,27 +391,35 @@ class sweeps {
         std::vector<queued> now = std::move(queue);
         queue.clear();
         for (size_t next = 0; next < now.size(); ++next) {
-            queued one = now[next];
-            const bool forced = one.tries >= shelf.count() && one.copy.piece == i && !one.what.at_rim;
-            traced_piece *piece = forced || shelf.may_have(i, one.what) ? shelf.get(i) : nullptr;
-            const hold how = piece != nullptr ? piece->holds(one.what) : hold::none;
-            if (how == hold::own || forced) {
-                std::vector<waiting> left;
-                made.push_back(piece->go_on(one.what, &left));
-                for (const waiting &on : left)
-                    now.push_back({on, 0, {}});
+            queued one = std::move(now[next]);
+            if (one.goes_on_in == no_piece && !look_in(i, &one)) continue;
+            if (one.goes_on_in != i) {
+                queue.push_back(std::move(one));
                 continue;
             }
-            if (how == hold::copy) one.copy = std::min(one.copy, claim{how, i});
-            ++one.tries;
-            const bool all_tried = one.tries >= shelf.count();
-            if (all_tried && one.copy.piece == no_piece)
-                made.push_back(ended_at(one.what));
-            else if (all_tried && one.what.at_rim)
-                now.push_back({from_rim(one.what), 0, {}});
-            else
-                queue.push_back(one);
+            std::vector<waiting> left;
+            made.push_back(shelf.get(i)->go_on(one.what, &left));
+            for (waiting &on : left)
+                now.emplace_back(std::move(on));
         }
+    }
+
+    // Asks one more piece. False: the line is at its end.
+    bool look_in(int i, queued *one)
+    {
+        traced_piece *piece = shelf.may_have(i, one->what) ? shelf.get(i) : nullptr;
+        if (piece != nullptr) ask(piece, one->what, &one->answers);
+        const bool all_asked = ++one->tries == shelf.count();
+        const claim &best = one->answers[0].from;
+        if (one->what.asks()) {
+            if (!all_asked) return true;
+            one->goes_on_in = one->what.piece;
+            return is_told(&one->what, one->answers);
+        }
+        if (best.is_best() || all_asked) one->goes_on_in = best.piece;
+        if (!all_asked || best.how != hold::none) return true;
+        made.push_back(without_cell(one->what));
+        return false;
     }
 
     piece_shelf &shelf;
@@ -358,80 +432,82 @@ class sweeps {
 std::vector<waiting> of_all(const std::vector<waiting> &own)
 {
     packer packed;
-    packed.add_list(own);
+    for (const waiting &one : own)
+        pack(one, &packed);
     std::vector<waiting> all;
-    for (const std::string &text : processes::all_of(packed.bytes)) {
-        unpacker from(text);
-        const std::vector<waiting> one = from.take_list<waiting>();
-        all.insert(all.end(), one.begin(), one.end());
-    }
+    for (const std::string &text : processes::all_of(packed.bytes))
+        for (unpacker from(text); !from.at_end();)
+            all.push_back(unpacked(&from));
     std::sort(all.begin(), all.end(), in_order);
     return all;
 }
 
 class rounds {
   public:
-    rounds(piece_shelf &shelf_, int first_piece_, std::vector<segment> &made_)
-        : shelf(shelf_), first_piece(first_piece_), made(made_)
-    {
-    }
+    rounds(piece_shelf &shelf_, std::vector<segment> &made_) : shelf(shelf_), made(made_) {}
 
     void run(std::vector<waiting> queue)
     {
         while (!queue.empty()) {
-            const std::vector<claim> taken = claims(queue);
+            const std::vector<std::vector<answer>> told = answers(queue);
             std::vector<waiting> left;
             processes::agree([&] {
                 stop_if_asked();
                 for (size_t i = 0; i < queue.size(); ++i)
-                    settle(queue[i], taken[i], &left);
+                    settle(&queue[i], told[i], &left);
             });
             queue = of_all(left);
         }
     }
 
   private:
-    // The least claim on each place.
-    std::vector<claim> claims(const std::vector<waiting> &queue)
+    struct numbered_answer {
+        size_t line, place;
+        answer what;
+    };
+
+    // The best ones for each place.
+    std::vector<std::vector<answer>> answers(const std::vector<waiting> &queue)
     {
-        std::vector<claim> least(queue.size());
+        std::vector<std::vector<answer>> all;
+        std::transform(queue.begin(), queue.end(), std::back_inserter(all), no_answers);
+        packer packed;
         processes::agree([&] {
             for (int i = 0; i < shelf.count(); ++i)
                 for (size_t q = 0; q < queue.size(); ++q) {
                     if (!shelf.may_have(i, queue[q])) continue;
                     traced_piece *piece = shelf.get(i);
                     if (piece == nullptr) break;
-                    const hold how = piece->holds(queue[q]);
-                    if (how != hold::none) least[q] = std::min(least[q], claim{how, first_piece + i});
+                    ask(piece, queue[q], &all[q]);
                 }
+            for (size_t q = 0; q < queue.size(); ++q)
+                for (size_t k = 0; k < all[q].size(); ++k)
+                    if (all[q][k].from.how != hold::none) packed.add(numbered_answer{q, k, all[q][k]});
         });
-        packer packed;
-        packed.add_list(least);
-        for (const std::string &text : processes::all_of(packed.bytes)) {
-            unpacker from(text);
-            const std::vector<claim> one = from.take_list<claim>();
-            for (size_t q = 0; q < least.size(); ++q)
-                least[q] = std::min(least[q], one[q]);
-        }
-        return least;
+        for (const std::string &text : processes::all_of(packed.bytes))
+            for (unpacker from(text); !from.at_end();) {
+                const auto one = from.take<numbered_answer>();
+                take_better(&all[one.line][one.place], one.what);
+            }
+        return all;
     }
 
-    void settle(const waiting &one, const claim &taken, std::vector<waiting> *left)
+    void settle(waiting *one, const std::vector<answer> &told, std::vector<waiting> *left)
     {
-        if (taken.how == hold::none) {
-            if (processes::is_first()) made.push_back(ended_at(one));
+        const claim &best = told[0].from;
+        int piece = best.piece;
+        if (one->asks()) {
+            if (!is_told(one, told)) return;
+            piece = one->piece;
+        } else if (best.how == hold::none) {
+            if (processes::is_first()) made.push_back(without_cell(*one));
             return;
         }
-        if (one.at_rim && taken.how == hold::copy) {
-            if (processes::is_first()) left->push_back(from_rim(one));
-            return;
-        }
-        const int own = taken.piece - first_piece;
-        if (own >= 0 && own < shelf.count()) made.push_back(shelf.get(own)->go_on(one, left));
+        const int own = piece - shelf.first_piece;
+        if (own >= 0 && own < shelf.count()) made.push_back(shelf.get(own)->go_on(*one, left));
     }
 
     piece_shelf &shelf;
-    int first_piece;
     std::vector<segment> &made;
 };
 
@@ -450,7 +526,6 @@ std::vector<segment> gathered(std::vector<segment> own)
             packed.add(one.ended);
             packed.add(one.in_cell);
             packed.add(one.redone);
-            packed.add(one.shortened);
             packed.add_list(one.nodes);
         }
         processes::send(packed.bytes, 0);
@@ -467,7 +542,6 @@ std::vector<segment> gathered(std::vector<segment> own)
             one.ended = packed.take<line_end>();
             one.in_cell = packed.take<bool>();
             one.redone = packed.take<int>();
-            one.shortened = packed.take<bool>();
             one.nodes = packed.take_list<line_node>();
             own.push_back(std::move(one));
         }
@@ -582,7 +656,10 @@ stream_lines trace_lines_in_pieces(pieces &parts,
                                    const std::function<scalar_array(const input &)> &vectors_of,
                                    const std::vector<double> &seeds, const line_options &options)
 {
-    piece_shelf shelf(parts, vectors_of, options);
+    int first_piece = 0, process = 0;
+    for (const std::string &count : processes::all_of(std::to_string(parts.own_count())))
+        if (process++ < processes::rank()) first_piece += std::stoi(count);
+    piece_shelf shelf(parts, first_piece, vectors_of, options);
     const auto nseeds = static_cast<int64_t>(seeds.size()) / 3;
     // The shift of coordinates is that of all pieces, and known once one is there.
     processes::agree([&] {
@@ -610,33 +687,24 @@ stream_lines trace_lines_in_pieces(pieces &parts,
     for (int64_t i = 0; i < nseeds; ++i)
         for (const int direction : {-1, 1}) {
             if (direction < 0 && !options.both) continue;
-            waiting seed = {};
-            seed.line = i;
-            seed.direction = direction;
+            waiting seed = {i, direction};
             for (int d = 0; d < 3; ++d)
-                seed.node.at[d] = static_cast<float>(seeds[static_cast<size_t>(3 * i + d)] - offset[d]);
+                seed.at[static_cast<size_t>(d)] =
+                    static_cast<float>(seeds[static_cast<size_t>(3 * i + d)] - offset[d]);
             queue.push_back(seed);
         }
     std::vector<segment> made;
-    if (processes::several()) {
-        int first_piece = 0, at = 0;
-        for (const std::string &count : processes::all_of(std::to_string(shelf.count())))
-            if (at++ < processes::rank()) first_piece += std::stoi(count);
-        rounds(shelf, first_piece, made).run(queue);
-    } else {
+    if (processes::several())
+        rounds(shelf, made).run(queue);
+    else
         sweeps(shelf, made).run(queue);
-    }
     parts.tell_of_loaded();
     const bool flattened = processes::any(shelf.flattened);
     made = gathered(std::move(made));
     if (!processes::is_first()) return {};
-    std::set<int64_t> shortened;
-    for (const segment &one : made)
-        if (one.shortened) shortened.insert(one.line);
     stream_lines result =
         collect_lines(offset, name, veclen, options, joined(std::move(made), static_cast<size_t>(nseeds)));
     result.flattened = flattened;
-    result.shortened = static_cast<int64_t>(shortened.size());
     return result;
 }
 

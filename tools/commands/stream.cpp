@@ -129,11 +129,6 @@ void stream::tell(const stream_lines &made, size_t nseeds) const
                  "have no value, or are at rest or slower than --min-speed");
     if (made.pointlike > 0) say_note(std::to_string(made.pointlike) + of + "have lines without length");
     if (made.flattened) say_note("the mesh is flat: vectors count as far as they lie within it");
-    if (made.shortened > 0)
-        say_note(std::to_string(made.shortened) + (made.shortened == 1 ? " line" : " lines") +
-                 " took shorter steps than on one process, as a step crosses more than the layer of cells "
-                 "around a "
-                 "piece: fewer pieces, or none, trace them as they are");
     if (made.plain > 0)
         say_note(std::to_string(made.plain) +
                  " lines have no ribbon: the field has no derivatives all along");

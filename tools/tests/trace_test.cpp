@@ -404,6 +404,35 @@ TEST(Stream, RibbonsAreAsWideAsAskedForAndTurnWithTheField)
     }
 }
 
+// Vectors of two components have none along z, whatever they do along it.
+TEST(Stream, RibbonsOfTwoComponentsTurnLikeThoseOfThree)
+{
+    const std::string three = cube_with("three.vti", [](const double *at) {
+        return vector{std::cos(2 * at[2]) - at[1], std::sin(3 * at[2]) + 0.5 * at[0], 0};
+    });
+    const auto cube = read(three);
+    vtkDataArray *flow = cube->GetPointData()->GetArray("flow");
+    vtkNew<vtkFloatArray> flat;
+    flat->SetName("flat");
+    flat->SetNumberOfComponents(2);
+    for (vtkIdType node = 0; node < flow->GetNumberOfTuples(); ++node)
+        flat->InsertNextTuple2(flow->GetComponent(node, 0), flow->GetComponent(node, 1));
+    cube->GetPointData()->AddArray(flat);
+    const std::string both = scratch("both.vti");
+    write(both, cube);
+    vtkSmartPointer<vtkPolyData> ribbons[2];
+    for (const auto &[name, i] : {std::pair("flow", 0), std::pair("flat", 1)}) {
+        const std::string out = scratch("two.vtp");
+        run_well({"stream", both, "--vectors", name, "--seeds-line", "-0.5,0.1,-0.3", "0.5,-0.2,0.4", "4",
+                  "--both", "--ribbon", "0.1", "-o", out});
+        ribbons[i] = read_surface(out);
+    }
+    ASSERT_EQ(ribbons[0]->GetNumberOfStrips(), 4);
+    ASSERT_EQ(ribbons[0]->GetNumberOfPoints(), ribbons[1]->GetNumberOfPoints());
+    for (vtkIdType node = 0; node < ribbons[0]->GetNumberOfPoints(); ++node)
+        EXPECT_EQ(place(ribbons[0], node), place(ribbons[1], node)) << node;
+}
+
 TEST(Stream, RibbonsRunThroughTheSeedBothWays)
 {
     const std::string out = scratch("ribbons.vtp"), picture = scratch("ribbons.png");
