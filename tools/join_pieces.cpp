@@ -34,6 +34,13 @@ namespace {
 
 using numbers = std::vector<vtkIdType>;
 
+// Of nodes from the first on, as far as there are any.
+struct new_numbers {
+    numbers of;
+    vtkIdType first = 0;
+    vtkIdType operator[](vtkIdType node) const { return of[static_cast<size_t>(node - first)]; }
+};
+
 vtkSmartPointer<vtkIdList> list_of(const numbers &of)
 {
     auto list = vtkSmartPointer<vtkIdList>::New();
@@ -56,25 +63,30 @@ void copy_rows(vtkDataSetAttributes *from, const numbers &rows, vtkDataSetAttrib
 
 // The marked cells of a list, whose first has the number first, over new numbers of nodes.
 vtkSmartPointer<vtkCellArray> renumbered(vtkCellArray *cells, vtkIdType first, const marks &keep,
-                                         const numbers &number)
+                                         const new_numbers &number)
 {
     auto out = vtkSmartPointer<vtkCellArray>::New();
-    out->AllocateExact(cells->GetNumberOfCells(), cells->GetNumberOfConnectivityIds());
-    vtkIdType count;
+    vtkIdType count, ncells = 0, entries = 0;
     const vtkIdType *nodes;
+    for (vtkIdType cell = 0; cell < cells->GetNumberOfCells(); ++cell) {
+        if (keep[static_cast<size_t>(first + cell)] == 0) continue;
+        ++ncells;
+        entries += cells->GetCellSize(cell);
+    }
+    out->AllocateExact(ncells, entries);
     for (vtkIdType cell = 0; cell < cells->GetNumberOfCells(); ++cell) {
         if (keep[static_cast<size_t>(first + cell)] == 0) continue;
         cells->GetCellAtId(cell, count, nodes);
         out->InsertNextCell(static_cast<int>(count));
         for (vtkIdType i = 0; i < count; ++i)
-            out->InsertCellPoint(number[static_cast<size_t>(nodes[i])]);
+            out->InsertCellPoint(number[nodes[i]]);
     }
     out->Squeeze();
     return out;
 }
 
 // A polyhedron is described by its faces.
-void add_cells_with_faces(vtkUnstructuredGrid *from, const marks &keep, const numbers &number,
+void add_cells_with_faces(vtkUnstructuredGrid *from, const marks &keep, const new_numbers &number,
                           vtkUnstructuredGrid *to)
 {
     vtkNew<vtkIdList> list;
@@ -88,19 +100,19 @@ void add_cells_with_faces(vtkUnstructuredGrid *from, const marks &keep, const nu
             for (vtkIdType face = 0; face < list->GetId(0); ++face) {
                 const vtkIdType count = list->GetId(at++);
                 for (vtkIdType i = 0; i < count; ++i, ++at)
-                    list->SetId(at, number[static_cast<size_t>(list->GetId(at))]);
+                    list->SetId(at, number[list->GetId(at)]);
             }
         } else {
             from->GetCellPoints(cell, list);
             for (vtkIdType i = 0; i < list->GetNumberOfIds(); ++i)
-                list->SetId(i, number[static_cast<size_t>(list->GetId(i))]);
+                list->SetId(i, number[list->GetId(i)]);
         }
         to->InsertNextCell(type, list);
     }
 }
 
 // The marked cells over the nodes of rows, which number leads to.
-vtkSmartPointer<vtkPointSet> rebuilt(vtkPointSet *data, const marks &keep, const numbers &number,
+vtkSmartPointer<vtkPointSet> rebuilt(vtkPointSet *data, const marks &keep, const new_numbers &number,
                                      const numbers &rows)
 {
     auto out = vtkSmartPointer<vtkPointSet>::Take(data->NewInstance());
@@ -297,7 +309,7 @@ vtkSmartPointer<vtkPointSet> merged(vtkPointSet *data, const numbers &partner)
         rows.push_back(static_cast<vtkIdType>(node));
     }
     if (rows.size() == partner.size()) return data;
-    return rebuilt(data, all_of(data->GetNumberOfCells()), number, rows);
+    return rebuilt(data, all_of(data->GetNumberOfCells()), {std::move(number), 0}, rows);
 }
 
 // Marks of hidden nodes and cells, which pieces without any do not have.
@@ -632,12 +644,17 @@ node_place place_of(vtkDataSet *data, vtkIdType node)
 vtkSmartPointer<vtkPointSet> cells_of(vtkPointSet *data, const marks &keep, const marks &lone)
 {
     const marks used = nodes_of_cells(data, keep);
-    numbers number(used.size(), -1), rows;
-    for (size_t node = 0; node < used.size(); ++node) {
-        if (used[node] == 0 && (lone.empty() || lone[node] == 0)) continue;
-        number[node] = static_cast<vtkIdType>(rows.size());
-        rows.push_back(static_cast<vtkIdType>(node));
+    numbers rows;
+    for (size_t node = 0; node < used.size(); ++node)
+        if (used[node] != 0 || (!lone.empty() && lone[node] != 0))
+            rows.push_back(static_cast<vtkIdType>(node));
+    new_numbers number;
+    if (!rows.empty()) { // a stretch of cells has few of all nodes
+        number.first = rows.front();
+        number.of.resize(static_cast<size_t>(rows.back() - rows.front() + 1), -1);
     }
+    for (size_t row = 0; row < rows.size(); ++row)
+        number.of[static_cast<size_t>(rows[row] - number.first)] = static_cast<vtkIdType>(row);
     return rebuilt(data, keep, number, rows);
 }
 

@@ -224,9 +224,11 @@ int main(int argc, char **argv)
     } catch (const std::bad_alloc &) {
         processes::give_up(
             std::string("skoklana: out of memory; a smaller mesh or fewer arrays (--with) would do") +
-                (pieces_would_do
-                     ? ", or --pieces N with a list of files for a result (.pvtp, .pvtu and so on)"
-                     : ""),
+                (pieces_would_do ? ", or --pieces N with a list of files for a result (.pvtp, .pvtu and so "
+                                   "on); unstructured "
+                                   "files of one part (.vtu, .vtp) are read whole even then, lists of pieces "
+                                   "(.pvtu, .pvtp) are not"
+                                 : ""),
             exit_failed);
     } catch (const std::exception &wrong) {
         processes::give_up(std::string("skoklana: ") + wrong.what(), exit_failed);

@@ -292,8 +292,20 @@ whole_mesh slab_source::survey(mesh_figures *figures)
     return whole;
 }
 
+// So that nodes of pieces are one by their number, and not by their place, where several may stand.
+void number_nodes(vtkDataSet *data, vtkIdType first)
+{
+    vtkNew<vtkDoubleArray> numbers;
+    numbers->SetName(name_of_ends);
+    numbers->SetNumberOfValues(data->GetNumberOfPoints());
+    for (vtkIdType node = 0; node < data->GetNumberOfPoints(); ++node)
+        numbers->SetValue(node, static_cast<double>(first + node));
+    data->GetPointData()->AddArray(numbers);
+}
+
 // ---- lists of unstructured files ----------------------------------------------------------------------------
 
+// And one file of several parts, whose nodes are its own: those of different parts are never one.
 class list_source : public piece_source {
   public:
     list_source(const std::string &path_, const xml_heading &heading_, int count, const piece_needs &needs_);
@@ -302,8 +314,12 @@ class list_source : public piece_source {
     bool lattice_extent(int *) const override { return false; }
 
   private:
+    bool is_list() const { return !heading.pieces.empty(); }
+    int nfiles() const { return is_list() ? static_cast<int>(heading.pieces.size()) : heading.nparts; }
     vtkSmartPointer<vtkPointSet> file(int number, bool bare);
+    vtkSmartPointer<vtkPointSet> part_of_file(int number, bool bare);
     std::vector<vtkIdType> numbers_in_file(int number, vtkPointSet *data);
+    void number_parts();
     vtkIdType number_files();
     void forget_numbers();
 
@@ -311,6 +327,8 @@ class list_source : public piece_source {
     xml_heading heading;
     bool kept; // files once read: a process that was not told to save memory holds its share
     std::map<int, vtkSmartPointer<vtkPointSet>> files;
+    vtkSmartPointer<vtkPointSet> in_hand; // the file that the last stretch was of
+    int in_hand_number = -1;
     std::vector<mesh_figures> of_file;   // of all processes
     std::vector<vtkIdType> first_number; // of each file's nodes, where they are numbered
 };
@@ -319,21 +337,20 @@ list_source::list_source(const std::string &path_, const xml_heading &heading_, 
                          const piece_needs &needs_)
     : piece_source(needs_), path(path_), heading(heading_), kept(count == 0)
 {
-    const auto nfiles = static_cast<int>(heading.pieces.size());
-    if (nfiles == 0) throw failure(path + ": lists no pieces");
+    const int n = nfiles();
     if (processes::is_first())
         for (const xml_heading::piece &one : heading.pieces)
             check_file(one.path);
     // without a number, results have a piece a process
     pieces = count > 0 ? count : processes::size();
-    const int nunits = std::max(nfiles, pieces);
+    const int nunits = std::max(n, pieces);
     for (int u = 0; u < nunits; ++u) {
         piece_unit unit;
-        unit.piece = nunits == pieces ? u : share_of(u, pieces, nfiles);
-        unit.number = nunits == nfiles ? u : share_of(u, nfiles, nunits);
-        const int first = nunits == nfiles ? u : first_of_share(unit.number, nfiles, nunits);
+        unit.piece = nunits == pieces ? u : share_of(u, pieces, n);
+        unit.number = nunits == n ? u : share_of(u, n, nunits);
+        const int first = nunits == n ? u : first_of_share(unit.number, n, nunits);
         unit.part = u - first;
-        unit.nparts = nunits == nfiles ? 1 : first_of_share(unit.number + 1, nfiles, nunits) - first;
+        unit.nparts = nunits == n ? 1 : first_of_share(unit.number + 1, n, nunits) - first;
         unit.process = share_of(unit.piece, processes::size(), pieces);
         list.push_back(unit);
     }
@@ -343,9 +360,27 @@ list_source::list_source(const std::string &path_, const xml_heading &heading_, 
 vtkSmartPointer<vtkPointSet> list_source::file(int number, bool bare)
 {
     if (const auto found = files.find(number); found != files.end()) return found->second;
-    vtkSmartPointer<vtkPointSet> data =
-        vtkPointSet::SafeDownCast(read_listed(path, heading, number, bare && !kept).data);
+    vtkSmartPointer<vtkPointSet> data;
+    if (is_list())
+        data = vtkPointSet::SafeDownCast(read_listed(path, heading, number, bare && !kept).data);
+    else
+        data = part_of_file(number, bare && !kept);
     if (kept) files[number] = data;
+    return data;
+}
+
+vtkSmartPointer<vtkPointSet> list_source::part_of_file(int number, bool bare)
+{
+    read_options how;
+    how.bare = bare;
+    how.part = number;
+    how.nparts = heading.nparts;
+    how.may_be_empty = true;
+    vtkSmartPointer<vtkPointSet> data = vtkPointSet::SafeDownCast(read_file(path, how).data);
+    if (data == nullptr || data->GetNumberOfPoints() == 0) return nullptr;
+    forget_copies(data, false);
+    if (const auto n = static_cast<size_t>(number); n < first_number.size())
+        number_nodes(data, first_number[n]);
     return data;
 }
 
@@ -569,7 +604,10 @@ read_piece with_layers(const vtkSmartPointer<vtkPointSet> &own, int layers, Besi
 
 read_piece list_source::read(const piece_unit &unit)
 {
-    const auto whole_file = file(unit.number, false);
+    if (in_hand_number != unit.number || unit.nparts == 1) in_hand = nullptr;
+    const auto whole_file = in_hand != nullptr ? in_hand : file(unit.number, false);
+    if (unit.nparts > 1) in_hand = whole_file; // its next stretch is asked for next
+    in_hand_number = unit.number;
     const auto own = stretch_of(whole_file, unit.part, unit.nparts);
     if (own == nullptr) return {};
     read_piece piece = with_layers(own, needs.layers, [&](vtkPointSet *part, auto *before, auto *after) {
@@ -578,7 +616,7 @@ read_piece list_source::read(const piece_unit &unit)
         for (size_t f = 0; f < of_file.size(); ++f) {
             if (of_file[f].nnodes == 0 || !boxes_meet(box, of_file[f].box)) continue;
             const auto number = static_cast<int>(f);
-            if (number == unit.number && unit.nparts == 1) continue;
+            if (number == unit.number ? unit.nparts == 1 : !is_list()) continue;
             if (number == unit.number) {
                 const vtkIdType ncells = whole_file->GetNumberOfCells();
                 before->push_back(neighbours_in(whole_file, part, all_but_before(unit, ncells)));
@@ -609,6 +647,11 @@ void list_source::forget_numbers()
 std::vector<vtkIdType> list_source::numbers_in_file(int number, vtkPointSet *data)
 {
     if (data == nullptr) return {};
+    if (!is_list()) {
+        std::vector<vtkIdType> all(static_cast<size_t>(data->GetNumberOfPoints()));
+        std::iota(all.begin(), all.end(), first_number[static_cast<size_t>(number)]);
+        return all;
+    }
     const mesh_figures &figures = of_file[static_cast<size_t>(number)];
     std::map<node_place, int> taken;
     for (int f = 0; f < number; ++f) {
@@ -642,7 +685,7 @@ std::vector<vtkIdType> list_source::numbers_in_file(int number, vtkPointSet *dat
 // Gives the number of all nodes.
 vtkIdType list_source::number_files()
 {
-    const int n = processes::size(), nfiles = static_cast<int>(heading.pieces.size());
+    const int n = processes::size(), nfiles = this->nfiles();
     std::string own;
     processes::agree([&] {
         for (int f = 0; f < nfiles; ++f) {
@@ -666,22 +709,22 @@ vtkIdType list_source::number_files()
 
 whole_mesh list_source::survey(mesh_figures *figures)
 {
-    const int n = processes::size(), nfiles = static_cast<int>(heading.pieces.size());
+    const int n = processes::size(), count = nfiles();
     std::string own;
     int64_t doubled = 0;
     bool numbered = !heading.ids.empty();
     processes::agree([&] {
-        for (int f = 0; f < nfiles; ++f) {
-            if (share_of(f, n, nfiles) != processes::rank()) continue;
+        for (int f = 0; f < count; ++f) {
+            if (share_of(f, n, count) != processes::rank()) continue;
             const auto data = file(f, true);
             own += as_text(figures_of(data)) + "\n";
-            if (data == nullptr) continue;
+            if (data == nullptr || !is_list()) continue;
             if (heading.ids.empty()) doubled += count_doubled_nodes(data);
             numbered = numbered && is_numbered(data);
         }
     });
     if (!heading.ids.empty() && processes::any(!numbered)) forget_numbers();
-    const std::string note = note_of_doubled_nodes(nfiles > 1 ? processes::sum(doubled) : 0);
+    const std::string note = note_of_doubled_nodes(count > 1 ? processes::sum(doubled) : 0);
     if (!note.empty()) say_note(note);
     for (const std::string &texts : processes::all_of(own)) {
         std::istringstream lines(texts);
@@ -691,8 +734,21 @@ whole_mesh list_source::survey(mesh_figures *figures)
     for (const mesh_figures &one : of_file)
         figures->add(one);
     if (figures->nnodes == 0) throw failure(path + ": holds no nodes");
-    if (needs.numbers) figures->nnodes = number_files();
+    if (!is_list()) number_parts();
+    if (is_list() && needs.numbers) figures->nnodes = number_files();
     return whole_of(*figures);
+}
+
+// As they follow one another in the file.
+void list_source::number_parts()
+{
+    vtkIdType next = 0;
+    for (const mesh_figures &one : of_file) {
+        first_number.push_back(next);
+        next += one.nnodes;
+    }
+    for (const auto &[number, data] : files)
+        if (data != nullptr) number_nodes(data, first_number[static_cast<size_t>(number)]);
 }
 
 // ---- any other file -----------------------------------------------------------------------------------------
@@ -720,17 +776,6 @@ class shared_source : public slab_source {
     std::map<int, read_piece> sent_here; // by the number of the unit
 };
 
-// So that nodes of pieces are one by their number, and not by their place, where several may stand.
-void number_nodes(vtkDataSet *data)
-{
-    vtkNew<vtkDoubleArray> numbers;
-    numbers->SetName(name_of_ends);
-    numbers->SetNumberOfValues(data->GetNumberOfPoints());
-    for (vtkIdType node = 0; node < data->GetNumberOfPoints(); ++node)
-        numbers->SetValue(node, static_cast<double>(node));
-    data->GetPointData()->AddArray(numbers);
-}
-
 shared_source::shared_source(const std::string &path_, const read_options &how, int count,
                              const piece_needs &needs_)
     : slab_source(path_, needs_)
@@ -744,7 +789,7 @@ shared_source::shared_source(const std::string &path_, const read_options &how, 
             throw failure(path + ": is of a kind that cannot be taken apart");
         heading.type = vtkPointSet::SafeDownCast(data) != nullptr ? "StructuredGrid" : "ImageData";
         forget_copies(data, false);
-        if (!lattice) number_nodes(data);
+        if (!lattice) number_nodes(data, 0);
         all = figures_of(data);
     });
     std::ostringstream text;
@@ -850,12 +895,13 @@ std::unique_ptr<piece_source> open_pieces(const std::string &path, const read_op
     xml_heading heading;
     processes::agree([&] { heading = read_xml_heading(path); });
     const std::string kind = heading.type.substr(!heading.pieces.empty() ? 1 : 0);
-    const bool plain = how.block <= 0 && how.step == 0;
+    const bool plain = how.block <= 0 && how.step == 0, is_list_type = !heading.pieces.empty();
     const bool is_lattice = kind == "ImageData" || kind == "RectilinearGrid" || kind == "StructuredGrid";
     std::unique_ptr<piece_source> source;
     if (plain && is_lattice)
         processes::agree([&] { source = std::make_unique<slab_source>(path, heading, count, needs); });
-    else if (plain && !heading.pieces.empty() && (kind == "UnstructuredGrid" || kind == "PolyData"))
+    else if (plain && (kind == "UnstructuredGrid" || kind == "PolyData") &&
+             (is_list_type || heading.nparts > 1))
         processes::agree([&] { source = std::make_unique<list_source>(path, heading, count, needs); });
     else
         source = std::make_unique<shared_source>(path, how, count, needs);

@@ -65,6 +65,7 @@
 #include <vtkXMLPolyDataReader.h>
 #include <vtkXMLRectilinearGridReader.h>
 #include <vtkXMLStructuredGridReader.h>
+#include <vtkXMLUnstructuredDataReader.h>
 #include <vtkXMLUnstructuredGridReader.h>
 #include <vtkXMLUtilities.h>
 
@@ -423,8 +424,9 @@ static reader_ptr choose_reader(const std::string &path, const read_options &opt
     if (marked && !options.solution.empty()) refuse_solution(path);
     if (starts_with(head, "# vtk DataFile")) return legacy(path);
     if (head.find("<VTKFile") != std::string::npos)
-        return options.bare || !options.extent.empty() ? xml_in_part(path, head, options.bare, options.kept)
-                                                       : plain<vtkXMLGenericDataObjectReader>(path);
+        return options.bare || !options.extent.empty() || options.nparts > 0
+                   ? xml_in_part(path, head, options.bare, options.kept)
+                   : plain<vtkXMLGenericDataObjectReader>(path);
     if (starts_with(head, "ply\n") || starts_with(head, "ply\r")) return plain<vtkPLYReader>(path);
     if (is_binary_stl(path, head)) return plain<vtkSTLReader>(path);
     if (starts_with(head, "FORMAT") && head.find("ensight") != std::string::npos) return ensight(path);
@@ -643,6 +645,8 @@ static input_file read_by_vtk(const std::string &path, const read_options &optio
         if (options.step >= file.nsteps) no_such_step(path, file.nsteps, options.step);
         if (!options.extent.empty())
             reader->UpdateExtent(options.extent.data());
+        else if (options.nparts > 0)
+            reader->UpdatePiece(options.part, options.nparts, 0);
         else if (file.nsteps > 1)
             reader->UpdateTimeStep(about->Get(steps_key, options.step));
         else
@@ -696,7 +700,7 @@ input_file read_file(const std::string &path, const read_options &options)
     }
     if (is_list(type)) return read_listed_lattice(path, options, head);
     // of a file that is read part by part that was done before
-    if (options.extent.empty()) check_whole_file(path, head);
+    if (options.extent.empty() && options.nparts == 0) check_whole_file(path, head);
     return read_by_vtk(path, options, head);
 }
 
@@ -799,6 +803,8 @@ xml_heading read_xml_heading(const std::string &path)
     if (vtkInformation *about = made->GetOutputInformation(0))
         if (about->Has(vtkStreamingDemandDrivenPipeline::WHOLE_EXTENT()) != 0)
             about->Get(vtkStreamingDemandDrivenPipeline::WHOLE_EXTENT(), heading.extent);
+    if (auto *reader = vtkXMLUnstructuredDataReader::SafeDownCast(made))
+        heading.nparts = static_cast<int>(reader->GetNumberOfPieces());
     if (auto *reader = vtkXMLReader::SafeDownCast(made))
         for (vtkDataArraySelection *arrays :
              {reader->GetPointDataArraySelection(), reader->GetCellDataArraySelection()})

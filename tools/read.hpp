@@ -17,6 +17,7 @@ struct read_options {
     std::string kept;
     std::vector<int>
         extent; // of lattices: the first and last node along each axis, of those to read; empty: all
+    int part = 0, nparts = 0;  // of unstructured ones of several parts: the one to read; 0: all
     bool may_be_empty = false; // no nodes are no failure
     bool of_list = false;      // a list of pieces names it: it is none itself
 };
@@ -43,6 +44,7 @@ struct xml_heading {
         int extent[6];
     };
     std::vector<piece> pieces; // of lists
+    int nparts = 1;            // of unstructured meshes: those that the file holds one after another
     struct array {
         std::string name;
         int components, type; // VTK's

@@ -17,6 +17,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <cstdio>
 
 namespace {
 
@@ -160,6 +161,100 @@ TEST(PlainListsWithSlits, GoByGlobalNumbersInGroups)
     EXPECT_EQ(read(made)->GetNumberOfPoints(), 20);
     run_well_on(3, {"boundary", list, "-o", skin});
     EXPECT_EQ(read(skin)->GetNumberOfCells(), 18);
+}
+
+// ---- files of several parts ---------------------------------------------------------------------------------
+
+namespace {
+
+std::string numbers_in_words(const std::vector<double> &values)
+{
+    std::string text;
+    char one[40];
+    for (const double value : values) {
+        snprintf(one, sizeof one, "%.17g ", value);
+        text += one;
+    }
+    return text;
+}
+
+std::string element(const std::string &type, const std::string &name, int components, const std::string &text)
+{
+    return "<DataArray type=\"" + type + "\" Name=\"" + name + "\" NumberOfComponents=\"" +
+           std::to_string(components) + "\" format=\"ascii\">" + text + "</DataArray>\n";
+}
+
+std::string array_text(vtkDataArray *array, const std::string &name)
+{
+    std::vector<double> values;
+    for (vtkIdType row = 0; row < array->GetNumberOfTuples(); ++row)
+        for (int c = 0; c < array->GetNumberOfComponents(); ++c)
+            values.push_back(array->GetComponent(row, c));
+    const bool single = array->GetDataType() == VTK_FLOAT;
+    return element(single ? "Float32" : "Float64", name, array->GetNumberOfComponents(),
+                   numbers_in_words(values));
+}
+
+// One after another in a file of one mesh.
+std::string part_text(vtkUnstructuredGrid *data)
+{
+    std::vector<double> connect, ends, types;
+    vtkNew<vtkIdList> nodes;
+    for (vtkIdType cell = 0; cell < data->GetNumberOfCells(); ++cell) {
+        data->GetCellPoints(cell, nodes);
+        for (vtkIdType i = 0; i < nodes->GetNumberOfIds(); ++i)
+            connect.push_back(static_cast<double>(nodes->GetId(i)));
+        ends.push_back(static_cast<double>(connect.size()));
+        types.push_back(data->GetCellType(cell));
+    }
+    return "<Piece NumberOfPoints=\"" + std::to_string(data->GetNumberOfPoints()) + "\" NumberOfCells=\"" +
+           std::to_string(data->GetNumberOfCells()) + "\"><PointData>" +
+           array_text(node_array(data, "value"), "value") + "</PointData><CellData>" +
+           array_text(cell_array(data, "amount"), "amount") + "</CellData><Points>" +
+           array_text(data->GetPoints()->GetData(), "Points") + "</Points><Cells>" +
+           element("Int64", "connectivity", 1, numbers_in_words(connect)) +
+           element("Int64", "offsets", 1, numbers_in_words(ends)) +
+           element("UInt8", "types", 1, numbers_in_words(types)) + "</Cells></Piece>\n";
+}
+
+} // namespace
+
+// Each part has its own nodes, and each process reads its own parts.
+TEST(PartedCasesOfOneFile, AreTheWholeFile)
+{
+    const std::string file = scratch("parts.vtu"), expected = scratch("parts_whole"),
+                      made = scratch("parts_made");
+    for (const char *name : {"hex", "mixed"}) {
+        SCOPED_TRACE(name);
+        const std::string list = cut_up::write_pieces(scratch("parts.pvtu"), cut_up::sample_of(name).whole,
+                                                      {4, cut_up::shares::runs, {}, false});
+        std::string text = "<VTKFile type=\"UnstructuredGrid\" version=\"1.0\" "
+                           "byte_order=\"LittleEndian\"><UnstructuredGrid>\n";
+        for (int p = 0; p < 4; ++p)
+            text += part_text(vtkUnstructuredGrid::SafeDownCast(read(cut_up::piece_path(list, p))));
+        write_bytes(file, text + "</UnstructuredGrid></VTKFile>\n");
+        EXPECT_GT(read(file)->GetNumberOfPoints(), cut_up::sample_of(name).whole->GetNumberOfPoints());
+        const std::pair<words, const char *> lines[] = {
+            {{"boundary", file}, ".vtp"},
+            {{"gradient", file, "--array", "value"}, ".vtu"},
+            {{"cell-to-node", file, "--array", "amount"}, ".vtu"},
+            {{"iso", file, "--array", "value", "--level", "0.4"}, ".vtp"},
+            {{"threshold", file, "--array", "value", "--min", "0.4", "--any"}, ".vtu"}};
+        for (const auto &[line, ending] : lines) {
+            run_well(line + words{"-o", expected + ending});
+            const auto whole = read(expected + ending);
+            for (const char *n : {"1", "3", "4", "9"}) {
+                SCOPED_TRACE(line[0] + " --pieces " + n);
+                run_well(line + words{"-o", made + ending, "--pieces", n});
+                expect_same_mesh(whole, read(made + ending));
+            }
+            if (!has_mpirun()) continue;
+            run_well_on(3, line + words{"-o", made + ending});
+            expect_same_mesh(whole, read(made + ending));
+        }
+        EXPECT_EQ(run_well({"info", file, "--pieces", "3"}).out, run_well({"info", file}).out);
+        EXPECT_EQ(run_well({"measure", file, "--pieces", "6"}).out, run_well({"measure", file}).out);
+    }
 }
 
 // ---- edges of skins -----------------------------------------------------------------------------------------
