@@ -112,7 +112,8 @@ std::vector<std::vector<double>> middles_of(vtkDataSet *data)
     return rows;
 }
 
-// Nodes between two others have last bits that go by the first cell of the edge, which in a piece may be another.
+// Nodes between two others go from one end to the other as the first cell of the edge does. On a seam that cell may be
+// another, and then the last bits of places and values differ, of single precision by some units.
 void expect_near_mesh(vtkDataSet *expected, vtkDataSet *got)
 {
     const auto a = middles_of(expected), b = middles_of(got);
@@ -123,7 +124,7 @@ void expect_near_mesh(vtkDataSet *expected, vtkDataSet *got)
         for (size_t i = 0; i < a[cell].size(); ++i) {
             if (std::isnan(a[cell][i]) && std::isnan(b[cell][i])) continue;
             const bool cut_off = i == 9; // "count", of whole numbers
-            ASSERT_NEAR(a[cell][i], b[cell][i], cut_off ? 1.01 : 2e-6 * (1 + std::abs(a[cell][i])))
+            ASSERT_NEAR(a[cell][i], b[cell][i], cut_off ? 1.01 : 3e-7 * (1 + std::abs(a[cell][i])))
                 << cell << " " << i;
         }
     }
@@ -132,8 +133,7 @@ void expect_near_mesh(vtkDataSet *expected, vtkDataSet *got)
 struct one_command {
     const char *name;
     words rest;
-    const char *ending,
-        *near = nullptr; // near: an array at nodes that goes by the order of cells, where there is none
+    const char *ending;
 };
 
 // ending: of the file that the sample is in.
@@ -154,10 +154,8 @@ void expect_as_whole(const both_files &files, const way &how, const one_command 
         name == "iso" || name == "isoline" || name == "cut" || name == "band" || name == "slice";
     if (!lattice && cuts_edges)
         expect_near_mesh(made.whole, made.pieces);
-    else if (one.near == nullptr || (lattice && name != "cell-to-node"))
+    else // sums over the cells around a node too: pieces are stretches, and cells keep their order
         expect_same_mesh(made.whole, made.pieces);
-    else
-        expect_near_at_nodes(made.whole, made.pieces, one.near, 1e-6);
 }
 
 vtkSmartPointer<vtkDataSet> copy_of(const sample &of)
@@ -261,9 +259,9 @@ TEST(PartedCases, NullsOnSeamsAreThoseOfTheWhole)
     const one_command all[] = {
         {"iso", words{"--array", "value", "--level", "0.2"} + null, ".vtp"},
         {"cut", words{"--array", "value", "--level", "0.4"} + null, ".vtu"},
-        {"gradient", words{"--array", "value"} + null, "", "gradient(value)"},
+        {"gradient", words{"--array", "value"} + null, ""},
         {"threshold-null", words{"--array", "value"} + null, ".vtu"},
-        {"cell-to-node", words{"--array", "amount"} + null, "", "amount"},
+        {"cell-to-node", words{"--array", "amount"} + null, ""},
         {"slice", {"--origin", "0.1,0,0.05", "--normal", "1,2,3"}, ".vtp"},
     };
     size_t at = 0;
@@ -384,7 +382,7 @@ TEST(PartedCases, FarPlacesAreShiftedAlike)
         {"iso", {"--array", "value", "--level", "0.2"}, ".vtp"},
         {"cut", {"--array", "value", "--level", "0.4"}, ".vtu"},
         {"slice", {"--origin", away(0.1, 0, 0.05), "--normal", "1,2,3"}, ".vtp"},
-        {"gradient", {"--array", "value"}, "", "gradient(value)"},
+        {"gradient", {"--array", "value"}, ""},
         {"boundary", {}, ".vtp"},
         {"probe", {"--line", away(-1.4, -1.3, -1.2), away(1.45, 1.1, 1.35), "200"}, ".vtp"},
         {"glyph", {"--vectors", "flow"}, ".vtp"},

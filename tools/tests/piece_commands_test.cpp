@@ -67,6 +67,12 @@ void run_cut_up(const sample &of, const way &how, const words &command, const wo
         run_well(all);
 }
 
+// Whether cells have their order in pieces, and with it sums over the cells around a node their last bits.
+bool keeps_order(const sample &of, const way &how)
+{
+    return cut_up::is_lattice(of) || how.cut.share == cut_up::shares::runs;
+}
+
 // Whole and cut up, into one file each: called with both for each kind of mesh.
 // in_runs: no other shares, so that cells keep their order.
 template <typename Compare>
@@ -84,7 +90,7 @@ void each_kind(const words &command, const words &rest, const std::string &endin
         run_well(command + words{whole_file(of)} + rest + words{"-o", whole});
         run_cut_up(of, how, command, rest + words{"-o", joined});
         ASSERT_TRUE(std::filesystem::exists(joined));
-        compare(of, read(whole), read(joined));
+        compare(of, how, read(whole), read(joined));
         if (testing::Test::HasFailure()) return;
     }
 }
@@ -101,8 +107,8 @@ TEST(PartedSlopes, AreThoseOfTheWhole)
     int shift = 0;
     for (const auto &one : all)
         each_kind({one.command}, {"--array", one.array}, "", shift++,
-                  [&](const sample &of, vtkDataSet *whole, vtkDataSet *joined) {
-                      if (cut_up::is_lattice(of))
+                  [&](const sample &of, const way &how, vtkDataSet *whole, vtkDataSet *joined) {
+                      if (keeps_order(of, how))
                           expect_same_mesh(whole, joined);
                       else
                           expect_near_at_nodes(whole, joined, one.made, 1e-6);
@@ -127,8 +133,8 @@ TEST(PartedSlopes, OfTheLibraryAreThoseOfTheWhole)
         }
     }
     each_kind({"gradient"}, {"--array", "value", "--null", "1", "--library"}, "", 1,
-              [&](const sample &kind, vtkDataSet *whole, vtkDataSet *joined) {
-                  if (is_lattice(kind))
+              [&](const sample &kind, const way &how, vtkDataSet *whole, vtkDataSet *joined) {
+                  if (keeps_order(kind, how))
                       expect_same_mesh(whole, joined);
                   else
                       expect_near_at_nodes(whole, joined, "gradient(value)", 1e-5);
@@ -140,8 +146,11 @@ TEST(PartedMeans, AreThoseOfTheWhole)
     int shift = 3;
     for (const char *weight : {"none", "distance"})
         each_kind({"cell-to-node"}, {"--array", "amount", "--weight", weight}, "", shift++,
-                  [&](const sample &, vtkDataSet *whole, vtkDataSet *joined) {
-                      expect_near_at_nodes(whole, joined, "amount", 1e-14);
+                  [&](const sample &of, const way &how, vtkDataSet *whole, vtkDataSet *joined) {
+                      if (keeps_order(of, how))
+                          expect_same_mesh(whole, joined);
+                      else
+                          expect_near_at_nodes(whole, joined, "amount", 1e-14);
                   });
 }
 
@@ -198,7 +207,7 @@ TEST(PartedAnswers, GivesEachPointOneAnswer)
         each_kind({"probe"},
                   (*by != '\0' ? words{by} : words{}) +
                       words{"--line", "-1.4,-1.3,-1.2", "1.45,1.1,1.35", "400"},
-                  ".vtp", shift++, [](const sample &, vtkDataSet *whole, vtkDataSet *joined) {
+                  ".vtp", shift++, [](const sample &, const way &, vtkDataSet *whole, vtkDataSet *joined) {
                       expect_same_mesh(whole, joined);
                       EXPECT_EQ(joined->GetNumberOfPoints(), 400);
                   });
@@ -241,7 +250,7 @@ TEST(PartedLines, LinesGoOnFromPieceToPiece)
                                                         "--seeds-line", "-1.1,-0.9,-0.8", "1.2,0.8,0.7",
                                                         "12"},
             ".vtp", shift++,
-            [](const sample &of, vtkDataSet *whole, vtkDataSet *joined) {
+            [](const sample &of, const way &, vtkDataSet *whole, vtkDataSet *joined) {
                 if (of.ending != ".pvtp") expect_same_lines(whole, joined);
             },
             *by != '\0'); // its places overlap, and the cell that is looked at first has a point
@@ -478,7 +487,9 @@ TEST(PartedLines, RibbonsOnFlatMeshesLieFlat)
 TEST(PartedArrows, NodesOnSeamsHaveOne)
 {
     each_kind({"glyph"}, {"--vectors", "flow", "--shape", "cone"}, ".vtp", 5,
-              [](const sample &, vtkDataSet *whole, vtkDataSet *joined) { expect_same_mesh(whole, joined); });
+              [](const sample &, const way &, vtkDataSet *whole, vtkDataSet *joined) {
+                  expect_same_mesh(whole, joined);
+              });
     for (const char *name : {"uniform", "curvilinear"}) {
         const sample &of = cut_up::sample_of(name);
         const way how = {{5, cut_up::shares::runs, {}, false}, 3};
