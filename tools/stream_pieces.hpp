@@ -7,7 +7,8 @@
 #include <functional>
 #include <vector>
 
-// Lines and ribbons as trace_lines makes them: a line goes on from piece to piece until it ends. pieces_of: split for
+// Lines and ribbons as trace_lines makes them, but where cells overlap, of which a piece may not know the first: a line
+// goes on from piece to piece until it ends. parts: split for
 // mesh_use::trace with ghosts. vectors_of: the field on a piece. The result is the first process's; others get the
 // counts of none. Throws failure or interrupted; all.
 stream_lines trace_lines_in_pieces(pieces &parts,

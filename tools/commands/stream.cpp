@@ -46,7 +46,9 @@ stream::stream(CLI::App &app)
         "its\nseed's number and, in ended, why it ended: 1 it left the mesh, 2 it came to nodes without a "
         "value,\n3 it was slower than --min-speed or at rest, 4 --max-steps, 5 --max-length, 6 no step is "
         "short enough\n"
-        "for the field. With --both, began tells the same of its other end.");
+        "for the field. With --both, began tells the same of its other end. Lines in pieces are those of "
+        "one\n"
+        "process, but where cells overlap: there it counts which of them come first.");
     app.add_option("--seeds-line", line, "seeds on the line from A to B, N of them; A and B as x,y,z")
         ->expected(3)
         ->type_name("A B N");
