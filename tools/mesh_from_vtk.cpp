@@ -638,6 +638,15 @@ static void drop_lower_cells(input_mesh *mesh)
                               (highest == 3 ? "solids" : "surfaces"));
 }
 
+static void drop_lines(input_mesh *mesh)
+{
+    if (mesh->cell_ndim() < 2) return;
+    auto &sets = mesh->sets;
+    sets.erase(std::remove_if(sets.begin(), sets.end(),
+                              [](const input_set &set) { return cell_kinds[set.kind].ndim < 2; }),
+               sets.end());
+}
+
 static void cell_sets(const std::string &path, input_mesh *mesh, mesh_use use)
 {
     const bool lattice = mesh->structured();
@@ -654,6 +663,7 @@ static void cell_sets(const std::string &path, input_mesh *mesh, mesh_use use)
     mesh->dims.clear();
     if (use == mesh_use::sample || use == mesh_use::trace) take_apart(path, mesh);
     if (use == mesh_use::trace) drop_lower_cells(mesh);
+    if (use == mesh_use::divide) drop_lines(mesh);
     if (use == mesh_use::locate)
         for (input_set &set : mesh->sets)
             if (set.kind == CELL_PRISM && set.order == 2)

@@ -107,9 +107,11 @@ template <typename Take> void input_mesh::each_cell(Take take) const
 // What the mesh is for.
 enum class mesh_use {
     extract, // second-order cells as the tesselation takes them
-    locate,  // as cell_nodes.h has them, for the host's exact location
-    sample,  // only cells that the library's own sampling can compute values in
-    trace    // the same, of the highest dimension that there is
+    divide, // the same without lines, unless there is nothing else: the library gives surfaces their lines at levels
+            // only where they come first
+    locate, // as cell_nodes.h has them, for the host's exact location
+    sample, // only cells that the library's own sampling can compute values in
+    trace   // the same, of the highest dimension that there is
 };
 
 // What the mesh of a piece takes from the whole, so that its nodes and cells are those that the whole would have.

@@ -88,7 +88,7 @@ void band::run()
 {
     check_levels();
     result.check(" .vtu .vtp ", "bands", file);
-    pieces parts = file.split(result, array.mean());
+    pieces parts = file.split(result, array.mean(), mesh_use::divide);
     piece_results made = result.results_of(parts);
     std::string name;
     value_range seen; // where nothing came out

@@ -317,6 +317,19 @@ TEST(BandOfFlatCells, LinesRunAlongTheLevels)
     EXPECT_NEAR(area_of(bands), 2.5 * 3, 1e-4);
     EXPECT_NEAR(length_of(bands), 4 * 3, 1e-4);
     EXPECT_EQ(bands->GetCellData()->GetArray("band")->GetNumberOfTuples(), bands->GetNumberOfCells());
+
+    // beside cells that are lines as well
+    auto *grid = vtkUnstructuredGrid::SafeDownCast(data);
+    const vtkIdType ends[2] = {0, 1};
+    grid->GetCellData()->Initialize();
+    grid->InsertNextCell(VTK_LINE, 2, ends);
+    write(path, grid);
+    for (const char *pieces : {"1", "3"}) {
+        run_well({"band", path, "-a", "slope", "--levels=-1.1,-0.4,0.2,1.4", "--pieces", pieces, "-o", out});
+        const auto again = read_surface(out);
+        EXPECT_EQ(again->GetNumberOfLines(), bands->GetNumberOfLines()) << pieces;
+        EXPECT_EQ(again->GetNumberOfPolys(), bands->GetNumberOfPolys()) << pieces;
+    }
 }
 
 TEST(BandOfCells, LevelsBeyondTheTypeAreItsEnds)
