@@ -129,12 +129,17 @@ int processors_among(MPI_Comm machine)
     return share_of_processors(allowed, static_cast<size_t>(own));
 }
 
-// Arrays of nodes or cells of which there are none: VTK does not send them.
-std::string empty_arrays(vtkDataSet *data)
+vtkIdType count_of(vtkDataSet *data, bool of_cells)
+{
+    return of_cells ? data->GetNumberOfCells() : data->GetNumberOfPoints();
+}
+
+// The arrays of nodes and cells with their types. VTK sends none of which there are no values, and has fewer types on the
+// way: a signed char comes out as a char.
+std::string arrays_of(vtkDataSet *data)
 {
     std::string text;
     for (const bool of_cells : {false, true}) {
-        if ((of_cells ? data->GetNumberOfCells() : data->GetNumberOfPoints()) > 0) continue;
         vtkDataSetAttributes *arrays =
             data->GetAttributes(of_cells ? vtkDataObject::CELL : vtkDataObject::POINT);
         for (int i = 0; i < arrays->GetNumberOfArrays(); ++i) {
@@ -148,7 +153,22 @@ std::string empty_arrays(vtkDataSet *data)
     return text;
 }
 
-// What VTK leaves out of a data set with nothing in it, which its writers want.
+// The values of an array bit for bit as another type of their size; null: there is none.
+vtkSmartPointer<vtkAbstractArray> as_type(int type, vtkAbstractArray *from)
+{
+    const auto made = vtkSmartPointer<vtkAbstractArray>::Take(vtkAbstractArray::CreateArray(type));
+    if (made == nullptr || made->GetDataTypeSize() != from->GetDataTypeSize() || from->GetDataTypeSize() == 0)
+        return nullptr;
+    made->SetName(from->GetName());
+    made->SetNumberOfComponents(from->GetNumberOfComponents());
+    made->CopyComponentNames(from);
+    made->SetNumberOfTuples(from->GetNumberOfTuples());
+    memcpy(made->GetVoidPointer(0), from->GetVoidPointer(0),
+           static_cast<size_t>(from->GetNumberOfValues()) * static_cast<size_t>(from->GetDataTypeSize()));
+    return made;
+}
+
+// What VTK leaves out of a data set on its way, which its writers want of one with nothing in it.
 void fill_in(vtkDataSet *data, const std::string &arrays)
 {
     auto *set = vtkPointSet::SafeDownCast(data);
@@ -158,10 +178,17 @@ void fill_in(vtkDataSet *data, const std::string &arrays)
     for (size_t at = 0; at < arrays.size(); at = arrays.find('\0', at) + 1) {
         int of_cells, type, components, name;
         if (sscanf(arrays.c_str() + at, "%d %d %d %n", &of_cells, &type, &components, &name) != 3) return;
-        const auto array = vtkSmartPointer<vtkAbstractArray>::Take(vtkAbstractArray::CreateArray(type));
-        array->SetName(arrays.c_str() + at + name);
-        array->SetNumberOfComponents(components);
-        data->GetAttributes(of_cells != 0 ? vtkDataObject::CELL : vtkDataObject::POINT)->AddArray(array);
+        vtkDataSetAttributes *of =
+            data->GetAttributes(of_cells != 0 ? vtkDataObject::CELL : vtkDataObject::POINT);
+        if (vtkAbstractArray *got = of->GetAbstractArray(arrays.c_str() + at + name)) {
+            const auto array = got->GetDataType() != type ? as_type(type, got) : nullptr;
+            if (array != nullptr) of->AddArray(array);
+        } else if (count_of(data, of_cells != 0) == 0) {
+            const auto array = vtkSmartPointer<vtkAbstractArray>::Take(vtkAbstractArray::CreateArray(type));
+            array->SetName(arrays.c_str() + at + name);
+            array->SetNumberOfComponents(components);
+            of->AddArray(array);
+        }
     }
 }
 
@@ -327,7 +354,7 @@ vtkSmartPointer<vtkDataSet> processes::move(vtkDataSet *data, int from, int to)
         }
         send(data == nullptr
                  ? ""
-                 : std::string(reinterpret_cast<const char *>(&place), sizeof place) + empty_arrays(data),
+                 : std::string(reinterpret_cast<const char *>(&place), sizeof place) + arrays_of(data),
              to);
         if (data == nullptr) return nullptr;
         controller->Send(data, to, data_tag);

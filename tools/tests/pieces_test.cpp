@@ -475,6 +475,56 @@ TEST_P(PieceGroups, WriteAPieceEach)
 
 INSTANTIATE_TEST_SUITE_P(Sizes, PieceGroups, testing::Values(1, 2, 3, 5));
 
+// What processes send each other has fewer types than files.
+TEST(PieceGroupsOfArrays, KeepTheirTypes)
+{
+    NEED_MPIRUN;
+    const std::string path = scratch("types.vti"), expected = scratch("expected.vtu"),
+                      made = scratch("made.vtu");
+    run_well({"sample", "noisy-sphere", "--size", "7", "-o", path});
+    const auto data = read(path);
+    for (const int type : {VTK_CHAR, VTK_SIGNED_CHAR, VTK_UNSIGNED_CHAR, VTK_SHORT, VTK_UNSIGNED_SHORT,
+                           VTK_INT, VTK_UNSIGNED_INT, VTK_LONG, VTK_UNSIGNED_LONG, VTK_LONG_LONG,
+                           VTK_UNSIGNED_LONG_LONG, VTK_FLOAT, VTK_DOUBLE, VTK_ID_TYPE})
+        for (vtkDataSetAttributes *arrays : {static_cast<vtkDataSetAttributes *>(data->GetPointData()),
+                                             static_cast<vtkDataSetAttributes *>(data->GetCellData())}) {
+            const auto array = vtkSmartPointer<vtkDataArray>::Take(vtkDataArray::CreateDataArray(type));
+            array->SetName(("of type " + std::to_string(type)).c_str());
+            array->SetNumberOfComponents(2);
+            array->SetComponentName(1, "second");
+            const bool of_cells = arrays == data->GetCellData();
+            array->SetNumberOfTuples(of_cells ? data->GetNumberOfCells() : data->GetNumberOfPoints());
+            for (vtkIdType i = 0; i < array->GetNumberOfTuples(); ++i)
+                for (int c = 0; c < 2; ++c)
+                    array->SetComponent(i, c, static_cast<double>((5 * i + c) % 120));
+            arrays->AddArray(array);
+        }
+    write(path, data);
+    const std::vector<std::string> line = {"threshold", path, "-a", "height", "--min", "-0.5", "-o"};
+    run_well(with(line, {expected}));
+    const auto whole = read(expected);
+    for (const int processes : {2, 3}) {
+        run_group(processes, with(line, {made, "--gather"}));
+        expect_same(expected, made);
+        const auto joined = read(made);
+        for (const bool of_cells : {false, true}) {
+            vtkDataSetAttributes *want = whole->GetAttributes(of_cells ? vtkDataObject::CELL
+                                                                       : vtkDataObject::POINT),
+                                 *got = joined->GetAttributes(of_cells ? vtkDataObject::CELL
+                                                                       : vtkDataObject::POINT);
+            EXPECT_GE(want->GetNumberOfArrays(), 14);
+            ASSERT_EQ(got->GetNumberOfArrays(), want->GetNumberOfArrays());
+            for (int i = 0; i < want->GetNumberOfArrays(); ++i) {
+                vtkAbstractArray *array = got->GetAbstractArray(want->GetArrayName(i));
+                ASSERT_NE(array, nullptr) << want->GetArrayName(i);
+                EXPECT_EQ(array->GetDataType(), want->GetAbstractArray(i)->GetDataType())
+                    << want->GetArrayName(i);
+                EXPECT_EQ(array->HasAComponentName(), want->GetAbstractArray(i)->HasAComponentName());
+            }
+        }
+    }
+}
+
 TEST(PieceFailures, AreToldOnce)
 {
     NEED_MPIRUN;
