@@ -7,7 +7,6 @@
 // which arrays that use all of their type's values are widened.
 #include "probe.hpp"
 
-#include "cell_order.hpp"
 #include "failure.hpp"
 #include "host_results.hpp"
 #include "join_pieces.hpp"
@@ -122,6 +121,12 @@ class piece_order {
         }
         tolerance = 1e-6 * std::sqrt(sum);
         is_lattice = extent_of(mesh.data, extent);
+        if (is_lattice) return;
+        rank_of_cell.resize(static_cast<size_t>(mesh.data->GetNumberOfCells()));
+        for (const input_set &set : mesh.sets)
+            for (qx_long i = 0; i < set.ncells; ++i)
+                rank_of_cell[static_cast<size_t>(set.vtk_cell(i))] =
+                    static_cast<unsigned char>(2 * set.file_kind + set.file_order - 1);
     }
 
     // Of VTK's number of a cell. Lattices count through the whole, cells of sets by kind and order first.
@@ -137,9 +142,8 @@ class piece_order {
             }
             return number;
         }
-        const cell_order *kind = order_of_vtk(mesh.data->GetCellType(static_cast<vtkIdType>(cell)));
-        const int64_t set = kind != nullptr ? 2 * kind->kind + kind->order - 1 : 2 * CELL_TET;
-        return (set << 54) + (static_cast<int64_t>(of.number) << 30) + cell;
+        return (int64_t{rank_of_cell[static_cast<size_t>(cell)]} << 54) +
+               (static_cast<int64_t>(of.number) << 30) + cell;
     }
 
     // Follows all orders of cells.
@@ -153,6 +157,7 @@ class piece_order {
     const input_mesh &mesh;
     int extent[6];
     bool is_lattice;
+    std::vector<unsigned char> rank_of_cell; // by kind and order, as sets go
 };
 
 } // namespace
