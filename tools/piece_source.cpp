@@ -158,7 +158,8 @@ class slab_source : public piece_source {
     // The file itself is read by one process, and its whole is here.
     slab_source(const std::string &path_, const piece_needs &needs_) : piece_source(needs_), path(path_) {}
     void share_out(int count, qx_long most);
-    virtual vtkSmartPointer<vtkDataSet> nodes_within(const int *extent, bool bare);
+    virtual vtkSmartPointer<vtkDataSet> nodes_within(const int *extent, bool bare,
+                                                     std::vector<std::string> *notes);
     int slab_axis() const;
     int cells_along() const;
     bool slab(int number, int layers, int *extent) const;
@@ -215,16 +216,18 @@ bool slab_source::slab(int number, int layers, int *extent) const
     return true;
 }
 
-vtkSmartPointer<vtkDataSet> slab_source::nodes_within(const int *extent, bool bare)
+vtkSmartPointer<vtkDataSet> slab_source::nodes_within(const int *extent, bool bare,
+                                                      std::vector<std::string> *notes)
 {
     read_options how;
     how.bare = bare;
     how.extent.assign(extent, extent + 6);
-    vtkSmartPointer<vtkDataSet> data = read_file(path, how).data;
+    const input_file file = read_file(path, how);
     int got[6];
-    if (!extent_of(data, got) || !std::equal(got, got + 6, extent))
+    if (!extent_of(file.data, got) || !std::equal(got, got + 6, extent))
         throw failure(path + ": is damaged: a part of it is missing");
-    return data;
+    if (notes != nullptr) *notes = file.notes;
+    return file.data;
 }
 
 // Of nodes between two slabs the lower one has the number.
@@ -247,7 +250,7 @@ read_piece slab_source::read(const piece_unit &unit)
     int own[6], with[6];
     if (!slab(unit.number, 0, own)) return piece;
     slab(unit.number, needs.layers, with);
-    piece.data = nodes_within(with, false);
+    piece.data = nodes_within(with, false, &piece.notes);
     forget_copies(piece.data, !heading.pieces.empty());
     if (needs.numbers) piece.number = numbers_in(own, with);
     if (std::equal(own, own + 6, with)) return piece;
@@ -262,7 +265,7 @@ whole_mesh slab_source::survey(mesh_figures *figures)
     const bool curved = heading.type == "StructuredGrid" || heading.type == "PStructuredGrid";
     processes::agree([&] {
         if (!curved) {
-            lattice = nodes_within(heading.extent, true); // axes at most
+            lattice = nodes_within(heading.extent, true, nullptr); // axes at most
             lattice->GetPointData()->Initialize();
             lattice->GetCellData()->Initialize();
         }
@@ -270,7 +273,7 @@ whole_mesh slab_source::survey(mesh_figures *figures)
         for (const piece_unit &unit : list) {
             int extent[6];
             if (unit.process != processes::rank() || !slab(unit.number, 0, extent)) continue;
-            const auto data = nodes_within(extent, true);
+            const auto data = nodes_within(extent, true, nullptr);
             forget_copies(data, !heading.pieces.empty());
             figures->add(figures_of(data));
         }
@@ -766,7 +769,8 @@ class shared_source : public slab_source {
     }
 
   private:
-    vtkSmartPointer<vtkDataSet> nodes_within(const int *extent, bool bare) override;
+    vtkSmartPointer<vtkDataSet> nodes_within(const int *extent, bool bare,
+                                             std::vector<std::string> *notes) override;
     read_piece taken(const piece_unit &unit);
 
     vtkSmartPointer<vtkDataSet> data; // the first process's
@@ -841,7 +845,7 @@ shared_source::shared_source(const std::string &path_, const read_options &how, 
     data = nullptr;
 }
 
-vtkSmartPointer<vtkDataSet> shared_source::nodes_within(const int *extent, bool)
+vtkSmartPointer<vtkDataSet> shared_source::nodes_within(const int *extent, bool, std::vector<std::string> *)
 {
     return part_of_lattice(data, extent);
 }

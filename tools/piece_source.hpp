@@ -26,6 +26,7 @@ struct read_piece {
     // Of each node, where asked for: as the whole's nodes are numbered in a plain start. A node has its number in the
     // first piece that has it; below 0 in the others.
     piece_numbers number;
+    std::vector<std::string> notes; // what is not as in the file
 };
 
 // A part that is read at once, of which a piece of the results has one or several.

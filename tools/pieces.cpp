@@ -311,6 +311,7 @@ input pieces::plan::piece_of(const piece_unit &unit, bool meshed)
     in.ghost_cell = std::move(read.ghost_cell);
     in.ghost_node = std::move(read.ghost_node);
     in.node_number = std::move(read.number);
+    notes.insert(notes.end(), read.notes.begin(), read.notes.end());
     if (mean) take_mean(&in, meshed);
     vtkDataSet *data = in.file.data;
     in.node = arrays_of(data->GetPointData(), data->GetNumberOfPoints(), &notes);

@@ -35,6 +35,8 @@
 #include <vtkImageReader2.h>
 #include <vtkImageReader2Factory.h>
 #include <vtkInformation.h>
+#include <vtkInformationInformationVectorKey.h>
+#include <vtkInformationVector.h>
 #include <vtkLSDynaReader.h>
 #include <vtkMCubesReader.h>
 #include <vtkMINCImageReader.h>
@@ -197,6 +199,32 @@ static std::string type_in_xml(const std::string &head)
 static bool is_list(const std::string &type)
 {
     return type[0] == 'P' && type != "PolyData";
+}
+
+// VTK's readers of lattices crash where they are to read a part of an array of texts.
+static void leave_texts_out(vtkAlgorithm *made, std::vector<std::string> *notes)
+{
+    auto *reader = vtkXMLReader::SafeDownCast(made);
+    if (reader == nullptr) return;
+    reader->UpdateInformation();
+    const struct {
+        vtkInformationInformationVectorKey *key;
+        vtkDataArraySelection *chosen;
+    } both[] = {{vtkDataObject::POINT_DATA_VECTOR(), reader->GetPointDataArraySelection()},
+                {vtkDataObject::CELL_DATA_VECTOR(), reader->GetCellDataArraySelection()}};
+    for (const auto &one : both) {
+        vtkInformationVector *arrays = reader->GetOutputInformation(0)->Get(one.key);
+        for (int i = 0; arrays != nullptr && i < arrays->GetNumberOfInformationObjects(); ++i) {
+            vtkInformation *array = arrays->GetInformationObject(i);
+            const char *name = array->Get(vtkDataObject::FIELD_NAME());
+            if (name == nullptr || array->Get(vtkDataObject::FIELD_ARRAY_TYPE()) != VTK_STRING ||
+                one.chosen->ArrayIsEnabled(name) == 0)
+                continue;
+            one.chosen->DisableArray(name);
+            notes->push_back("left out: array " + std::string(name) +
+                             ", as texts of lattices are not read in parts");
+        }
+    }
 }
 
 // One that knows what can be left out.
@@ -643,6 +671,7 @@ static input_file read_by_vtk(const std::string &path, const read_options &optio
         for (int i = 0; i < about->Length(steps_key); ++i)
             file.times.push_back(about->Get(steps_key, i));
         if (options.step >= file.nsteps) no_such_step(path, file.nsteps, options.step);
+        if (!options.extent.empty()) leave_texts_out(reader, &file.notes);
         if (!options.extent.empty())
             reader->UpdateExtent(options.extent.data());
         else if (options.nparts > 0)

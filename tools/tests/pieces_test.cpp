@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <vtkAppendFilter.h>
+#include <vtkCellArray.h>
 #include <vtkCellData.h>
 #include <vtkDataArray.h>
 #include <vtkDataSet.h>
@@ -13,7 +14,9 @@
 #include <vtkImageData.h>
 #include <vtkNew.h>
 #include <vtkPointData.h>
+#include <vtkPoints.h>
 #include <vtkPolyData.h>
+#include <vtkStringArray.h>
 #include <vtkUnsignedCharArray.h>
 #include <vtkUnstructuredGrid.h>
 
@@ -428,6 +431,75 @@ TEST(Pieces, AreOneInAPlainStart)
     expect_same(scratch("plain.vtp"), scratch("plain.pvtp"));
     EXPECT_TRUE(fs::exists(scratch("plain_0.vtp")));
     EXPECT_FALSE(fs::exists(scratch("plain_1.vtp")));
+}
+
+// Strips come last in a file of polygons, but the triangles that they are made of before quadrilaterals.
+TEST(Pieces, AnswerByTheCellOfTheWhole)
+{
+    constexpr int n = 9;
+    vtkNew<vtkPolyData> surface;
+    vtkNew<vtkPoints> points;
+    vtkNew<vtkCellArray> faces, strips;
+    for (vtkIdType j = 0; j < n; ++j)
+        for (vtkIdType i = 0; i < n; ++i)
+            points->InsertNextPoint(static_cast<double>(i), static_cast<double>(j), 0);
+    for (vtkIdType j = 0; j + 1 < n; ++j) {
+        if (j % 3 == 1) {
+            strips->InsertNextCell(2 * n);
+            for (vtkIdType i = 0; i < n; ++i)
+                for (vtkIdType at : {n * j + i, n * (j + 1) + i})
+                    strips->InsertCellPoint(at);
+            continue;
+        }
+        for (vtkIdType i = 0; i + 1 < n; ++i) {
+            const vtkIdType a = n * j + i, square[4] = {a, a + 1, a + 1 + n, a + n};
+            faces->InsertNextCell(4, square);
+        }
+    }
+    surface->SetPoints(points);
+    surface->SetPolys(faces);
+    surface->SetStrips(strips);
+    number_all(surface);
+    const std::string path = scratch("strips.vtp"), expected = scratch("expected.csv"),
+                      made = scratch("made.csv");
+    write(path, surface);
+    run_well({"probe", path, "--points", path, "-o", expected});
+    for (const char *pieces : {"2", "3", "5", "7"}) {
+        run_well({"probe", path, "--points", path, "--pieces", pieces, "-o", made});
+        EXPECT_TRUE(bytes_of(made) == bytes_of(expected)) << pieces;
+    }
+}
+
+TEST(Pieces, OfLatticesLeaveTextsOut)
+{
+    for (const char *mesh : {"uniform", "rectilinear", "curvilinear"}) {
+        const std::string ending = *mesh == 'u'   ? ".vti"
+                                   : *mesh == 'r' ? ".vtr"
+                                                  : ".vts",
+                          path = scratch("texts" + ending), expected = scratch("expected.vtp"),
+                          made = scratch("made.vtp");
+        run_well({"sample", "noisy-sphere", "--mesh", mesh, "--size", "9", "-o", path});
+        const std::vector<std::string> line = {"iso", path, "-l", "0", "-o"};
+        run_well(with(line, {expected}));
+        const auto data = read(path);
+        for (const bool of_cells : {false, true}) {
+            vtkNew<vtkStringArray> texts;
+            texts->SetName(of_cells ? "words" : "names");
+            const vtkIdType count = of_cells ? data->GetNumberOfCells() : data->GetNumberOfPoints();
+            for (vtkIdType i = 0; i < count; ++i)
+                texts->InsertNextValue("text " + std::to_string(i));
+            data->GetAttributes(of_cells ? vtkDataObject::CELL : vtkDataObject::POINT)->AddArray(texts);
+        }
+        write(path, data);
+        const ran told = run_well(with(line, {made, "--pieces", "3"}));
+        expect_same(expected, made);
+        for (const char *name : {"names", "words"}) {
+            const std::string note = "left out: array " + std::string(name) + ",";
+            const size_t at = told.err.find(note);
+            EXPECT_NE(at, std::string::npos) << told.err;
+            EXPECT_EQ(told.err.find(note, at + 1), std::string::npos) << told.err; // once
+        }
+    }
 }
 
 // ---- several processes --------------------------------------------------------------------------------------
