@@ -498,7 +498,7 @@ void own_extent_of(const input &in, int *extent)
     if (in.ghost_node.empty()) return;
     size_t first = in.ghost_node.first_own(), last = in.ghost_node.end_of_own() - 1;
     for (int d = 0; d < 3; ++d) {
-        const auto along = static_cast<size_t>(all[2 * d + 1] - all[2 * d] + 1);
+        const size_t along = static_cast<size_t>(all[2 * d + 1]) - static_cast<size_t>(all[2 * d]) + 1;
         extent[2 * d] = all[2 * d] + static_cast<int>(first % along);
         extent[2 * d + 1] = all[2 * d] + static_cast<int>(last % along);
         first /= along;

@@ -156,7 +156,7 @@ std::string arrays_of(vtkDataSet *data)
 // The values of an array bit for bit as another type of their size; null: there is none.
 vtkSmartPointer<vtkAbstractArray> as_type(int type, vtkAbstractArray *from)
 {
-    const auto made = vtkSmartPointer<vtkAbstractArray>::Take(vtkAbstractArray::CreateArray(type));
+    auto made = vtkSmartPointer<vtkAbstractArray>::Take(vtkAbstractArray::CreateArray(type));
     if (made == nullptr || made->GetDataTypeSize() != from->GetDataTypeSize() || from->GetDataTypeSize() == 0)
         return nullptr;
     made->SetName(from->GetName());
