@@ -12,6 +12,7 @@
 #include <vtkDataObject.h>
 #include <vtkDataSetAttributes.h>
 #include <vtkDoubleArray.h>
+#include <vtkFloatArray.h>
 #include <vtkIdList.h>
 #include <vtkIdTypeArray.h>
 #include <vtkImageData.h>
@@ -187,6 +188,18 @@ bool same_row(vtkDataArray *of, vtkIdType a, vtkIdType b)
 bool is_finite(const node_place &at)
 {
     return std::all_of(at.begin(), at.end(), [](double x) { return std::isfinite(x); });
+}
+
+uint64_t hash_of(const node_place &at)
+{
+    uint64_t hash = 0;
+    for (const double x : at) {
+        uint64_t bits;
+        memcpy(&bits, &x, sizeof bits);
+        hash = (hash ^ bits ^ bits >> 29) * 0x9E3779B97F4A7C15U;
+        hash ^= hash >> 32;
+    }
+    return hash;
 }
 
 // A node in the overlap of its piece's box with another.
@@ -605,30 +618,43 @@ bool is_numbered(vtkDataSet *data)
     return data->GetPointData()->GetArray(name_of_ends) != nullptr;
 }
 
+// Most nodes stand alone: a place whose mark in a table of bits is not set yet has none before it. Only those of places
+// that share a mark are compared.
 vtkIdType count_doubled_nodes(vtkDataSet *data)
 {
     const vtkIdType count = data->GetNumberOfPoints();
-    size_t room = 16;
-    while (room < 2 * static_cast<size_t>(count))
+    size_t room = 1024;
+    while (room < 16 * static_cast<size_t>(count))
         room *= 2;
-    std::vector<vtkIdType> first(room, -1); // nodes, by their places
-    vtkIdType doubled = 0;
-    for (vtkIdType node = 0; node < count; ++node) {
-        const node_place at = place_of(data, node);
-        if (!is_finite(at)) continue;
-        uint64_t hash = 0;
-        for (const double x : at) {
-            uint64_t bits;
-            memcpy(&bits, &x, sizeof bits);
-            hash = (hash ^ bits ^ bits >> 29) * 0x9E3779B97F4A7C15U;
-            hash ^= hash >> 32;
+    std::vector<bool> seen(room), shared(room);
+    auto *set = vtkPointSet::SafeDownCast(data);
+    auto *floats = set != nullptr ? vtkFloatArray::SafeDownCast(set->GetPoints()->GetData()) : nullptr;
+    const float *row = floats != nullptr ? floats->GetPointer(0) : nullptr;
+    const auto each_mark = [&](const auto &take) {
+        for (vtkIdType node = 0; node < count; ++node) {
+            node_place at;
+            if (row != nullptr)
+                for (size_t d = 0; d < 3; ++d) // 0 of one sign
+                    at[d] = static_cast<double>(row[static_cast<size_t>(node) * 3 + d]) + 0.0;
+            else
+                at = place_of(data, node);
+            if (is_finite(at)) take(at, hash_of(at) & (room - 1));
         }
-        size_t slot = hash & (room - 1);
-        while (first[slot] >= 0 && place_of(data, first[slot]) != at)
-            slot = (slot + 1) & (room - 1);
-        doubled += first[slot] >= 0 ? 1 : 0;
-        if (first[slot] < 0) first[slot] = node;
-    }
+    };
+    bool any = false;
+    each_mark([&](const node_place &, size_t mark) {
+        if (seen[mark]) any = shared[mark] = true;
+        seen[mark] = true;
+    });
+    if (!any) return 0;
+    std::vector<node_place> places;
+    each_mark([&](const node_place &at, size_t mark) {
+        if (shared[mark]) places.push_back(at);
+    });
+    std::sort(places.begin(), places.end());
+    vtkIdType doubled = 0;
+    for (size_t i = 1; i < places.size(); ++i)
+        doubled += places[i] == places[i - 1] ? 1 : 0;
     return doubled;
 }
 

@@ -716,13 +716,14 @@ whole_mesh list_source::survey(mesh_figures *figures)
     std::string own;
     int64_t doubled = 0;
     bool numbered = !heading.ids.empty();
+    const bool matter = needs.layers > 0 || needs.numbers; // nodes that are one or are not
     processes::agree([&] {
         for (int f = 0; f < count; ++f) {
             if (share_of(f, n, count) != processes::rank()) continue;
             const auto data = file(f, true);
             own += as_text(figures_of(data)) + "\n";
             if (data == nullptr || !is_list()) continue;
-            if (heading.ids.empty()) doubled += count_doubled_nodes(data);
+            if (heading.ids.empty() && matter) doubled += count_doubled_nodes(data);
             numbered = numbered && is_numbered(data);
         }
     });
