@@ -33,7 +33,7 @@ struct pieces::plan {
     totals whole;
     std::map<std::pair<int, int>, qx_long> sets; // cells by kind and order, of the pieces of this process
     std::vector<std::string> notes, said;        // of this process; of all, each once
-    std::map<int, std::vector<std::string>> loaded_notes; // by piece
+    std::map<int, std::vector<std::string>> loaded_notes; // by unit
 
     input piece_of(const piece_unit &unit, bool meshed);
     void take_mean(input *in, bool meshed) const;
@@ -431,11 +431,11 @@ int pieces::own_count() const
 
 input pieces::load(int i)
 {
+    int at = 0;
     for (const piece_unit &unit : own->source->units())
-        if (unit.process == processes::rank() && i-- == 0) {
+        if (unit.process == processes::rank() && at++ == i) {
             input in = own->piece_of(unit, true);
-            auto &of_piece = own->loaded_notes[unit.piece];
-            of_piece = std::exchange(own->notes, {}); // the same each time
+            own->loaded_notes[i] = std::exchange(own->notes, {}); // the same each time
             return in;
         }
     return {};
@@ -444,8 +444,8 @@ input pieces::load(int i)
 void pieces::tell_of_loaded()
 {
     std::vector<std::string> notes;
-    for (const auto &[piece, of_piece] : std::exchange(own->loaded_notes, {}))
-        notes.insert(notes.end(), of_piece.begin(), of_piece.end());
+    for (const auto &[unit, of_unit] : std::exchange(own->loaded_notes, {}))
+        notes.insert(notes.end(), of_unit.begin(), of_unit.end());
     tell_of_all(notes, &own->said);
 }
 

@@ -7,6 +7,7 @@
 #include <vtkCellData.h>
 #include <vtkDataArray.h>
 #include <vtkDataSet.h>
+#include <vtkIdList.h>
 #include <vtkNew.h>
 #include <vtkPointData.h>
 #include <vtkPointSet.h>
@@ -290,6 +291,32 @@ TEST(PieceCounts, NodesOnEdgesBetweenPiecesAreOne)
 }
 
 // More pieces than there is to share cost nothing.
+// Where a process has several files of a list, the cells of all of them count.
+TEST(PieceCounts, OfCellsThatStreamTurnsAreTheWholes)
+{
+    if (!has_mpirun()) GTEST_SKIP() << "mpirun is not there";
+    const sample &hexes = cut_up::sample_of("hex");
+    vtkNew<vtkUnstructuredGrid> turned;
+    turned->SetPoints(vtkPointSet::SafeDownCast(hexes.whole)->GetPoints());
+    turned->GetPointData()->ShallowCopy(hexes.whole->GetPointData());
+    vtkNew<vtkIdList> nodes;
+    for (vtkIdType c = 0; c < hexes.whole->GetNumberOfCells(); ++c) {
+        hexes.whole->GetCellPoints(c, nodes);
+        std::rotate(nodes->begin(), nodes->begin() + 4, nodes->end());
+        turned->InsertNextCell(VTK_HEXAHEDRON, nodes);
+    }
+    const std::string list =
+        cut_up::write_pieces(scratch("turned.pvtu"), turned, {5, cut_up::shares::runs, {}, false});
+    const words line = {"stream", list,          "--vectors", "flow", "--seeds-random",
+                        "4",      "--max-steps", "50",        "-o",   scratch("turned.vtp")};
+    const std::string note = ": " + std::to_string(turned->GetNumberOfCells()) + " cell(s)";
+    EXPECT_NE(run_well(line).err.find(note), std::string::npos);
+    for (const int processes : {2, 3}) {
+        const ran told = run_well_on(processes, line);
+        EXPECT_NE(told.err.find(note), std::string::npos) << shown(told);
+    }
+}
+
 TEST(PieceCounts, AreNoMoreThanLayers)
 {
     const two_files of = files().front();
