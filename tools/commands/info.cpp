@@ -90,6 +90,15 @@ std::vector<array_summary> agreed_summaries(const std::vector<array_summary> &ow
     return out;
 }
 
+// Whole numbers with all their digits.
+std::string value_in_words(const array_summary &array, double value)
+{
+    const bool whole = array.code != DTYPE_FLOAT && array.code != DTYPE_DOUBLE && array.veclen == 1;
+    char text[40];
+    snprintf(text, sizeof text, "%.0f", value);
+    return whole ? text : in_words(value);
+}
+
 void print_arrays(const char *where, const std::vector<array_summary> &arrays, const std::string &use)
 {
     for (const array_summary &array : arrays) {
@@ -97,7 +106,7 @@ void print_arrays(const char *where, const std::vector<array_summary> &arrays, c
         std::string type = array.type;
         if (array.veclen > 1) type += " x " + std::to_string(array.veclen);
         std::string values = !range.any ? "no values" : array.veclen > 1 ? "length " : "";
-        if (range.any) values += in_words(range.lo) + " .. " + in_words(range.hi);
+        if (range.any) values += value_in_words(array, range.lo) + " .. " + value_in_words(array, range.hi);
         if (range.nans > 0) values += ", " + std::to_string(range.nans) + " without a value (NaN)";
         printf("%-5s array %s: %s, %s%s\n", where, array.name.c_str(), type.c_str(), values.c_str(),
                use.c_str());

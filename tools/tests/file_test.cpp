@@ -385,6 +385,19 @@ TEST(Info, TellsWhatAFileHolds)
 }
 
 // The line that info suggests, run by a shell, works: whatever the file and the array are called.
+TEST(Info, WritesWholeNumbersOut)
+{
+    vtkNew<vtkImageData> image;
+    image->SetDimensions(2, 1, 1);
+    image->AllocateScalars(VTK_LONG_LONG, 1);
+    image->GetPointData()->GetScalars()->SetName("large");
+    static_cast<long long *>(image->GetScalarPointer())[0] = -1234567;
+    static_cast<long long *>(image->GetScalarPointer())[1] = 9007199254740991;
+    write(scratch("large.vti"), image);
+    const ran told = run_well({"info", scratch("large.vti")});
+    EXPECT_TRUE(holds(told.out, "-1234567 .. 9007199254740991\n")) << shown(told);
+}
+
 TEST(Info, SuggestsALineThatWorks)
 {
     const auto data = read(made("uniform", "plain.vti"));
