@@ -22,6 +22,7 @@
 #include <mutex>
 #include <new>
 #include <pthread.h>
+#include <system_error>
 #include <thread>
 #include <unistd.h>
 
@@ -110,12 +111,15 @@ void end_with_parent()
     sigset_t all, before; // signals are for the other threads
     sigfillset(&all);
     pthread_sigmask(SIG_SETMASK, &all, &before);
-    std::thread([parent = getppid(), pause] {
-        while (getppid() == parent)
-            std::this_thread::sleep_for(pause);
-        remove_partial_files();
-        _exit(exit_failed);
-    }).detach();
+    try {
+        std::thread([parent = getppid(), pause] {
+            while (getppid() == parent)
+                std::this_thread::sleep_for(pause);
+            remove_partial_files();
+            _exit(exit_failed);
+        }).detach();
+    } catch (const std::system_error &) { // no thread to be had: MPI ends the process, later
+    }
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
 
